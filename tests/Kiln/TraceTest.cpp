@@ -1,0 +1,195 @@
+#include <Kiln/TraceHandle.h>
+#include <Kiln/TraceHelper.h>
+#include <Kiln/TraceSink.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <system_error>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using Kiln::TraceFacility;
+using Kiln::TraceHandle;
+using Kiln::TraceHelper;
+
+class Trace : public ::testing::Test {
+  protected:
+    ~Trace() override {
+        Kiln::traceToStandardError();
+        Kiln::traceOff();
+    }
+
+    static void set( const char * text ) {
+        std::string error;
+        const auto settings = Kiln::parseTraceSettings( text, error );
+        ASSERT_EQ( error, "" );
+        Kiln::traceSettings( settings );
+    }
+
+    static void write( TraceHandle & handle, const std::string & text ) {
+        TraceHelper line( handle, TraceFacility::level4, "dir/File", 12, "function" );
+        line.stream() << text;
+    }
+};
+
+using TraceDeathTest = Trace;
+
+TEST_F( Trace, HandlesOfOneNameShareAFacility ) {
+    TraceHandle one( "TraceTest.shared", false );
+    TraceHandle other( "TraceTest.shared", false );
+    EXPECT_EQ( &one.facility(), &other.facility() );
+    EXPECT_FALSE( other.enabled( TraceFacility::level4 ) );
+    one.facility().setMask( 1u << 4 );
+    EXPECT_TRUE( other.enabled( TraceFacility::level4 ) );
+    EXPECT_FALSE( other.enabled( TraceFacility::level3 ) );
+}
+
+TEST_F( Trace, OnByDefaultMeansLevelZeroUnlessSomethingWasSet ) {
+    EXPECT_EQ( TraceHandle( "TraceTest.on", true ).facility().mask(), 1u );
+    EXPECT_EQ( TraceHandle( "TraceTest.off", false ).facility().mask(), 0u );
+    set( "TraceTest.told/3" );
+    EXPECT_EQ( TraceHandle( "TraceTest.told", true ).facility().mask(), 1u << 3 );
+}
+
+TEST_F( Trace, SettingsReachHandlesMadeBeforeAndAfter ) {
+    TraceHandle before( "TraceTest.before", false );
+    set( "TraceTest.before/4,TraceTest.after/2-9" );
+    TraceHandle after( "TraceTest.after", false );
+    EXPECT_EQ( before.facility().mask(), 0x010u );
+    EXPECT_EQ( after.facility().mask(), 0x3FCu );
+    set( "TraceTest.before/0" );
+    EXPECT_EQ( before.facility().mask(), 0x011u );
+    Kiln::traceOff();
+    EXPECT_EQ( before.facility().mask(), 0u );
+    EXPECT_EQ( TraceHandle( "TraceTest.after2", false ).facility().mask(), 0u );
+}
+
+TEST_F( Trace, StarMatchesAnyEnding ) {
+    TraceHandle handle( "TraceTest.star", false );
+    set( "TraceTest.st*/*" );
+    EXPECT_EQ( handle.facility().mask(), 0x3FFu );
+}
+
+TEST_F( Trace, BadSettingsAreNamed ) {
+    for ( const char * text : { "ApiCairn", "ApiCairn/", "ApiCairn/10", "ApiCairn/9-2", "/4",
+                                "ApiCairn/4x", "ApiCairn/-1", "A/1,,B/2", "A/1-" } ) {
+        std::string error;
+        Kiln::parseTraceSettings( text, error );
+        EXPECT_NE( error.find( "is not FACILITY/LEVEL" ), std::string::npos ) << text;
+    }
+    std::string error;
+    const auto settings = Kiln::parseTraceSettings( "A/1,B/x", error );
+    EXPECT_EQ( settings.size(), 1u );
+    EXPECT_NE( error.find( "\"B/x\"" ), std::string::npos );
+}
+
+TEST_F( Trace, StreamWritesEachTypeInItsForm ) {
+    Kiln::TraceStream stream;
+    stream << "text " << std::string( "string " ) << true << " " << false << " " << -5 << " " << 5u
+           << " " << 18446744073709551615ul << " " << static_cast<unsigned short>( 65535 ) << " "
+           << static_cast<const char *>( nullptr );
+    EXPECT_EQ( stream.text(), "text string true false -5 5 18446744073709551615 65535 (null)" );
+}
+
+TEST_F( Trace, CallbackSeesEveryPartOfTheLine ) {
+    TraceHandle handle( "TraceTest.callback", false );
+    std::vector<std::string> seen;
+    Kiln::traceToCallback( [&]( const Kiln::TraceLine & line ) {
+        std::ostringstream out;
+        out << line.facility << '/' << line.level << ' ' << line.file << ':' << line.line << ' '
+            << line.function << ' ' << line.text << ' ' << ( line.thread == ::gettid() );
+        seen.push_back( out.str() );
+    } );
+    write( handle, "hello" );
+    EXPECT_EQ(
+        seen, ( std::vector<std::string>{ "TraceTest.callback/4 dir/File:12 function hello 1" } ) );
+}
+
+TEST_F( Trace, LineCarriesTimeThreadFacilityLevelPositionFunctionAndText ) {
+    TraceHandle handle( "TraceTest.stderr", false );
+    testing::internal::CaptureStderr();
+    write( handle, "hello world" );
+    const std::string text = testing::internal::GetCapturedStderr();
+    const std::regex form( "\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{6}Z " +
+                           std::to_string( ::gettid() ) +
+                           " TraceTest.stderr/4 dir/File:12 function: hello world\n" );
+    EXPECT_TRUE( std::regex_match( text, form ) ) << text;
+}
+
+TEST_F( Trace, TimeIsWrittenInUtcWithMicroseconds ) {
+    using namespace std::chrono;
+    const system_clock::time_point time{ seconds( 86400 ) + microseconds( 42 ) };
+    const Kiln::TraceLine line{ time, 7, "F", TraceFacility::level9, "a/B", 3, "f", "t" };
+    EXPECT_EQ( Kiln::formatTraceLine( line ), "1970-01-02T00:00:00.000042Z 7 F/9 a/B:3 f: t" );
+}
+
+TEST_F( Trace, FileIsAppendedToAndWholeAtOnce ) {
+    const auto path = std::filesystem::temp_directory_path() /
+                      ( "kiln_trace_test_" + std::to_string( ::getpid() ) );
+    std::ofstream( path ) << "earlier\n";
+    TraceHandle handle( "TraceTest.file", false );
+    Kiln::traceToFile( path );
+    std::vector<std::thread> threads;
+    for ( int i = 0; i < 4; ++i )
+        threads.emplace_back( [&] {
+            for ( int k = 0; k < 100; ++k )
+                write( handle, std::string( 200, 'x' ) );
+        } );
+    for ( auto & thread : threads )
+        thread.join();
+    std::ifstream in( path );
+    std::string line;
+    std::getline( in, line );
+    EXPECT_EQ( line, "earlier" );
+    int count = 0;
+    while ( std::getline( in, line ) ) {
+        ++count;
+        EXPECT_TRUE( line.ends_with( " function: " + std::string( 200, 'x' ) ) ) << line;
+    }
+    EXPECT_EQ( count, 400 );
+    std::filesystem::remove( path );
+}
+
+TEST_F( Trace, FileThatCannotBeOpenedIsAnErrorAndChangesNothing ) {
+    TraceHandle handle( "TraceTest.nofile", false );
+    EXPECT_THROW( Kiln::traceToFile( "/nonexistent/trace" ), std::system_error );
+    testing::internal::CaptureStderr();
+    write( handle, "still here" );
+    EXPECT_NE( testing::internal::GetCapturedStderr().find( "still here" ), std::string::npos );
+}
+
+TEST_F( TraceDeathTest, EnvironmentSetsLevelsForLaterHandles ) {
+    // The environment is read when the first facility of a process is made, so a fresh process
+    // looks.
+    ::setenv( "KILN_TRACE", "TraceTest.env/5,nonsense", 1 );
+    testing::GTEST_FLAG( death_test_style ) = "threadsafe";
+    EXPECT_EXIT(
+        {
+            TraceHandle handle( "TraceTest.env", false );
+            std::exit( handle.facility().mask() == 1u << 5 ? 3 : 4 );
+        },
+        testing::ExitedWithCode( 3 ), "KILN_TRACE: \"nonsense\" is not FACILITY/LEVEL" );
+    testing::GTEST_FLAG( death_test_style ) = "fast";
+    ::unsetenv( "KILN_TRACE" );
+}
+
+TEST_F( TraceDeathTest, NoLineIsLostAtAbort ) {
+    EXPECT_EXIT(
+        {
+            TraceHandle handle( "TraceTest.abort", false );
+            write( handle, "last words" );
+            std::abort();
+        },
+        testing::KilledBySignal( SIGABRT ), "last words\n" );
+}
+
+} // namespace
