@@ -1,0 +1,45 @@
+#pragma once
+
+#include <Nacre/StrB.h>
+
+#include <cstdint>
+#include <string>
+
+namespace CairnCentral {
+
+/// Which chip is meant: a value, passed and copied freely. A ChipInfo equal to a
+/// default-constructed one means "no chip".
+class ChipInfo {
+  public:
+    /// No chip: the members' defaults, then doInit().
+    ChipInfo() { doInit(); }
+    ChipInfo( Nacre::Impl::StrB name, uint32_t first, uint16_t second, uint8_t third )
+        : name_( std::move( name ) ), first_( first ), second_( second ), third_( third ) {
+        doInit();
+    }
+    ChipInfo( const ChipInfo & other ) = default;
+    ChipInfo & operator=( const ChipInfo & other ) = default;
+    virtual ~ChipInfo() = default;
+
+    /// The chip for a reader: its name and its three values.
+    virtual std::string toString() const;
+
+    const Nacre::Impl::StrB & name() const noexcept { return name_; }
+    uint32_t first() const noexcept { return first_; }
+    uint16_t second() const noexcept { return second_; }
+    uint8_t third() const noexcept { return third_; }
+
+    /// Whether two ChipInfo objects, passed by address, have the same name and values.
+    static bool isEq( const void * a, const void * b ) noexcept;
+
+  private:
+    /// The model's own initialisation after construction.
+    void doInit();
+
+    Nacre::Impl::StrB name_;
+    uint32_t first_ = 0;
+    uint16_t second_ = 0;
+    uint8_t third_ = 0;
+};
+
+} // namespace CairnCentral
