@@ -1,0 +1,94 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+// The layout of a trace file, version 1, as docs/trace-format.md describes it. Written by
+// Fleetlog::TraceFile, decoded by TraceReader (tools/trace) from these same declarations: a change
+// here is a new version of the format and needs a reader that knows both.
+//
+//     FileHeader | descriptors, which never wrap | blocks, which do
+//
+// All numbers are in the byte order of the machine that wrote them; byteOrderMark tells which.
+
+namespace Fleetlog::Format {
+
+inline constexpr char magic[8] = { 'F', 'L', 'E', 'E', 'T', 'L', 'O', 'G' };
+inline constexpr std::uint32_t version = 1;
+inline constexpr std::uint32_t byteOrderMark = 0x01020304;
+
+/// The file header, the region of descriptors and each block begin at a multiple of this.
+inline constexpr std::size_t pageBytes = 4096;
+
+enum class State : std::uint32_t {
+    open = 1,   ///< being written, or its writer ended without closing it
+    closed = 2, ///< closed by its writer
+};
+
+struct FileHeader {
+    char magic[8];
+    std::uint32_t version;
+    std::uint32_t byteOrder;
+    std::uint32_t headerBytes;     ///< offset of the descriptors
+    std::uint32_t blockBytes;      ///< size of a block
+    std::uint64_t descriptorBytes; ///< size of the region of descriptors; the blocks follow it
+    std::uint64_t blockCount;
+    std::uint32_t timestamps;  ///< a Fleetlog::Timestamps
+    std::uint32_t process;     ///< process id of the writer
+    std::uint32_t thread;      ///< thread id of the writer; 0: any thread of the process
+    std::uint32_t reserved;    ///< 0
+    std::uint64_t baseCounter; ///< the counter at baseTime
+    std::int64_t baseTime;     ///< nanoseconds since 1970, UTC
+    std::uint64_t counterRate; ///< counts a second
+    char program[64];          ///< name of the writer's program, filled up with zero bytes
+    std::uint32_t checksum;    ///< of all bytes before it
+    // What follows changes while the file is written.
+    std::uint32_t state;        ///< a State
+    std::uint32_t unregistered; ///< sites whose descriptor found no room
+    std::uint32_t reserved2;    ///< 0
+};
+static_assert( sizeof( FileHeader ) == 160 );
+
+/// A message site. Texts follow, each a 16-bit length and its bytes: the source file, the format
+/// letters, the pieces. Zero bytes fill it up to a multiple of 8.
+struct DescriptorHeader {
+    std::uint32_t size;     ///< of the whole descriptor; 0 ends the list. Written last.
+    std::uint32_t checksum; ///< of the bytes after it
+    std::uint32_t id;
+    std::uint32_t line;
+    std::uint32_t pieceCount;
+    std::uint32_t reserved; ///< 0
+};
+static_assert( sizeof( DescriptorHeader ) == 24 );
+
+struct BlockHeader {
+    std::uint64_t sequence;    ///< 1 for the first block ever written; 0: not in use. Written last.
+    std::uint64_t firstRecord; ///< how many records were written to the file before this block
+    std::uint64_t counter;     ///< the counter at `time`
+    std::int64_t time;         ///< when the block was begun, nanoseconds since 1970, UTC
+    std::uint32_t checksum;    ///< of all bytes before it
+    std::uint32_t reserved;    ///< 0
+};
+static_assert( sizeof( BlockHeader ) == 40 );
+
+/// A record. The values follow in argument order without padding: "i" 4 bytes, "s" 2, "b" 1, "p" a
+/// 16-bit length (top bit: the text was cut) and the bytes. The record's size is a multiple of 8.
+struct RecordHeader {
+    std::uint32_t size; ///< of the whole record; 0 ends the block. Written last.
+    std::uint32_t id;   ///< of the site's descriptor
+    std::uint64_t time; ///< by the file's timestamps: counter, nanoseconds since 1970, or 0
+};
+static_assert( sizeof( RecordHeader ) == 16 );
+
+inline constexpr std::uint16_t textCutFlag = 0x8000;
+
+/// FNV-1a over `size` bytes.
+inline std::uint32_t checksum( const void * bytes, std::size_t size ) noexcept {
+    const auto * byte = static_cast<const unsigned char *>( bytes );
+    std::uint32_t sum = 2166136261u;
+    for ( std::size_t i = 0; i < size; ++i )
+        sum = ( sum ^ byte[i] ) * 16777619u;
+    return sum;
+}
+
+} // namespace Fleetlog::Format

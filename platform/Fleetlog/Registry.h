@@ -1,0 +1,43 @@
+#pragma once
+
+#include <Fleetlog/TraceFile.h>
+
+#include <memory>
+#include <mutex>
+#include <vector>
+
+// What the process knows of its trace files; internal. It exists for what crosses threads: fork(),
+// the end of a thread, the closing of a handle.
+
+namespace Fleetlog {
+
+class Registry {
+  public:
+    /// Never destroyed: threads may end, and so close their files, while the process does.
+    static Registry & instance();
+
+    /// Each TraceFile is known from its construction to its destruction.
+    void add( TraceFile & file );
+    void remove( TraceFile & file ) noexcept;
+
+    /// Owns the file of a thread on behalf of the handle with this generation.
+    void addThreadFile( std::unique_ptr<TraceFile> file, unsigned generation );
+    void closeThreadFile( const TraceFile * file, unsigned generation ) noexcept;
+    void closeThreadFiles( unsigned generation ) noexcept;
+
+  private:
+    struct ThreadFile {
+        std::unique_ptr<TraceFile> file;
+        unsigned generation;
+    };
+
+    Registry();
+    template <class Predicate>
+    std::unique_ptr<TraceFile> takeThreadFile( Predicate isWanted ) noexcept;
+
+    std::mutex mutex_; ///< held over fork(), so that the child finds it free and the lists whole
+    std::vector<TraceFile *> files_;
+    std::vector<ThreadFile> threadFiles_;
+};
+
+} // namespace Fleetlog

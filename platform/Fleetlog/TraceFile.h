@@ -1,0 +1,95 @@
+#pragma once
+
+#include <Fleetlog/RingBuf.h>
+
+#include <cstddef>
+#include <string>
+
+// A trace file that is being written: descriptors of message sites, and a ring of records, in a
+// file that is mapped into memory. What was written is in the file when the process ends in
+// whatever way; only a machine that goes down loses what the kernel had not yet brought to the
+// disk.
+//
+// The file is decoded without the program that wrote it (docs/trace-format.md).
+//
+// Fork: a child never writes into its parent's file. Its first message makes a file of its own,
+// beside the parent's, with the child's process id in the name.
+
+namespace Fleetlog {
+
+/// Whether the threads of a process share a file.
+enum class Files {
+    perProcess, ///< one file, written with the activity lock held
+    perThread,  ///< one file a thread, made at the thread's first message; no lock is needed
+};
+
+struct OpenOptions {
+    std::string directory; ///< where the files go; must exist
+    std::size_t ringBytes = std::size_t( 1 )
+                            << 20;          ///< of each file's ring; made whole blocks of 4 KiB
+    std::size_t descriptorBytes = 64 << 10; ///< of each file, about 150 a message site; whole pages
+    Timestamps timestamps = Timestamps::counter;
+    Files files = Files::perProcess;
+};
+
+class TraceFile {
+  public:
+    /// The most message sites a process can number.
+    static constexpr std::size_t maxSites = 16384;
+
+    /// Makes `<directory>/<program>-<process>[-<thread>].fleetlog`, reserves its disk space, maps
+    /// it and touches each of its pages, so that no message waits for a page fault or meets a full
+    /// disk. A file of that name from an earlier process is left alone: a number is added to the
+    /// name. The first file of a process takes some milliseconds to measure the speed of the
+    /// counter.
+    ///
+    /// `thread` is the thread id for a file of one thread, 0 for a file of the process.
+    ///
+    /// Throws std::system_error if the options are out of range, the directory cannot be written,
+    /// or there is no room; no file is left behind.
+    TraceFile( const OpenOptions & options, int thread );
+
+    /// Marks the file as closed and unmaps it. The file stays on disk.
+    ~TraceFile();
+
+    TraceFile( const TraceFile & ) = delete;
+    TraceFile & operator=( const TraceFile & ) = delete;
+
+    /// Where the file is. In a child after fork(): the parent's, until the first message.
+    const std::string & path() const noexcept { return path_; }
+
+    RingBuf * ringBuf() noexcept { return &ring_; }
+
+    /// The table of the sites that are registered in this file: at a site's identifier, a byte that
+    /// is not zero. Identifiers from initialisedLength() on are not registered.
+    const unsigned char * initialised() const noexcept { return initialised_; }
+    unsigned initialisedLength() const noexcept { return initialisedLength_; }
+
+    /// With Timestamps::tick, the time that records carry from now on: the wall clock's. Otherwise
+    /// does nothing.
+    void refreshTick() noexcept;
+
+  private:
+    friend class MsgDesc;
+    friend class RingBuf;
+    friend class Registry;
+
+    void create();
+    bool hasMemory() noexcept;
+    void leaveToParent() noexcept;
+    Format::FileHeader & header() noexcept;
+
+    RingBuf ring_;
+    unsigned initialisedLength_ = 0;
+    unsigned char initialised_[maxSites] = {};
+
+    OpenOptions options_;
+    int thread_;
+    std::string path_;
+    std::byte * memory_ = nullptr;
+    std::size_t memoryBytes_ = 0;
+    std::size_t descriptorsUsed_ = 0;
+    bool mayCreate_ = false; ///< in a child after fork(), until the first message
+};
+
+} // namespace Fleetlog

@@ -1,0 +1,109 @@
+#include <Fleetlog/TraceHandle.h>
+
+#include <Fleetlog/Registry.h>
+#include <Fleetlog/Report.h>
+
+#include <atomic>
+#include <exception>
+#include <pthread.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace Fleetlog {
+
+TraceHandle * defaultFleetlogHandle = nullptr;
+
+namespace {
+
+// The calling thread's file, and the handle that it belongs to. A thread that has met a handle has
+// its generation here also when no file could be made.
+struct ThreadSlot {
+    unsigned generation = 0;
+    TraceFile * file = nullptr;
+};
+[[gnu::tls_model( "initial-exec" )]] constinit thread_local ThreadSlot slot;
+
+std::atomic<unsigned> lastGeneration{ 0 };
+
+void closeFileOfEndedThread( void * ) noexcept {
+    Registry::instance().closeThreadFile( slot.file, slot.generation );
+    slot.file = nullptr;
+}
+
+// A key with a destructor rather than a thread_local object with one: it runs after those of all
+// thread_local objects, which may write messages, and it does not run when the process exits.
+void watchThreadEnd() {
+    static const pthread_key_t key = [] {
+        pthread_key_t made;
+        const int error = pthread_key_create( &made, closeFileOfEndedThread );
+        if ( error != 0 )
+            throw std::system_error( error, std::generic_category(),
+                                     "Fleetlog: pthread_key_create" );
+        return made;
+    }();
+    const int error = pthread_setspecific( key, &slot );
+    if ( error != 0 )
+        throw std::system_error( error, std::generic_category(), "Fleetlog: pthread_setspecific" );
+}
+
+std::atomic_ref<TraceHandle *> defaultHandle() noexcept {
+    return std::atomic_ref( defaultFleetlogHandle );
+}
+
+} // namespace
+
+TraceHandle::TraceHandle( const OpenOptions & options )
+    : multiThread_( options.files == Files::perThread ), generation_( ++lastGeneration ),
+      options_( options ) {
+    if ( multiThread_ )
+        makeThreadFile();
+    else
+        file_ = std::make_unique<TraceFile>( options, 0 );
+}
+
+TraceHandle::~TraceHandle() {
+    if ( multiThread_ )
+        Registry::instance().closeThreadFiles( generation_ );
+}
+
+TraceFile * TraceHandle::mtTraceFile() noexcept {
+    if ( slot.generation == generation_ ) [[likely]]
+        return slot.file;
+    return openThreadFile();
+}
+
+void TraceHandle::makeThreadFile() {
+    watchThreadEnd();
+    auto file = std::make_unique<TraceFile>( options_, ::gettid() );
+    TraceFile * const made = file.get();
+    Registry::instance().addThreadFile( std::move( file ), generation_ );
+    slot = { generation_, made };
+}
+
+TraceFile * TraceHandle::openThreadFile() noexcept {
+    try {
+        makeThreadFile();
+    } catch ( const std::exception & error ) {
+        slot = { generation_, nullptr };
+        reportLoss( error.what() );
+    }
+    return slot.file;
+}
+
+void openDefault( const OpenOptions & options ) {
+    auto opened = std::make_unique<TraceHandle>( options );
+    delete defaultHandle().exchange( opened.release() );
+}
+
+void closeDefault() noexcept { delete defaultHandle().exchange( nullptr ); }
+
+void refreshTick() noexcept {
+    TraceHandle * const handle = defaultHandle().load( std::memory_order_acquire );
+    if ( handle == nullptr )
+        return;
+    TraceFile * const file = handle->multiThread() ? handle->mtTraceFile() : handle->traceFile();
+    if ( file != nullptr )
+        file->refreshTick();
+}
+
+} // namespace Fleetlog

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+// Builds the text of a message from the same pieces that its descriptor in the trace file has.
+//
+//     Twinlog::FleetlogConverter converter;
+//     Twinlog::twinlogFixed_ << "setLoadBalanceRandSeedCtrl" << " unit: " << "%s" << " seed: " <<
+//     "%s"; converter << unit << seed; converter.text();   // "setLoadBalanceRandSeedCtrl unit: 0
+//     seed: 12345"
+//
+// Threads: the stream of pieces is shared by the process. A message is built from the converter's
+// construction to the last call of text() with the activity lock held.
+
+namespace Twinlog {
+
+/// A text of fixed capacity that pieces are written into.
+class FixedStream {
+  public:
+    static constexpr std::size_t capacity = 4096;
+
+    /// Appends the piece. What goes beyond the capacity is dropped, and the text ends in "...".
+    FixedStream & operator<<( const char * piece ) noexcept;
+
+    void clear() noexcept { length_ = 0; }
+    std::string_view text() const noexcept { return { text_, length_ }; }
+
+  private:
+    std::size_t length_ = 0;
+    char text_[capacity] = {};
+};
+
+/// The pieces of the message that is being built.
+extern FixedStream twinlogFixed_;
+
+/// Puts values in the place of the "%s" of the pieces, in order. A value is copied as it is: one
+/// that contains "%s" takes no other value's place. Values are written as a trace line writes them:
+/// integers in decimal, bool as "true" or "false", a null text as "(null)".
+///
+/// A "%s" that gets no value stays as it is. A value without a "%s" is appended after a blank.
+class FleetlogConverter {
+  public:
+    /// Begins a message: clears twinlogFixed_.
+    FleetlogConverter();
+
+    FleetlogConverter( const FleetlogConverter & ) = delete;
+    FleetlogConverter & operator=( const FleetlogConverter & ) = delete;
+
+    FleetlogConverter & operator<<( const char * value );
+    FleetlogConverter & operator<<( bool value );
+    FleetlogConverter & operator<<( int value );
+    FleetlogConverter & operator<<( unsigned int value );
+    FleetlogConverter & operator<<( unsigned short value );
+
+    /// The text so far, with the pieces that follow the last value.
+    std::string text() const;
+
+  private:
+    std::string text_;
+    std::size_t used_ = 0; ///< how much of the pieces has gone into text_
+};
+
+} // namespace Twinlog
