@@ -1,0 +1,44 @@
+#include "Cairn/TraceMessage.h"
+
+#include <Fleetlog/MsgDesc.h>
+
+#include <string>
+
+namespace Cairn {
+
+int registerMessage( Fleetlog::TraceFile & file, const MessageSite & site, int & msgId ) noexcept {
+    Fleetlog::MsgDesc descriptor( &file, &msgId, sourceFile, site.line );
+    for ( const char letter : site.letters ) {
+        const char text[] = { letter, '\0' };
+        descriptor.formatString().put( text );
+    }
+    descriptor << site.recipe->function;
+    for ( const char * const piece : site.pieces )
+        descriptor << piece;
+    descriptor.finish();
+    return std::atomic_ref( msgId ).load( std::memory_order_relaxed );
+}
+
+void writePieces( const MessageSite & site ) noexcept {
+    Twinlog::twinlogFixed_ << site.recipe->function;
+    for ( const char * const piece : site.pieces )
+        Twinlog::twinlogFixed_ << piece;
+}
+
+void writeMessageLine( const MessageSite & site, const Twinlog::FleetlogConverter & text ) noexcept {
+    // Asked anew: building the text took a while.
+    if ( !_defaultTraceHandle().enabled( Kiln::TraceFacility::level2 ) )
+        return;
+    Kiln::TraceHelper line( _defaultTraceHandle(), Kiln::TraceFacility::level2, sourceFile, site.line,
+                            site.recipe->function );
+    const std::string copy = text.text();
+    line.stream() << copy;
+}
+
+TraceLine::TraceLine( Kiln::TraceFacility::FacilityLevel level, int line,
+                      const Recipe & recipe ) noexcept
+    : line_( _defaultTraceHandle(), level, sourceFile, line, recipe.function ) {}
+
+TraceLine::~TraceLine() = default;
+
+} // namespace Cairn
