@@ -1,0 +1,370 @@
+#include "Cairn/GuardedCall.h"
+
+#include "sim/Chip.h"
+#include "sim/Forwarder.h"
+
+#include <Kiln/TraceSink.h>
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+#include <string>
+#include <vector>
+
+// The members of the guarded-call family by themselves, in small recipes of this file.
+
+namespace GuardTest {
+
+using namespace Cairn;
+
+uint32_t evaluations = 0;
+
+// A stand-in for an SDK operation with a comma in its template arguments.
+template <int one, int other>
+int sum( int rc ) {
+    ++evaluations;
+    return one + other + rc;
+}
+
+void commit( uint32_t handle ) noexcept {
+    CAIRN_RECIPE( "void GuardTest::commit(uint32_t)" );
+    CAIRN_CALL( bcmlt_entry_commit( handle, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ) );
+}
+
+void commitLockKept( uint32_t handle ) noexcept {
+    CAIRN_RECIPE( "void GuardTest::commitLockKept(uint32_t)" );
+    CAIRN_CALL_LOCK_KEPT( bcmlt_entry_commit( handle, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ) );
+}
+
+int commitUnchecked( uint32_t handle ) noexcept {
+    CAIRN_RECIPE( "int GuardTest::commitUnchecked(uint32_t)" );
+    int rc;
+    CAIRN_CALL_UNCHECKED( rc, bcmlt_entry_commit( handle, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ) );
+    return rc;
+}
+
+void commitIgnored( uint32_t handle ) noexcept {
+    CAIRN_RECIPE( "void GuardTest::commitIgnored(uint32_t)" );
+    CAIRN_CALL_IGNORED( bcmlt_entry_commit( handle, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ) );
+}
+
+void bareRc( int rc ) noexcept {
+    CAIRN_RECIPE( "void GuardTest::bareRc(int)" );
+    CAIRN_CALL( rc );
+}
+
+void assertHandle( uint32_t ent_hdl ) noexcept {
+    CAIRN_RECIPE( "void GuardTest::assertHandle(uint32_t)" );
+    CAIRN_ASSERT( ent_hdl != BCMLT_INVALID_HDL );
+}
+
+void takesText( const char * mem ) noexcept {
+    CAIRN_RECIPE( "void GuardTest::takesText(const char*)" );
+    CAIRN_ASSERT( mem == nullptr );
+}
+
+// Names that a careless macro would use for itself, and every place where a statement may stand.
+int hostile( int which, int site, int text, int line ) noexcept {
+    CAIRN_RECIPE( "int GuardTest::hostile(int, int, int, int)" );
+    int rc = 0;
+    int recipe = 0;
+    int anchor = 0;
+    if ( which == 0 )
+        CAIRN_CALL( sum<1, 2>( site ) );
+    else if ( which == 1 )
+        CAIRN_CALL_LOCK_KEPT( sum<1, 2>( text + recipe ) );
+    else
+        CAIRN_CALL_UNCHECKED( rc, sum<1, 2>( line + anchor ) );
+    switch ( which ) {
+    case 0:
+        CAIRN_CALL_IGNORED( sum<3, 4>( rc ) );
+        break;
+    default:
+        CAIRN_ASSERT( sum<1, 1>( 0 ) == 2 );
+    }
+    for ( int i = 0; i < 2; ++i )
+        CAIRN_CALL( rc );
+    return rc;
+}
+
+} // namespace GuardTest
+
+namespace {
+
+using Notes = std::vector<std::string>;
+
+/// An SDK that notes what is asked of it, with "+" where this thread holds the activity lock.
+class NotingSdk final : public Sim::Forwarder {
+  public:
+    NotingSdk() : Forwarder( chip_ ) {}
+
+    void note( const std::string & what ) {
+        notes.push_back( what + ( Kiln::activityLock().heldByThisThread() ? "+" : "-" ) );
+    }
+
+    void preCallHook() noexcept override { note( "hook" ); }
+    void failureHook() noexcept override {
+        note( "failure hook" );
+        for ( const auto & each : notes )
+            std::cerr << each << ' ';
+        std::cerr << std::endl;
+    }
+    const char * errmsg( int ) noexcept override {
+        note( "errmsg" );
+        return "no such luck";
+    }
+    uint32_t BCMLT_PRIORITY_NORMAL() noexcept override {
+        note( "priority" );
+        return 1;
+    }
+    uint32_t BCMLT_OPCODE_INSERT() noexcept override {
+        note( "insert" );
+        return 2;
+    }
+    uint32_t BCMLT_INVALID_HDL() noexcept override {
+        note( "invalid" );
+        return 77;
+    }
+    int bcmlt_entry_commit( uint32_t handle, uint32_t opcode,
+                            uint32_t priority ) noexcept override {
+        EXPECT_EQ( handle, 9u );
+        EXPECT_EQ( opcode, 2u );
+        EXPECT_EQ( priority, 1u );
+        note( "commit" );
+        return rc;
+    }
+
+    int rc = 0;
+    Notes notes;
+
+  private:
+    Sim::Chip chip_;
+};
+
+/// An interpreter lock that notes its movements in the SDK's list.
+class NotingInterpreterLock final : public Kiln::InterpreterLock {
+  public:
+    explicit NotingInterpreterLock( NotingSdk & sdk ) : sdk_( sdk ) {}
+    bool heldByThisThread() const noexcept override { return held; }
+    void release() noexcept override {
+        held = false;
+        sdk_.note( "interpreter released" );
+    }
+    void acquire() noexcept override {
+        held = true;
+        sdk_.note( "interpreter taken" );
+    }
+
+    bool held = true;
+
+  private:
+    NotingSdk & sdk_;
+};
+
+class GuardedCall : public ::testing::Test {
+  protected:
+    GuardedCall() {
+        Kiln::activityLock().lock();
+        Shim::sdk_ = &sdk;
+        Kiln::traceToCallback( [this]( const Kiln::TraceLine & line ) {
+            EXPECT_TRUE( Kiln::activityLock().heldByThisThread() );
+            EXPECT_EQ( line.facility, "ApiCairn" );
+            EXPECT_EQ( line.level, Kiln::TraceFacility::level4 );
+            EXPECT_EQ( line.file, "Cairn/CairnLtHelper" );
+            const std::string position = "Cairn/CairnLtHelper:" + std::to_string( line.line ) + " ";
+            EXPECT_TRUE( line.text.starts_with( position ) ) << line.text;
+            traced.push_back( std::string( line.function ) + "|" +
+                              std::string( line.text.substr( position.size() ) ) );
+        } );
+    }
+    ~GuardedCall() override {
+        Kiln::traceToStandardError();
+        Kiln::traceOff();
+        Shim::sdk_ = nullptr;
+        Kiln::activityLock().unlock();
+    }
+    void traceCalls() { Kiln::traceSettings( { { "ApiCairn", 1u << 4 } } ); }
+
+    NotingSdk sdk;
+    std::vector<std::string> traced;
+};
+
+using GuardedCallDeathTest = GuardedCall;
+
+constexpr char commitText[] =
+    "bcmlt_entry_commit( handle, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL )";
+
+TEST_F( GuardedCall, HookComesFirstThenTheConstantsAndTheOperationWithoutTheLock ) {
+    GuardTest::commit( 9 );
+    EXPECT_EQ( sdk.notes, ( Notes{ "hook+", "priority-", "insert-", "commit-" } ) );
+    EXPECT_TRUE( Kiln::activityLock().heldByThisThread() );
+}
+
+TEST_F( GuardedCall, LockKeptVariantHoldsTheLockThroughout ) {
+    GuardTest::commitLockKept( 9 );
+    EXPECT_EQ( sdk.notes, ( Notes{ "hook+", "priority+", "insert+", "commit+" } ) );
+}
+
+TEST_F( GuardedCall, UncheckedCallHasNoHookAndKeepsTheResult ) {
+    sdk.rc = -5;
+    traceCalls();
+    EXPECT_EQ( GuardTest::commitUnchecked( 9 ), -5 );
+    EXPECT_EQ( sdk.notes, ( Notes{ "priority-", "insert-", "commit-" } ) );
+    EXPECT_EQ( traced, ( Notes{ std::string( "commitUnchecked|" ) + commitText + " (rc:-5)" } ) );
+}
+
+TEST_F( GuardedCall, IgnoredCallHasNoHookAndItsLineSaysSo ) {
+    sdk.rc = -5;
+    traceCalls();
+    GuardTest::commitIgnored( 9 );
+    EXPECT_EQ( sdk.notes, ( Notes{ "priority-", "insert-", "commit-" } ) );
+    EXPECT_EQ( traced, ( Notes{ std::string( "commitIgnored|" ) + commitText + " no rc check" } ) );
+}
+
+TEST_F( GuardedCall, InterpreterLockIsReleasedFirstAndTakenBackLast ) {
+    NotingInterpreterLock interpreter( sdk );
+    Kiln::setInterpreterLock( &interpreter );
+    GuardTest::commit( 9 );
+    Kiln::setInterpreterLock( nullptr );
+    EXPECT_EQ( sdk.notes, ( Notes{ "hook+", "interpreter released+", "priority-", "insert-",
+                                   "commit-", "interpreter taken+" } ) );
+}
+
+TEST_F( GuardedCall, InterpreterLockOfAnotherThreadIsLeftAlone ) {
+    NotingInterpreterLock interpreter( sdk );
+    interpreter.held = false;
+    Kiln::setInterpreterLock( &interpreter );
+    GuardTest::commit( 9 );
+    Kiln::setInterpreterLock( nullptr );
+    EXPECT_EQ( sdk.notes, ( Notes{ "hook+", "priority-", "insert-", "commit-" } ) );
+    EXPECT_FALSE( interpreter.held );
+}
+
+TEST_F( GuardedCall, ZeroAndPositiveCodesAreSuccessAndAreTracedAsReturned ) {
+    traceCalls();
+    for ( const int rc : { 0, 1, 2147483647 } ) {
+        traced.clear();
+        sdk.rc = rc;
+        GuardTest::commit( 9 );
+        EXPECT_EQ( traced, ( Notes{ std::string( "commit|" ) + commitText +
+                                    " (rc:" + std::to_string( rc ) + ")" } ) );
+    }
+}
+
+TEST_F( GuardedCall, SuccessWritesNothingWithLevelFourOff ) {
+    Kiln::traceSettings( { { "ApiCairn", 0x3EFu } } );
+    GuardTest::commit( 9 );
+    GuardTest::commitUnchecked( 9 );
+    GuardTest::commitIgnored( 9 );
+    EXPECT_TRUE( traced.empty() );
+}
+
+TEST_F( GuardedCall, TheLevelIsReadAfreshAtEachCall ) {
+    GuardTest::commit( 9 );
+    traceCalls();
+    GuardTest::commit( 9 );
+    Kiln::traceOff();
+    GuardTest::commit( 9 );
+    EXPECT_EQ( traced.size(), 1u );
+}
+
+TEST_F( GuardedCall, BareVariableIsAGuardedCallInFull ) {
+    traceCalls();
+    GuardTest::bareRc( 3 );
+    EXPECT_EQ( sdk.notes, ( Notes{ "hook+" } ) );
+    EXPECT_EQ( traced, ( Notes{ "bareRc|rc (rc:3)" } ) );
+}
+
+TEST_F( GuardedCall, AssertionThatHoldsHasNoHooksAndAsksTheShim ) {
+    GuardTest::assertHandle( 76 );
+    EXPECT_EQ( sdk.notes, ( Notes{ "invalid+" } ) );
+}
+
+TEST_F( GuardedCall, MacrosAreHygienicAndEvaluateOnce ) {
+    traceCalls();
+    GuardTest::evaluations = 0;
+    EXPECT_EQ( GuardTest::hostile( 0, 10, 20, 30 ), 0 );
+    EXPECT_EQ( GuardTest::evaluations, 2u );
+    EXPECT_EQ( traced,
+               ( Notes{ "hostile|sum<1, 2>( site ) (rc:13)", "hostile|sum<3, 4>( rc ) no rc check",
+                        "hostile|rc (rc:0)", "hostile|rc (rc:0)" } ) );
+    traced.clear();
+    EXPECT_EQ( GuardTest::hostile( 1, 10, 20, 30 ), 0 );
+    EXPECT_EQ( traced, ( Notes{ "hostile|sum<1, 2>( text + recipe ) (rc:23)", "hostile|rc (rc:0)",
+                                "hostile|rc (rc:0)" } ) );
+    traced.clear();
+    EXPECT_EQ( GuardTest::hostile( 2, 10, 20, 30 ), 33 );
+    EXPECT_EQ( traced, ( Notes{ "hostile|sum<1, 2>( line + anchor ) (rc:33)", "hostile|rc (rc:33)",
+                                "hostile|rc (rc:33)" } ) );
+}
+
+TEST_F( GuardedCall, DefaultHandleIsMadeOnFirstUseAndStaysTheSame ) {
+    auto & handle = Cairn::_defaultTraceHandle();
+    EXPECT_EQ( &handle, &Cairn::_defaultTraceHandle() );
+    EXPECT_EQ( handle.facility().name(), "CairnLtHelper" );
+    EXPECT_EQ( Cairn::apiCairn.facility().name(), "ApiCairn" );
+    EXPECT_EQ( handle.facility().mask(), 0u );
+}
+
+TEST_F( GuardedCallDeathTest, FailureReportsThenCallsTheFailureHookThenStops ) {
+    sdk.rc = -7;
+    traceCalls();
+    // The hooks and the lock, in order: the report's text is asked and the hook called with the
+    // lock held.
+    EXPECT_EXIT( GuardTest::commit( 9 ), testing::KilledBySignal( SIGABRT ),
+                 "^Cairn/CairnLtHelper:[0-9]+ bcmlt_entry_commit\\( handle, BCMLT_OPCODE_INSERT, "
+                 "BCMLT_PRIORITY_NORMAL \\) API ERROR:no such luck \\(-7\\)\n"
+                 "hook\\+ priority- insert- commit- errmsg\\+ failure hook\\+ \n"
+                 "[^\n]*: Cairn/CairnLtHelper:[0-9]+: void GuardTest::commit\\(uint32_t\\): "
+                 "Assertion `0' failed\\.\n$" );
+}
+
+TEST_F( GuardedCallDeathTest, FailedBareVariableIsReportedAsRc ) {
+    EXPECT_EXIT( GuardTest::bareRc( -3 ), testing::KilledBySignal( SIGABRT ),
+                 "^Cairn/CairnLtHelper:[0-9]+ rc API ERROR:no such luck \\(-3\\)\n"
+                 "hook\\+ errmsg\\+ failure hook\\+ \n"
+                 "[^\n]*: Cairn/CairnLtHelper:[0-9]+: void GuardTest::bareRc\\(int\\): "
+                 "Assertion `0' failed\\.\n$" );
+}
+
+TEST_F( GuardedCallDeathTest, AssertionStopsWithoutReportAndWithoutHooks ) {
+    EXPECT_EXIT( GuardTest::assertHandle( 77 ), testing::KilledBySignal( SIGABRT ),
+                 "^[^\n]*: Cairn/CairnLtHelper:[0-9]+: void GuardTest::assertHandle\\(uint32_t\\): "
+                 "Assertion `ent_hdl != BCMLT_INVALID_HDL' failed\\.\n$" );
+}
+
+TEST_F( GuardedCallDeathTest, SignatureTextsAreTheSameUnderEveryCompiler ) {
+    EXPECT_EXIT(
+        GuardTest::takesText( "x" ), testing::KilledBySignal( SIGABRT ),
+        "void GuardTest::takesText\\(const char\\*\\): Assertion `mem == nullptr' failed" );
+}
+
+TEST_F( GuardedCallDeathTest, ReportIsDecimalWhateverTheStreamIsSetTo ) {
+    sdk.rc = -255;
+    EXPECT_EXIT(
+        {
+            std::cerr << std::hex << std::showbase;
+            GuardTest::commit( 9 );
+        },
+        testing::KilledBySignal( SIGABRT ), "API ERROR:no such luck \\(-255\\)\n" );
+}
+
+TEST_F( GuardedCallDeathTest, ThrowingSinkTerminatesTheProcess ) {
+    traceCalls();
+    Kiln::traceToCallback( []( const Kiln::TraceLine & ) { throw 1; } );
+    EXPECT_EXIT( GuardTest::commit( 9 ), testing::KilledBySignal( SIGABRT ), "terminate called" );
+}
+
+TEST_F( GuardedCallDeathTest, CallWithoutTheActivityLockStopsWithAClearMessage ) {
+    EXPECT_EXIT(
+        {
+            Kiln::activityLock().unlock();
+            GuardTest::commit( 9 );
+        },
+        testing::KilledBySignal( SIGABRT ),
+        "^Kiln activity lock: released by a thread that does not hold it" );
+}
+
+} // namespace

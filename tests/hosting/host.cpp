@@ -1,0 +1,81 @@
+#include <Cairn/CairnLtHelper.h>
+#include <Kiln/ActivityLock.h>
+#include <Shim/Sdk.h>
+
+#include <cstdio>
+#include <mutex>
+
+// An agent that installs a shim of its own and runs two recipes. It prints what its shim was asked.
+
+Shim::Sdk * Shim::sdk_ = nullptr;
+
+namespace {
+
+class PrintingSdk final : public Shim::Sdk {
+  public:
+    const char * errmsg( int ) noexcept override { return "error"; }
+    uint32_t BCMLT_ENT_ATTR_GET_FROM_HW() noexcept override { return 1; }
+    uint32_t BCMLT_OPCODE_DELETE() noexcept override { return 2; }
+    uint32_t BCMLT_OPCODE_INSERT() noexcept override { return 3; }
+    uint32_t BCMLT_OPCODE_LOOKUP() noexcept override { return 4; }
+    uint32_t BCMLT_OPCODE_UPDATE() noexcept override { return 5; }
+    uint32_t BCMLT_PRIORITY_NORMAL() noexcept override { return 6; }
+    uint32_t BCMLT_PT_OPCODE_GET() noexcept override { return 7; }
+    uint32_t BCMLT_PT_OPCODE_MODIFY() noexcept override { return 8; }
+    uint32_t BCMLT_PT_OPCODE_SET() noexcept override { return 9; }
+    int bcmlt_entry_allocate( int unit, const char * table, uint32_t * handle ) noexcept override {
+        *handle = 100;
+        std::printf( "allocate %d %s\n", unit, table );
+        return 0;
+    }
+    int bcmlt_entry_attrib_set( uint32_t, uint32_t ) noexcept override { return 0; }
+    int bcmlt_entry_commit( uint32_t handle, uint32_t opcode,
+                            uint32_t priority ) noexcept override {
+        std::printf( "commit %u %u %u\n", handle, opcode, priority );
+        return 0;
+    }
+    int bcmlt_entry_field_add( uint32_t handle, const char * field,
+                               uint64_t value ) noexcept override {
+        std::printf( "add %u %s %lu\n", handle, field, static_cast<unsigned long>( value ) );
+        return 0;
+    }
+    int bcmlt_entry_field_array_add( uint32_t, const char *, uint32_t, const uint64_t *,
+                                     uint32_t ) noexcept override {
+        return 0;
+    }
+    int bcmlt_entry_field_get( uint32_t, const char *, uint64_t * ) noexcept override { return 0; }
+    int bcmlt_entry_field_symbol_add( uint32_t handle, const char * field,
+                                      const char * symbol ) noexcept override {
+        std::printf( "symbol %u %s %s\n", handle, field, symbol );
+        return 0;
+    }
+    int bcmlt_entry_free( uint32_t handle ) noexcept override {
+        std::printf( "free %u\n", handle );
+        return 0;
+    }
+    int bcmlt_pt_entry_commit( uint32_t handle, uint32_t opcode,
+                               uint32_t priority ) noexcept override {
+        std::printf( "pt_commit %u %u %u\n", handle, opcode, priority );
+        return 0;
+    }
+    uint32_t BCMLT_INVALID_HDL() noexcept override { return 0; }
+    const char * ENABLEs() noexcept override { return "ENABLE"; }
+    const char * NUM_LANESs() noexcept override { return "NUM_LANES"; }
+    const char * PC_PHYS_PORT_IDs() noexcept override { return "PC_PHYS_PORT_ID"; }
+    const char * PC_PORT_PHYS_MAPs() noexcept override { return "PC_PORT_PHYS_MAP"; }
+    const char * PC_PORTs() noexcept override { return "PC_PORT"; }
+    const char * PORT_IDs() noexcept override { return "PORT_ID"; }
+    const char * SPEEDs() noexcept override { return "SPEED"; }
+    void preCallHook() noexcept override {}
+    void failureHook() noexcept override {}
+};
+
+} // namespace
+
+int main() {
+    PrintingSdk sdk;
+    Shim::sdk_ = &sdk;
+    const std::lock_guard lock( Kiln::activityLock() );
+    Cairn::setEgrTunnelEcnEncap( 0, 5, 2 );
+    Cairn::programPacketTraceForTtlError( 1 );
+}

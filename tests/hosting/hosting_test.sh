@@ -1,0 +1,53 @@
+#!/usr/bin/env bash
+# Installs the built project, moves the installed tree, and lets an outside project use it: through CMake,
+# through pkg-config, and with a platform of its own in place of the one that comes with the library.
+#
+#     hosting_test.sh BUILD_TREE WORK_FOLDER CXX_COMPILER
+set -euo pipefail
+here=$( cd "$( dirname "${BASH_SOURCE[0]}" )" && pwd )
+build=$1
+work=$2
+compiler=$3
+
+rm -rf "$work"
+mkdir -p "$work"
+cmake --install "$build" --prefix "$work/installed" >/dev/null
+mv "$work/installed" "$work/moved"
+libraries=$( dirname "$( find "$work/moved" -name libCairnLtHelper.so )" )
+
+# Only what was installed may be found.
+export PKG_CONFIG_PATH=$libraries/pkgconfig
+cmake -S "$here" -B "$work/host" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" \
+    -DCMAKE_PREFIX_PATH="$work/moved" >/dev/null
+cmake --build "$work/host" >"$work/build.log" || {
+    cat "$work/build.log"
+    exit 1
+}
+
+calls='allocate 0 EGR_TUNNEL_ECN_ENCAPm
+add 100 BCMLT_PT_INDEX 5
+add 100 OUTER_ECN 2
+pt_commit 100 8 6
+free 100
+MESSAGE
+allocate 1 MON_ING_TRACE_EVENT
+symbol 100 MON_ING_TRACE_EVENT_ID L3_TTL_ERROR
+add 100 CPU 1
+commit 100 3 6
+free 100'
+own_line="host's line: programMonTraceCpu unit: %s errorType: %s with 1 L3_TTL_ERROR"
+
+failed=0
+check() { # what, expected, found
+    if ! difference=$( diff <( printf '%s\n' "$2" ) <( printf '%s\n' "$3" ) ); then
+        printf '%s differs (< expected, > found):\n%s\n' "$1" "$difference"
+        failed=1
+    fi
+}
+
+check "What the host built with CMake printed" "$( grep -v MESSAGE <<<"$calls" )" "$( "$work/host/host" )"
+check "What the host built with pkg-config printed" "$( grep -v MESSAGE <<<"$calls" )" \
+    "$( LD_LIBRARY_PATH=$libraries "$work/host/host_pc" )"
+check "What the host with its own platform printed" "${calls/MESSAGE/$own_line}" \
+    "$( LD_LIBRARY_PATH=$work/host:$libraries "$work/host/host" )"
+exit $failed

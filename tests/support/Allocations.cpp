@@ -1,0 +1,23 @@
+#include "tests/support/Allocations.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+std::atomic<uint64_t> count{ 0 };
+
+} // namespace
+
+uint64_t Support::allocations() noexcept { return count.load( std::memory_order_relaxed ); }
+
+void * operator new( std::size_t size ) {
+    count.fetch_add( 1, std::memory_order_relaxed );
+    if ( void * const memory = std::malloc( size != 0 ? size : 1 ) )
+        return memory;
+    throw std::bad_alloc();
+}
+
+void operator delete( void * memory ) noexcept { std::free( memory ); }
+void operator delete( void * memory, std::size_t ) noexcept { std::free( memory ); }

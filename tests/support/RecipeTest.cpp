@@ -1,0 +1,455 @@
+#include "tests/support/RecipeTest.h"
+
+#include <ChipModel/ChipProfile.h>
+#include <Kiln/TraceSink.h>
+#include <Shim/Sdk.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <iterator>
+#include <sstream>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace Support {
+
+namespace {
+
+std::string operationText( const Sim::Event & event ) {
+    using Sim::SdkCall;
+    switch ( event.call ) {
+    case SdkCall::entryAllocate:
+        return "allocate " + std::to_string( event.unit ) + " " + event.table;
+    case SdkCall::entryAttribSet:
+        return "attrib " + event.attributeName;
+    case SdkCall::entryCommit:
+        return "commit " + event.opcodeName;
+    case SdkCall::ptEntryCommit:
+        return "pt_commit " + event.opcodeName;
+    case SdkCall::entryFieldAdd:
+        return "add " + event.field + " = " + std::to_string( event.values.at( 0 ) );
+    case SdkCall::entryFieldSymbolAdd:
+        return "symbol " + event.field + " = " + event.symbol;
+    case SdkCall::entryFieldGet:
+        return "get " + event.field;
+    case SdkCall::entryFree:
+        return "free";
+    case SdkCall::entryFieldArrayAdd: {
+        std::string text =
+            "array " + event.field + "[" + std::to_string( event.startIndex ) + "] =";
+        for ( const uint64_t value : event.values )
+            text += " " + std::to_string( value );
+        return text + " count " + std::to_string( event.count );
+    }
+    default:
+        return std::string( Sim::name( event.call ) );
+    }
+}
+
+// The steps that "; " separates, with what a commit asks put in front of it.
+std::vector<std::string> stepsOf( const std::string & operation ) {
+    std::vector<std::string> steps;
+    const std::string separator = "; ";
+    for ( size_t at = 0; at < operation.size(); ) {
+        const size_t end = std::min( operation.find( separator, at ), operation.size() );
+        steps.push_back( operation.substr( at, end - at ) );
+        at = end + separator.size();
+    }
+    if ( operation.starts_with( "commit " ) || operation.starts_with( "pt_commit " ) ) {
+        const std::string opcode = operation.substr( operation.find( ' ' ) + 1 );
+        steps.insert( steps.begin(), { "BCMLT_PRIORITY_NORMAL", opcode } );
+    }
+    return steps;
+}
+
+std::string rcEnding( int rc ) { return " (rc:" + std::to_string( rc ) + ")"; }
+
+} // namespace
+
+Script & Script::add( std::initializer_list<Step> steps ) {
+    for ( const Step & step : steps ) {
+        switch ( step.kind ) {
+        case Step::Kind::guarded:
+            guarded( step.text, stepsOf( step.operation ), step.number );
+            break;
+        case Step::Kind::unchecked:
+            unchecked( step.text, stepsOf( step.operation ), step.number );
+            break;
+        case Step::Kind::ignored:
+            ignored( step.text, stepsOf( step.operation ) );
+            break;
+        case Step::Kind::held:
+            held( step.text );
+            break;
+        case Step::Kind::line:
+            line( step.number, step.text );
+            break;
+        }
+    }
+    return *this;
+}
+
+void Script::call( Step::Kind kind, const std::string & text,
+                   const std::vector<std::string> & steps, const std::string & ending ) {
+    const bool movesInterpreterLock = interpreterHeld_ && lockDuringCall_ == "released";
+    if ( movesInterpreterLock )
+        held( "interpreter lock released" );
+    for ( const auto & step : steps )
+        lines_.push_back( step + " [" + lockDuringCall_ + "]" );
+    if ( movesInterpreterLock )
+        held( "interpreter lock taken back" );
+    operations_ += steps.empty() ? 0 : 1;
+    calls_.push_back( { text, kind, operations_, lines_.size() } );
+    held( "ApiCairn/4 " + function_ + ": " + text + ending );
+}
+
+void Script::guarded( const std::string & text, const std::vector<std::string> & steps, int rc ) {
+    held( "preCallHook" );
+    call( Step::Kind::guarded, text, steps, rcEnding( rc ) );
+}
+
+void Script::unchecked( const std::string & text, const std::vector<std::string> & steps, int rc ) {
+    call( Step::Kind::unchecked, text, steps, rcEnding( rc ) );
+}
+
+void Script::ignored( const std::string & text, const std::vector<std::string> & steps ) {
+    call( Step::Kind::ignored, text, steps, " no rc check" );
+}
+
+void Script::held( const std::string & step ) { lines_.push_back( step + " [held]" ); }
+
+void Script::line( int level, const std::string & text ) {
+    held( "CairnLtHelper/" + std::to_string( level ) + " " + function_ + ": " + text );
+}
+
+Cairn::CairnCommonSmData::Ptr
+sharedState( std::initializer_list<std::pair<uint16_t, const char *>> modules ) {
+    auto state = Nacre::make<Cairn::CairnCommonSmData>();
+    for ( const auto & [module, chipName] : modules ) {
+        Cairn::CairnModInfo info;
+        info.chip = CairnCentral::ChipInfo( chipName, 1, 0, 0 );
+        state->cairnModIds.set( module, info );
+    }
+    return state;
+}
+
+RecipeTest::RecipeTest() {
+    Kiln::activityLock().lock();
+    install( Sim::referenceSchema() );
+    std::string error;
+    Kiln::traceSettings( Kiln::parseTraceSettings( "ApiCairn/*,CairnLtHelper/*", error ) );
+    Kiln::traceToCallback( [this]( const Kiln::TraceLine & line ) {
+        const std::string position =
+            std::string( line.file ) + ":" + std::to_string( line.line ) + " ";
+        std::string text( line.text );
+        EXPECT_EQ( line.file, "Cairn/CairnLtHelper" );
+        if ( line.facility == "ApiCairn" ) {
+            // A call trace line spells its position in the text as well.
+            EXPECT_TRUE( text.starts_with( position ) ) << text;
+            text.erase( 0, position.size() );
+        }
+        sourceLines_.push_back( line.line );
+        note( std::string( line.facility ) + "/" + std::to_string( line.level ) + " " +
+                  std::string( line.function ) + ": " + withoutHandle( text ),
+              line.line );
+    } );
+    CairnCentral::setBringupStageService( this );
+}
+
+RecipeTest::~RecipeTest() {
+    CairnCentral::setBringupStageService( nullptr );
+    CairnProfile::clearActiveChipProfiles();
+    Kiln::setInterpreterLock( nullptr );
+    Kiln::traceToStandardError();
+    Kiln::traceOff();
+    Shim::sdk_ = nullptr;
+    Kiln::activityLock().unlock();
+}
+
+void RecipeTest::install( const Sim::Schema & schema ) {
+    chip_ = std::make_unique<Sim::Chip>();
+    chip_->addUnit( 0, schema );
+    chip_->addUnit( 3, schema );
+    faults_ = std::make_unique<Sim::FaultInjector>( *chip_ );
+    recorder_ = std::make_unique<Sim::Recorder>( *faults_ );
+    recorder_->observe( [this]( Sim::Recorder::Moment moment, const Sim::Event & event ) {
+        if ( moment == Sim::Recorder::Moment::before )
+            note( operationText( event ) );
+        else if ( event.call == Sim::SdkCall::entryAllocate )
+            handles_.push_back( event.handle );
+    } );
+    Shim::sdk_ = recorder_.get();
+}
+
+void RecipeTest::inject( const std::string & fault ) {
+    const auto parsed = Sim::parseFault( fault );
+    ASSERT_TRUE( parsed.fault ) << parsed.error;
+    faults_->add( *parsed.fault );
+}
+
+void RecipeTest::useSchema( const Sim::Schema & schema ) {
+    install( schema );
+    clearLog();
+}
+
+void RecipeTest::putRow( int unit, const std::string & table,
+                         std::initializer_list<std::pair<const char *, uint64_t>> fields ) {
+    Sim::RowImage row;
+    size_t found = 0;
+    for ( const auto & field : chip().schema( unit )->find( table )->fields ) {
+        row.values.push_back( field.initial() );
+        for ( const auto & [name, value] : fields ) {
+            if ( field.name == name ) {
+                row.values.back() = value;
+                ++found;
+            }
+        }
+    }
+    ASSERT_EQ( found, fields.size() );
+    row.written.resize( row.values.size(), true );
+    row.touched = true;
+    ASSERT_EQ( chip().restoreRow( unit, table, row ), Sim::Rc::ok );
+}
+
+void RecipeTest::note( const std::string & what, int sourceLine ) {
+    log_.push_back( what +
+                    ( Kiln::activityLock().heldByThisThread() ? " [held]" : " [released]" ) );
+    if ( logPipe_ >= 0 )
+        ::dprintf( logPipe_, "%d %s\n", sourceLine, log_.back().c_str() );
+    if ( onEntry )
+        onEntry( log_.back() );
+}
+
+std::string RecipeTest::withoutHandle( std::string text ) const {
+    if ( handles_.empty() )
+        return text;
+    const std::string shown = " entry handle: " + std::to_string( handles_.back() );
+    const size_t at = text.find( shown );
+    const bool isWhole = at != std::string::npos &&
+                         ( at + shown.size() == text.size() || text[at + shown.size()] == ' ' );
+    return isWhole ? text.replace( at, shown.size(), " entry handle: HANDLE" ) : text;
+}
+
+void RecipeTest::holdInterpreterLock() {
+    interpreterHeld_ = true;
+    Kiln::setInterpreterLock( this );
+}
+
+void RecipeTest::release() noexcept {
+    interpreterHeld_ = false;
+    note( "interpreter lock released" );
+}
+
+void RecipeTest::acquire() noexcept {
+    interpreterHeld_ = true;
+    note( "interpreter lock taken back" );
+}
+
+long Stop::count( const std::string & prefix ) const {
+    return std::count_if( log.begin(), log.end(),
+                          [&]( const std::string & line ) { return line.starts_with( prefix ); } );
+}
+
+std::string report( const std::string & text, const std::string & errorText, int rc,
+                    const std::string & pretty ) {
+    return "Cairn/CairnLtHelper:LINE " + text + " API ERROR:" + errorText + " (" +
+           std::to_string( rc ) + ")\n" + assertion( "0", pretty );
+}
+
+std::string assertion( const std::string & expression, const std::string & pretty ) {
+    return "Cairn/CairnLtHelper:LINE: " + pretty + ": Assertion `" + expression + "' failed.\n";
+}
+
+namespace {
+
+std::string readAll( int descriptor ) {
+    std::string text;
+    char buffer[4096];
+    ssize_t length;
+    while ( ( length = ::read( descriptor, buffer, sizeof buffer ) ) > 0 )
+        text.append( buffer, static_cast<size_t>( length ) );
+    ::close( descriptor );
+    return text;
+}
+
+// Replaces source lines by LINE and drops the program's name, which the C library puts in front.
+void normalise( Stop & stop ) {
+    const std::string program = std::string( program_invocation_short_name ) + ": ";
+    const std::string file = "Cairn/CairnLtHelper:";
+    std::string & text = stop.standardError;
+    for ( size_t at = text.find( program ); at != std::string::npos; at = text.find( program, at ) )
+        text.erase( at, program.size() );
+    for ( size_t at = text.find( file ); at != std::string::npos; at = text.find( file, at ) ) {
+        at += file.size();
+        const size_t end = text.find_first_not_of( "0123456789", at );
+        stop.lines.push_back( std::stoi( text.substr( at, end - at ) ) );
+        text.replace( at, end - at, "LINE" );
+    }
+}
+
+} // namespace
+
+Stop RecipeTest::stopOf( const std::function<void()> & recipe ) {
+    int errorPipe[2];
+    int logPipe[2];
+    if ( ::pipe( errorPipe ) != 0 || ::pipe( logPipe ) != 0 )
+        throw std::system_error( errno, std::generic_category(), "pipe" );
+    const pid_t child = ::fork();
+    if ( child == 0 ) {
+        const rlimit noCore{ 0, 0 };
+        ::setrlimit( RLIMIT_CORE, &noCore );
+        ::dup2( errorPipe[1], STDERR_FILENO );
+        logPipe_ = logPipe[1];
+        recipe();
+        ::_exit( 0 );
+    }
+    ::close( errorPipe[1] );
+    ::close( logPipe[1] );
+    Stop stop;
+    stop.standardError = readAll( errorPipe[0] );
+    std::istringstream lines( readAll( logPipe[0] ) );
+    int sourceLine = 0;
+    for ( std::string line; lines >> sourceLine && std::getline( lines.ignore(), line ); ) {
+        stop.log.push_back( line );
+        if ( sourceLine != 0 )
+            stop.loggedLines.push_back( sourceLine );
+    }
+    int status = 0;
+    ::waitpid( child, &status, 0 );
+    stop.signal = WIFSIGNALED( status ) ? WTERMSIG( status ) : 0;
+    normalise( stop );
+    return stop;
+}
+
+std::vector<std::string> RecipeTest::logOf( const std::string & prefix ) const {
+    std::vector<std::string> lines;
+    std::copy_if( log_.begin(), log_.end(), std::back_inserter( lines ),
+                  [&]( const std::string & line ) { return line.starts_with( prefix ); } );
+    return lines;
+}
+
+namespace {
+
+void expectSameLog( const std::vector<std::string> & expected,
+                    const std::vector<std::string> & happened ) {
+    const auto [wanted, found] =
+        std::mismatch( expected.begin(), expected.end(), happened.begin(), happened.end() );
+    if ( wanted == expected.end() && found == happened.end() )
+        return;
+    ADD_FAILURE() << "the logs part at entry " << wanted - expected.begin()
+                  << "\n  expected: " << ( wanted == expected.end() ? "(nothing more)" : *wanted )
+                  << "\n  happened: " << ( found == happened.end() ? "(nothing more)" : *found );
+}
+
+} // namespace
+
+void RecipeTest::expectLog( const Script & script ) const { expectSameLog( script.lines(), log_ ); }
+
+void RecipeTest::expectEachFailureToStop( const Script & script, const std::string & pretty,
+                                          const std::function<void()> & recipe ) {
+    ASSERT_FALSE( script.calls().empty() );
+    for ( size_t i = 0; i < script.calls().size(); ++i ) {
+        const auto & call = script.calls()[i];
+        if ( call.text == "rc" )
+            continue; // makes no operation; fails with the call before it
+        SCOPED_TRACE( "operation " + std::to_string( call.operation ) + ": " + call.text );
+        const int rc = -1 - static_cast<int>( i % 30 );
+        const auto stop = stopOf( [&] {
+            inject( "rc=" + std::to_string( rc ) + ",at=" + std::to_string( call.operation ) );
+            recipe();
+        } );
+        auto expected = script.lines();
+        std::string reported = call.text;
+        if ( call.kind == Step::Kind::guarded ) {
+            expected.resize( call.traceLine );
+        } else {
+            expected.resize( call.traceLine + 1 );
+            if ( call.kind == Step::Kind::unchecked )
+                expected.back() = "ApiCairn/4 " + script.function() + ": " + call.text +
+                                  rcEnding( rc ) + " [held]";
+            if ( i + 1 == script.calls().size() || script.calls()[i + 1].text != "rc" ) {
+                ASSERT_GE( stop.log.size(), expected.size() );
+                expectSameLog( expected,
+                               { stop.log.begin(), stop.log.begin() + std::ssize( expected ) } );
+                EXPECT_EQ( stop.standardError.find( call.text ), std::string::npos )
+                    << stop.standardError;
+                continue;
+            }
+            expected.push_back( "preCallHook [held]" );
+            reported = "rc";
+        }
+        expected.insert( expected.end(), { "errmsg [held]", "failureHook [held]" } );
+        expectSameLog( expected, stop.log );
+        EXPECT_EQ( stop.signal, SIGABRT );
+        EXPECT_EQ( stop.standardError, report( reported, chip().errmsg( rc ), rc, pretty ) );
+        ASSERT_EQ( stop.lines.size(), 2u );
+        EXPECT_GT( stop.lines[0], 0 );
+        EXPECT_EQ( stop.lines[0], stop.lines[1] );
+    }
+}
+
+void RecipeTest::expectAssertion( const Stop & stop, const std::string & expression,
+                                  const std::string & pretty ) {
+    EXPECT_EQ( stop.signal, SIGABRT );
+    EXPECT_EQ( stop.standardError, assertion( expression, pretty ) );
+    EXPECT_EQ( stop.count( "errmsg" ), 0 );
+    EXPECT_EQ( stop.count( "failureHook" ), 0 );
+    EXPECT_EQ( stop.count( "free" ), 0 );
+    ASSERT_EQ( stop.lines.size(), 1u );
+    ASSERT_FALSE( stop.loggedLines.empty() );
+    EXPECT_GT( stop.lines[0], stop.loggedLines.back() );
+}
+
+void RecipeTest::expectHandleAssertion( const std::string & pretty,
+                                        const std::function<void()> & recipe ) {
+    const auto stop = stopOf( [&] {
+        inject( "handle=invalid" );
+        recipe();
+    } );
+    expectAssertion( stop, "ent_hdl != BCMLT_INVALID_HDL", pretty );
+    ASSERT_FALSE( stop.lines.empty() || stop.loggedLines.empty() );
+    EXPECT_EQ( stop.lines[0], stop.loggedLines.back() + 1 );
+    EXPECT_EQ( stop.count( "preCallHook" ), 1 );
+    EXPECT_EQ( stop.count( "allocate" ), 1 );
+    ASSERT_FALSE( stop.log.empty() );
+    EXPECT_EQ( stop.log.back(), "BCMLT_INVALID_HDL [held]" );
+}
+
+void RecipeTest::expectMessagesAtTheirLevels( const Script & script,
+                                              const std::function<void()> & recipe ) {
+    for ( uint32_t level = 0; level < Kiln::TraceFacility::levelCount; ++level ) {
+        SCOPED_TRACE( "level " + std::to_string( level ) );
+        useSchema( Sim::referenceSchema() );
+        Kiln::traceOff();
+        Kiln::traceSettings( { { "CairnLtHelper", 1u << level } } );
+        recipe();
+        const std::string prefix = "CairnLtHelper/" + std::to_string( level );
+        std::vector<std::string> expected;
+        for ( const auto & line : script.lines() )
+            if ( line.starts_with( prefix ) )
+                expected.push_back( line );
+        EXPECT_EQ( logOf( "CairnLtHelper" ), expected );
+        EXPECT_TRUE( logOf( "ApiCairn" ).empty() );
+    }
+}
+
+bool RecipeTest::isBlocked( const CairnCentral::ChipInfo & chipInfo,
+                            CairnCentral::BringupStage stage ) noexcept {
+    const auto number = static_cast<uint32_t>( stage );
+    note( "isBlocked " + std::string( chipInfo.name().view() ) + " " + std::to_string( number ) );
+    return std::count( blockedStages.begin(), blockedStages.end(), number ) != 0;
+}
+
+bool RecipeTest::isUnblocked( const CairnCentral::ChipInfo & chipInfo,
+                              CairnCentral::BringupStage stage ) noexcept {
+    const auto number = static_cast<uint32_t>( stage );
+    note( "isUnblocked " + std::string( chipInfo.name().view() ) + " " + std::to_string( number ) );
+    return std::count( blockedStages.begin(), blockedStages.end(), number ) == 0 &&
+           std::count( neitherStages.begin(), neitherStages.end(), number ) == 0;
+}
+
+} // namespace Support
