@@ -1,0 +1,281 @@
+#!/usr/bin/env python3
+"""Breaks the library in many small ways, one at a time, and shows whether the tests notice.
+
+    scripts/mutate.py                 every mutant (about an hour on two cores)
+    scripts/mutate.py --sample 100    a random hundred, the same ones for the same --seed
+    scripts/mutate.py --list          what would be broken, without building
+
+Each mutant is one change to one line: a call dropped or swapped with the next, its hook or its lock moved, its
+text, constant or opcode changed, a message or an assertion taken away, a level, a condition or a preset changed.
+It is built in a copy of the tree and the tests of the library are run. A mutant that passes them is a survivor:
+a test is missing. Exit status 1 if there is one.
+"""
+
+import argparse
+import concurrent.futures
+import pathlib
+import queue
+import random
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+RECIPES = "Cairn/CairnLtHelper.cpp"
+TESTS = ["recipe_test", "guard_test", "chip_model_test"]
+
+OPCODES = {
+    "BCMLT_OPCODE_INSERT": "BCMLT_OPCODE_UPDATE",
+    "BCMLT_OPCODE_UPDATE": "BCMLT_OPCODE_INSERT",
+    "BCMLT_OPCODE_LOOKUP": "BCMLT_OPCODE_DELETE",
+    "BCMLT_OPCODE_DELETE": "BCMLT_OPCODE_LOOKUP",
+    "BCMLT_PT_OPCODE_MODIFY": "BCMLT_PT_OPCODE_SET",
+    "BCMLT_PT_OPCODE_SET": "BCMLT_PT_OPCODE_MODIFY",
+    "BCMLT_PT_OPCODE_GET": "BCMLT_PT_OPCODE_SET",
+}
+
+# Changes elsewhere than in the recipes: file, what stands there, what to put in its place.
+MACHINERY = [
+    ("Cairn/GuardedCall.h", "if ( rc < 0 )", "if ( rc <= 0 )"),
+    ("Cairn/GuardedCall.h", "if ( rc < 0 )", "if ( rc < -1 )"),
+    ("Cairn/GuardedCall.h", "TraceFacility::level4", "TraceFacility::level3"),
+    ("Cairn/GuardedCall.cpp", '" API ERROR:"', '" API ERROR: "'),
+    ("Cairn/GuardedCall.cpp", "std::cerr << report << std::endl;", ""),
+    ("Cairn/GuardedCall.cpp", "Shim::sdk_->failureHook();", ""),
+    ("Cairn/GuardedCall.cpp", 'stopByAssertion( "0"', 'stopByAssertion( "rc"'),
+    ("Cairn/GuardedCall.cpp", '" (rc:"', '" (rc: "'),
+    ("Cairn/GuardedCall.cpp", '" no rc check"', '" no check"'),
+    ("Cairn/GuardedCall.cpp", "sourceFile, site.line,", "sourceFile, site.line + 1,"),
+    ("Cairn/GuardedCall.cpp", "__assert_fail( expression, sourceFile,", '__assert_fail( expression, "",'),
+    ("Cairn/TraceHandles.cpp", '"ApiCairn", false', '"ApiCairn", true'),
+    ("Cairn/TraceHandles.cpp", '"CairnLtHelper", false', '"CairnLtHelper", true'),
+    ("Cairn/SdkNames.h", "static_cast<int>( unit )", "static_cast<int>( unit + 1 )"),
+    ("CairnCommon/CairnCommonUtil.h", "maxPorts > 255", "maxPorts > 256"),
+    ("CairnCommon/CairnCommonUtil.h", "<< 8 |", "<< 7 |"),
+    ("CairnCommon/CairnCommonUtil.h", "port == 0 ? maxPorts", "port == 1 ? maxPorts"),
+    ("CairnCommon/CairnCommonUtil.h", "port & 0xFFu", "port & 0x7Fu"),
+    ("CairnCommon/CairnCommonUtil.h", '"chipInfo NULL"', '"chipInfo null"'),
+    ("CairnCommon/CairnCommonUtil.h", '<< "invalid"', '<< " invalid"'),
+    ("CairnCommon/CairnCommonUtil.h", "noChipLine = 213", "noChipLine = 214"),
+    ("CairnCommon/CairnCommonUtil.h", "maxPortsLine = 225", "maxPortsLine = 226"),
+]
+
+
+class Mutant:
+    def __init__(self, file, number, kind, text):
+        self.file = file
+        self.number = number  # of the line, from 0
+        self.kind = kind
+        self.text = text  # of the whole file
+
+    def __str__(self):
+        return f"{self.file}:{self.number + 1}: {self.kind}"
+
+
+def recipe_mutants(lines):
+    """Yields (line number, kind, replacement lines for the lines from there on, how many they replace)."""
+    statement = re.compile(r"^\s*CAIRN_(\w+)\( (.*) \);$")
+    for i, line in enumerate(lines):
+        indent = line[: len(line) - len(line.lstrip())]
+        found = statement.match(line)
+        macro = found.group(1) if found else ""
+        if found and macro != "RECIPE":
+            yield i, "drop", [indent + ";"], 1
+            after = statement.match(lines[i + 1]) if i + 1 < len(lines) else None
+            if after and lines[i + 1].startswith(indent + "CAIRN_") and after.group(1) != "RECIPE":
+                yield i, "swap with the next", [lines[i + 1], line], 2
+        if macro == "CALL":
+            call = found.group(2)
+            unchecked = f"{{ int cairnDropped_; CAIRN_CALL_UNCHECKED( cairnDropped_, {call} ); }}"
+            # An else that follows must still belong to its if.
+            yield i, "without hook and check", [f"{indent}do {unchecked} while ( false );"], 1
+            yield i, "with the lock kept", [line.replace("CAIRN_CALL(", "CAIRN_CALL_LOCK_KEPT(")], 1
+        if macro == "CALL_LOCK_KEPT":
+            yield i, "with the lock released", [line.replace("CAIRN_CALL_LOCK_KEPT(", "CAIRN_CALL(")], 1
+        if macro == "CALL_UNCHECKED":
+            call = found.group(2).split(", ", 1)[1]
+            yield i, "checked", [f"{indent}rc = 0; CAIRN_CALL( {call} );"], 1
+        if macro == "CALL_IGNORED":
+            yield i, "checked", [f"{indent}CAIRN_CALL( {found.group(2)} );"], 1
+        if macro.startswith("CALL"):
+            for opcode, other in OPCODES.items():
+                if opcode in line:
+                    yield i, f"{opcode} to {other}", [line.replace(opcode, other)], 1
+        if macro.startswith("CALL") or macro in ("MESSAGE", "LINE"):
+            for literal in re.finditer(r'"([^"]+)"', line):
+                if macro == "MESSAGE" and re.fullmatch(r"[isbp]+", literal.group(1)):
+                    continue  # the letters: a wrong one does not compile
+                if literal.group(1) == "%s":
+                    continue  # likewise
+                text = literal.group(1)
+                changed = text[:-1] + ("X" if text[-1] != "X" else "Y")
+                if "%s" in text:
+                    changed = text.replace("l2If", "l2IF")
+                yield i, f'"{text}" to "{changed}"', [line[: literal.start(1)] + changed + line[literal.end(1) :]], 1
+            for number in re.finditer(r"(?<=[ ,])(0x[0-9a-f]+|[0-9]+)(?= \)|, | : )", line):
+                value = int(number.group(1), 0) ^ 1
+                yield i, f"{number.group(1)} to {value}", [line[: number.start()] + str(value) + line[number.end() :]], 1
+        if macro == "LINE":
+            level = int(re.search(r"CAIRN_LINE\( (\d)", line).group(1))
+            yield i, f"level {level} to {level - 1}", [line.replace(f"( {level},", f"( {level - 1},", 1)], 1
+        if macro == "MESSAGE":
+            head, _, arguments = line.rpartition(" ), ")
+            names = arguments.removesuffix(" );").split(", ")
+            if len(names) > 1:
+                rotated = names[1:] + names[:1]
+                letters = re.search(r'"([isbp]+)"', line).group(1)
+                rotated_line = f"{head} ), {', '.join(rotated)} );".replace(letters, letters[1:] + letters[:1], 1)
+                yield i, "arguments in another order", [rotated_line], 1
+        for old, new in [
+            ("rc < 0 )", "rc <= 0 )"),
+            ("rc >= 0", "rc > 0"),
+            ("rc != 0", "rc < 0"),
+            ("== l2If", "!= l2If"),
+            ("&& isTrunk", ""),
+            ("val == portOrLagId &&", ""),
+            ("bool isTrunk = val != 0", "bool isTrunk = val == 1"),
+            ("return val != 0", "return val == 1"),
+            ("= !present", "= present"),
+            ("op && present", "op"),
+            ("if ( op )", "if ( !op )"),
+            ("if ( lag )", "if ( !lag )"),
+            ("continue;", "return;"),
+            ("return;", ";"),
+            ("+ 63 ) >> 6", "+ 64 ) >> 6"),
+            ("+ 63 ) >> 6", "+ 63 ) >> 5"),
+            ("{ 0, 1, 2 }", "{ 0, 2, 1 }"),
+            ("{ 0, 1, 2 }", "{ 0, 1 }"),
+            ("enable ? 1 : 0", "enable ? 0 : 1"),
+            ("if ( tagType != 0 )", "if ( tagType != 1 )"),
+            ("if ( disableThdoInfo )", "if ( !disableThdoInfo )"),
+            ("isBlocked(", "!isBlocked("),
+            ("isUnblocked(", "!isUnblocked("),
+            ("isUnblocked(", "!isBlocked("),
+            ("chipAttr->hasRangeTableIndex()", "!chipAttr->hasRangeTableIndex()"),
+            ("static_cast<uint16_t>( val )", "static_cast<uint8_t>( val )"),
+            ("static_cast<uint16_t>( modId )", "static_cast<uint8_t>( modId )"),
+            ("static_cast<uint16_t>( port )", "static_cast<uint8_t>( port )"),
+            ("= element->key.unit", "= element->key.portId"),
+            ("= port.unit", "= port.portId"),
+            ("found->value : CairnTypes::CairnPort()", "found->value : found->value"),
+            ("hwPort->value.phyPortId : Hardware::Cairn::TridentPortId().phyPortId", "hwPort->value.phyPortId : portId"),
+        ]:
+            # The stop of an assertion is asked for by name; what is asserted is text.
+            if old in line and not macro.startswith("CALL"):
+                yield i, f"{old} to {new}", [line.replace(old, new, 1)], 1
+        if line.endswith("= BCMLT_INVALID_HDL;"):
+            yield i, "handle not preset", [line.replace("BCMLT_INVALID_HDL", "0")], 1
+        constant = re.match(r"constexpr uint64_t (\w+) = (\d+);", line)
+        if constant:
+            value = int(constant.group(2)) ^ 1
+            yield i, f"{constant.group(2)} to {value}", [line.replace(f"= {constant.group(2)}", f"= {value}")], 1
+        stage = re.match(r".*BringupStage \w+\{ (\d+) \};", line)
+        if stage:
+            yield i, "another stage", [line.replace(stage.group(1), str(int(stage.group(1)) + 1))], 1
+        fixed = re.match(r"    const uint64_t val = (\d+);", line)
+        if fixed:
+            yield i, "another value", [line.replace(fixed.group(1), "5")], 1
+        memory = re.match(r'        "(\w+m)",', line)
+        if memory:
+            yield i, "another memory", [line.replace("_HASH", "_HUSH")], 1
+
+
+def mutants():
+    lines = (ROOT / RECIPES).read_text().split("\n")
+    made = []
+    for number, kind, replacement, replaced in recipe_mutants(lines):
+        text = "\n".join(lines[:number] + replacement + lines[number + replaced :])
+        made.append(Mutant(RECIPES, number, kind, text))
+    for file, old, new in MACHINERY:
+        text = (ROOT / file).read_text()
+        at = text.find(old)
+        if at < 0:
+            sys.exit(f"mutate.py: {file} does not hold {old!r} any more; bring the list up to date")
+        number = text.count("\n", 0, at)
+        made.append(Mutant(file, number, f"{old} to {new}", text[:at] + new + text[at + len(old) :]))
+    return made
+
+
+class Workshop:
+    """A copy of the tree with a build of its own."""
+
+    def __init__(self, folder):
+        self.tree = folder / "tree"
+        self.build = folder / "build"
+        shutil.copytree(ROOT, self.tree, ignore=shutil.ignore_patterns("build", ".git"))
+        self.run(["cmake", "--preset", "dev", "-B", str(self.build), "-DCMAKE_CXX_FLAGS=-g0 -O0",
+                  "-DCAIRN_WERROR=OFF", "-DCAIRN_BUILD_BENCHMARKS=OFF"], check=True)
+        self.run(["cmake", "--build", str(self.build), "--target", *TESTS], check=True)
+        if not self.passes():
+            sys.exit("mutate.py: the tests fail on the tree as it is; mend that first")
+
+    def run(self, command, check=False, seconds=600):
+        return subprocess.run(command, cwd=self.tree, check=check, timeout=seconds,
+                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode
+
+    def passes(self):
+        try:
+            return all(self.run([str(self.build / "bin" / test), "--gtest_brief=1", "--gtest_fail_fast"],
+                                seconds=120) == 0 for test in TESTS)
+        except subprocess.TimeoutExpired:
+            return False
+
+    def verdict(self, mutant):
+        """"caught", "survived", or "does not compile"."""
+        path = self.tree / mutant.file
+        original = path.read_text()
+        path.write_text(mutant.text)
+        try:
+            if self.run(["cmake", "--build", str(self.build), "--target", *TESTS]) != 0:
+                return "does not compile"
+            return "survived" if self.passes() else "caught"
+        finally:
+            path.write_text(original)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--sample", type=int, metavar="N", help="only N mutants, chosen at random")
+    parser.add_argument("--seed", type=int, default=1, help="of the choice (1)")
+    parser.add_argument("--jobs", type=int, default=2, help="builds at a time (2)")
+    parser.add_argument("--match", metavar="TEXT", help="only mutants whose description holds TEXT")
+    parser.add_argument("--list", action="store_true", help="list them and stop")
+    options = parser.parse_args()
+
+    chosen = [mutant for mutant in mutants() if not options.match or options.match in str(mutant)]
+    if options.sample is not None and options.sample < len(chosen):
+        chosen = random.Random(options.seed).sample(chosen, options.sample)
+    if options.list:
+        print(*chosen, sep="\n")
+        print(f"{len(chosen)} mutants")
+        return 0
+
+    counts = {"caught": 0, "survived": 0, "does not compile": 0}
+    with tempfile.TemporaryDirectory() as folder:
+        workshops = queue.Queue()
+        for i in range(options.jobs):
+            workshops.put(Workshop(pathlib.Path(folder) / str(i)))
+
+        def try_out(mutant):
+            workshop = workshops.get()
+            try:
+                return mutant, workshop.verdict(mutant)
+            finally:
+                workshops.put(workshop)
+
+        with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
+            for done, (mutant, verdict) in enumerate(pool.map(try_out, chosen), 1):
+                counts[verdict] += 1
+                if verdict != "caught":
+                    print(f"{verdict}: {mutant}", flush=True)
+                if sys.stderr.isatty():
+                    print(f"\r{done} of {len(chosen)}", end="", file=sys.stderr)
+    print(f"{len(chosen)} mutants: {counts['caught']} caught, {counts['survived']} survived, "
+          f"{counts['does not compile']} do not compile")
+    return 1 if counts["survived"] else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

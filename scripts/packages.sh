@@ -1,0 +1,34 @@
+# Installs the Debian packages that a job needs. Sourced by the scripts beside it.
+#
+#     install_packages NAME...
+#
+# Asks the package manager only for what is missing, through sudo where the caller is not root.
+
+build_packages=( g++ cmake ninja-build pkg-config
+    libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libfmt-dev )
+test_packages=( libgtest-dev libbenchmark-dev binutils file )
+all_packages=( clang-14 clang libclang-rt-14-dev valgrind )
+
+install_packages() {
+    local missing=() package
+    for package in "$@"; do
+        if [ "$( dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null )" != installed ]; then
+            missing+=( "$package" )
+        fi
+    done
+    if [ ${#missing[@]} -eq 0 ]; then
+        return 0
+    fi
+    local as_root=()
+    if [ "$( id -u )" -ne 0 ]; then
+        if ! command -v sudo >/dev/null; then
+            echo "${0##*/}: missing packages: ${missing[*]}; install them as root, or install sudo" >&2
+            return 1
+        fi
+        as_root=( sudo )
+    fi
+    echo "Installing: ${missing[*]}"
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -qq
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
