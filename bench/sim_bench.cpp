@@ -1,0 +1,219 @@
+#include "sim/Chip.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <malloc.h>
+
+// What a visit to a row of the simulated chip costs, at 1,000 and at 1,000,000 rows. One iteration
+// is one entry from allocate to free: five SDK operations.
+//
+// In order, rows are visited as agents do: one after the other. At random, every visit to the large
+// table goes to memory that no near cache holds; `bareArray` shows what that alone costs here: one
+// read of an array of the same size.
+
+namespace {
+
+constexpr const char * logicalTable = "ING_SYSTEM_PORT_TABLE";
+constexpr const char * memory = "EGR_TUNNEL_ECN_ENCAPm";
+
+class InOrder {
+  public:
+    explicit InOrder( uint64_t rows ) : rows_( rows ) {}
+    uint64_t next() { return last_ = last_ + 1 < rows_ ? last_ + 1 : 0; }
+
+  private:
+    uint64_t rows_;
+    uint64_t last_ = 0;
+};
+
+class AtRandom {
+  public:
+    explicit AtRandom( uint64_t rows ) : rows_( rows ) {}
+    uint64_t next() {
+        state_ = state_ * 6364136223846793005u + 1442695040888963407u;
+        return ( state_ >> 32 ) * rows_ >> 32;
+    }
+
+  private:
+    uint64_t rows_;
+    uint64_t state_ = 1;
+};
+
+void need( int rc ) {
+    if ( rc < 0 ) {
+        std::fprintf( stderr, "unexpected code %d\n", rc );
+        std::abort();
+    }
+}
+
+class Bench {
+  public:
+    // One row more than is filled: an insert needs a place.
+    explicit Bench( uint32_t rows ) {
+        Sim::Schema schema = Sim::referenceSchema();
+        const std::string trouble = schema.resize( logicalTable, { .rows = rows + 1 } ) +
+                                    schema.resize( memory, { .rows = rows + 1 } );
+        if ( !trouble.empty() ) {
+            std::fprintf( stderr, "%s\n", trouble.c_str() );
+            std::abort();
+        }
+        chip_.addUnit( 0, schema );
+    }
+
+    void logical( uint32_t opcode, uint64_t key, uint64_t value ) {
+        uint32_t entry = chip_.BCMLT_INVALID_HDL();
+        need( chip_.bcmlt_entry_allocate( 0, logicalTable, &entry ) );
+        need( chip_.bcmlt_entry_field_add( entry, "SYSTEM_SOURCE", key ) );
+        need( chip_.bcmlt_entry_field_add( entry, "L2_IIF", value & 0xFFFF ) );
+        need( chip_.bcmlt_entry_commit( entry, opcode, chip_.BCMLT_PRIORITY_NORMAL() ) );
+        need( chip_.bcmlt_entry_free( entry ) );
+    }
+
+    void modify( uint64_t index, uint64_t value ) {
+        uint32_t entry = chip_.BCMLT_INVALID_HDL();
+        need( chip_.bcmlt_entry_allocate( 0, memory, &entry ) );
+        need( chip_.bcmlt_entry_field_add( entry, "BCMLT_PT_INDEX", index ) );
+        need( chip_.bcmlt_entry_field_add( entry, "OUTER_ECN", value & 3 ) );
+        need( chip_.bcmlt_pt_entry_commit( entry, chip_.BCMLT_PT_OPCODE_MODIFY(),
+                                           chip_.BCMLT_PRIORITY_NORMAL() ) );
+        need( chip_.bcmlt_entry_free( entry ) );
+    }
+
+    void fillLogical( uint64_t rows ) {
+        for ( uint64_t row = 0; row < rows; ++row ) {
+            logical( chip_.BCMLT_OPCODE_INSERT(), row, row );
+        }
+    }
+
+    void fillMemory( uint64_t rows ) {
+        for ( uint64_t row = 0; row < rows; ++row ) {
+            modify( row, row );
+        }
+    }
+
+    Sim::Chip & chip() { return chip_; }
+
+  private:
+    Sim::Chip chip_;
+};
+
+uint64_t rowsOf( const benchmark::State & state ) {
+    return static_cast<uint64_t>( state.range( 0 ) );
+}
+
+std::size_t allocatedBytes() {
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+// Fills an empty table, growth included; the time is that of one row.
+template <typename Fill>
+void fill( benchmark::State & state, Fill && fillTable ) {
+    double bytes = 0;
+    for ( auto _ : state ) {
+        state.PauseTiming();
+        auto bench = std::make_unique<Bench>( static_cast<uint32_t>( rowsOf( state ) ) );
+        const std::size_t before = allocatedBytes();
+        state.ResumeTiming();
+        fillTable( *bench );
+        state.PauseTiming();
+        bytes = static_cast<double>( allocatedBytes() - before );
+        bench.reset();
+        state.ResumeTiming();
+    }
+    const double rows = static_cast<double>( rowsOf( state ) );
+    state.counters["bytes/row"] = bytes / rows;
+    state.counters["time/row"] = benchmark::Counter(
+        rows, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert );
+}
+
+void fillLogical( benchmark::State & state ) {
+    fill( state, [&]( Bench & bench ) { bench.fillLogical( rowsOf( state ) ); } );
+}
+
+void fillMemory( benchmark::State & state ) {
+    fill( state, [&]( Bench & bench ) { bench.fillMemory( rowsOf( state ) ); } );
+}
+
+// Two visits: takes a row out and puts it back, so that the table keeps its size.
+template <typename Order>
+void deleteInsert( benchmark::State & state ) {
+    Bench bench( static_cast<uint32_t>( rowsOf( state ) ) );
+    bench.fillLogical( rowsOf( state ) );
+    Order rows( rowsOf( state ) );
+    for ( auto _ : state ) {
+        const uint64_t row = rows.next();
+        bench.logical( bench.chip().BCMLT_OPCODE_DELETE(), row, row );
+        bench.logical( bench.chip().BCMLT_OPCODE_INSERT(), row, row );
+    }
+}
+
+template <typename Order>
+void lookup( benchmark::State & state ) {
+    Bench bench( static_cast<uint32_t>( rowsOf( state ) ) );
+    bench.fillLogical( rowsOf( state ) );
+    Order rows( rowsOf( state ) );
+    for ( auto _ : state ) {
+        bench.logical( bench.chip().BCMLT_OPCODE_LOOKUP(), rows.next(), 0 );
+    }
+}
+
+template <typename Order>
+void update( benchmark::State & state ) {
+    Bench bench( static_cast<uint32_t>( rowsOf( state ) ) );
+    bench.fillLogical( rowsOf( state ) );
+    Order rows( rowsOf( state ) );
+    for ( auto _ : state ) {
+        const uint64_t row = rows.next();
+        bench.logical( bench.chip().BCMLT_OPCODE_UPDATE(), row, row + 1 );
+    }
+}
+
+template <typename Order>
+void modify( benchmark::State & state ) {
+    Bench bench( static_cast<uint32_t>( rowsOf( state ) ) );
+    bench.fillMemory( rowsOf( state ) );
+    Order rows( rowsOf( state ) );
+    for ( auto _ : state ) {
+        const uint64_t row = rows.next();
+        bench.modify( row, row );
+    }
+}
+
+// One read, which has to be finished before the next one begins.
+void bareArray( benchmark::State & state ) {
+    constexpr std::size_t wordsPerRow = 4; // as in a half-full table of two words a row
+    const std::vector<uint64_t> words( rowsOf( state ) * wordsPerRow, 0 );
+    AtRandom rows( rowsOf( state ) );
+    uint64_t word = 0;
+    for ( auto _ : state ) {
+        word = words[( rows.next() + word ) * wordsPerRow];
+        benchmark::DoNotOptimize( word );
+    }
+}
+
+} // namespace
+
+#define BOTH_SIZES( function ) BENCHMARK( function )->Arg( 1000 )->Arg( 1000000 )
+
+BOTH_SIZES( fillLogical );
+BOTH_SIZES( fillMemory );
+BOTH_SIZES( deleteInsert<InOrder> );
+BOTH_SIZES( deleteInsert<AtRandom> );
+BOTH_SIZES( lookup<InOrder> );
+BOTH_SIZES( lookup<AtRandom> );
+BOTH_SIZES( update<InOrder> );
+BOTH_SIZES( update<AtRandom> );
+BOTH_SIZES( modify<InOrder> );
+BOTH_SIZES( modify<AtRandom> );
+BOTH_SIZES( bareArray );
+
+BENCHMARK_MAIN();

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "sim/Chip.h"
+#include "sim/Schema.h"
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+
+// A failed operation of the simulated chip, and how it is put into words. Internal to the chip.
+
+namespace Sim {
+
+// The numbers of the SDK's constants. The first digit tells the kind.
+constexpr uint32_t invalidHandle = 0;
+constexpr uint32_t opcodeDelete = 1001;
+constexpr uint32_t opcodeInsert = 1002;
+constexpr uint32_t opcodeLookup = 1003;
+constexpr uint32_t opcodeUpdate = 1004;
+constexpr uint32_t ptOpcodeGet = 2001;
+constexpr uint32_t ptOpcodeModify = 2002;
+constexpr uint32_t ptOpcodeSet = 2003;
+constexpr uint32_t priorityNormal = 3001;
+constexpr uint32_t attrGetFromHw = 4001;
+
+/// The beginning of a name, kept without an allocation.
+using NameCopy = std::array<char, 128>;
+NameCopy copyName( std::string_view name );
+
+// All there is to say about a failed operation. It is put into words only when somebody asks: a
+// lookup of a missing row is an everyday event and must stay cheap.
+struct Failure {
+    uint64_t chip = 0;
+    Rc rc = Rc::ok;
+    const char * what = ""; // an operation, or what was null
+    int unit = 0;
+    uint32_t handle = 0;
+    const Table * table = nullptr;
+    const Field * field = nullptr;
+    uint64_t value = 0;
+    uint64_t limit = 0;
+    NameCopy name = {}; // a name that the caller gave and nothing has
+};
+
+/// The failure in words. `units` are those of the chip, with the names of their tables at hand.
+std::string describe( const Failure & failure, const std::map<int, const Schema *> & units );
+
+/// The short text of a return code, as errmsg() gives it.
+const char * textOf( int rc );
+
+} // namespace Sim

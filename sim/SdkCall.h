@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+
+// The calls of the SDK shim as values, in the order of its virtual table.
+
+namespace Sim {
+
+enum class SdkCall : uint8_t {
+    errmsg,
+    attrGetFromHw,
+    opcodeDelete,
+    opcodeInsert,
+    opcodeLookup,
+    opcodeUpdate,
+    priorityNormal,
+    ptOpcodeGet,
+    ptOpcodeModify,
+    ptOpcodeSet,
+    entryAllocate,
+    entryAttribSet,
+    entryCommit,
+    entryFieldAdd,
+    entryFieldArrayAdd,
+    entryFieldGet,
+    entryFieldSymbolAdd,
+    entryFree,
+    ptEntryCommit,
+    invalidHandle,
+    enableName,
+    numLanesName,
+    pcPhysPortIdName,
+    pcPortPhysMapName,
+    pcPortName,
+    portIdName,
+    speedName,
+    preCallHook,
+    failureHook,
+};
+
+enum class SdkCallKind : uint8_t {
+    operation, ///< bcmlt_...: acts on the chip and returns a code
+    constant,  ///< asks for a number or a name text
+    text,      ///< errmsg
+    hook,
+};
+
+/// The name as the shim spells it: "bcmlt_entry_allocate", "BCMLT_OPCODE_INSERT", "PC_PORTs".
+std::string_view name( SdkCall call );
+SdkCallKind kind( SdkCall call );
+
+/// The operations (SdkCallKind::operation) in the order of the shim.
+std::span<const SdkCall> sdkOperations();
+
+/// The name of an operation without "bcmlt_entry_" or "bcmlt_": "field_add", "commit",
+/// "pt_entry_commit". No two operations share one. Names of other calls are returned whole.
+std::string_view shortName( SdkCall call );
+
+/// An operation by its name or its short name. Nothing if there is none.
+std::optional<SdkCall> operationByName( std::string_view name );
+
+} // namespace Sim

@@ -1,0 +1,74 @@
+#include "TestChip.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+
+// Counts what the simulated chip takes from the heap: nothing, once its rows are there.
+
+namespace {
+
+std::atomic<std::size_t> allocations = 0;
+
+} // namespace
+
+// Not inlined: the compiler would take the free for a mistake.
+[[gnu::noinline]] void * operator new( std::size_t size ) {
+    ++allocations;
+    if ( void * memory = std::malloc( size ? size : 1 ) ) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+
+[[gnu::noinline]] void operator delete( void * memory ) noexcept { std::free( memory ); }
+[[gnu::noinline]] void operator delete( void * memory, std::size_t ) noexcept {
+    std::free( memory );
+}
+
+using namespace SimTest;
+using Sim::Rc;
+
+namespace {
+
+void visitEveryKind( Sim::Chip & chip ) {
+    {
+        Entry entry( chip, "EVENT" );
+        entry.symbol( "ID", "MISS" );
+        EXPECT_EQ( entry.lookup(), Rc::ok );
+        entry.add( "CPU", 1 );
+        EXPECT_EQ( entry.update(), Rc::ok );
+    }
+    {
+        Entry entry( chip, "POLICY" );
+        EXPECT_EQ( entry.lookup(), Rc::entryNotFound );
+        entry.add( "LIMIT", 4 );
+        EXPECT_EQ( entry.insert(), Rc::ok );
+        EXPECT_EQ( entry.remove(), Rc::ok );
+        EXPECT_EQ( entry.add( "LIMIT", 0x1'0000 ), Rc::valueTooWide );
+    }
+    Entry entry( chip, "PORTr" );
+    entry.add( "BCMLT_PT_PORT", 2 );
+    EXPECT_EQ( entry.fromHardware(), Rc::ok );
+    EXPECT_EQ( entry.ptGet(), Rc::ok );
+    entry.add( "VALUE", 1 );
+    EXPECT_EQ( entry.ptSet(), Rc::ok );
+    EXPECT_EQ( entry.ptModify(), Rc::ok );
+}
+
+TEST( AllocationTest, VisitsToRowsThatExistTakeNothingFromTheHeap ) {
+    Sim::Chip chip;
+    chip.addUnit( 0, smallSchema() );
+    visitEveryKind( chip );
+    const std::size_t before = allocations;
+    for ( int i = 0; i < 100; ++i ) {
+        visitEveryKind( chip );
+    }
+    EXPECT_EQ( allocations - before, 0u );
+    EXPECT_GT( before, 0u ) << "allocations are counted";
+}
+
+} // namespace
