@@ -25,12 +25,13 @@ void writePieces( const MessageSite & site ) noexcept {
         Twinlog::twinlogFixed_ << piece;
 }
 
-void writeMessageLine( const MessageSite & site, const Twinlog::FleetlogConverter & text ) noexcept {
+void writeMessageLine( const MessageSite & site,
+                       const Twinlog::FleetlogConverter & text ) noexcept {
     // Asked anew: building the text took a while.
     if ( !_defaultTraceHandle().enabled( Kiln::TraceFacility::level2 ) )
         return;
-    Kiln::TraceHelper line( _defaultTraceHandle(), Kiln::TraceFacility::level2, sourceFile, site.line,
-                            site.recipe->function );
+    Kiln::TraceHelper line( _defaultTraceHandle(), Kiln::TraceFacility::level2, sourceFile,
+                            site.line, site.recipe->function );
     const std::string copy = text.text();
     line.stream() << copy;
 }

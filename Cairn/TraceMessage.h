@@ -18,8 +18,9 @@
 //
 //     CAIRN_MESSAGE( "ii", ( " unit: ", "%s", " seed: ", "%s" ), unit, seed );
 //
-// A dual trace message. It goes, in binary form, to the ring of the Fleetlog trace file, if there is one,
-// and then, if "CairnLtHelper" has level 2 enabled, as a line of text to that handle. In this order:
+// A dual trace message. It goes, in binary form, to the ring of the Fleetlog trace file, if there
+// is one, and then, if "CairnLtHelper" has level 2 enabled, as a line of text to that handle. In
+// this order:
 //   1. the trace file is looked up; without one, steps 2 and 3 are skipped;
 //   2. a site that is not registered in the file is registered: position, format letters, pieces;
 //   3. the record is written: the site's identifier and the values;
@@ -27,18 +28,20 @@
 //   5. the text is built from the pieces and the values;
 //   6. level 2 is tested again; if it is off by now, the text is discarded;
 //   7. the line is written.
-// The pieces are the recipe's name, which is not written at the call, and those in the parentheses, of
-// which each "%s" stands for the next argument. The letters give the arguments' types: "i" uint32_t or
-// int, "s" uint16_t, "b" bool, "p" const char *. Letters, arguments and "%s" are checked against each
-// other at compile time. Each argument is evaluated once, whether or not anything is written.
+// The pieces are the recipe's name, which is not written at the call, and those in the parentheses,
+// of which each "%s" stands for the next argument. The letters give the arguments' types: "i"
+// uint32_t or int, "s" uint16_t, "b" bool, "p" const char *. Letters, arguments and "%s" are
+// checked against each other at compile time. Each argument is evaluated once, whether or not
+// anything is written.
 //
 //     CAIRN_LINE( 8, "lbPortInit" << " portId: " << portId );
 //
-// A plain line at a level of "CairnLtHelper", with no record in the ring. While the level is off, nothing
-// of it is evaluated.
+// A plain line at a level of "CairnLtHelper", with no record in the ring. While the level is off,
+// nothing of it is evaluated.
 //
-// Both are one statement, to be ended with a semicolon, on one source line, in a function that begins with
-// CAIRN_RECIPE. The activity lock is held. An exception of the trace libraries ends the process.
+// Both are one statement, to be ended with a semicolon, on one source line, in a function that
+// begins with CAIRN_RECIPE. The activity lock is held. An exception of the trace libraries ends the
+// process.
 
 namespace Cairn {
 
@@ -66,8 +69,8 @@ inline constexpr char letterOf<const char *> = 'p';
 template <>
 inline constexpr char letterOf<char *> = 'p';
 
-/// The arguments of a message, as types. What a record can take up is counted with its texts at full
-/// length.
+/// The arguments of a message, as types. What a record can take up is counted with its texts at
+/// full length.
 template <class... Arguments>
 struct MessageArguments {
     static constexpr std::size_t count = sizeof...( Arguments );
@@ -79,7 +82,8 @@ struct MessageArguments {
 
     static consteval bool fit() {
         return ( std::size_t( 0 ) + ... +
-                 ( letterOf<Arguments> == 'p' ? 2 + Fleetlog::maxTextBytes : sizeof( Arguments ) ) ) <=
+                 ( letterOf<Arguments> == 'p' ? 2 + Fleetlog::maxTextBytes
+                                              : sizeof( Arguments ) ) ) <=
                Fleetlog::maxPayloadBytes;
     }
 };
@@ -105,22 +109,26 @@ inline Fleetlog::TraceFile * defaultFleetlogFile() noexcept {
     return handle->multiThread() != 0 ? handle->mtTraceFile() : handle->traceFile();
 }
 
-/// Whether the site with this identifier is registered in the file. 0, which a site has before it is
-/// given an identifier, never is: the table's first byte stays 0.
+/// Whether the site with this identifier is registered in the file. 0, which a site has before it
+/// is given an identifier, never is: the table's first byte stays 0.
 inline bool msgIdInitialized( const Fleetlog::TraceFile & file, int msgId ) noexcept {
     const auto index = static_cast<unsigned>( msgId );
     return index < file.initialisedLength() && file.initialised()[index] != 0;
 }
 
-/// Registers the site in the file, and gives it an identifier if it has none. Returns the identifier.
+/// Registers the site in the file, and gives it an identifier if it has none. Returns it.
 [[gnu::cold, gnu::noinline]] int registerMessage( Fleetlog::TraceFile & file,
                                                   const MessageSite & site, int & msgId ) noexcept;
 
-inline void putValue( Fleetlog::RingBuf & ring, std::uint32_t value ) noexcept { ring.put4( value ); }
+inline void putValue( Fleetlog::RingBuf & ring, std::uint32_t value ) noexcept {
+    ring.put4( value );
+}
 inline void putValue( Fleetlog::RingBuf & ring, int value ) noexcept {
     ring.put4( static_cast<std::uint32_t>( value ) );
 }
-inline void putValue( Fleetlog::RingBuf & ring, std::uint16_t value ) noexcept { ring.put2( value ); }
+inline void putValue( Fleetlog::RingBuf & ring, std::uint16_t value ) noexcept {
+    ring.put2( value );
+}
 inline void putValue( Fleetlog::RingBuf & ring, std::same_as<bool> auto value ) noexcept {
     ring.put1( value );
 }
@@ -145,7 +153,8 @@ template <class... Values>
 
 /// One dual trace message. `msgId` belongs to the site; several threads may share it.
 template <class... Values>
-[[gnu::always_inline]] inline void writeMessage( const MessageSite & site, int & msgId, Values... values ) noexcept {
+[[gnu::always_inline]] inline void writeMessage( const MessageSite & site, int & msgId,
+                                                 Values... values ) noexcept {
     if ( Fleetlog::TraceFile * const file = defaultFleetlogFile() ) {
         int id = std::atomic_ref( msgId ).load( std::memory_order_relaxed );
         if ( !msgIdInitialized( *file, id ) ) [[unlikely]]

@@ -22,6 +22,8 @@ std::uint64_t readCounter() noexcept {
 
 std::int64_t wallClock() noexcept { return read( CLOCK_REALTIME ); }
 
+std::int64_t coarseWallClock() noexcept { return read( CLOCK_REALTIME_COARSE ); }
+
 ClockSample sampleClocks( clockid_t clock, int attempts ) noexcept {
     ClockSample best{};
     std::uint64_t shortest = UINT64_MAX;

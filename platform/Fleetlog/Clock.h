@@ -19,6 +19,9 @@ ClockSample sampleClocks( clockid_t clock, int attempts ) noexcept;
 /// Nanoseconds since 1970, UTC.
 std::int64_t wallClock() noexcept;
 
+/// The same as it was at the kernel's last tick, some milliseconds ago; cheaper.
+std::int64_t coarseWallClock() noexcept;
+
 /// What turns counters into times, the same in all files of a process: its threads' files can be
 /// merged by time.
 struct ClockBase {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 // The layout of a trace file, version 1, as docs/trace-format.md describes it. Written by
 // Fleetlog::TraceFile, decoded by TraceReader (tools/trace) from these same declarations: a change
@@ -36,7 +37,7 @@ struct FileHeader {
     std::uint32_t timestamps;  ///< a Fleetlog::Timestamps
     std::uint32_t process;     ///< process id of the writer
     std::uint32_t thread;      ///< thread id of the writer; 0: any thread of the process
-    std::uint32_t reserved;    ///< 0
+    std::uint32_t recordRoom;  ///< a block with less room than this left is full
     std::uint64_t baseCounter; ///< the counter at baseTime
     std::int64_t baseTime;     ///< nanoseconds since 1970, UTC
     std::uint64_t counterRate; ///< counts a second
@@ -62,14 +63,13 @@ struct DescriptorHeader {
 static_assert( sizeof( DescriptorHeader ) == 24 );
 
 struct BlockHeader {
-    std::uint64_t sequence;    ///< 1 for the first block ever written; 0: not in use. Written last.
-    std::uint64_t firstRecord; ///< how many records were written to the file before this block
-    std::uint64_t counter;     ///< the counter at `time`
-    std::int64_t time;         ///< when the block was begun, nanoseconds since 1970, UTC
-    std::uint32_t checksum;    ///< of all bytes before it
-    std::uint32_t reserved;    ///< 0
+    std::uint64_t sequence; ///< 1 for the first block ever written; 0: not in use. Written last.
+    std::uint64_t counter;  ///< the counter at `time`; only with Timestamps::counter
+    std::int64_t time;      ///< nanoseconds since 1970, UTC; see docs/trace-format.md
+    std::uint32_t checksum; ///< of all bytes before it
+    std::uint32_t reserved; ///< 0
 };
-static_assert( sizeof( BlockHeader ) == 40 );
+static_assert( sizeof( BlockHeader ) == 32 );
 
 /// A record. The values follow in argument order without padding: "i" 4 bytes, "s" 2, "b" 1, "p" a
 /// 16-bit length (top bit: the text was cut) and the bytes. The record's size is a multiple of 8.
@@ -82,13 +82,17 @@ static_assert( sizeof( RecordHeader ) == 16 );
 
 inline constexpr std::uint16_t textCutFlag = 0x8000;
 
-/// FNV-1a over `size` bytes.
+/// The checksum of `size` bytes, a multiple of 8: FNV-1a with 64-bit words in place of bytes,
+/// folded to 32 bits.
 inline std::uint32_t checksum( const void * bytes, std::size_t size ) noexcept {
-    const auto * byte = static_cast<const unsigned char *>( bytes );
-    std::uint32_t sum = 2166136261u;
-    for ( std::size_t i = 0; i < size; ++i )
-        sum = ( sum ^ byte[i] ) * 16777619u;
-    return sum;
+    std::uint64_t sum = 0xcbf29ce484222325;
+    for ( std::size_t at = 0; at + sizeof( std::uint64_t ) <= size;
+          at += sizeof( std::uint64_t ) ) {
+        std::uint64_t word;
+        std::memcpy( &word, static_cast<const unsigned char *>( bytes ) + at, sizeof word );
+        sum = ( sum ^ word ) * 0x100000001b3;
+    }
+    return static_cast<std::uint32_t>( sum ^ sum >> 32 );
 }
 
 } // namespace Fleetlog::Format

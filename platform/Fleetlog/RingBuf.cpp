@@ -3,6 +3,8 @@
 #include <Fleetlog/Clock.h>
 #include <Fleetlog/TraceFile.h>
 
+#include <algorithm>
+
 namespace Fleetlog {
 
 void RingBuf::begin( std::byte * blocks, std::uint64_t blockCount,
@@ -10,9 +12,11 @@ void RingBuf::begin( std::byte * blocks, std::uint64_t blockCount,
     blocks_ = blocks;
     blockCount_ = blockCount;
     timestamps_ = timestamps;
+    block_ = 0;
     sequence_ = 0;
-    records_ = 0;
     tick_ = 0;
+    clockCounter_ = clockBase().base.counter;
+    clockTime_ = clockBase().base.time;
     record_ = beginBlock();
     cursor_ = nullptr;
 }
@@ -41,31 +45,50 @@ std::byte * RingBuf::changeBlock( TraceFile & file ) noexcept {
 }
 
 std::byte * RingBuf::beginBlock() noexcept {
-    std::byte * const block = blocks_ + sequence_ % blockCount_ * Format::pageBytes;
+    std::byte * const block = blocks_ + block_ * Format::pageBytes;
+    if ( ++block_ == blockCount_ )
+        block_ = 0;
     ++sequence_;
-    auto & header = *reinterpret_cast<Format::BlockHeader *>( block );
-    const std::atomic_ref sequence( header.sequence );
-    // While the block is made anew, what it held is gone and what it will hold is not there yet. An
-    // exchange keeps the stores that follow from being seen before it.
-    sequence.exchange( 0, std::memory_order_acq_rel );
-    store<std::uint32_t>( block + sizeof( Format::BlockHeader ), 0 );
+    readClocks();
 
-    const ClockSample now = sampleClocks( CLOCK_REALTIME, 2 );
     Format::BlockHeader made{};
     made.sequence = sequence_;
-    made.firstRecord = records_;
-    made.counter = now.counter;
-    made.time = now.time;
+    made.counter = clockCounter_;
+    made.time = clockTime_;
     made.checksum = Format::checksum( &made, offsetof( Format::BlockHeader, checksum ) );
-    std::memcpy( block + sizeof made.sequence,
-                 reinterpret_cast<const std::byte *>( &made ) + sizeof made.sequence,
-                 sizeof made - sizeof made.sequence );
-    sequence.store( sequence_, std::memory_order_release );
 
-    if ( timestamps_ == Timestamps::tick )
-        tick_ = static_cast<std::uint64_t>( now.time );
+    // While the block is made anew, what it held is gone and what it will hold is not there yet.
+    // Each store releases, so that none is seen before the one that takes the block out of use.
+    auto & header = *reinterpret_cast<Format::BlockHeader *>( block );
+    const auto set = []( auto & field, auto value ) {
+        std::atomic_ref( field ).store( value, std::memory_order_release );
+    };
+    set( header.sequence, std::uint64_t( 0 ) );
+    publish( block + sizeof header, 0 );
+    set( header.counter, made.counter );
+    set( header.time, made.time );
+    set( header.checksum, made.checksum );
+    set( header.sequence, made.sequence );
     limit_ = block + Format::pageBytes - recordRoom;
     return block + sizeof( Format::BlockHeader );
+}
+
+// Called for each block, which at full speed is every few hundred nanoseconds. With a counter in
+// each record, the wall clock only serves to measure the counter's rate, so it is read now and
+// then. Otherwise it is the time of the block, for which a few milliseconds are near enough.
+void RingBuf::readClocks() noexcept {
+    constexpr std::uint64_t blocksBetween = 16;
+    if ( timestamps_ == Timestamps::counter ) {
+        if ( sequence_ % blocksBetween != 0 )
+            return;
+        const ClockSample now = sampleClocks( CLOCK_REALTIME, 2 );
+        clockCounter_ = now.counter;
+        clockTime_ = now.time;
+    } else {
+        clockTime_ = coarseWallClock();
+        if ( timestamps_ == Timestamps::tick )
+            tick_ = std::max( tick_, static_cast<std::uint64_t>( clockTime_ ) );
+    }
 }
 
 } // namespace Fleetlog

@@ -51,8 +51,9 @@ class RingBuf {
     RingBuf( const RingBuf & ) = delete;
     RingBuf & operator=( const RingBuf & ) = delete;
 
-    /// Begins a record of the site `msgId`, with room for maxPayloadBytes of values. `file` is the
-    /// file that this ring belongs to. A record that was begun and not ended is given up.
+    /// Begins a record of the site `msgId`. `file` is the file that this ring belongs to. A record
+    /// that was begun and not ended is given up. The values that follow must fit into
+    /// maxPayloadBytes; this is not checked.
     void startMsg( TraceFile * file, int msgId ) noexcept {
         std::byte * record = record_;
         if ( record > limit_ ) [[unlikely]]
@@ -110,7 +111,6 @@ class RingBuf {
         store<std::uint32_t>( next, 0 );
         record_ = next;
         cursor_ = nullptr;
-        ++records_;
         publish( record, static_cast<std::uint32_t>( size ) );
     }
 
@@ -159,6 +159,7 @@ class RingBuf {
     /// records are written to scratch_, which nobody reads.
     [[gnu::cold, gnu::noinline]] std::byte * changeBlock( TraceFile & file ) noexcept;
     std::byte * beginBlock() noexcept;
+    void readClocks() noexcept;
 
     /// Room that a record needs: its header, its values, and the size of the record after it.
     static constexpr std::size_t recordRoom =
@@ -169,11 +170,13 @@ class RingBuf {
     std::byte * limit_ = nullptr;   ///< the last place in the block where a record may begin
     Timestamps timestamps_ = Timestamps::none;
     std::uint64_t tick_ = 0;
-    std::uint64_t records_ = 0; ///< written to the file so far
 
     std::byte * blocks_ = nullptr;
     std::uint64_t blockCount_ = 0;
-    std::uint64_t sequence_ = 0; ///< of the block that is being written
+    std::uint64_t block_ = 0;        ///< the next one
+    std::uint64_t sequence_ = 0;     ///< of the block that is being written
+    std::uint64_t clockCounter_ = 0; ///< the counter at clockTime_
+    std::int64_t clockTime_ = 0;     ///< the wall clock, as it was last read
     alignas( 8 ) std::byte scratch_[recordRoom];
 };
 

@@ -148,6 +148,7 @@ void TraceFile::create() {
     made.timestamps = static_cast<std::uint32_t>( options_.timestamps );
     made.process = process;
     made.thread = static_cast<std::uint32_t>( thread_ );
+    made.recordRoom = RingBuf::recordRoom;
     made.baseCounter = clock.base.counter;
     made.baseTime = clock.base.time;
     made.counterRate = clock.rate;

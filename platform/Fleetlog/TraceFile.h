@@ -24,10 +24,15 @@ enum class Files {
 };
 
 struct OpenOptions {
-    std::string directory; ///< where the files go; must exist
-    std::size_t ringBytes = std::size_t( 1 )
-                            << 20;          ///< of each file's ring; made whole blocks of 4 KiB
-    std::size_t descriptorBytes = 64 << 10; ///< of each file, about 150 a message site; whole pages
+    /// Where the files go. It must exist.
+    std::string directory;
+
+    /// Size of each file's ring, at least 8192; rounded up to blocks of 4 KiB.
+    std::size_t ringBytes = std::size_t( 1 ) << 20;
+
+    /// Room for descriptors in each file, about 150 bytes a message site; rounded up to 4 KiB.
+    std::size_t descriptorBytes = std::size_t( 64 ) << 10;
+
     Timestamps timestamps = Timestamps::counter;
     Files files = Files::perProcess;
 };
@@ -61,7 +66,7 @@ class TraceFile {
     RingBuf * ringBuf() noexcept { return &ring_; }
 
     /// The table of the sites that are registered in this file: at a site's identifier, a byte that
-    /// is not zero. Identifiers from initialisedLength() on are not registered.
+    /// is not zero. Identifiers from initialisedLength() on are not registered, nor is 0.
     const unsigned char * initialised() const noexcept { return initialised_; }
     unsigned initialisedLength() const noexcept { return initialisedLength_; }
 
@@ -75,7 +80,11 @@ class TraceFile {
     friend class Registry;
 
     void create();
+
+    /// Whether there is a file to write to. In a child after fork(), makes one at the first call.
     bool hasMemory() noexcept;
+
+    /// In a child after fork(): lets go of the parent's file.
     void leaveToParent() noexcept;
     Format::FileHeader & header() noexcept;
 
