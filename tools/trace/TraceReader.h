@@ -1,0 +1,267 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// Reads trace files (docs/trace-format.md) without the program that wrote them, also while it
+// writes.
+//
+//     TraceReader::File file( "cairn-lt-4711.fleetlog" );
+//     TraceReader::Renderer renderer( TraceReader::Format::text );
+//     TraceReader::Record record;
+//     std::string lines;
+//     while ( file.next( record ) )
+//         renderer.append( lines, record );
+//     for ( const auto & finding : file.findings() )
+//         std::cerr << finding.text() << '\n';
+//
+// Nothing in a file is trusted: every length and offset is checked before it is used. What is
+// damaged is passed over, and a finding says what and where; what is whole is read.
+//
+// Threads: an object is used by one thread at a time.
+
+namespace TraceReader {
+
+/// A file that cannot be read at all. what() is one line that names the file, the cause and, where
+/// there is one, the remedy.
+class Error : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+/// A loss that the user of a file should know of.
+struct Finding {
+    enum class Kind {
+        overwritten, ///< in the nature of a ring: records were overwritten while they were read
+        damage,      ///< the file is not as its writer left it
+    };
+    Kind kind;
+    std::string file;
+    std::uint64_t offset; ///< in the file, in bytes
+    std::string what;
+
+    /// "FILE: at byte OFFSET: WHAT"
+    std::string text() const;
+};
+
+/// A message site, from its descriptor in the file.
+struct Site {
+    std::uint32_t id;
+    std::string file;
+    std::uint32_t line;
+    std::string letters;  ///< a format letter for each value
+    std::string function; ///< the recipe's name
+    /// The text before each value, and the text after the last: one more than there are letters.
+    std::vector<std::string> texts;
+    bool isPlain; ///< nothing in its file, function and texts needs to be escaped
+};
+
+struct Value {
+    char letter; ///< 'i', 's', 'b' or 'p'
+    std::uint32_t
+        number; ///< of all but 'p'; the file does not tell a signed 'i' from an unsigned one
+    std::string_view text; ///< of 'p'
+    bool isCut;            ///< of 'p': the writer cut the text
+};
+
+class File;
+
+/// A record. What it points to is valid until the next call of next() or poll() of its file; the
+/// site and the file itself as long as the file.
+struct Record {
+    const File * file = nullptr;
+    const Site * site =
+        nullptr;              ///< null: only the bytes are known, the descriptor does not fit them
+    std::uint32_t id = 0;     ///< of the site
+    std::uint64_t offset = 0; ///< in the file, in bytes
+    std::int64_t time = 0;    ///< nanoseconds since 1970, UTC
+    std::span<const std::byte> payload;
+};
+
+/// The values of a record; none if it has no site.
+void decode( const Record & record, std::vector<Value> & values );
+
+/// Appends the text of a record: the recipe's name and the pieces, each "%s" replaced by its value.
+/// A text that the writer cut ends in "...". Without a site: the identifier and the bytes.
+void appendText( std::string & out, const Record & record );
+
+/// What the header of a file says.
+struct Info {
+    std::string path;
+    std::uint32_t version = 0;
+    std::string program;
+    std::uint32_t process = 0;
+    std::uint32_t thread = 0; ///< 0: the file of a whole process
+    std::string timestamps;   ///< "counter", "tick" or "none"
+    bool isTimeOfBlock =
+        false; ///< no timestamps: a record has the time at which its block was begun
+    std::uint64_t counterRate = 0; ///< counts a second, as the writer measured it
+    std::int64_t openTime = 0;     ///< when the writer set its clock, nanoseconds since 1970, UTC
+    bool isClosed = false;         ///< false: being written, or the writer ended without closing it
+    std::uint32_t unregistered = 0; ///< sites whose descriptor found no room
+    std::uint64_t descriptorBytes = 0;
+    std::uint64_t blockBytes = 0;
+    std::uint64_t blockCount = 0;
+};
+
+/// What reading has met so far.
+struct Counts {
+    std::uint64_t records = 0;           ///< read
+    std::uint64_t blocks = 0;            ///< read, in part or whole
+    std::uint64_t fullBlocks = 0;        ///< those of them that are followed by another
+    std::uint64_t fullBlockRecords = 0;  ///< the records in these
+    std::uint64_t overwrittenBlocks = 0; ///< for which the ring had no room any more
+    std::uint64_t missingBlocks = 0;     ///< that are damaged; see the findings
+
+    /// How many records were overwritten, about: as many a block as in the full blocks that were
+    /// read.
+    std::uint64_t overwrittenRecords() const noexcept;
+};
+
+/// What turns the counter of a file into times.
+struct Clock {
+    std::uint64_t baseCounter = 0;
+    std::int64_t baseTime = 0; ///< nanoseconds since 1970, UTC
+    double nanosecondsPerCount = 1;
+
+    std::int64_t time( std::uint64_t counter ) const noexcept;
+};
+
+/// A trace file that is being read.
+class File {
+  public:
+    /// Opens the file. Throws Error if it cannot be opened, is not a trace file, is of an unknown
+    /// version, or has a header with which nothing can be found.
+    explicit File( const std::string & path );
+
+    /// Reads a file that is in memory. `path` is its name in messages.
+    File( std::string path, std::vector<std::byte> content );
+
+    ~File();
+    File( const File & ) = delete;
+    File & operator=( const File & ) = delete;
+
+    const Info & info() const noexcept;
+
+    /// The sites that are registered so far.
+    const std::deque<Site> & sites() const noexcept;
+
+    /// The next record, oldest first; false when there is none (yet). Throws Error if the file can
+    /// no longer be read.
+    bool next( Record & record );
+
+    /// For a file that is being written: when next() has returned false, looks for more. True if
+    /// next() is worth a call. Throws Error if the file can no longer be read.
+    bool poll();
+
+    /// Complete when next() has returned false. At most maxFindings, the last of which then says
+    /// that there are more.
+    const std::vector<Finding> & findings() const noexcept;
+    static constexpr std::size_t maxFindings = 1000;
+
+    const Counts & counts() const noexcept;
+
+    /// The clock of the file, and the span over which its rate was measured, in nanoseconds. The
+    /// files of a process have a base in common; Merge gives them the best of their rates.
+    const Clock & clock() const noexcept;
+    std::int64_t clockSpan() const noexcept;
+    void setClock( const Clock & clock ) noexcept;
+
+  private:
+    class Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+/// Which records are wanted. What is empty is not asked for.
+struct Filter {
+    std::string recipe = {};                ///< function name
+    std::string file = {};                  ///< source file of the site
+    std::optional<std::uint32_t> line = {}; ///< and its line
+    std::optional<std::int64_t> from = {};  ///< nanoseconds since 1970, UTC
+    std::optional<std::int64_t> to = {};    ///< the first time that is no longer wanted
+    std::optional<std::uint32_t> thread =
+        {};                ///< thread id, or process id for the file of a process
+    std::string text = {}; ///< occurs in the record's text
+
+    bool accepts( const Record & record ) const;
+};
+
+enum class Format {
+    /// Time, process and thread, position, text:
+    ///     2026-03-01T07:30:00.123456789Z 4711/4713 Cairn/CairnLtHelper:31 setX unit: 0
+    /// A "~" before the time says that it is only that of the block.
+    text,
+    /// Time and text.
+    brief,
+    /// A JSON object with members time, timeOfBlock (only if true), process, thread (only if the
+    /// file has
+    /// one), file, line, function, text, values. Without a site, message and bytes stand in place
+    /// of the
+    /// last five.
+    json,
+};
+
+/// Renders records as lines.
+class Renderer {
+  public:
+    explicit Renderer( Format format ) : format_( format ) {}
+
+    /// Appends the record as a line, with its line end. Control characters and bytes that are not
+    /// UTF-8 are escaped: a record is always one line.
+    void append( std::string & out, const Record & record );
+
+  private:
+    void appendLine( std::string & out, const Record & record );
+    void appendJson( std::string & out, const Record & record );
+    void appendTime( std::string & out, std::int64_t time );
+
+    Format format_;
+    std::vector<Value> values_;       // kept from record to record for its memory
+    std::int64_t second_ = INT64_MIN; ///< of secondText_
+    std::string secondText_;          ///< the last time's text up to the second
+};
+
+/// Several files as one: their records in the order of their times. The order within a file is
+/// kept.
+class Merge {
+  public:
+    Merge() = default;
+
+    /// Adds a file. Before the first call of next().
+    void add( std::unique_ptr<File> file );
+
+    /// The next record of all; it is valid until the next call of next() or poll().
+    bool next( Record & record );
+
+    /// When next() has returned false: looks for more in all files, as File::poll().
+    bool poll();
+
+    const std::vector<std::unique_ptr<File>> & files() const noexcept { return files_; }
+
+  private:
+    struct Head {
+        Record record;
+        std::size_t file; ///< index in files_
+    };
+    static bool isLater( const Head & one, const Head & other ) noexcept;
+    void shareClocks();
+
+    std::vector<std::unique_ptr<File>> files_;
+    std::vector<Head> heads_;           ///< a heap, the earliest in front
+    std::vector<std::size_t> toRefill_; ///< files that have no record in heads_ but may have one
+    bool isStarted_ = false;
+};
+
+/// The trace files at a path: the file itself, or those in a directory, by name. Throws Error if
+/// there are none.
+std::vector<std::string> findFiles( const std::string & path );
+
+} // namespace TraceReader
