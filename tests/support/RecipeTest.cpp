@@ -298,6 +298,7 @@ Stop RecipeTest::stopOf( const std::function<void()> & recipe ) {
     int logPipe[2];
     if ( ::pipe( errorPipe ) != 0 || ::pipe( logPipe ) != 0 )
         throw std::system_error( errno, std::generic_category(), "pipe" );
+    std::fflush( nullptr ); // or the child writes what is buffered a second time
     const pid_t child = ::fork();
     if ( child == 0 ) {
         const rlimit noCore{ 0, 0 };

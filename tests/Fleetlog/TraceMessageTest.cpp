@@ -1,0 +1,459 @@
+#include "Cairn/TraceMessage.h"
+
+#include "tests/Fleetlog/TraceFiles.h"
+
+#include <Kiln/ActivityLock.h>
+#include <Kiln/TraceSink.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+// The dual trace message and the plain line, in small recipes of this file.
+
+namespace MessageTest {
+
+using namespace Cairn;
+
+void setSeed( uint32_t unit, uint32_t seed ) noexcept {
+    CAIRN_RECIPE( "void MessageTest::setSeed(uint32_t, uint32_t)" );
+    CAIRN_MESSAGE( "ii", ( " unit: ", "%s", " seed: ", "%s" ), unit, seed );
+}
+
+void twoSites( uint32_t unit, bool second ) noexcept {
+    CAIRN_RECIPE( "void MessageTest::twoSites(uint32_t, bool)" );
+    CAIRN_MESSAGE( "i", ( " unit: ", "%s" ), unit );
+    if ( second )
+        CAIRN_MESSAGE( "i", ( " second time for unit: ", "%s" ), unit );
+}
+
+// A placeholder and the text after it in one piece, and all types.
+void allTypes( uint32_t unit, int index, uint16_t l2If, bool lag, const char * mem ) noexcept {
+    CAIRN_RECIPE( "void MessageTest::allTypes(uint32_t, int, uint16_t, bool, const char*)" );
+    CAIRN_MESSAGE( "iisbp", ( " unit: ", "%s", " index: ", "%s l2If: ", "%s", " lag: ", "%s", " mem: ", "%s" ), unit, index, l2If, lag, mem );
+}
+
+void twoTexts( const char * first, const char * second ) noexcept {
+    CAIRN_RECIPE( "void MessageTest::twoTexts(const char*, const char*)" );
+    CAIRN_MESSAGE( "pp", ( " first: ", "%s", " second: ", "%s" ), first, second );
+}
+
+void noValues() noexcept {
+    CAIRN_RECIPE( "void MessageTest::noValues()" );
+    CAIRN_MESSAGE( "", ( " did nothing" ) );
+}
+
+uint32_t evaluations = 0;
+
+void counting( bool isSet ) noexcept {
+    CAIRN_RECIPE( "void MessageTest::counting(bool)" );
+    if ( isSet )
+        CAIRN_MESSAGE( "i", ( " evaluated: ", "%s" ), ++evaluations );
+    else
+        CAIRN_LINE( 8, "counting" << " evaluated: " << ++evaluations );
+}
+
+// Locals whose names a careless macro could have chosen, and each construct where a single
+// statement is allowed.
+void hostile( uint32_t file, uint32_t site, uint32_t id, uint32_t ring, uint32_t text ) noexcept {
+    CAIRN_RECIPE( "void MessageTest::hostile(uint32_t, uint32_t, uint32_t, uint32_t, uint32_t)" );
+    uint32_t values = 6, line = 7, level = 8;
+    for ( int msgId = 0; msgId < 1; ++msgId )
+        CAIRN_MESSAGE( "iiiiiiii", ( " ", "%s", "%s", "%s", "%s", "%s", "%s", "%s", "%s" ), file, site, id, ring, text, values, line, level );
+    switch ( level ) {
+    case 8:
+        CAIRN_LINE( 3, cairnRecipe_.pretty << " " << file );
+        break;
+    default:
+        CAIRN_MESSAGE( "i", ( " not here ", "%s" ), file );
+    }
+}
+
+void skip( uint16_t unit ) noexcept {
+    CAIRN_RECIPE( "void MessageTest::skip(uint16_t)" );
+    CAIRN_LINE( 2, "skip" << " unit: " << unit << " Skipping" );
+}
+
+// What the macro checks at compile time.
+static_assert( MessageArguments<uint32_t, int, uint16_t, bool, const char *>::match( "iisbp" ) );
+static_assert( !MessageArguments<uint32_t>::match( "s" ) );
+static_assert( !MessageArguments<uint16_t>::match( "i" ) );
+static_assert( !MessageArguments<bool>::match( "i" ) );
+static_assert( !MessageArguments<uint32_t, uint32_t>::match( "i" ) );
+static_assert( !MessageArguments<uint32_t>::match( "ii" ) );
+static_assert( !MessageArguments<uint64_t>::match( "i" ) );
+static_assert( !MessageArguments<uint64_t>::match( "?" ) );
+static_assert( MessageArguments<>::match( "" ) );
+static_assert( MessageArguments<const char *, const char *, uint32_t>::fit() );
+static_assert( !MessageArguments<const char *, const char *, const char *>::fit() );
+constexpr const char * threePlaces[] = { " a: ", "%s", " b: ", "%s c: ", "%s", "100%" };
+static_assert( countPlaceholders( threePlaces ) == 3 );
+
+class TraceMessageTest : public testing::Test {
+  protected:
+    TraceMessageTest() {
+        Kiln::traceToCallback( [this]( const Kiln::TraceLine & line ) {
+            lines_.push_back( std::string( line.facility ) + "/" +
+                              std::to_string( static_cast<unsigned>( line.level ) ) + " " +
+                              std::string( line.file ) + " " + std::string( line.function ) + ": " +
+                              std::string( line.text ) );
+            positions_.push_back( line.line );
+        } );
+    }
+
+    ~TraceMessageTest() override {
+        Fleetlog::closeDefault();
+        Kiln::traceOff();
+        Kiln::traceToStandardError();
+    }
+
+    void enable( uint32_t level ) { Kiln::traceSettings( { { "CairnLtHelper", 1u << level } } ); }
+
+    void openTrace( Fleetlog::Files files = Fleetlog::Files::perProcess ) {
+        Fleetlog::openDefault(
+            { .directory = directory_.path(), .ringBytes = 1 << 16, .files = files } );
+    }
+
+    std::vector<std::string> recorded() const { return Support::read( directory_.file() ).texts; }
+
+    Support::Directory directory_;
+    std::vector<std::string> lines_;
+    std::vector<int> positions_;
+};
+
+using TraceMessageDeathTest = TraceMessageTest;
+
+TEST_F( TraceMessageTest, FirstMessageOfASiteRegistersItsDescriptorTheSecondWritesOnlyTheRecord ) {
+    openTrace();
+    EXPECT_TRUE( Support::read( directory_.file() ).sites.empty() );
+    setSeed( 0, 12345 );
+    auto reading = Support::read( directory_.file() );
+    ASSERT_EQ( reading.sites.size(), 1u );
+    EXPECT_EQ( reading.sites[0].file, "Cairn/CairnLtHelper" );
+    EXPECT_GT( reading.sites[0].line, 0u );
+    EXPECT_EQ( reading.sites[0].letters, "ii" );
+    EXPECT_EQ( reading.sites[0].function, "setSeed" );
+    EXPECT_EQ( reading.texts, std::vector<std::string>{ "setSeed unit: 0 seed: 12345" } );
+
+    setSeed( 1, 2 );
+    reading = Support::read( directory_.file() );
+    EXPECT_EQ( reading.sites.size(), 1u );
+    EXPECT_EQ( reading.texts, ( std::vector<std::string>{ "setSeed unit: 0 seed: 12345",
+                                                          "setSeed unit: 1 seed: 2" } ) );
+}
+
+TEST_F( TraceMessageTest, SiteOnFileInOneTraceRegistersAgainInTheNext ) {
+    openTrace();
+    setSeed( 1, 1 );
+    const std::string first = directory_.file();
+    openTrace();
+    setSeed( 2, 2 );
+    setSeed( 3, 3 );
+    ASSERT_EQ( directory_.files().size(), 2u );
+    for ( const auto & path : directory_.files() ) {
+        const auto reading = Support::read( path );
+        EXPECT_EQ( reading.sites.size(), 1u );
+        EXPECT_EQ( reading.texts.size(), path == first ? 1u : 2u );
+    }
+}
+
+TEST_F( TraceMessageTest,
+        IdentifierThatIsZeroOrBeyondTheTableIsTreatedAsNotInitialisedAndRegisters ) {
+    openTrace();
+    Fleetlog::TraceFile & file = *Fleetlog::defaultFleetlogHandle->traceFile();
+    static constexpr Recipe recipe{ "recipe", "void recipe()" };
+    static constexpr const char * pieces[] = { " unit: ", "%s" };
+    static constexpr MessageSite site{ &recipe, 5, "i", pieces };
+    std::set<int> given;
+    std::size_t descriptors = 0;
+    for ( const int start :
+          { 0, 1'000'000, static_cast<int>( file.initialisedLength() ) + 10'000, -7 } ) {
+        int msgId = start;
+        ASSERT_FALSE( msgIdInitialized( file, msgId ) );
+        writeMessage( site, msgId, uint32_t( 9 ) );
+        EXPECT_TRUE( msgIdInitialized( file, msgId ) );
+        EXPECT_NE( msgId, start );
+        given.insert( msgId );
+        EXPECT_EQ( Support::read( directory_.file() ).sites.size(), ++descriptors );
+        writeMessage( site, msgId, uint32_t( 10 ) );
+        EXPECT_EQ( Support::read( directory_.file() ).sites.size(), descriptors );
+    }
+    EXPECT_EQ( given.size(), 4u );
+    EXPECT_EQ( recorded().size(), 8u );
+}
+
+TEST_F( TraceMessageTest, WithNoTraceFileAndLevelTwoDisabledAMessageHasNoEffect ) {
+    setSeed( 1, 2 );
+    allTypes( 1, 2, 3, true, "x" );
+    EXPECT_TRUE( lines_.empty() );
+    EXPECT_TRUE( directory_.files().empty() );
+    EXPECT_EQ( Twinlog::twinlogFixed_.text(), "" );
+
+    Fleetlog::TraceHandle withoutFile;
+    Fleetlog::defaultFleetlogHandle = &withoutFile;
+    setSeed( 1, 2 );
+    Fleetlog::defaultFleetlogHandle = nullptr;
+    EXPECT_TRUE( lines_.empty() );
+}
+
+TEST_F( TraceMessageTest, WithLevelTwoEnabledAndNoTraceFileTheLineIsWrittenAloneWithTheSameText ) {
+    enable( 2 );
+    setSeed( 0, 12345 );
+    ASSERT_EQ( lines_,
+               std::vector<std::string>{
+                   "CairnLtHelper/2 Cairn/CairnLtHelper setSeed: setSeed unit: 0 seed: 12345" } );
+    const auto withoutFile = lines_;
+    lines_.clear();
+    openTrace();
+    setSeed( 0, 12345 );
+    EXPECT_EQ( lines_, withoutFile );
+    EXPECT_EQ( recorded(), std::vector<std::string>{ "setSeed unit: 0 seed: 12345" } );
+}
+
+TEST_F( TraceMessageTest, LineAndRecordTellTheSamePosition ) {
+    enable( 2 );
+    openTrace();
+    twoSites( 1, true );
+    const auto sites = Support::read( directory_.file() ).sites;
+    ASSERT_EQ( sites.size(), 2u );
+    ASSERT_EQ( positions_.size(), 2u );
+    EXPECT_EQ( sites[0].line, static_cast<uint32_t>( positions_[0] ) );
+    EXPECT_EQ( sites[1].line, static_cast<uint32_t>( positions_[1] ) );
+    EXPECT_LT( positions_[0], positions_[1] );
+    EXPECT_NE( sites[0].id, sites[1].id );
+}
+
+TEST_F( TraceMessageTest, PlaceholdersAreReplacedByTheValuesOfAllTypesInBothOutputs ) {
+    enable( 2 );
+    openTrace();
+    allTypes( 4294967295u, 7, 65535, true, "mem" );
+    const std::string expected =
+        "allTypes unit: 4294967295 index: 7 l2If: 65535 lag: true mem: mem";
+    EXPECT_EQ( recorded(), std::vector<std::string>{ expected } );
+    EXPECT_EQ( lines_, std::vector<std::string>{ "CairnLtHelper/2 Cairn/CairnLtHelper allTypes: " +
+                                                 expected } );
+    const auto sites = Support::read( directory_.file() ).sites;
+    ASSERT_EQ( sites.size(), 1u );
+    EXPECT_EQ( sites[0].letters, "iisbp" );
+    EXPECT_EQ( sites[0].letters.size() + 1, sites[0].texts.size() );
+
+    lines_.clear();
+    allTypes( 0, -1, 0, false, nullptr );
+    EXPECT_EQ( lines_, std::vector<std::string>{
+                           "CairnLtHelper/2 Cairn/CairnLtHelper allTypes: "
+                           "allTypes unit: 0 index: -1 l2If: 0 lag: false mem: (null)" } );
+}
+
+TEST_F( TraceMessageTest, ValueThatContainsThePlaceholderIsAValueInBothOutputs ) {
+    enable( 2 );
+    openTrace();
+    twoTexts( "%s and 100%", "%d%s" );
+    const std::string expected = "twoTexts first: %s and 100% second: %d%s";
+    EXPECT_EQ( recorded(), std::vector<std::string>{ expected } );
+    EXPECT_EQ( lines_, std::vector<std::string>{ "CairnLtHelper/2 Cairn/CairnLtHelper twoTexts: " +
+                                                 expected } );
+}
+
+TEST_F( TraceMessageTest, MessageWithoutValues ) {
+    enable( 2 );
+    openTrace();
+    noValues();
+    EXPECT_EQ( recorded(), std::vector<std::string>{ "noValues did nothing" } );
+    EXPECT_EQ( lines_.size(), 1u );
+}
+
+TEST_F( TraceMessageTest, LevelTwoDisabledFormatsNothing ) {
+    openTrace();
+    Twinlog::twinlogFixed_.clear();
+    setSeed( 1, 2 );
+    EXPECT_EQ( Twinlog::twinlogFixed_.text(), "" );
+    EXPECT_TRUE( lines_.empty() );
+    EXPECT_EQ( recorded().size(), 1u );
+    for ( uint32_t level = 0; level < Kiln::TraceFacility::levelCount; ++level )
+        if ( level != 2 )
+            enable( level );
+    setSeed( 1, 2 );
+    EXPECT_TRUE( lines_.empty() );
+}
+
+TEST_F( TraceMessageTest, SecondLevelTestDiscardsTheText ) {
+    static constexpr Recipe recipe{ "recipe", "void recipe()" };
+    static constexpr const char * pieces[] = { " unit: ", "%s" };
+    static constexpr MessageSite site{ &recipe, 5, "i", pieces };
+    Twinlog::FleetlogConverter text;
+    writePieces( site );
+    text << 5u;
+    EXPECT_EQ( text.text(), "recipe unit: 5" );
+    writeMessageLine( site, text ); // level 2 was disabled meanwhile
+    EXPECT_TRUE( lines_.empty() );
+    enable( 2 );
+    writeMessageLine( site, text );
+    EXPECT_EQ( lines_.size(), 1u );
+}
+
+TEST_F( TraceMessageTest, ArgumentsAreEvaluatedOnceAndThoseOfAPlainLineOnlyIfItIsWritten ) {
+    evaluations = 0;
+    counting( true );
+    EXPECT_EQ( evaluations, 1u );
+    counting( false );
+    EXPECT_EQ( evaluations, 1u );
+    enable( 8 );
+    enable( 2 );
+    openTrace();
+    counting( true );
+    EXPECT_EQ( evaluations, 2u );
+    counting( false );
+    EXPECT_EQ( evaluations, 3u );
+    EXPECT_EQ( lines_,
+               ( std::vector<std::string>{
+                   "CairnLtHelper/2 Cairn/CairnLtHelper counting: counting evaluated: 2",
+                   "CairnLtHelper/8 Cairn/CairnLtHelper counting: counting evaluated: 3" } ) );
+    EXPECT_EQ( recorded(), std::vector<std::string>{ "counting evaluated: 2" } );
+}
+
+TEST_F( TraceMessageTest, MacrosWorkAmongHostileNamesAndAsSingleStatements ) {
+    enable( 2 );
+    enable( 3 );
+    hostile( 1, 2, 3, 4, 5 );
+    EXPECT_EQ(
+        lines_,
+        ( std::vector<std::string>{
+            "CairnLtHelper/2 Cairn/CairnLtHelper hostile: hostile 12345678",
+            "CairnLtHelper/3 Cairn/CairnLtHelper hostile: void MessageTest::hostile(uint32_t, "
+            "uint32_t, uint32_t, uint32_t, uint32_t) 1" } ) );
+}
+
+TEST_F( TraceMessageTest, PlainLineLeavesNoRecord ) {
+    enable( 2 );
+    openTrace();
+    skip( 3 );
+    EXPECT_EQ( lines_, std::vector<std::string>{
+                           "CairnLtHelper/2 Cairn/CairnLtHelper skip: skip unit: 3 Skipping" } );
+    const auto reading = Support::read( directory_.file() );
+    EXPECT_TRUE( reading.texts.empty() );
+    EXPECT_TRUE( reading.sites.empty() );
+}
+
+// Threads ---------------------------------------------------------------------------------------
+
+TEST_F( TraceMessageTest, ThreadsWithFilesOfTheirOwnShareTheIdentifierOfASite ) {
+    constexpr uint32_t threads = 4;
+    constexpr uint32_t messages = 3000;
+    openTrace( Fleetlog::Files::perThread );
+    std::vector<std::thread> running;
+    for ( uint32_t thread = 0; thread < threads; ++thread )
+        running.emplace_back( [=] {
+            for ( uint32_t i = 0; i < messages; ++i ) {
+                setSeed( thread, i );
+                twoSites( i, false );
+            }
+        } );
+    for ( auto & thread : running )
+        thread.join();
+
+    std::set<uint32_t> ids;
+    std::set<std::string> writers;
+    for ( const auto & path : directory_.files() ) {
+        const auto reading = Support::read( path );
+        EXPECT_TRUE( reading.findings.empty() );
+        if ( reading.sites.empty() )
+            continue; // of this thread, which has opened the trace and written nothing
+        ASSERT_EQ( reading.sites.size(), 2u );
+        for ( const auto & site : reading.sites )
+            ids.insert( site.id );
+        ASSERT_EQ( reading.texts.back(), "twoSites unit: " + std::to_string( messages - 1 ) );
+        writers.insert( reading.texts[reading.texts.size() - 2] );
+    }
+    EXPECT_EQ( ids.size(), 2u );
+    EXPECT_EQ( writers.size(), threads );
+}
+
+TEST_F( TraceMessageTest, ThreadsThatShareAFileWriteWithTheActivityLockHeld ) {
+    constexpr uint32_t threads = 4;
+    constexpr uint32_t messages = 500;
+    enable( 2 );
+    openTrace();
+    std::vector<std::thread> running;
+    for ( uint32_t thread = 0; thread < threads; ++thread )
+        running.emplace_back( [=] {
+            for ( uint32_t i = 0; i < messages; ++i ) {
+                Kiln::activityLock().lock();
+                setSeed( thread, i );
+                Kiln::activityLock().unlock();
+            }
+        } );
+    for ( auto & thread : running )
+        thread.join();
+    EXPECT_EQ( lines_.size(), threads * messages );
+    const auto reading = Support::read( directory_.file() );
+    EXPECT_EQ( reading.sites.size(), 1u );
+    EXPECT_EQ( reading.texts.size(), threads * messages );
+    const std::set<std::string> different( reading.texts.begin(), reading.texts.end() );
+    EXPECT_EQ( different.size(), threads * messages );
+}
+
+// Exceptions ------------------------------------------------------------------------------------
+
+TEST_F( TraceMessageDeathTest, ExceptionOfTheTraceLibrariesEndsTheProcess ) {
+    enable( 2 );
+    enable( 8 );
+    openTrace();
+    Kiln::traceToCallback(
+        []( const Kiln::TraceLine & ) { throw std::runtime_error( "the sink is broken" ); } );
+    EXPECT_DEATH( setSeed( 1, 2 ), "the sink is broken" );
+    EXPECT_DEATH( counting( false ), "the sink is broken" );
+}
+
+// Twinlog ---------------------------------------------------------------------------------------
+
+TEST( TwinlogTest, ValuesTakeTheirPlacesInOrder ) {
+    Twinlog::FleetlogConverter converter;
+    Twinlog::twinlogFixed_ << "f"
+                           << " a: "
+                           << "%s"
+                           << " b: "
+                           << "%s c: "
+                           << "%s"
+                           << " d: "
+                           << "%s"
+                           << " e: "
+                           << "%s"
+                           << "!";
+    converter << "text" << true << -5 << 7u << static_cast<unsigned short>( 8 );
+    EXPECT_EQ( converter.text(), "f a: text b: true c: -5 d: 7 e: 8!" );
+}
+
+TEST( TwinlogTest, ConverterBeginsAfresh ) {
+    Twinlog::twinlogFixed_ << "left over %s";
+    Twinlog::FleetlogConverter converter;
+    Twinlog::twinlogFixed_ << "new: %s";
+    converter << 1;
+    EXPECT_EQ( converter.text(), "new: 1" );
+}
+
+TEST( TwinlogTest, PlaceWithoutAValueStaysAndValueWithoutAPlaceComesLast ) {
+    Twinlog::FleetlogConverter missing;
+    Twinlog::twinlogFixed_ << "a: %s b: %s";
+    missing << 1;
+    EXPECT_EQ( missing.text(), "a: 1 b: %s" );
+    Twinlog::FleetlogConverter surplus;
+    Twinlog::twinlogFixed_ << "a: %s.";
+    surplus << 1 << 2 << 3;
+    EXPECT_EQ( surplus.text(), "a: 1. 2 3" );
+}
+
+TEST( TwinlogTest, PiecesBeyondTheCapacityAreCutVisibly ) {
+    Twinlog::FleetlogConverter converter;
+    const std::string piece( 1000, 'x' );
+    for ( int i = 0; i < 6; ++i )
+        Twinlog::twinlogFixed_ << piece.c_str();
+    EXPECT_EQ( converter.text().size(), Twinlog::FixedStream::capacity );
+    EXPECT_TRUE( converter.text().ends_with( "x..." ) );
+}
+
+} // namespace MessageTest

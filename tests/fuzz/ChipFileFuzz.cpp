@@ -1,0 +1,23 @@
+#include "tools/ChipFile.h"
+
+#include "tools/Input.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+
+// Any bytes as a chip file: refused with a message that names the file and the line, or a chip that
+// can be built.
+
+extern "C" int LLVMFuzzerTestOneInput( const uint8_t * data, std::size_t size ) {
+    const std::string_view contents( reinterpret_cast<const char *>( data ), size );
+    try {
+        if ( !Tool::parseChipFile( contents, "x.toml" ).check().empty() )
+            std::abort();
+    } catch ( const Tool::BadInput & trouble ) {
+        if ( !std::string_view( trouble.what() ).starts_with( "x.toml:" ) )
+            std::abort();
+    }
+    return 0;
+}

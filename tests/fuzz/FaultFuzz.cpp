@@ -1,0 +1,23 @@
+#include "sim/Fault.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+
+// Any bytes as an injection rule: refused with a message, or a fault that makes sense and reads
+// back from its own text.
+
+extern "C" int LLVMFuzzerTestOneInput( const uint8_t * data, std::size_t size ) {
+    const std::string_view text( reinterpret_cast<const char *>( data ), size );
+    const Sim::ParsedFault parsed = Sim::parseFault( text );
+    if ( parsed.fault.has_value() != parsed.error.empty() )
+        std::abort();
+    if ( parsed.fault ) {
+        if ( !Sim::check( *parsed.fault ).empty() )
+            std::abort();
+        if ( Sim::parseFault( Sim::toText( *parsed.fault ) ).fault != parsed.fault )
+            std::abort();
+    }
+    return 0;
+}

@@ -1,0 +1,263 @@
+#include "tests/tools/Program.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+// The binary trace of a run, and the verb that reads it.
+
+namespace {
+
+using Json = nlohmann::json;
+using ToolTest::cairnLt;
+using ToolTest::lines;
+using ToolTest::linesWith;
+using ToolTest::Outcome;
+
+class TraceVerb : public ::testing::Test {
+  protected:
+    std::string folder() const { return temporary_.path( "trace" ); }
+    std::string file( const std::string & name, const std::string & contents ) const {
+        return temporary_.write( name, contents );
+    }
+
+    Outcome seeds( const std::vector<std::string> & more = {} ) const {
+        std::vector<std::string> arguments{
+            "run", "setLoadBalanceRandSeedCtrl", "0", "12345", "--trace-dir", folder() };
+        arguments.insert( arguments.end(), more.begin(), more.end() );
+        return cairnLt( arguments );
+    }
+
+    std::string onlyFile() const {
+        std::vector<std::string> found;
+        for ( const auto & entry : std::filesystem::directory_iterator( folder() ) )
+            found.push_back( entry.path() );
+        EXPECT_EQ( found.size(), 1u );
+        return found.empty() ? "" : found[0];
+    }
+
+  private:
+    ToolTest::TemporaryFolder temporary_;
+};
+
+TEST_F( TraceVerb, ShowsTheMessagesOfARun ) {
+    ASSERT_EQ( seeds().exitCode, 0 );
+    const Outcome run = cairnLt( { "trace", folder() } );
+    EXPECT_EQ( run.exitCode, 0 );
+    EXPECT_EQ( run.err, "" );
+    const auto shown = lines( run.out );
+    ASSERT_EQ( shown.size(), 1u );
+    EXPECT_TRUE( shown[0].ends_with( " setLoadBalanceRandSeedCtrl unit: 0 seed: 12345" ) );
+    EXPECT_NE( shown[0].find( " Cairn/CairnLtHelper:" ), std::string::npos );
+    EXPECT_TRUE( shown[0].starts_with( "20" ) ) << shown[0];
+}
+
+TEST_F( TraceVerb, JsonIsAnObjectALine ) {
+    ASSERT_EQ( seeds().exitCode, 0 );
+    const Json record = Json::parse( cairnLt( { "trace", folder(), "--format", "json" } ).out );
+    EXPECT_EQ( record["function"], "setLoadBalanceRandSeedCtrl" );
+    EXPECT_EQ( record["text"], "setLoadBalanceRandSeedCtrl unit: 0 seed: 12345" );
+    EXPECT_EQ( record["values"], ( Json{ 0, 12345 } ) );
+    EXPECT_EQ( record["file"], "Cairn/CairnLtHelper" );
+    EXPECT_GT( record["line"], 0 );
+}
+
+TEST_F( TraceVerb, HoldsEveryMessageUpToTheStop ) {
+    const Outcome stopped = seeds( { "--inject", "op=pt_entry_commit,rc=-30,at=2" } );
+    EXPECT_EQ( stopped.signal, SIGABRT );
+    const Outcome run = cairnLt( { "trace", folder(), "--format", "brief" } );
+    EXPECT_EQ( run.exitCode, 0 );
+    EXPECT_EQ( linesWith( run.out, "setLoadBalanceRandSeedCtrl unit: 0 seed: 12345" ).size(), 1u );
+    EXPECT_EQ( linesWith( cairnLt( { "trace", folder(), "--info" } ).out, "closed" ),
+               ( std::vector<std::string>{ "  closed              no: it is being written, or its "
+                                           "process ended without closing it" } ) );
+}
+
+TEST_F( TraceVerb, SkipMessageFollowsTheEntryMessage ) {
+    ASSERT_EQ(
+        cairnLt( { "bringup", "examples/missing-seeds.toml", "--trace-dir", folder() } ).exitCode,
+        0 );
+    const auto shown =
+        lines( cairnLt( { "trace", folder(), "--match", "skipping register" } ).out );
+    ASSERT_FALSE( shown.empty() );
+    EXPECT_NE( shown[0].find( " skipping register " ), std::string::npos );
+}
+
+TEST_F( TraceVerb, FiltersByRecipeSiteTextTimeAndThread ) {
+    ASSERT_EQ( cairnLt( { "bringup", "examples/bringup.toml", "--trace-dir", folder() } ).exitCode,
+               0 );
+    const auto count = [&]( std::vector<std::string> filter ) {
+        std::vector<std::string> arguments{ "trace", folder() };
+        arguments.insert( arguments.end(), filter.begin(), filter.end() );
+        return lines( cairnLt( arguments ).out ).size();
+    };
+    const std::size_t all = count( {} );
+    EXPECT_GT( all, 20u );
+    EXPECT_EQ( count( { "--recipe", "setEmRobustHashDisable" } ), 1u );
+    const std::size_t trace = count( { "--recipe", "programMonTraceCpu" } );
+    EXPECT_GE( trace, 3u );
+    EXPECT_EQ( count( { "--match", "programMonTraceCpu" } ), trace );
+    EXPECT_EQ( count( { "--recipe", "programMonTraceCpu", "--match", "L3_TTL_ERROR" } ), 1u );
+    EXPECT_EQ( count( { "--to", "2020-01-01T00:00:00" } ), 0u );
+    EXPECT_EQ( count( { "--from", "2020-01-01T00:00:00.5Z" } ), all );
+    EXPECT_EQ( count( { "--thread", "4294967295" } ), 0u );
+    const Json record = Json::parse(
+        cairnLt( { "trace", folder(), "--recipe", "setEmRobustHashDisable", "--format", "json" } )
+            .out );
+    const std::string line = record["line"].dump();
+    EXPECT_EQ( count( { "--site", line } ), 1u );
+    EXPECT_EQ( count( { "--site", "Cairn/CairnLtHelper:" + line } ), 1u );
+    EXPECT_EQ( count( { "--site", "Cairn/CairnLtHelper" } ), all );
+    EXPECT_EQ( count( { "--site", "Other:" + line } ), 0u );
+}
+
+TEST_F( TraceVerb, InfoTellsVersionWriterClockBlocksAndSites ) {
+    ASSERT_EQ( seeds().exitCode, 0 );
+    const Outcome run = cairnLt( { "trace", folder(), "--info" } );
+    for ( const char * what :
+          { "format version", "program             cairn-lt, process ", "opened",
+            "closed              yes", "timestamps", "ring", "records             1 in 1",
+            "overwritten         about 0 records", "lost to damage      0 blocks",
+            "setLoadBalanceRandSeedCtrl unit: %s seed: %s" } )
+        EXPECT_EQ( linesWith( run.out, what ).size(), 1u ) << what << "\n" << run.out;
+    const Json info =
+        Json::parse( cairnLt( { "trace", folder(), "--info", "--format", "json" } ).out );
+    ASSERT_EQ( info.size(), 1u );
+    EXPECT_EQ( info[0]["records"], 1 );
+    EXPECT_EQ( info[0]["sites"][0]["letters"], "ii" );
+    EXPECT_EQ( info[0]["findings"], Json::array() );
+}
+
+TEST_F( TraceVerb, CheckSaysWhole ) {
+    ASSERT_EQ( seeds().exitCode, 0 );
+    const Outcome run = cairnLt( { "trace", folder(), "--check" } );
+    EXPECT_EQ( run.exitCode, 0 );
+    EXPECT_EQ( run.out, onlyFile() + ": whole, 1 records read\n" );
+}
+
+TEST_F( TraceVerb, DamageIsSaidAndTheRestIsRead ) {
+    ASSERT_EQ( cairnLt( { "bringup", "examples/bringup.toml", "--trace-dir", folder() } ).exitCode,
+               0 );
+    const std::string path = onlyFile();
+    const std::size_t whole = lines( cairnLt( { "trace", path } ).out ).size();
+    // In the first block of the ring, behind some of its records, a few bytes are overwritten.
+    const Json info =
+        Json::parse( cairnLt( { "trace", path, "--info", "--format", "json" } ).out )[0];
+    const auto size = std::filesystem::file_size( path );
+    const auto ring = info["ringBlocks"].get<std::size_t>() * info["blockBytes"].get<std::size_t>();
+    std::fstream damaged( path, std::ios::in | std::ios::out | std::ios::binary );
+    damaged.seekp( static_cast<std::streamoff>( size - ring + 200 ) );
+    damaged << std::string( 64, '\x5A' );
+    damaged.close();
+    const Outcome run = cairnLt( { "trace", path } );
+    EXPECT_EQ( run.exitCode, 1 );
+    EXPECT_LT( lines( run.out ).size(), whole );
+    EXPECT_EQ( linesWith( run.err, path + ": at byte " ).size(), lines( run.err ).size() );
+    EXPECT_GE( lines( run.err ).size(), 1u );
+    const Outcome check = cairnLt( { "trace", path, "--check" } );
+    EXPECT_EQ( check.exitCode, 1 );
+    EXPECT_EQ( linesWith( check.out, path + ": damaged" ).size(), 1u );
+}
+
+TEST_F( TraceVerb, CutFileIsReadAsFarAsItGoes ) {
+    ASSERT_EQ( seeds().exitCode, 0 );
+    const std::string path = onlyFile();
+    std::filesystem::resize_file( path, std::filesystem::file_size( path ) - 4096 );
+    const Outcome run = cairnLt( { "trace", path } );
+    EXPECT_EQ( run.exitCode, 1 );
+    EXPECT_EQ( lines( run.out ).size(), 1u );
+    EXPECT_EQ( linesWith( run.err, path ).size(), 1u );
+}
+
+TEST_F( TraceVerb, FollowEndsWhenTheWriterHasClosedItsFile ) {
+    ASSERT_EQ( seeds().exitCode, 0 );
+    const Outcome run = cairnLt( { "trace", folder(), "--follow" } );
+    EXPECT_EQ( run.exitCode, 0 );
+    EXPECT_EQ( lines( run.out ).size(), 1u );
+}
+
+TEST_F( TraceVerb, FilesOfSeveralRunsAreMergedByTime ) {
+    ASSERT_EQ( seeds().exitCode, 0 );
+    ASSERT_EQ(
+        cairnLt( { "run", "setEmRobustHashDisable", "0", "--trace-dir", folder() } ).exitCode, 0 );
+    const auto shown = lines( cairnLt( { "trace", folder() } ).out );
+    ASSERT_EQ( shown.size(), 2u );
+    EXPECT_NE( shown[0].find( "setLoadBalanceRandSeedCtrl" ), std::string::npos );
+    EXPECT_NE( shown[1].find( "setEmRobustHashDisable" ), std::string::npos );
+}
+
+TEST_F( TraceVerb, BadInputIsOneLineAndExitCodeTwo ) {
+    ASSERT_EQ( seeds().exitCode, 0 );
+    struct Case {
+        std::vector<std::string> arguments;
+        std::string part;
+    };
+    const std::string notATrace = file( "notes.fleetlog", "these are notes\n" );
+    for ( const Case & bad : {
+              Case{ { "trace" }, "paths is required" },
+              Case{ { "trace", "/nonexistent/trace" }, "/nonexistent/trace" },
+              Case{ { "trace", notATrace }, notATrace },
+              Case{ { "trace", folder(), "--recipe", "setEmRobustHash" },
+                    "setEmRobustHashDisable" },
+              Case{ { "trace", folder(), "--from", "yesterday" },
+                    "\"yesterday\" is not a time in UTC" },
+              Case{ { "trace", folder(), "--to", "2026-03-01T07:30:00x" }, "is not a time in UTC" },
+              Case{ { "trace", folder(), "--site", "a:b" }, "\"a:b\" is not FILE:LINE" },
+              Case{ { "trace", folder(), "--format", "xml" }, "--format" },
+              Case{ { "trace", folder(), "--info", "--check" }, "--check" },
+              Case{ { "run", "setEmRobustHashDisable", "0", "--trace-dir", "/proc/none" },
+                    "--trace-dir" },
+          } ) {
+        const Outcome run = cairnLt( bad.arguments );
+        EXPECT_EQ( run.exitCode, 2 ) << bad.part;
+        EXPECT_EQ( lines( run.err ).size(), 1u ) << run.err;
+        EXPECT_NE( run.err.find( bad.part ), std::string::npos ) << run.err;
+        EXPECT_EQ( run.out, "" );
+    }
+}
+
+TEST_F( TraceVerb, BringUpThatIsKilledLeavesWhatItHadSaid ) {
+    std::size_t most = 0;
+    constexpr int rounds = 14;
+    for ( int round = 0; round < rounds; ++round ) {
+        std::filesystem::remove_all( folder() );
+        const pid_t child = ::fork();
+        ASSERT_GE( child, 0 );
+        if ( child == 0 ) {
+            const int null = ::open( "/dev/null", O_WRONLY );
+            ::dup2( null, STDOUT_FILENO );
+            if ( ::chdir( SOURCE_TREE ) == 0 )
+                ::execl( CAIRN_LT, "cairn-lt", "bringup", "examples/bringup.toml", "--trace-dir",
+                         folder().c_str(), nullptr );
+            ::_exit( 127 );
+        }
+        while ( !std::filesystem::exists( folder() ) || std::filesystem::is_empty( folder() ) )
+            ::usleep( 100 );
+        // The file is there; how far the bring-up gets is chance, but for the last round, which is
+        // left alone.
+        if ( round < rounds - 1 ) {
+            ::usleep( static_cast<useconds_t>( 2000 << ( round / 2 ) ) );
+            ::kill( child, SIGKILL );
+        }
+        ::waitpid( child, nullptr, 0 );
+        const Outcome run = cairnLt( { "trace", folder() } );
+        if ( run.exitCode == 2 )
+            continue; // killed while the file was being made
+        EXPECT_EQ( run.exitCode, 0 ) << run.err;
+        EXPECT_EQ( run.err, "" );
+        most = std::max( most, lines( run.out ).size() );
+    }
+    EXPECT_GT( most, 0u );
+}
+
+} // namespace
