@@ -1,0 +1,354 @@
+#include "Cairn/TraceMessage.h"
+#include "bench/trace_bench_lttng.h"
+#include "bench/trace_cost.h"
+
+#include <Fleetlog/MsgDesc.h>
+
+#include <benchmark/benchmark.h>
+
+#if defined( TRACE_BENCH_SPDLOG )
+#include <spdlog/sinks/null_sink.h>
+#include <spdlog/spdlog.h>
+#endif
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <initializer_list>
+#include <map>
+#include <memory>
+#include <string>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <vector>
+
+// What a record and a message cost, against the same stores into a mapped ring written by hand (the
+// floor), and against other tracers. All in one run, interleaved at random; the table shows the
+// shortest time of each over the repetitions, the ratio to its floor, and the instructions of one
+// operation, counted exactly.
+
+namespace {
+
+using namespace Fleetlog;
+
+// The floor: a mapped ring with no descriptors, no blocks, no reader while it is written.
+class HandRing {
+  public:
+    explicit HandRing( std::size_t bytes ) {
+        void * const memory = ::mmap( nullptr, bytes, PROT_READ | PROT_WRITE,
+                                      MAP_SHARED | MAP_ANONYMOUS | MAP_POPULATE, -1, 0 );
+        if ( memory == MAP_FAILED )
+            std::abort();
+        begin_ = cursor_ = static_cast<std::byte *>( memory );
+        limit_ = begin_ + bytes - 512;
+    }
+
+    template <bool isCounted>
+    void twoValues( std::uint32_t id, std::uint32_t one, std::uint32_t two ) {
+        std::byte * const at = begin<isCounted>( id );
+        store( at + 16, one );
+        store( at + 20, two );
+        end( at, 24 );
+    }
+
+    template <bool isCounted>
+    void text( std::uint32_t id, std::uint32_t one, const char * text ) {
+        std::byte * const at = begin<isCounted>( id );
+        store( at + 16, one );
+        const std::size_t length = std::min<std::size_t>( std::strlen( text ), maxTextBytes );
+        store( at + 20, static_cast<std::uint16_t>( length ) );
+        // A call of the library's function: what compilers make of a small bound is slower.
+        std::size_t hidden = length;
+        benchmark::DoNotOptimize( hidden );
+        std::memcpy( at + 22, text, hidden );
+        end( at, ( 22 + length + 7 ) & ~std::size_t( 7 ) );
+    }
+
+  private:
+    template <bool isCounted>
+    std::byte * begin( std::uint32_t id ) {
+        std::byte * at = cursor_;
+        if ( at > limit_ ) [[unlikely]]
+            at = begin_;
+        store( at + 8, isCounted ? readCounter() : time_ );
+        store( at + 4, id );
+        return at;
+    }
+
+    void end( std::byte * at, std::size_t size ) {
+        store( at + size, std::uint32_t( 0 ) );
+        cursor_ = at + size;
+        std::atomic_ref( *reinterpret_cast<std::uint32_t *>( at ) )
+            .store( static_cast<std::uint32_t>( size ), std::memory_order_release );
+    }
+
+    template <class Value>
+    static void store( std::byte * at, Value value ) {
+        typedef Value Unaligned __attribute__( ( aligned( 1 ) ) );
+        *reinterpret_cast<Unaligned *>( at ) = value;
+    }
+
+    std::byte * begin_;
+    std::byte * cursor_;
+    std::byte * limit_;
+    std::uint64_t time_ = 0;
+};
+
+// What the operations use. They read it from memory, as a recipe would.
+struct Bench {
+    HandRing hand{ 1 << 20 };
+    std::unique_ptr<TraceFile> files[3]; ///< by Timestamps
+    int twoValuesId = 0;
+    int textId = 0;
+    const char * text = "L3_DST_LOOKUP_MISS_1"; // 20 characters
+#if defined( TRACE_BENCH_SPDLOG )
+    std::shared_ptr<spdlog::logger> spdlog = std::make_shared<spdlog::logger>(
+        "bench", std::make_shared<spdlog::sinks::null_sink_st>() );
+#endif
+};
+Bench * bench = nullptr;
+
+// The operations --------------------------------------------------------------------------------
+//
+// An operation holds what a caller has at hand, so that only the operation itself is measured.
+
+template <bool isCounted>
+struct HandTwoValues {
+    HandRing & ring = bench->hand;
+    void run( std::uint32_t i, std::uint32_t j ) const { ring.twoValues<isCounted>( 7, i, j ); }
+};
+
+template <bool isCounted>
+struct HandText {
+    HandRing & ring = bench->hand;
+    const char * text = bench->text;
+    void run( std::uint32_t i, std::uint32_t ) const { ring.text<isCounted>( 7, i, text ); }
+};
+
+template <Timestamps timestamps>
+struct RecordTwoValues {
+    TraceFile * file = bench->files[static_cast<unsigned>( timestamps )].get();
+    int msgId = bench->twoValuesId;
+    void run( std::uint32_t i, std::uint32_t j ) const {
+        RingBuf & ring = *file->ringBuf();
+        ring.startMsg( file, msgId );
+        ring.put4( i );
+        ring.put4( j );
+        ring.endMsg();
+    }
+};
+
+template <Timestamps timestamps>
+struct RecordText {
+    TraceFile * file = bench->files[static_cast<unsigned>( timestamps )].get();
+    int msgId = bench->textId;
+    const char * text = bench->text;
+    void run( std::uint32_t i, std::uint32_t ) const {
+        RingBuf & ring = *file->ringBuf();
+        ring.startMsg( file, msgId );
+        ring.put4( i );
+        put( &ring, text );
+        ring.endMsg();
+    }
+};
+
+struct MessageTwoValues {
+    [[gnu::always_inline]] void run( std::uint32_t i, std::uint32_t j ) const {
+        static constexpr Cairn::Recipe cairnRecipe_{ "setSeed",
+                                                     "void setSeed(uint32_t, uint32_t)" };
+        CAIRN_MESSAGE( "ii", ( " unit: ", "%s", " seed: ", "%s" ), i, j );
+    }
+};
+
+struct CounterRead {
+    void run( std::uint32_t, std::uint32_t ) const { benchmark::DoNotOptimize( readCounter() ); }
+};
+
+#if defined( TRACE_BENCH_SPDLOG )
+struct SpdlogTwoValues {
+    void run( std::uint32_t i, std::uint32_t j ) const {
+        bench->spdlog->info( "unit: {} seed: {}", i, j );
+    }
+};
+struct SpdlogText {
+    void run( std::uint32_t i, std::uint32_t ) const {
+        bench->spdlog->info( "unit: {} text: {}", i, bench->text );
+    }
+};
+#endif
+
+struct LttngTwoValues {
+    void run( std::uint32_t i, std::uint32_t j ) const { TraceBenchLttng::twoValues( i, j ); }
+};
+struct LttngText {
+    void run( std::uint32_t i, std::uint32_t ) const { TraceBenchLttng::text( i, bench->text ); }
+};
+
+// Running them ----------------------------------------------------------------------------------
+
+// The operation `times` over, between two of which the compiler keeps nothing in registers but the
+// operation's own members.
+template <class Operation, int times>
+[[gnu::noinline]] void repeat() {
+    const Operation operation;
+    std::uint32_t i = 1;
+    std::uint32_t j = 2;
+    asm volatile( "" : "+r"( i ), "+r"( j ) ); // values in registers, of which nothing is known
+    operation.run( i, j );
+    benchmark::ClobberMemory();
+    if constexpr ( times == 2 ) {
+        operation.run( i, j );
+        benchmark::ClobberMemory();
+    }
+}
+
+struct Contender {
+    std::string name;
+    std::string floor; ///< the name of what it is compared with; empty: nothing
+    std::string instructions = {};
+    double nanoseconds = 0;
+};
+
+std::vector<Contender> contenders;
+
+// The default handle is `handle` while the operation runs.
+template <class Operation>
+void add( const std::string & name, const std::string & floor = "",
+          TraceHandle * handle = nullptr ) {
+    defaultFleetlogHandle = handle;
+    const auto one = TraceCost::countInstructions( repeat<Operation, 1> );
+    const auto two = TraceCost::countInstructions( repeat<Operation, 2> );
+    contenders.push_back( { name, floor, one && two ? std::to_string( *two - *one ) : "-" } );
+    benchmark::RegisterBenchmark( name.c_str(), [handle]( benchmark::State & state ) {
+        defaultFleetlogHandle = handle;
+        const Operation operation;
+        std::uint32_t i = 0;
+        std::uint32_t j = 1;
+        for ( auto _ : state ) {
+            ++i;
+            ++j;
+            operation.run( i, j );
+            benchmark::ClobberMemory();
+        }
+    } );
+}
+
+// Keeps the shortest time of each.
+class Reporter : public benchmark::BenchmarkReporter {
+  public:
+    bool ReportContext( const Context & ) override { return true; }
+    void ReportRuns( const std::vector<Run> & runs ) override {
+        for ( const Run & run : runs )
+            for ( Contender & contender : contenders )
+                if ( run.run_type == Run::RT_Iteration &&
+                     run.run_name.function_name == contender.name &&
+                     ( contender.nanoseconds == 0 ||
+                       run.GetAdjustedCPUTime() < contender.nanoseconds ) )
+                    contender.nanoseconds = run.GetAdjustedCPUTime();
+    }
+};
+
+void printTable() {
+    std::printf( "| operation | ns | ratio | to | instructions |\n|---|--:|--:|---|--:|\n" );
+    for ( const Contender & contender : contenders ) {
+        const auto floor =
+            std::find_if( contenders.begin(), contenders.end(),
+                          [&]( const Contender & each ) { return each.name == contender.floor; } );
+        const std::string ratio = [&] {
+            char text[32] = "";
+            if ( floor != contenders.end() )
+                std::snprintf( text, sizeof text, "%.2f",
+                               contender.nanoseconds / floor->nanoseconds );
+            return std::string( text );
+        }();
+        std::printf( "| %s | %.2f | %s | %s | %s |\n", contender.name.c_str(),
+                     contender.nanoseconds, ratio.c_str(), contender.floor.c_str(),
+                     contender.instructions.c_str() );
+    }
+}
+
+void registerSite( TraceFile & file, int & msgId, const char * letters,
+                   std::initializer_list<const char *> pieces ) {
+    MsgDesc descriptor( &file, &msgId, "bench/trace_bench", __LINE__ );
+    descriptor.formatString().put( letters );
+    for ( const char * const piece : pieces )
+        descriptor << piece;
+    descriptor.finish();
+}
+
+} // namespace
+
+int main( int argc, char ** argv ) {
+    std::string directory =
+        ( std::filesystem::temp_directory_path() / "trace-bench-XXXXXX" ).string();
+    if ( ::mkdtemp( directory.data() ) == nullptr ) {
+        std::perror( directory.c_str() );
+        return 2;
+    }
+    OpenOptions options{ .directory = directory };
+    Bench made;
+    bench = &made;
+    for ( const Timestamps timestamps :
+          { Timestamps::none, Timestamps::tick, Timestamps::counter } ) {
+        options.timestamps = timestamps;
+        auto & file = made.files[static_cast<unsigned>( timestamps )];
+        file = std::make_unique<TraceFile>( options, 0 );
+        registerSite( *file, made.twoValuesId, "ii",
+                      { "record", " unit: ", "%s", " seed: ", "%s" } );
+        registerSite( *file, made.textId, "ip", { "record", " unit: ", "%s", " text: ", "%s" } );
+    }
+    TraceHandle perProcess( options );
+    options.files = Files::perThread;
+    TraceHandle perThread( options );
+
+    const std::string plainFloor = "two values, by hand, no time";
+    const std::string floor = "two values, by hand, counter";
+    const std::string plainTextFloor = "value and text, by hand, no time";
+    const std::string textFloor = "value and text, by hand, counter";
+    add<CounterRead>( "counter read" );
+    add<HandTwoValues<false>>( plainFloor );
+    add<RecordTwoValues<Timestamps::none>>( "two values, record, no time", plainFloor );
+    add<RecordTwoValues<Timestamps::tick>>( "two values, record, tick", plainFloor );
+    add<HandTwoValues<true>>( floor );
+    add<RecordTwoValues<Timestamps::counter>>( "two values, record, counter", floor );
+    add<MessageTwoValues>( "two values, message, counter, file of the process", floor,
+                           &perProcess );
+    add<MessageTwoValues>( "two values, message, counter, file of the thread", floor, &perThread );
+    add<MessageTwoValues>( "two values, message, no file" );
+    add<HandText<false>>( plainTextFloor );
+    add<RecordText<Timestamps::none>>( "value and text, record, no time", plainTextFloor );
+    add<RecordText<Timestamps::tick>>( "value and text, record, tick", plainTextFloor );
+    add<HandText<true>>( textFloor );
+    add<RecordText<Timestamps::counter>>( "value and text, record, counter", textFloor );
+#if defined( TRACE_BENCH_SPDLOG )
+    add<SpdlogTwoValues>( "two values, spdlog, null sink", floor );
+    add<SpdlogText>( "value and text, spdlog, null sink", textFloor );
+#endif
+    if ( TraceBenchLttng::isTraced() ) {
+        add<LttngTwoValues>( "two values, lttng-ust", floor );
+        add<LttngText>( "value and text, lttng-ust", textFloor );
+    } else
+        std::printf(
+            "lttng-ust: no session traces this program; bench/trace_bench.sh starts one\n\n" );
+
+    // Defaults; what the command line says wins.
+    std::vector<char *> arguments{ argv[0] };
+    char repetitions[] = "--benchmark_repetitions=15";
+    char interleaving[] = "--benchmark_enable_random_interleaving=true";
+    char minimum[] = "--benchmark_min_time=0.02";
+    arguments.insert( arguments.end(), { repetitions, interleaving, minimum } );
+    arguments.insert( arguments.end(), argv + 1, argv + argc );
+    int count = static_cast<int>( arguments.size() );
+    benchmark::Initialize( &count, arguments.data() );
+    if ( benchmark::ReportUnrecognizedArguments( count, arguments.data() ) )
+        return 2;
+    Reporter reporter;
+    benchmark::RunSpecifiedBenchmarks( &reporter );
+    printTable();
+
+    defaultFleetlogHandle = nullptr;
+    std::filesystem::remove_all( directory );
+    return 0;
+}

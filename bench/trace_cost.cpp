@@ -1,0 +1,68 @@
+#include "bench/trace_cost.h"
+
+#include <csignal>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace TraceCost {
+
+#if defined( __x86_64__ )
+
+namespace {
+
+[[noreturn]] void runStepped( void ( *work )() ) {
+    work(); // what happens once is not counted: symbols are bound, pages are touched
+    if ( ::ptrace( PTRACE_TRACEME, 0, nullptr, nullptr ) != 0 )
+        ::_exit( 1 );
+    asm volatile( "int3" );
+    work();
+    asm volatile( "int3" );
+    ::_exit( 0 );
+}
+
+// Whether the child has stopped at a breakpoint, and not after a single step.
+bool isAtBreakpoint( pid_t child ) {
+    siginfo_t info{};
+    return ::ptrace( PTRACE_GETSIGINFO, child, nullptr, &info ) == 0 && info.si_code != TRAP_TRACE;
+}
+
+} // namespace
+
+std::optional<std::uint64_t> countInstructions( void ( *work )() ) {
+    const pid_t child = ::fork();
+    if ( child < 0 )
+        return std::nullopt;
+    if ( child == 0 )
+        runStepped( work );
+
+    std::optional<std::uint64_t> count;
+    std::uint64_t steps = 0;
+    int status = 0;
+    bool counting = false;
+    while ( ::waitpid( child, &status, 0 ) == child && WIFSTOPPED( status ) ) {
+        if ( WSTOPSIG( status ) != SIGTRAP )
+            break;
+        if ( isAtBreakpoint( child ) ) {
+            if ( counting ) {
+                count = steps - 1; // the breakpoint itself
+                break;
+            }
+            counting = true;
+        } else
+            ++steps;
+        if ( ::ptrace( PTRACE_SINGLESTEP, child, nullptr, nullptr ) != 0 )
+            break;
+    }
+    ::kill( child, SIGKILL );
+    ::waitpid( child, &status, 0 );
+    return count;
+}
+
+#else
+
+std::optional<std::uint64_t> countInstructions( void ( * )() ) { return std::nullopt; }
+
+#endif
+
+} // namespace TraceCost

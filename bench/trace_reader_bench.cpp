@@ -1,0 +1,140 @@
+#include "bench/trace_bench_lttng.h"
+
+#include "tools/trace/TraceReader.h"
+
+#include <Fleetlog/MsgDesc.h>
+#include <Fleetlog/TraceFile.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <string>
+#include <unistd.h>
+
+// How fast trace files are read: the records decoded, and rendered as text and as JSON to nowhere.
+//
+//     trace_reader_bench RECORDS           writes a trace of so many records, half of them with a
+//     text, and reads it trace_reader_bench RECORDS lttng     writes the same events to lttng-ust,
+//     for its own reader
+//
+// Times are of the processor, the shortest of several runs. trace_reader_bench.sh compares.
+
+namespace {
+
+const char * const texts[] = { "L3_DST_LOOKUP_MISS", "L3_HDR_ERROR", "L3_TTL_ERROR", "MTU_ERROR" };
+
+double processorSeconds() {
+    timespec now{};
+    ::clock_gettime( CLOCK_PROCESS_CPUTIME_ID, &now );
+    return static_cast<double>( now.tv_sec ) + static_cast<double>( now.tv_nsec ) / 1e9;
+}
+
+void writeLttng( std::uint32_t records ) {
+    for ( std::uint32_t i = 0; i < records; ++i ) {
+        if ( i % 2 == 0 )
+            TraceBenchLttng::twoValues( i, ~i );
+        else
+            TraceBenchLttng::text( i, texts[i / 2 % 4] );
+    }
+}
+
+std::string writeTrace( const std::string & directory, std::uint32_t records ) {
+    using namespace Fleetlog;
+    TraceFile file( { .directory = directory, .ringBytes = std::size_t( records ) * 64 + 8192 },
+                    0 );
+    const auto registerSite = [&]( int & msgId, const char * letters, const char * last ) {
+        MsgDesc descriptor( &file, &msgId, "bench/trace_reader_bench", __LINE__ );
+        descriptor.formatString().put( letters );
+        descriptor << "record"
+                   << " unit: "
+                   << "%s" << last << "%s";
+        descriptor.finish();
+    };
+    int twoValues = 0;
+    int text = 0;
+    registerSite( twoValues, "ii", " seed: " );
+    registerSite( text, "ip", " event: " );
+    RingBuf & ring = *file.ringBuf();
+    for ( std::uint32_t i = 0; i < records; ++i ) {
+        if ( i % 2 == 0 ) {
+            ring.startMsg( &file, twoValues );
+            ring.put4( i );
+            ring.put4( ~i );
+        } else {
+            ring.startMsg( &file, text );
+            ring.put4( i );
+            put( &ring, texts[i / 2 % 4] );
+        }
+        ring.endMsg();
+    }
+    return file.path();
+}
+
+// Reads the whole file once; `handle` is called for each record.
+template <class Handle>
+void measure( const char * what, const std::string & path, std::uint32_t records, Handle handle ) {
+    constexpr int runs = 5;
+    double shortest = 0;
+    std::uint64_t blocks = 0;
+    for ( int run = 0; run < runs; ++run ) {
+        const double start = processorSeconds();
+        TraceReader::File file( path );
+        TraceReader::Record record;
+        while ( file.next( record ) )
+            handle( record );
+        const double took = processorSeconds() - start;
+        if ( run == 0 || took < shortest )
+            shortest = took;
+        blocks = file.counts().blocks;
+        if ( file.counts().records != records || !file.findings().empty() )
+            std::abort();
+    }
+    const double megabytes = static_cast<double>( blocks ) * 4096 / 1e6;
+    std::printf( "| %s | %.1f | %.3f | %.0f | %.1f |\n", what, megabytes, shortest,
+                 megabytes / shortest, static_cast<double>( records ) / shortest / 1e6 );
+}
+
+} // namespace
+
+int main( int argc, char ** argv ) {
+    const unsigned long records = argc >= 2 ? std::strtoul( argv[1], nullptr, 10 ) : 0;
+    if ( records == 0 || records > 100'000'000 || argc > 3 ||
+         ( argc == 3 && std::string( argv[2] ) != "lttng" ) ) {
+        std::fprintf( stderr, "usage: trace_reader_bench RECORDS [lttng]\n" );
+        return 2;
+    }
+    const auto count = static_cast<std::uint32_t>( records );
+    if ( argc == 3 ) {
+        if ( !TraceBenchLttng::isTraced() ) {
+            std::fprintf( stderr, "trace_reader_bench: no lttng session traces this program\n" );
+            return 2;
+        }
+        writeLttng( count );
+        return 0;
+    }
+
+    std::string directory =
+        ( std::filesystem::temp_directory_path() / "trace-reader-XXXXXX" ).string();
+    if ( ::mkdtemp( directory.data() ) == nullptr ) {
+        std::perror( directory.c_str() );
+        return 2;
+    }
+    const std::string path = writeTrace( directory, count );
+    std::printf( "| reading | MB | s | MB/s | million records/s |\n|---|--:|--:|--:|--:|\n" );
+    measure( "decoded", path, count, []( const TraceReader::Record & ) {} );
+    std::string lines;
+    const auto render = [&]( TraceReader::Format format ) {
+        return [&lines, renderer = TraceReader::Renderer( format )](
+                   const TraceReader::Record & record ) mutable {
+            renderer.append( lines, record );
+            if ( lines.size() > 65536 )
+                lines.clear();
+        };
+    };
+    measure( "text", path, count, render( TraceReader::Format::text ) );
+    measure( "JSON", path, count, render( TraceReader::Format::json ) );
+    std::filesystem::remove_all( directory );
+    return 0;
+}

@@ -1,0 +1,65 @@
+#!/usr/bin/env bash
+# Runs trace_reader_bench, and beside it babeltrace2 on the same events as lttng-ust wrote them, if both are
+# installed.
+#
+#     bench/trace_reader_bench.sh BUILD-FOLDER [RECORDS]
+#
+# The session's daemon is this script's own: it has a home of its own and ends with the script.
+set -euo pipefail
+if [ $# -lt 1 ] || [ ! -x "$1/bin/trace_reader_bench" ]; then
+    echo "usage: trace_reader_bench.sh BUILD-FOLDER [RECORDS]; build trace_reader_bench there first" >&2
+    exit 2
+fi
+build=$1
+records=${2-1000000}
+"$build/bin/trace_reader_bench" "$records"
+for tool in lttng lttng-sessiond babeltrace2; do
+    if ! command -v "$tool" >/dev/null; then
+        echo "$tool is not installed: no comparison"
+        exit 0
+    fi
+done
+
+LTTNG_HOME=$( mktemp -d )
+export LTTNG_HOME
+daemon=
+finish() {
+    lttng --quiet destroy --all >/dev/null 2>&1 || true
+    if [ -n "$daemon" ]; then
+        kill "$daemon" 2>/dev/null || true
+        wait "$daemon" 2>/dev/null || true
+    fi
+    rm -rf "$LTTNG_HOME"
+}
+trap finish EXIT
+
+lttng-sessiond --no-kernel --quiet &
+daemon=$!
+for (( i = 0; i < 100; ++i )); do
+    lttng --quiet list >/dev/null 2>&1 && break
+    sleep 0.1
+done
+lttng --quiet create trace-bench --output="$LTTNG_HOME/trace" >/dev/null
+# The writer waits for the disk: no event is lost.
+lttng --quiet enable-channel --userspace --blocking-timeout=inf --subbuf-size=1M --num-subbuf=8 bench >/dev/null
+lttng --quiet enable-event --userspace --channel=bench 'cairn_trace_bench:*' >/dev/null
+lttng --quiet start >/dev/null
+LTTNG_UST_ALLOW_BLOCKING=1 "$build/bin/trace_reader_bench" "$records" lttng
+lttng --quiet stop >/dev/null
+lttng --quiet destroy --all >/dev/null
+
+bytes=$( du --bytes --summarize "$LTTNG_HOME/trace" | cut -f1 )
+lines=$( babeltrace2 "$LTTNG_HOME/trace" | wc -l )
+if [ "$lines" -ne "$records" ]; then
+    echo "trace_reader_bench.sh: lttng kept $lines of $records events" >&2
+    exit 1
+fi
+seconds=
+for run in 1 2 3; do
+    took=$( { TIMEFORMAT='%U %S'; time babeltrace2 "$LTTNG_HOME/trace" >/dev/null; } 2>&1 |
+            awk '{ print $1 + $2 }' )
+    seconds=$( awk -v a="${seconds:-$took}" -v b="$took" 'BEGIN { print a < b ? a : b }' )
+done
+awk -v bytes="$bytes" -v seconds="$seconds" -v records="$records" 'BEGIN {
+    printf "| babeltrace2, text | %.1f | %.3f | %.0f | %.1f |\n",
+           bytes / 1e6, seconds, bytes / 1e6 / seconds, records / seconds / 1e6 }'
