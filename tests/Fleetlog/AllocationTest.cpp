@@ -1,40 +1,11 @@
 #include "Cairn/TraceMessage.h"
 
 #include "tests/Fleetlog/TraceFiles.h"
+#include "tests/support/Allocations.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
-
 // A message allocates nothing. This program counts.
-
-namespace {
-
-std::atomic<std::size_t> allocations{ 0 };
-
-void * allocate( std::size_t size ) {
-    ++allocations;
-    void * const memory = std::malloc( size );
-    if ( memory == nullptr )
-        throw std::bad_alloc();
-    return memory;
-}
-
-} // namespace
-
-// Not inlined: compilers that see into one of a pair take malloc() and delete for a mismatch.
-[[gnu::noinline]] void * operator new( std::size_t size ) { return allocate( size ); }
-[[gnu::noinline]] void * operator new[]( std::size_t size ) { return allocate( size ); }
-[[gnu::noinline]] void operator delete( void * memory ) noexcept { std::free( memory ); }
-[[gnu::noinline]] void operator delete[]( void * memory ) noexcept { std::free( memory ); }
-[[gnu::noinline]] void operator delete( void * memory, std::size_t ) noexcept {
-    std::free( memory );
-}
-[[gnu::noinline]] void operator delete[]( void * memory, std::size_t ) noexcept {
-    std::free( memory );
-}
 
 namespace AllocationTest {
 
@@ -51,20 +22,20 @@ TEST_P( MessageAllocationTest, AMessageAllocatesNothingNotEvenWhenItRegisters ) 
     Fleetlog::openDefault(
         { .directory = directory.path(), .ringBytes = 8192, .files = GetParam() } );
     Cairn::_defaultTraceHandle(); // made on first use, once in a process
-    std::size_t before = allocations;
+    std::size_t before = Support::allocations();
     message( 1, "the first one registers" );
     for ( uint32_t i = 0; i < 1000; ++i ) // many blocks, and the ring wraps
         message( i, "a text that is not short" );
-    EXPECT_EQ( allocations - before, 0u );
+    EXPECT_EQ( Support::allocations() - before, 0u );
 
     Fleetlog::closeDefault();
-    before = allocations;
+    before = Support::allocations();
     message( 1, "to no file" );
-    EXPECT_EQ( allocations - before, 0u );
+    EXPECT_EQ( Support::allocations() - before, 0u );
 
     // The count does count.
     ::operator delete( ::operator new( 1 ) );
-    EXPECT_EQ( allocations - before, 1u );
+    EXPECT_EQ( Support::allocations() - before, 1u );
 }
 
 INSTANTIATE_TEST_SUITE_P(, MessageAllocationTest,

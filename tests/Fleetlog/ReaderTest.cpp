@@ -509,7 +509,8 @@ TEST_F( TraceReaderTest, DamagedBlockHeaderLosesItsBlockOnlyAndTheLossIsCounted 
         EXPECT_TRUE( isMentioned( reading, "at byte " + std::to_string( blockAt( index ) ) +
                                                ": the header of a block is damaged" ) );
         EXPECT_EQ( reading.counts.blocks, 3u );
-        EXPECT_EQ( reading.counts.missingBlocks, 1u );
+        // After the newest, nothing tells that there was one.
+        EXPECT_EQ( reading.counts.missingBlocks, index == 1 ? 0u : 1u );
         EXPECT_LT( reading.texts.size(), wholeReading.texts.size() );
     }
 }

@@ -1,33 +1,11 @@
 #include "TestChip.h"
+#include "tests/support/Allocations.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstddef>
-#include <cstdlib>
-#include <new>
 
 // Counts what the simulated chip takes from the heap: nothing, once its rows are there.
-
-namespace {
-
-std::atomic<std::size_t> allocations = 0;
-
-} // namespace
-
-// Not inlined: the compiler would take the free for a mistake.
-[[gnu::noinline]] void * operator new( std::size_t size ) {
-    ++allocations;
-    if ( void * memory = std::malloc( size ? size : 1 ) ) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-[[gnu::noinline]] void operator delete( void * memory ) noexcept { std::free( memory ); }
-[[gnu::noinline]] void operator delete( void * memory, std::size_t ) noexcept {
-    std::free( memory );
-}
 
 using namespace SimTest;
 using Sim::Rc;
@@ -63,11 +41,11 @@ TEST( AllocationTest, VisitsToRowsThatExistTakeNothingFromTheHeap ) {
     Sim::Chip chip;
     chip.addUnit( 0, smallSchema() );
     visitEveryKind( chip );
-    const std::size_t before = allocations;
+    const std::size_t before = Support::allocations();
     for ( int i = 0; i < 100; ++i ) {
         visitEveryKind( chip );
     }
-    EXPECT_EQ( allocations - before, 0u );
+    EXPECT_EQ( Support::allocations() - before, 0u );
     EXPECT_GT( before, 0u ) << "allocations are counted";
 }
 

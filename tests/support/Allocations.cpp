@@ -12,12 +12,15 @@ std::atomic<uint64_t> count{ 0 };
 
 uint64_t Support::allocations() noexcept { return count.load( std::memory_order_relaxed ); }
 
-void * operator new( std::size_t size ) {
+// Not inlined: the compiler would take malloc() and delete for a mismatch.
+[[gnu::noinline]] void * operator new( std::size_t size ) {
     count.fetch_add( 1, std::memory_order_relaxed );
     if ( void * const memory = std::malloc( size != 0 ? size : 1 ) )
         return memory;
     throw std::bad_alloc();
 }
 
-void operator delete( void * memory ) noexcept { std::free( memory ); }
-void operator delete( void * memory, std::size_t ) noexcept { std::free( memory ); }
+[[gnu::noinline]] void operator delete( void * memory ) noexcept { std::free( memory ); }
+[[gnu::noinline]] void operator delete( void * memory, std::size_t ) noexcept {
+    std::free( memory );
+}

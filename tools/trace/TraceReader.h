@@ -119,7 +119,7 @@ struct Counts {
     std::uint64_t fullBlocks = 0;        ///< those of them that are followed by another
     std::uint64_t fullBlockRecords = 0;  ///< the records in these
     std::uint64_t overwrittenBlocks = 0; ///< for which the ring had no room any more
-    std::uint64_t missingBlocks = 0;     ///< that are damaged; see the findings
+    std::uint64_t missingBlocks = 0; ///< that were damaged, before or between those that were read
 
     /// How many records were overwritten, about: as many a block as in the full blocks that were
     /// read.
