@@ -353,7 +353,7 @@ TEST_F( SystemDestination, VerifyOfAPortReadsIsTrunkAndThenTheSystemPort ) {
 }
 
 TEST_F( SystemDestination, VerifyOfAPortIgnoresIsTrunk ) {
-    for ( const uint64_t isTrunk : { 0, 1 } ) {
+    for ( const uint64_t isTrunk : { 0u, 1u } ) {
         putRow( 0, table,
                 { { "L2_EIF_ID", 100 }, { "IS_TRUNK", isTrunk }, { "SYSTEM_PORT", 773 } } );
         EXPECT_TRUE( verifyPort( true ) );

@@ -121,6 +121,7 @@ MsgDesc & MsgDesc::operator<<( const char * ) noexcept { return *this; }
 void MsgDesc::finish() noexcept {}
 void MsgFormatString::put( const char * ) noexcept {}
 std::byte * RingBuf::changeBlock( TraceFile & ) noexcept { return nullptr; }
+void RingBuf::putShortOrLongText( const char *, std::size_t ) noexcept {}
 
 } // namespace Fleetlog
 

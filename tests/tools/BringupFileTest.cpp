@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -190,6 +191,8 @@ struct BadBringup {
     std::string contents;
     std::string message;
 };
+
+void PrintTo( const BadBringup & each, std::ostream * out ) { *out << each.name; }
 
 class BringupFileRefusal : public ::testing::TestWithParam<BadBringup> {};
 

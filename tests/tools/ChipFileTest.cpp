@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 
 namespace {
@@ -91,6 +92,8 @@ struct BadChip {
     const char * contents;
     const char * message;
 };
+
+void PrintTo( const BadChip & each, std::ostream * out ) { *out << each.message; }
 
 class ChipFileRefusal : public ::testing::TestWithParam<BadChip> {};
 

@@ -6,6 +6,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <ostream>
 #include <set>
 #include <string>
 #include <vector>
@@ -29,6 +30,8 @@ struct BadCommand {
     std::vector<std::string> arguments;
     std::string message;
 };
+
+void PrintTo( const BadCommand & each, std::ostream * out ) { *out << each.name; }
 
 class BadCommandLine : public ::testing::TestWithParam<BadCommand> {};
 
@@ -436,6 +439,8 @@ struct FaultPlace {
     const char * operation;
     const char * callText;
 };
+
+void PrintTo( const FaultPlace & each, std::ostream * out ) { *out << each.name; }
 
 class StopAt : public ::testing::TestWithParam<FaultPlace> {};
 

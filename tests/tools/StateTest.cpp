@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <ostream>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -171,6 +172,8 @@ struct BadState {
     std::string units;
     std::string what;
 };
+
+void PrintTo( const BadState & each, std::ostream * out ) { *out << each.what; }
 
 class StateRefusal : public State, public ::testing::WithParamInterface<BadState> {};
 
