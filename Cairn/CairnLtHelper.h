@@ -39,7 +39,10 @@
 // Threads    Any thread that holds the activity lock.
 // Handles    `smData` and `sm` must not be null; they are only read.
 
-namespace __attribute__( ( visibility( "default" ) ) ) Cairn {
+// Exported, whatever visibility the including code is built with.
+#pragma GCC visibility push( default )
+
+namespace Cairn {
 
 // Port bring-up --------------------------------------------------------------------------------------
 
@@ -318,3 +321,5 @@ void enable1BitEccRpt( uint32_t unit, const char * mem, bool enable ) noexcept;
 void setVlanXlateMissDrop( Cairn::CairnCommonSmData::Ptr sm ) noexcept;
 
 } // namespace Cairn
+
+#pragma GCC visibility pop
