@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
@@ -221,6 +222,16 @@ TEST_F( GuardedCall, IgnoredCallHasNoHookAndItsLineSaysSo ) {
     GuardTest::commitIgnored( 9 );
     EXPECT_EQ( sdk.notes, ( Notes{ "priority-", "insert-", "commit-" } ) );
     EXPECT_EQ( traced, ( Notes{ std::string( "commitIgnored|" ) + commitText + " no rc check" } ) );
+}
+
+TEST_F( GuardedCall, PreCallHookRunsOncePerGuardedCallAndNotForUncheckedCalls ) {
+    GuardTest::commit( 9 );
+    GuardTest::commitLockKept( 9 );
+    GuardTest::bareRc( 0 );
+    EXPECT_EQ( std::count( sdk.notes.begin(), sdk.notes.end(), "hook+" ), 3 );
+    GuardTest::commitUnchecked( 9 );
+    GuardTest::commitIgnored( 9 );
+    EXPECT_EQ( std::count( sdk.notes.begin(), sdk.notes.end(), "hook+" ), 3 );
 }
 
 TEST_F( GuardedCall, InterpreterLockIsReleasedFirstAndTakenBackLast ) {

@@ -139,10 +139,10 @@ TEST_F( TunnelEcnDeathTest, FailureAtTheFirstFieldReportsOnceAndNeverFrees ) {
     inject( "op=field_add,field=BCMLT_PT_INDEX,rc=-7" );
     const auto stop = stopOf( [] { Cairn::setEgrTunnelEcnEncap( 0, 5, 2 ); } );
     EXPECT_EQ( stop.signal, SIGABRT );
-    EXPECT_EQ(
-        stop.standardError,
-        Support::report( R"(bcmlt_entry_field_add( egrTunnelEcnEncapEntry, "BCMLT_PT_INDEX", index ))",
-                      chip().errmsg( -7 ), -7, encapPretty ) );
+    EXPECT_EQ( stop.standardError,
+               Support::report(
+                   R"(bcmlt_entry_field_add( egrTunnelEcnEncapEntry, "BCMLT_PT_INDEX", index ))",
+                   chip().errmsg( -7 ), -7, encapPretty ) );
     ASSERT_EQ( stop.lines.size(), 2u );
     EXPECT_EQ( stop.lines[0], stop.lines[1] );
     EXPECT_EQ( stop.count( "preCallHook [held]" ), 2 );
@@ -151,6 +151,18 @@ TEST_F( TunnelEcnDeathTest, FailureAtTheFirstFieldReportsOnceAndNeverFrees ) {
     ASSERT_GE( stop.log.size(), 2u );
     EXPECT_EQ( stop.log.end()[-2], "errmsg [held]" );
     EXPECT_EQ( stop.log.end()[-1], "failureHook [held]" );
+}
+
+TEST_F( TunnelEcnDeathTest, ReportHasNoBlankBeforeTheErrorTextAndOneAfterTheLineNumber ) {
+    inject( "op=field_add,field=BCMLT_PT_INDEX,rc=-7" );
+    const auto stop = stopOf( [] { Cairn::setEgrTunnelEcnEncap( 0, 5, 2 ); } );
+    const std::string errorText = chip().errmsg( -7 );
+    EXPECT_NE( stop.standardError.find( " ) API ERROR:" + errorText + " (-7)\n" ),
+               std::string::npos )
+        << stop.standardError;
+    EXPECT_TRUE( stop.standardError.starts_with(
+        "Cairn/CairnLtHelper:LINE bcmlt_entry_field_add( egrTunnelEcnEncapEntry, " ) )
+        << stop.standardError;
 }
 
 TEST_F( TunnelEcnDeathTest, FailureAtTheCommitNamesTheCommitAndNeverFrees ) {
