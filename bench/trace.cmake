@@ -1,11 +1,7 @@
 # Included by bench/CMakeLists.txt.
 
-add_library( cairn_trace_cost OBJECT ${PROJECT_SOURCE_DIR}/bench/trace_cost.cpp )
-target_include_directories( cairn_trace_cost PUBLIC ${PROJECT_SOURCE_DIR} )
-target_link_libraries( cairn_trace_cost PRIVATE cairn_options )
-
 add_executable( trace_bench ${PROJECT_SOURCE_DIR}/bench/trace_bench.cpp )
-target_link_libraries( trace_bench PRIVATE cairn_trace_cost cairn_trace_bench_lttng cairn_lt_objects
+target_link_libraries( trace_bench PRIVATE cairn_instruction_count cairn_trace_bench_lttng cairn_lt_objects
                        Cairn::ShimSlot cairn_options benchmark::benchmark )
 
 # Other tracers, where they are installed.

@@ -1,6 +1,6 @@
 #include "Cairn/TraceMessage.h"
 #include "bench/trace_bench_lttng.h"
-#include "bench/trace_cost.h"
+#include "tests/support/InstructionCount.h"
 
 #include <Fleetlog/MsgDesc.h>
 
@@ -218,8 +218,8 @@ template <class Operation>
 void add( const std::string & name, const std::string & floor = "",
           TraceHandle * handle = nullptr ) {
     defaultFleetlogHandle = handle;
-    const auto one = TraceCost::countInstructions( repeat<Operation, 1> );
-    const auto two = TraceCost::countInstructions( repeat<Operation, 2> );
+    const auto one = Support::countInstructions( repeat<Operation, 1> );
+    const auto two = Support::countInstructions( repeat<Operation, 2> );
     contenders.push_back( { name, floor, one && two ? std::to_string( *two - *one ) : "-" } );
     benchmark::RegisterBenchmark( name.c_str(), [handle]( benchmark::State & state ) {
         defaultFleetlogHandle = handle;

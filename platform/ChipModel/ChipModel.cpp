@@ -15,10 +15,12 @@ namespace {
 template <class Value>
 class PerChip {
   public:
-    Value get( const CairnCentral::ChipInfo & chipInfo ) {
+    /// What `ask` answers about the value of the chip, or a default answer.
+    template <class Ask>
+    auto ask( const CairnCentral::ChipInfo & chipInfo, const Ask & ask ) {
         const std::lock_guard lock( mutex_ );
         const auto found = find( chipInfo );
-        return found == entries_.end() ? Value() : found->second;
+        return found == entries_.end() ? decltype( ask( found->second ) )() : ask( found->second );
     }
 
     template <class Change>
@@ -63,8 +65,9 @@ class StageTable final : public CairnCentral::BringupStageService {
   public:
     bool isBlocked( const CairnCentral::ChipInfo & chipInfo,
                     CairnCentral::BringupStage stage ) noexcept override {
-        const auto stages = blockedStages().get( chipInfo );
-        return std::find( stages.begin(), stages.end(), stage ) != stages.end();
+        return blockedStages().ask( chipInfo, [stage]( const auto & stages ) {
+            return std::find( stages.begin(), stages.end(), stage ) != stages.end();
+        } );
     }
     bool isUnblocked( const CairnCentral::ChipInfo & chipInfo,
                       CairnCentral::BringupStage stage ) noexcept override {
@@ -157,7 +160,7 @@ int32_t CairnCommonFeatureAttributes::sysportFromModport( uint16_t modId, uint16
 namespace CairnProfile {
 
 Nacre::Ptr<Asic::ChipProfile> activeChipProfile( const CairnCentral::ChipInfo & chipInfo ) {
-    return profiles().get( chipInfo );
+    return profiles().ask( chipInfo, []( const auto & profile ) { return profile; } );
 }
 
 void setActiveChipProfile( const CairnCentral::ChipInfo & chipInfo,

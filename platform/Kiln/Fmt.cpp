@@ -7,6 +7,7 @@ namespace Kiln {
 
 Nacre::Impl::StrB _fmt( const char * pattern, int value ) {
     std::string text;
+    text.reserve( 32 );
     for ( std::string_view rest = pattern; !rest.empty(); ) {
         if ( rest.starts_with( "%d" ) ) {
             text += std::to_string( value );
@@ -18,7 +19,7 @@ Nacre::Impl::StrB _fmt( const char * pattern, int value ) {
             rest.remove_prefix( 1 );
         }
     }
-    return std::string_view( text );
+    return text;
 }
 
 } // namespace Kiln

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace Nacre::Impl {
 
@@ -12,9 +13,11 @@ class StrB {
   public:
     /// The empty text.
     StrB() noexcept = default;
-    StrB( std::string_view text )
-        : text_( text.empty() ? nullptr : std::make_shared<const std::string>( text ) ) {}
-    StrB( const char * text ) : StrB( std::string_view( text ) ) {}
+    StrB( std::string text )
+        : text_( text.empty() ? nullptr
+                              : std::make_shared<const std::string>( std::move( text ) ) ) {}
+    StrB( std::string_view text ) : StrB( std::string( text ) ) {}
+    StrB( const char * text ) : StrB( std::string( text ) ) {}
 
     /// The characters, NUL-terminated; valid while this text or a copy of it lives.
     const char * charPtr() const noexcept { return text_ ? text_->c_str() : ""; }

@@ -1,11 +1,11 @@
-#include "bench/trace_cost.h"
+#include "tests/support/InstructionCount.h"
 
 #include <csignal>
 #include <sys/ptrace.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-namespace TraceCost {
+namespace Support {
 
 #if defined( __x86_64__ )
 
@@ -65,4 +65,4 @@ std::optional<std::uint64_t> countInstructions( void ( * )() ) { return std::nul
 
 #endif
 
-} // namespace TraceCost
+} // namespace Support
