@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <system_error>
 #include <thread>
@@ -118,11 +117,16 @@ TEST_F( Trace, LineCarriesTimeThreadFacilityLevelPositionFunctionAndText ) {
     TraceHandle handle( "TraceTest.stderr", false );
     testing::internal::CaptureStderr();
     write( handle, "hello world" );
-    const std::string text = testing::internal::GetCapturedStderr();
-    const std::regex form( "\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{6}Z " +
-                           std::to_string( ::gettid() ) +
-                           " TraceTest.stderr/4 dir/File:12 function: hello world\n" );
-    EXPECT_TRUE( std::regex_match( text, form ) ) << text;
+    std::string text = testing::internal::GetCapturedStderr();
+    // The time by its form, digit for digit.
+    const std::string form = "0000-00-00T00:00:00.000000Z";
+    ASSERT_GT( text.size(), form.size() );
+    for ( std::size_t i = 0; i < form.size(); ++i ) {
+        if ( text[i] >= '0' && text[i] <= '9' )
+            text[i] = '0';
+    }
+    EXPECT_EQ( text, form + " " + std::to_string( ::gettid() ) +
+                         " TraceTest.stderr/4 dir/File:12 function: hello world\n" );
 }
 
 TEST_F( Trace, TimeIsWrittenInUtcWithMicroseconds ) {
