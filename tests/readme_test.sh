@@ -8,7 +8,7 @@ failed=0
 seen=0
 while read -r number text; do
     seen=$(( seen + 1 ))
-    if ! sed -n "${number}p" Cairn/CairnLtHelper.cpp | grep -qF -- "$text"; then
+    if ! grep -qF -- "$text" <<<"$( sed -n "${number}p" Cairn/CairnLtHelper.cpp )"; then
         echo "README.md shows \"$text\" at line $number, where Cairn/CairnLtHelper.cpp has something else; paste the walk-through anew"
         failed=1
     fi
