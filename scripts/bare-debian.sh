@@ -37,6 +37,8 @@ done
 git clone --quiet "$source_tree" "$root/root/CairnLtHelper"
 
 mount -t proc proc "$root/proc"
-trap 'umount "$root/proc"' EXIT
+mount --rbind /dev "$root/dev"
+mount --make-rslave "$root/dev"
+trap 'umount -l "$root/dev"; umount "$root/proc"' EXIT
 chroot "$root" env -i HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin TERM=dumb \
     bash -c 'cd /root/CairnLtHelper && exec "$@"' bash "$@"
