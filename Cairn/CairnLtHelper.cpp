@@ -484,6 +484,11 @@ constexpr CairnCentral::BringupStage mcastV6SkipStage{ 55 };
 /// Past it, the multicast profiles have three more fields.
 constexpr CairnCentral::BringupStage mcastV6ExtraFieldsStage{ 108 };
 
+/// The chip of a module. Not inline: a chip shares its profile, and its copies are hundreds of bytes of code.
+[[gnu::noinline]] CairnCentral::ChipInfo chipOf( const CairnCommonSmData & sm, uint16_t modId ) {
+    return sm.cairnModId( modId ).chip;
+}
+
 } // namespace
 
 void setDefip128StrengthProfile( uint32_t unit ) noexcept {
@@ -552,7 +557,7 @@ void setL3TnlUnderlayIngNhStrengthProfile( uint32_t unit ) noexcept {
 void setMcastV6StrengthProfile( Cairn::CairnCommonSmData::Ptr sm ) noexcept {
     CAIRN_RECIPE( "void Cairn::setMcastV6StrengthProfile(Cairn::CairnCommonSmData::Ptr)" );
     const uint16_t unit = sm->cairnModIds.begin()->key;
-    const CairnCentral::ChipInfo chipInfo = sm->cairnModId( unit ).chip;
+    const CairnCentral::ChipInfo chipInfo = chipOf( *sm, unit );
     if ( isBlocked( chipInfo, mcastV6SkipStage ) ) {
         CAIRN_LINE( 2, "setMcastV6StrengthProfile" << " unit: " << unit << " Skipping for KOVA profile" );
         return;
@@ -806,7 +811,7 @@ constexpr CairnCentral::BringupStage vlanXlateMissRowStage{ 106 };
 void setVlanXlateMissDrop( Cairn::CairnCommonSmData::Ptr sm ) noexcept {
     CAIRN_RECIPE( "void Cairn::setVlanXlateMissDrop(Cairn::CairnCommonSmData::Ptr)" );
     const uint16_t unit = sm->cairnModIds.begin()->key;
-    const CairnCentral::ChipInfo chipInfo = sm->cairnModId( unit ).chip;
+    const CairnCentral::ChipInfo chipInfo = chipOf( *sm, unit );
     if ( isBlocked( chipInfo, vlanXlateMissStage ) )
         return;
     CAIRN_MESSAGE( "s", ( " unit: ", "%s" ), unit );

@@ -13,33 +13,40 @@ namespace Cairn {
 
 namespace {
 
-std::string position( const CallSite & site ) {
-    return std::string( sourceFile ) + ":" + std::to_string( site.line ) + " " + site.text;
+std::string position( const char * text, int line ) {
+    return std::string( sourceFile ) + ":" + std::to_string( line ) + " " + text;
 }
 
-void writeTraceLine( const CallSite & site, const std::string & text ) {
-    Kiln::TraceHelper line( apiCairn, Kiln::TraceFacility::level4, sourceFile, site.line,
-                            site.recipe->function );
-    line.stream() << text;
+void writeTraceLine( int line, const Recipe & recipe, const std::string & text ) {
+    Kiln::TraceHelper traceLine( apiCairn, Kiln::TraceFacility::level4, sourceFile, line, recipe.function );
+    traceLine.stream() << text;
+}
+
+[[noreturn]] void failCall( const char * text, int line, const Recipe & recipe, int rc ) {
+    // The line is built first and written whole, so that two threads that fail at once do not mix.
+    const std::string report =
+        position( text, line ) + " API ERROR:" + Shim::sdk_->errmsg( rc ) + " (" + std::to_string( rc ) + ")";
+    std::cerr << report << std::endl;
+    Shim::sdk_->failureHook();
+    stopByAssertion( "0", line, recipe );
 }
 
 } // namespace
 
-void failCall( const CallSite & site, int rc ) noexcept {
-    // The line is built first and written whole, so that two threads that fail at once do not mix.
-    const std::string report = position( site ) + " API ERROR:" + Shim::sdk_->errmsg( rc ) + " (" +
-                               std::to_string( rc ) + ")";
-    std::cerr << report << std::endl;
-    Shim::sdk_->failureHook();
-    stopByAssertion( "0", site.line, *site.recipe );
+void preCallHook() noexcept { Shim::sdk_->preCallHook(); }
+
+void settleCall( const char * text, int line, const Recipe & recipe, int rc ) noexcept {
+    if ( rc < 0 )
+        failCall( text, line, recipe, rc );
+    traceCall( text, line, recipe, rc );
 }
 
-void traceCall( const CallSite & site, int rc ) noexcept {
-    writeTraceLine( site, position( site ) + " (rc:" + std::to_string( rc ) + ")" );
+void traceCall( const char * text, int line, const Recipe & recipe, int rc ) noexcept {
+    writeTraceLine( line, recipe, position( text, line ) + " (rc:" + std::to_string( rc ) + ")" );
 }
 
-void traceIgnoredCall( const CallSite & site ) noexcept {
-    writeTraceLine( site, position( site ) + " no rc check" );
+void traceIgnoredCall( const char * text, int line, const Recipe & recipe ) noexcept {
+    writeTraceLine( line, recipe, position( text, line ) + " no rc check" );
 }
 
 void stopByAssertion( const char * expression, int line, const Recipe & recipe ) noexcept {

@@ -32,84 +32,77 @@
 
 namespace Cairn {
 
-/// What is known of a call site when the library is built. Read-only.
-struct CallSite {
-    const char * text; ///< the call as it is spelled
-    const Recipe * recipe;
-    int line;
-};
+// A call site hands over its text, line and recipe one by one. A descriptor of them would have two addresses for
+// the loader to relocate, at each site and in each process; so they are constants of the site's cold code.
 
-/// The failure report, the failure hook and the assertion stop.
-[[noreturn, gnu::cold, gnu::noinline]] void failCall( const CallSite & site, int rc ) noexcept;
+/// Step 1. A function, because the way through the shim's table would be 8 bytes more at each of some 280 sites.
+void preCallHook() noexcept;
+
+/// Steps 5 and 6 once there is something to do: the failure report, the failure hook and the assertion
+/// stop if rc < 0; else the call trace line.
+[[gnu::cold, gnu::noinline]] void settleCall( const char * text, int line, const Recipe & recipe,
+                                              int rc ) noexcept;
 
 /// Writes a call trace line that ends in the return code.
-[[gnu::cold, gnu::noinline]] void traceCall( const CallSite & site, int rc ) noexcept;
+[[gnu::cold, gnu::noinline]] void traceCall( const char * text, int line, const Recipe & recipe,
+                                             int rc ) noexcept;
 
 /// Writes a call trace line that ends in " no rc check".
-[[gnu::cold, gnu::noinline]] void traceIgnoredCall( const CallSite & site ) noexcept;
+[[gnu::cold, gnu::noinline]] void traceIgnoredCall( const char * text, int line,
+                                                    const Recipe & recipe ) noexcept;
 
 /// The assertion stop: prints and aborts as assert() does, in every build type.
 [[noreturn, gnu::cold, gnu::noinline]] void stopByAssertion( const char * expression, int line,
                                                              const Recipe & recipe ) noexcept;
 
-inline bool callTraceEnabled() noexcept {
-    return apiCairn.enabled( Kiln::TraceFacility::level4 );
-}
-
-/// Steps 5 and 6 of a guarded call.
-inline void judgeCall( const CallSite & site, int rc ) noexcept {
-    if ( rc < 0 ) [[unlikely]]
-        failCall( site, rc );
-    if ( callTraceEnabled() ) [[unlikely]]
-        traceCall( site, rc );
+/// Steps 5 and 6 of a guarded call, in one jump: the level's bit of the mask, moved to the place of the sign,
+/// is negative as a failure is.
+inline void judgeCall( const Kiln::TraceHandle & api, const char * text, int line, const Recipe & recipe,
+                       int rc ) noexcept {
+    const uint32_t mask = api.mask().load( std::memory_order_relaxed );
+    const uint32_t enabled = mask << ( 31 - Kiln::TraceFacility::level4 );
+    if ( static_cast<int>( static_cast<uint32_t>( rc ) | enabled ) < 0 ) [[unlikely]]
+        settleCall( text, line, recipe, rc );
 }
 
 } // namespace Cairn
 
-/// The descriptor of the call site; internal to the macros below.
-#define CAIRN_CALL_SITE_( text ) \
-    static constexpr ::Cairn::CallSite cairnSite_ { text, &cairnRecipe_, __LINE__ }
-
-#define CAIRN_CALL( ... )                                      \
-    do {                                                       \
-        CAIRN_CALL_SITE_( #__VA_ARGS__ );                      \
-        ::Shim::sdk_->preCallHook();                           \
-        int cairnRc_;                                          \
-        {                                                      \
-            const ::Kiln::ActivityUnlockAnchor cairnUnlocked_; \
-            cairnRc_ = __VA_ARGS__;                            \
-        }                                                      \
-        ::Cairn::judgeCall( cairnSite_, cairnRc_ );            \
+#define CAIRN_CALL( ... )                                                                \
+    do {                                                                                 \
+        ::Cairn::preCallHook();                                                          \
+        int cairnRc_;                                                                    \
+        {                                                                                \
+            const ::Kiln::ActivityUnlockAnchor cairnUnlocked_;                           \
+            cairnRc_ = __VA_ARGS__;                                                      \
+        }                                                                                \
+        ::Cairn::judgeCall( cairnApi_, #__VA_ARGS__, __LINE__, cairnRecipe_, cairnRc_ ); \
     } while ( false )
 
-#define CAIRN_CALL_LOCK_KEPT( ... )                 \
-    do {                                            \
-        CAIRN_CALL_SITE_( #__VA_ARGS__ );           \
-        ::Shim::sdk_->preCallHook();                \
-        const int cairnRc_ = __VA_ARGS__;           \
-        ::Cairn::judgeCall( cairnSite_, cairnRc_ ); \
+#define CAIRN_CALL_LOCK_KEPT( ... )                                                      \
+    do {                                                                                 \
+        ::Cairn::preCallHook();                                                          \
+        const int cairnRc_ = __VA_ARGS__;                                                \
+        ::Cairn::judgeCall( cairnApi_, #__VA_ARGS__, __LINE__, cairnRecipe_, cairnRc_ ); \
     } while ( false )
 
-#define CAIRN_CALL_UNCHECKED( rc, ... )                        \
-    do {                                                       \
-        CAIRN_CALL_SITE_( #__VA_ARGS__ );                      \
-        {                                                      \
-            const ::Kiln::ActivityUnlockAnchor cairnUnlocked_; \
-            ( rc ) = __VA_ARGS__;                              \
-        }                                                      \
-        if ( ::Cairn::callTraceEnabled() ) [[unlikely]]        \
-            ::Cairn::traceCall( cairnSite_, rc );              \
+#define CAIRN_CALL_UNCHECKED( rc, ... )                                        \
+    do {                                                                       \
+        {                                                                      \
+            const ::Kiln::ActivityUnlockAnchor cairnUnlocked_;                 \
+            ( rc ) = __VA_ARGS__;                                              \
+        }                                                                      \
+        if ( cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) [[unlikely]] \
+            ::Cairn::traceCall( #__VA_ARGS__, __LINE__, cairnRecipe_, rc );    \
     } while ( false )
 
-#define CAIRN_CALL_IGNORED( ... )                              \
-    do {                                                       \
-        CAIRN_CALL_SITE_( #__VA_ARGS__ );                      \
-        {                                                      \
-            const ::Kiln::ActivityUnlockAnchor cairnUnlocked_; \
-            static_cast<void>( __VA_ARGS__ );                  \
-        }                                                      \
-        if ( ::Cairn::callTraceEnabled() ) [[unlikely]]        \
-            ::Cairn::traceIgnoredCall( cairnSite_ );           \
+#define CAIRN_CALL_IGNORED( ... )                                              \
+    do {                                                                       \
+        {                                                                      \
+            const ::Kiln::ActivityUnlockAnchor cairnUnlocked_;                 \
+            static_cast<void>( __VA_ARGS__ );                                  \
+        }                                                                      \
+        if ( cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) [[unlikely]] \
+            ::Cairn::traceIgnoredCall( #__VA_ARGS__, __LINE__, cairnRecipe_ ); \
     } while ( false )
 
 #define CAIRN_ASSERT( ... )                                                   \

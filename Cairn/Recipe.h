@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Cairn/TraceHandles.h"
+
 #include <string_view>
 
 // What every output of a recipe names: the source file, the function, the signature.
@@ -46,8 +48,10 @@ consteval bool spellsSignature( std::string_view pretty, std::string_view spelle
 
 /// First statement of every recipe: states its signature as the assertion stop prints it. Compilers spell
 /// __PRETTY_FUNCTION__ each in its own way, so the text is written out; that it is the signature of the
-/// function it stands in is checked at compile time.
+/// function it stands in is checked at compile time. The recipe's own copy of the handle "ApiCairn" is a pointer
+/// that the compiler can keep in a register from call to call; the level mask behind it is read at each.
 #define CAIRN_RECIPE( pretty )                                              \
     static_assert( ::Cairn::spellsSignature( pretty, __PRETTY_FUNCTION__ ), \
                    "CAIRN_RECIPE: write the signature of this function" );  \
-    static constexpr ::Cairn::Recipe cairnRecipe_ { __func__, pretty }
+    static constexpr ::Cairn::Recipe cairnRecipe_{ __func__, pretty };      \
+    [[maybe_unused]] const ::Kiln::TraceHandle cairnApi_ = ::Cairn::apiCairn

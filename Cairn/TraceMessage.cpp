@@ -6,6 +6,14 @@
 
 namespace Cairn {
 
+Fleetlog::TraceFile * defaultFleetlogFile() noexcept {
+    Fleetlog::TraceHandle * const handle =
+        std::atomic_ref( Fleetlog::defaultFleetlogHandle ).load( std::memory_order_acquire );
+    if ( handle == nullptr )
+        return nullptr;
+    return handle->multiThread() != 0 ? handle->mtTraceFile() : handle->traceFile();
+}
+
 int registerMessage( Fleetlog::TraceFile & file, const MessageSite & site, int & msgId ) noexcept {
     Fleetlog::MsgDesc descriptor( &file, &msgId, sourceFile, site.line );
     for ( const char letter : site.letters ) {

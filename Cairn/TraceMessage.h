@@ -101,13 +101,7 @@ consteval std::size_t countPlaceholders( std::span<const char * const> pieces ) 
 }
 
 /// The trace file that messages go to, if there is one.
-inline Fleetlog::TraceFile * defaultFleetlogFile() noexcept {
-    Fleetlog::TraceHandle * const handle =
-        std::atomic_ref( Fleetlog::defaultFleetlogHandle ).load( std::memory_order_acquire );
-    if ( handle == nullptr )
-        return nullptr;
-    return handle->multiThread() != 0 ? handle->mtTraceFile() : handle->traceFile();
-}
+Fleetlog::TraceFile * defaultFleetlogFile() noexcept;
 
 /// Whether the site with this identifier is registered in the file. 0, which a site has before it
 /// is given an identifier, never is: the table's first byte stays 0.
@@ -145,26 +139,47 @@ void writeMessageLine( const MessageSite & site, const Twinlog::FleetlogConverte
 template <class... Values>
 [[gnu::cold, gnu::noinline]] void writeMessageText( const MessageSite & site,
                                                     Values... values ) noexcept {
+    if ( !_defaultTraceHandle().enabled( Kiln::TraceFacility::level2 ) )
+        return;
     Twinlog::FleetlogConverter text;
     writePieces( site );
     static_cast<void>( ( text << ... << values ) );
     writeMessageLine( site, text );
 }
 
-/// One dual trace message. `msgId` belongs to the site; several threads may share it.
 template <class... Values>
-[[gnu::always_inline]] inline void writeMessage( const MessageSite & site, int & msgId,
-                                                 Values... values ) noexcept {
-    if ( Fleetlog::TraceFile * const file = defaultFleetlogFile() ) {
-        int id = std::atomic_ref( msgId ).load( std::memory_order_relaxed );
-        if ( !msgIdInitialized( *file, id ) ) [[unlikely]]
-            id = registerMessage( *file, site, msgId );
-        Fleetlog::RingBuf & ring = *file->ringBuf();
-        ring.startMsg( file, id );
-        ( putValue( ring, values ), ... );
-        ring.endMsg();
+[[gnu::always_inline]] inline void writeRecord( Fleetlog::TraceFile & file, int msgId,
+                                                Values... values ) noexcept {
+    Fleetlog::RingBuf & ring = *file.ringBuf();
+    ring.startMsg( &file, msgId );
+    ( putValue( ring, values ), ... );
+    ring.endMsg();
+}
+
+/// A message whose site is not registered yet, or that does not go into the current block.
+template <class... Values>
+[[gnu::cold, gnu::noinline]] void writeRareMessage( Fleetlog::TraceFile & file, const MessageSite & site,
+                                                    int & msgId, Values... values ) noexcept {
+    int id = std::atomic_ref( msgId ).load( std::memory_order_relaxed );
+    if ( !msgIdInitialized( file, id ) )
+        id = registerMessage( file, site, msgId );
+    writeRecord( file, id, values... );
+    writeMessageText( site, values... );
+}
+
+/// One dual trace message. `msgId` belongs to the site; several threads may share it. A function for each list
+/// of types, not inline: a site would be 200 bytes of code. It calls nothing but in its last step, so that
+/// it has no registers to save.
+template <class... Values>
+[[gnu::noinline]] void writeMessage( Fleetlog::TraceFile * file, const MessageSite & site, int & msgId,
+                                     Values... values ) noexcept {
+    if ( file != nullptr ) {
+        const int id = std::atomic_ref( msgId ).load( std::memory_order_relaxed );
+        if ( !msgIdInitialized( *file, id ) || !file->ringBuf()->hasRoom() ) [[unlikely]]
+            return writeRareMessage( *file, site, msgId, values... );
+        writeRecord( *file, id, values... );
     }
-    if ( _defaultTraceHandle().enabled( Kiln::TraceFacility::level2 ) ) [[unlikely]]
+    if ( messagesMayBeEnabled( Kiln::TraceFacility::level2 ) ) [[unlikely]]
         writeMessageText( site, values... );
 }
 
@@ -202,7 +217,8 @@ class TraceLine {
         static constexpr ::Cairn::MessageSite cairnMessage_{ &cairnRecipe_, __LINE__, letters, \
                                                              cairnPieces_ };                   \
         static constinit int cairnMsgId_ = 0;                                                  \
-        ::Cairn::writeMessage( cairnMessage_, cairnMsgId_ __VA_OPT__(, ) __VA_ARGS__ );        \
+        ::Cairn::writeMessage( ::Cairn::defaultFleetlogFile(), cairnMessage_,                  \
+                               cairnMsgId_ __VA_OPT__(, ) __VA_ARGS__ );                       \
     } while ( false )
 
 #define CAIRN_LINE( level, ... )                                                        \
@@ -211,6 +227,7 @@ class TraceLine {
                        "CAIRN_LINE: no such level" );                                   \
         constexpr auto cairnLevel_ =                                                    \
             static_cast<::Kiln::TraceFacility::FacilityLevel>( level );                 \
-        if ( ::Cairn::_defaultTraceHandle().enabled( cairnLevel_ ) ) [[unlikely]]       \
+        if ( ::Cairn::messagesMayBeEnabled( cairnLevel_ ) &&                            \
+             ::Cairn::_defaultTraceHandle().enabled( cairnLevel_ ) ) [[unlikely]]       \
             ::Cairn::TraceLine( cairnLevel_, __LINE__, cairnRecipe_ ) << __VA_ARGS__;   \
     } while ( false )

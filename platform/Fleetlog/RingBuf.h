@@ -51,12 +51,16 @@ class RingBuf {
     RingBuf( const RingBuf & ) = delete;
     RingBuf & operator=( const RingBuf & ) = delete;
 
+    /// Whether the next record goes into the block that is being written, so that startMsg() will
+    /// not have to change it.
+    bool hasRoom() const noexcept { return record_ <= limit_; }
+
     /// Begins a record of the site `msgId`. `file` is the file that this ring belongs to. A record
     /// that was begun and not ended is given up. The values that follow must fit into
     /// maxPayloadBytes; this is not checked.
     void startMsg( TraceFile * file, int msgId ) noexcept {
         std::byte * record = record_;
-        if ( record > limit_ ) [[unlikely]]
+        if ( !hasRoom() ) [[unlikely]]
             record = changeBlock( *file );
         if ( record == nullptr )
             __builtin_unreachable();

@@ -45,6 +45,9 @@ class TraceFacility {
     };
     static constexpr uint32_t levelCount = 10;
 
+    /// Bit n is set when level n is enabled. To be read with memory_order_relaxed, each time anew.
+    using Mask = std::atomic<uint32_t>;
+
     /// The facility of this name, made if there is none yet.
     static TraceFacility & get( std::string_view name );
 
@@ -53,15 +56,14 @@ class TraceFacility {
 
     const std::string & name() const noexcept { return name_; }
 
-    /// Bit n is set when level n is enabled.
-    uint32_t mask() const noexcept { return mask_.load( std::memory_order_relaxed ); }
+    const Mask & mask() const noexcept { return mask_; }
     void setMask( uint32_t mask ) noexcept { mask_.store( mask, std::memory_order_relaxed ); }
 
   private:
     friend class FacilityTable;
     explicit TraceFacility( std::string_view name ) : name_( name ) {}
 
-    std::atomic<uint32_t> mask_{ 0 };
+    Mask mask_{ 0 };
     std::string name_;
 };
 
@@ -73,8 +75,9 @@ class TraceHandle {
     /// has been set; false leaves it silent.
     TraceHandle( const char * name, bool onByDefault );
 
+    const TraceFacility::Mask & mask() const noexcept { return facility_->mask(); }
     bool enabled( TraceFacility::FacilityLevel level ) const noexcept {
-        return ( facility_->mask() & ( 1u << level ) ) != 0;
+        return ( mask().load( std::memory_order_relaxed ) & ( 1u << level ) ) != 0;
     }
     TraceFacility & facility() const noexcept { return *facility_; }
 
