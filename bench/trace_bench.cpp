@@ -1,8 +1,5 @@
-#include "Cairn/TraceMessage.h"
 #include "bench/trace_bench_lttng.h"
-#include "tests/support/InstructionCount.h"
-
-#include <Fleetlog/MsgDesc.h>
+#include "tests/support/TraceOperations.h"
 
 #include <benchmark/benchmark.h>
 
@@ -98,11 +95,10 @@ class HandRing {
 
 // What the operations use. They read it from memory, as a recipe would.
 struct Bench {
+    explicit Bench( const OpenOptions & options ) : targets( options ) {}
+
     HandRing hand{ 1 << 20 };
-    std::unique_ptr<TraceFile> files[3]; ///< by Timestamps
-    int twoValuesId = 0;
-    int textId = 0;
-    const char * text = "L3_DST_LOOKUP_MISS_1"; // 20 characters
+    Support::TraceTargets targets;
 #if defined( TRACE_BENCH_SPDLOG )
     std::shared_ptr<spdlog::logger> spdlog = std::make_shared<spdlog::logger>(
         "bench", std::make_shared<spdlog::sinks::null_sink_st>() );
@@ -112,7 +108,7 @@ Bench * bench = nullptr;
 
 // The operations --------------------------------------------------------------------------------
 //
-// An operation holds what a caller has at hand, so that only the operation itself is measured.
+// Those of the trace itself are Support's; here are the ones that they are compared with.
 
 template <bool isCounted>
 struct HandTwoValues {
@@ -123,43 +119,8 @@ struct HandTwoValues {
 template <bool isCounted>
 struct HandText {
     HandRing & ring = bench->hand;
-    const char * text = bench->text;
+    const char * text = bench->targets.text;
     void run( std::uint32_t i, std::uint32_t ) const { ring.text<isCounted>( 7, i, text ); }
-};
-
-template <Timestamps timestamps>
-struct RecordTwoValues {
-    TraceFile * file = bench->files[static_cast<unsigned>( timestamps )].get();
-    int msgId = bench->twoValuesId;
-    void run( std::uint32_t i, std::uint32_t j ) const {
-        RingBuf & ring = *file->ringBuf();
-        ring.startMsg( file, msgId );
-        ring.put4( i );
-        ring.put4( j );
-        ring.endMsg();
-    }
-};
-
-template <Timestamps timestamps>
-struct RecordText {
-    TraceFile * file = bench->files[static_cast<unsigned>( timestamps )].get();
-    int msgId = bench->textId;
-    const char * text = bench->text;
-    void run( std::uint32_t i, std::uint32_t ) const {
-        RingBuf & ring = *file->ringBuf();
-        ring.startMsg( file, msgId );
-        ring.put4( i );
-        put( &ring, text );
-        ring.endMsg();
-    }
-};
-
-struct MessageTwoValues {
-    [[gnu::always_inline]] void run( std::uint32_t i, std::uint32_t j ) const {
-        static constexpr Cairn::Recipe cairnRecipe_{ "setSeed",
-                                                     "void setSeed(uint32_t, uint32_t)" };
-        CAIRN_MESSAGE( "ii", ( " unit: ", "%s", " seed: ", "%s" ), i, j );
-    }
 };
 
 struct CounterRead {
@@ -174,7 +135,7 @@ struct SpdlogTwoValues {
 };
 struct SpdlogText {
     void run( std::uint32_t i, std::uint32_t ) const {
-        bench->spdlog->info( "unit: {} text: {}", i, bench->text );
+        bench->spdlog->info( "unit: {} text: {}", i, bench->targets.text );
     }
 };
 #endif
@@ -183,26 +144,12 @@ struct LttngTwoValues {
     void run( std::uint32_t i, std::uint32_t j ) const { TraceBenchLttng::twoValues( i, j ); }
 };
 struct LttngText {
-    void run( std::uint32_t i, std::uint32_t ) const { TraceBenchLttng::text( i, bench->text ); }
+    void run( std::uint32_t i, std::uint32_t ) const {
+        TraceBenchLttng::text( i, bench->targets.text );
+    }
 };
 
 // Running them ----------------------------------------------------------------------------------
-
-// The operation `times` over, between two of which the compiler keeps nothing in registers but the
-// operation's own members.
-template <class Operation, int times>
-[[gnu::noinline]] void repeat() {
-    const Operation operation;
-    std::uint32_t i = 1;
-    std::uint32_t j = 2;
-    asm volatile( "" : "+r"( i ), "+r"( j ) ); // values in registers, of which nothing is known
-    operation.run( i, j );
-    benchmark::ClobberMemory();
-    if constexpr ( times == 2 ) {
-        operation.run( i, j );
-        benchmark::ClobberMemory();
-    }
-}
 
 struct Contender {
     std::string name;
@@ -218,9 +165,8 @@ template <class Operation>
 void add( const std::string & name, const std::string & floor = "",
           TraceHandle * handle = nullptr ) {
     defaultFleetlogHandle = handle;
-    const auto one = Support::countInstructions( repeat<Operation, 1> );
-    const auto two = Support::countInstructions( repeat<Operation, 2> );
-    contenders.push_back( { name, floor, one && two ? std::to_string( *two - *one ) : "-" } );
+    const auto instructions = Support::instructionsOf<Operation>();
+    contenders.push_back( { name, floor, instructions ? std::to_string( *instructions ) : "-" } );
     benchmark::RegisterBenchmark( name.c_str(), [handle]( benchmark::State & state ) {
         defaultFleetlogHandle = handle;
         const Operation operation;
@@ -269,15 +215,6 @@ void printTable() {
     }
 }
 
-void registerSite( TraceFile & file, int & msgId, const char * letters,
-                   std::initializer_list<const char *> pieces ) {
-    MsgDesc descriptor( &file, &msgId, "bench/trace_bench", __LINE__ );
-    descriptor.formatString().put( letters );
-    for ( const char * const piece : pieces )
-        descriptor << piece;
-    descriptor.finish();
-}
-
 } // namespace
 
 int main( int argc, char ** argv ) {
@@ -288,17 +225,9 @@ int main( int argc, char ** argv ) {
         return 2;
     }
     OpenOptions options{ .directory = directory };
-    Bench made;
+    Bench made( options );
     bench = &made;
-    for ( const Timestamps timestamps :
-          { Timestamps::none, Timestamps::tick, Timestamps::counter } ) {
-        options.timestamps = timestamps;
-        auto & file = made.files[static_cast<unsigned>( timestamps )];
-        file = std::make_unique<TraceFile>( options, 0 );
-        registerSite( *file, made.twoValuesId, "ii",
-                      { "record", " unit: ", "%s", " seed: ", "%s" } );
-        registerSite( *file, made.textId, "ip", { "record", " unit: ", "%s", " text: ", "%s" } );
-    }
+    Support::traceTargets = &made.targets;
     TraceHandle perProcess( options );
     options.files = Files::perThread;
     TraceHandle perThread( options );
@@ -309,19 +238,20 @@ int main( int argc, char ** argv ) {
     const std::string textFloor = "value and text, by hand, counter";
     add<CounterRead>( "counter read" );
     add<HandTwoValues<false>>( plainFloor );
-    add<RecordTwoValues<Timestamps::none>>( "two values, record, no time", plainFloor );
-    add<RecordTwoValues<Timestamps::tick>>( "two values, record, tick", plainFloor );
+    add<Support::RecordTwoValues<Timestamps::none>>( "two values, record, no time", plainFloor );
+    add<Support::RecordTwoValues<Timestamps::tick>>( "two values, record, tick", plainFloor );
     add<HandTwoValues<true>>( floor );
-    add<RecordTwoValues<Timestamps::counter>>( "two values, record, counter", floor );
-    add<MessageTwoValues>( "two values, message, counter, file of the process", floor,
-                           &perProcess );
-    add<MessageTwoValues>( "two values, message, counter, file of the thread", floor, &perThread );
-    add<MessageTwoValues>( "two values, message, no file" );
+    add<Support::RecordTwoValues<Timestamps::counter>>( "two values, record, counter", floor );
+    add<Support::MessageTwoValues>( "two values, message, counter, file of the process", floor,
+                                    &perProcess );
+    add<Support::MessageTwoValues>( "two values, message, counter, file of the thread", floor,
+                                    &perThread );
+    add<Support::MessageTwoValues>( "two values, message, no file" );
     add<HandText<false>>( plainTextFloor );
-    add<RecordText<Timestamps::none>>( "value and text, record, no time", plainTextFloor );
-    add<RecordText<Timestamps::tick>>( "value and text, record, tick", plainTextFloor );
+    add<Support::RecordText<Timestamps::none>>( "value and text, record, no time", plainTextFloor );
+    add<Support::RecordText<Timestamps::tick>>( "value and text, record, tick", plainTextFloor );
     add<HandText<true>>( textFloor );
-    add<RecordText<Timestamps::counter>>( "value and text, record, counter", textFloor );
+    add<Support::RecordText<Timestamps::counter>>( "value and text, record, counter", textFloor );
 #if defined( TRACE_BENCH_SPDLOG )
     add<SpdlogTwoValues>( "two values, spdlog, null sink", floor );
     add<SpdlogText>( "value and text, spdlog, null sink", textFloor );

@@ -311,6 +311,19 @@ TEST_F( GuardedCall, MacrosAreHygienicAndEvaluateOnce ) {
                                 "hostile|rc (rc:33)" } ) );
 }
 
+// What the library's handle has enabled when the program starts, before a test sets anything.
+class LevelsAtStart : public ::testing::Environment {
+  public:
+    void SetUp() override { mask = Cairn::apiCairn.mask(); }
+    static inline uint32_t mask = ~0u;
+};
+[[maybe_unused]] auto * const levelsAtStart =
+    testing::AddGlobalTestEnvironment( new LevelsAtStart );
+
+TEST_F( GuardedCall, CallTraceHandleEnablesNoLevelByItself ) {
+    EXPECT_EQ( LevelsAtStart::mask, 0u );
+}
+
 TEST_F( GuardedCall, DefaultHandleIsMadeOnFirstUseAndStaysTheSame ) {
     auto & handle = Cairn::_defaultTraceHandle();
     EXPECT_EQ( &handle, &Cairn::_defaultTraceHandle() );

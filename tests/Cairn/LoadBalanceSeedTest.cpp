@@ -243,6 +243,19 @@ TEST_F( LoadBalanceSeed, LocksAreReleasedAndTakenBackAroundTheBareCheckOfTheCode
     expectLog( script );
 }
 
+TEST_F( LoadBalanceSeed, LocksAreReleasedAndTakenBackAroundTheBareCheckOfTheMemoriesCode ) {
+    useChipWithout( { "IPOST_LAG_RAND_NUM_SEED_1m" } );
+    holdInterpreterLock();
+    Script script( "setLoadBalanceRandSeedMem" );
+    script.holdInterpreterLock();
+    script.add( { line( 2, "setLoadBalanceRandSeedMem unit: 0 seed: 12345" ) } );
+    scriptMem( script, "IPOST_LAG_RAND_NUM_SEED_0m" );
+    scriptMissing( script, "allocate 0 IPOST_LAG_RAND_NUM_SEED_1m",
+                   "setLoadBalanceRandSeedMem skipping register 1" );
+    setLoadBalanceRandSeedMem( 0, 12345 );
+    expectLog( script );
+}
+
 TEST_F( LoadBalanceSeed, MessagesComeAtLevelTwo ) {
     expectMessagesAtTheirLevels( ctrlScript(), [] { setLoadBalanceRandSeedCtrl( 0, 12345 ); } );
     expectMessagesAtTheirLevels( memScript(), [] { setLoadBalanceRandSeedMem( 0, 12345 ); } );

@@ -5,6 +5,8 @@
 #include <Kiln/TraceHandle.h>
 
 #include <csignal>
+#include <memory>
+#include <type_traits>
 
 namespace {
 
@@ -300,6 +302,22 @@ TEST_F( PortBringupDeathTest, FailureAtTheSecondPortLeavesTheFirstInserted ) {
     EXPECT_EQ( stop.count( "commit BCMLT_OPCODE_INSERT" ), 2 );
     EXPECT_EQ( stop.count( "commit " ), 2 );
     EXPECT_EQ( stop.count( "free" ), 2 );
+}
+
+TEST_F( PortBringupDeathTest, LoopbackKeyThatIsNotFoundAgainIsProgrammedWithTheDefaultPort ) {
+    addLoopback( 100, port( 0, 9 ) );
+    addHardware( port( 0, 9 ), 33 );
+    // The element in the map's list gets another key than the one under which it is looked up.
+    using Element = std::remove_cvref_t<decltype( *state->cairnInternalRecircIntfToPort.begin() )>;
+    auto & element = const_cast<Element &>( *state->cairnInternalRecircIntfToPort.begin() );
+    const CairnPort where = element.value;
+    std::destroy_at( &element );
+    std::construct_at( &element, Element{ IntfId{ 101 }, where } );
+    const auto stop = stopOf( [this] { Cairn::lbPortInit( state ); } );
+    EXPECT_EQ( stop.count( "CairnLtHelper/8 lbPortInit: lbPortInit portId: 1023 phyPortId: 0 " ),
+               1 );
+    EXPECT_EQ( stop.count( "allocate 65535 PC_PORT_PHYS_MAP " ), 1 );
+    EXPECT_EQ( stop.count( "allocate" ), 1 );
 }
 
 TEST_F( PortBringupDeathTest, DefaultPortGoesToUnit65535AndPort1023 ) {

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -398,6 +399,18 @@ TEST_F( TraceMessageTest, ThreadsThatShareAFileWriteWithTheActivityLockHeld ) {
 }
 
 // Exceptions ------------------------------------------------------------------------------------
+
+// In a process of its own, where nothing has traced yet.
+TEST( FirstUseDeathTest, LineAndMessageOfALevelThatIsOffAreNotWritten ) {
+    GTEST_FLAG_SET( death_test_style, "threadsafe" );
+    EXPECT_EXIT(
+        {
+            MessageTest::skip( 1 );
+            MessageTest::setSeed( 1, 2 );
+            std::_Exit( 0 );
+        },
+        testing::ExitedWithCode( 0 ), "^$" );
+}
 
 TEST_F( TraceMessageDeathTest, ExceptionOfTheTraceLibrariesEndsTheProcess ) {
     enable( 2 );

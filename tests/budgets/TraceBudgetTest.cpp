@@ -1,0 +1,77 @@
+#include "tests/support/TraceOperations.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <unistd.h>
+
+// What a record and a message may cost, in instructions.
+
+namespace {
+
+using Fleetlog::Timestamps;
+
+class TraceBudget : public ::testing::Test {
+  protected:
+    TraceBudget()
+        : folder_( std::filesystem::temp_directory_path() /
+                   ( "cairn_trace_budget_" + std::to_string( ::getpid() ) ) ) {
+        std::filesystem::create_directory( folder_ );
+        options_.directory = folder_;
+    }
+    ~TraceBudget() override {
+        Support::traceTargets = nullptr;
+        std::filesystem::remove_all( folder_ );
+    }
+
+    template <class Operation>
+    void expectAtMost( std::uint64_t limit ) {
+        Support::TraceTargets targets( options_ );
+        Support::traceTargets = &targets;
+        const auto instructions = Support::instructionsOf<Operation>();
+        ASSERT_TRUE( instructions ) << "processes cannot be stepped here";
+        RecordProperty( "instructions", std::to_string( *instructions ) );
+        EXPECT_GT( *instructions, 0u );
+        EXPECT_LE( *instructions, limit );
+    }
+
+    template <class Operation>
+    void expectMessageAtMost( std::uint64_t limit, Fleetlog::Files files ) {
+        options_.files = files;
+        Fleetlog::openDefault( options_ );
+        expectAtMost<Operation>( limit );
+        Fleetlog::closeDefault();
+    }
+
+    std::filesystem::path folder_;
+    Fleetlog::OpenOptions options_;
+};
+
+TEST_F( TraceBudget, RecordOfTwoValuesWithoutTimestampTakesAtMost16Instructions ) {
+    expectAtMost<Support::RecordTwoValues<Timestamps::none>>( 16 );
+}
+
+TEST_F( TraceBudget, RecordOfTwoValuesWithTickTakesAtMost18Instructions ) {
+    expectAtMost<Support::RecordTwoValues<Timestamps::tick>>( 18 );
+}
+
+TEST_F( TraceBudget, RecordOfTwoValuesWithCounterTakesAtMost22Instructions ) {
+    expectAtMost<Support::RecordTwoValues<Timestamps::counter>>( 22 );
+}
+
+TEST_F( TraceBudget, RecordOfAValueAndATextOf20CharactersTakesAtMost60Instructions ) {
+    expectAtMost<Support::RecordText<Timestamps::none>>( 60 );
+    expectAtMost<Support::RecordText<Timestamps::tick>>( 60 );
+    expectAtMost<Support::RecordText<Timestamps::counter>>( 60 );
+}
+
+TEST_F( TraceBudget, MessageOfTwoValuesToTheFileOfTheProcessTakesAtMost60Instructions ) {
+    expectMessageAtMost<Support::MessageTwoValues>( 60, Fleetlog::Files::perProcess );
+}
+
+TEST_F( TraceBudget, MessageOfTwoValuesToTheFileOfTheThreadTakesAtMost60Instructions ) {
+    expectMessageAtMost<Support::MessageTwoValues>( 60, Fleetlog::Files::perThread );
+}
+
+} // namespace

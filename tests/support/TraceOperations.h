@@ -1,0 +1,118 @@
+#pragma once
+
+#include "Cairn/TraceMessage.h"
+#include "tests/support/InstructionCount.h"
+
+#include <Fleetlog/MsgDesc.h>
+#include <Fleetlog/TraceHandle.h>
+
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <optional>
+#include <string>
+
+// Records and messages as operations that can be repeated, timed and counted. Each holds what its
+// caller would have at hand, so that only the operation itself is measured.
+
+namespace Support {
+
+/// What the operations write to: a file for each kind of timestamps, with two sites.
+struct TraceTargets {
+    explicit TraceTargets( Fleetlog::OpenOptions options ) {
+        for ( const auto timestamps : { Fleetlog::Timestamps::none, Fleetlog::Timestamps::tick,
+                                        Fleetlog::Timestamps::counter } ) {
+            options.timestamps = timestamps;
+            auto & file = files[static_cast<unsigned>( timestamps )];
+            file = std::make_unique<Fleetlog::TraceFile>( options, 0 );
+            registerSite( *file, twoValuesId, "ii",
+                          { "record", " unit: ", "%s", " seed: ", "%s" } );
+            registerSite( *file, textId, "ip", { "record", " unit: ", "%s", " text: ", "%s" } );
+        }
+    }
+
+    std::unique_ptr<Fleetlog::TraceFile> files[3]; ///< by Fleetlog::Timestamps
+    int twoValuesId = 0;
+    int textId = 0;
+    const char * text = "L3_DST_LOOKUP_MISS_1"; // 20 characters
+
+  private:
+    static void registerSite( Fleetlog::TraceFile & file, int & msgId, const char * letters,
+                              std::initializer_list<const char *> pieces ) {
+        Fleetlog::MsgDesc descriptor( &file, &msgId, "TraceOperations", __LINE__ );
+        descriptor.formatString().put( letters );
+        for ( const char * const piece : pieces )
+            descriptor << piece;
+        descriptor.finish();
+    }
+};
+
+/// Set it before an operation is made.
+inline TraceTargets * traceTargets = nullptr;
+
+template <Fleetlog::Timestamps timestamps>
+struct RecordTwoValues {
+    Fleetlog::TraceFile * file = traceTargets->files[static_cast<unsigned>( timestamps )].get();
+    int msgId = traceTargets->twoValuesId;
+    void run( std::uint32_t i, std::uint32_t j ) const {
+        Fleetlog::RingBuf & ring = *file->ringBuf();
+        ring.startMsg( file, msgId );
+        ring.put4( i );
+        ring.put4( j );
+        ring.endMsg();
+    }
+};
+
+template <Fleetlog::Timestamps timestamps>
+struct RecordText {
+    Fleetlog::TraceFile * file = traceTargets->files[static_cast<unsigned>( timestamps )].get();
+    int msgId = traceTargets->textId;
+    const char * text = traceTargets->text;
+    void run( std::uint32_t i, std::uint32_t ) const {
+        Fleetlog::RingBuf & ring = *file->ringBuf();
+        ring.startMsg( file, msgId );
+        ring.put4( i );
+        Fleetlog::put( &ring, text );
+        ring.endMsg();
+    }
+};
+
+/// A whole dual message, to the default handle.
+struct MessageTwoValues {
+    [[gnu::always_inline]] void run( std::uint32_t i, std::uint32_t j ) const {
+        static constexpr Cairn::Recipe cairnRecipe_{ "setSeed",
+                                                     "void setSeed(uint32_t, uint32_t)" };
+        CAIRN_MESSAGE( "ii", ( " unit: ", "%s", " seed: ", "%s" ), i, j );
+    }
+};
+
+/// The operation twice, or four times over. In between the compiler keeps nothing in registers but
+/// the operation's own members.
+template <class Operation, bool again>
+[[gnu::noinline]] void repeat() {
+    const Operation operation;
+    std::uint32_t i = 1;
+    std::uint32_t j = 2;
+    asm volatile( "" : "+r"( i ), "+r"( j ) ); // values in registers, of which nothing is known
+    const auto once = [&]() __attribute__( ( always_inline ) ) {
+        operation.run( i, j );
+        asm volatile( "" ::: "memory" );
+    };
+    once();
+    once();
+    if constexpr ( again ) {
+        once();
+        once();
+    }
+}
+
+/// The instructions of one operation: of two more than two, so that what a function does when it
+/// begins and ends is not among them. Nothing where processes cannot be stepped.
+template <class Operation>
+std::optional<std::uint64_t> instructionsOf() {
+    const auto two = countInstructions( repeat<Operation, false> );
+    const auto four = countInstructions( repeat<Operation, true> );
+    return two && four ? std::optional( ( *four - *two ) / 2 ) : std::nullopt;
+}
+
+} // namespace Support
