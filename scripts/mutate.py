@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Breaks the library in many small ways, one at a time, and shows whether the tests notice.
 
-    scripts/mutate.py                 every mutant (hours)
+    scripts/mutate.py                 every mutant (most of an hour on two processors)
     scripts/mutate.py --sample 100    a random hundred, the same ones for the same --seed
     scripts/mutate.py --list          what would be broken, without building
 
@@ -13,6 +13,7 @@ a test is missing. Exit status 1 if there is one.
 
 import argparse
 import concurrent.futures
+import os
 import pathlib
 import queue
 import random
@@ -24,7 +25,9 @@ import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 RECIPES = "Cairn/CairnLtHelper.cpp"
-TESTS = ["recipe_test", "guard_test", "chip_model_test"]
+# What is built and run for a mutant of the recipes: recipe_test loads the library, so it is not linked anew.
+RECIPE_TARGETS, RECIPE_TESTS = ["cairn_lt_helper"], ["recipe_test"]
+TESTS = ["guard_test", "chip_model_test", "trace_message_test", "recipe_test"]
 
 OPCODES = {
     "BCMLT_OPCODE_INSERT": "BCMLT_OPCODE_UPDATE",
@@ -38,25 +41,92 @@ OPCODES = {
 
 # Changes elsewhere than in the recipes: file, what stands there, what to put in its place.
 MACHINERY = [
-    ("Cairn/GuardedCall.h", "if ( rc < 0 )", "if ( rc <= 0 )"),
-    ("Cairn/GuardedCall.h", "if ( rc < 0 )", "if ( rc < -1 )"),
-    ("Cairn/GuardedCall.h", "TraceFacility::level4", "TraceFacility::level3"),
+    ("Cairn/GuardedCall.h", "| enabled ) < 0", "| enabled ) <= 0"),
+    ("Cairn/GuardedCall.h", "| enabled ) < 0", "| enabled ) < -1"),
+    ("Cairn/GuardedCall.h", "31 - Kiln::TraceFacility::level4", "31 - Kiln::TraceFacility::level3"),
+    ("Cairn/GuardedCall.h", """::Cairn::preCallHook();                                                          \\
+        int cairnRc_;""", "int cairnRc_;"),
+    ("Cairn/GuardedCall.h", """::Cairn::preCallHook();                                                          \\
+        const int""", "const int"),
+    ("Cairn/GuardedCall.h", """const ::Kiln::ActivityUnlockAnchor cairnUnlocked_;                           \\
+            cairnRc_ =""", "cairnRc_ ="),
+    ("Cairn/GuardedCall.h", """const ::Kiln::ActivityUnlockAnchor cairnUnlocked_;                 \\
+            ( rc ) =""", "( rc ) ="),
+    ("Cairn/GuardedCall.h", """const ::Kiln::ActivityUnlockAnchor cairnUnlocked_;                 \\
+            static_cast<void>""", "static_cast<void>"),
+    ("Cairn/GuardedCall.h", """if ( cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) [[unlikely]] \\
+            ::Cairn::traceCall(""",
+     """if ( ( rc ) >= 0 && cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) \\
+            ::Cairn::traceCall("""),
+    ("Cairn/GuardedCall.h", """if ( cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) [[unlikely]] \\
+            ::Cairn::traceCall(""",
+     """if ( cairnApi_.enabled( ::Kiln::TraceFacility::level3 ) ) \\
+            ::Cairn::traceCall("""),
+    ("Cairn/GuardedCall.h", """if ( cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) [[unlikely]] \\
+            ::Cairn::traceIgnoredCall(""",
+     """if ( cairnApi_.enabled( ::Kiln::TraceFacility::level3 ) ) \\
+            ::Cairn::traceIgnoredCall("""),
+    ("Cairn/GuardedCall.cpp", "if ( rc < 0 )", "if ( rc <= 0 )"),
+    ("Cairn/GuardedCall.cpp", "if ( rc < 0 )", "if ( rc < -1 )"),
+    ("Cairn/GuardedCall.cpp", "{ Shim::sdk_->preCallHook(); }", "{}"),
     ("Cairn/GuardedCall.cpp", '" API ERROR:"', '" API ERROR: "'),
     ("Cairn/GuardedCall.cpp", "std::cerr << report << std::endl;", ""),
+    ("Cairn/GuardedCall.cpp", """std::cerr << report << std::endl;
+    Shim::sdk_->failureHook();""", """Shim::sdk_->failureHook();
+    std::cerr << report << std::endl;"""),
     ("Cairn/GuardedCall.cpp", "Shim::sdk_->failureHook();", ""),
     ("Cairn/GuardedCall.cpp", 'stopByAssertion( "0"', 'stopByAssertion( "rc"'),
     ("Cairn/GuardedCall.cpp", '" (rc:"', '" (rc: "'),
     ("Cairn/GuardedCall.cpp", '" no rc check"', '" no check"'),
-    ("Cairn/GuardedCall.cpp", "sourceFile, site.line,", "sourceFile, site.line + 1,"),
+    ("Cairn/GuardedCall.cpp", "std::to_string( line )", "std::to_string( line + 1 )"),
+    ("Cairn/GuardedCall.cpp", "sourceFile, line,", "sourceFile, line + 1,"),
+    ("Cairn/GuardedCall.cpp", "Kiln::TraceFacility::level4, sourceFile", "Kiln::TraceFacility::level3, sourceFile"),
+    ("Cairn/GuardedCall.cpp", "recipe.function );", "recipe.pretty );"),
     ("Cairn/GuardedCall.cpp", "__assert_fail( expression, sourceFile,", '__assert_fail( expression, "",'),
+    ("Cairn/GuardedCall.cpp", "recipe.pretty );", "recipe.function );"),
     ("Cairn/TraceHandles.cpp", '"ApiCairn", false', '"ApiCairn", true'),
     ("Cairn/TraceHandles.cpp", '"CairnLtHelper", false', '"CairnLtHelper", true'),
+    ("Cairn/TraceHandles.cpp", "everyLevel = ~0u", "everyLevel = 0u"),
     ("Cairn/SdkNames.h", "static_cast<int>( unit )", "static_cast<int>( unit + 1 )"),
+    ("Cairn/SdkNames.h", "bcmlt_entry_commit( handle, askOpcode, priorityValue )",
+     "bcmlt_entry_commit( handle, priorityValue, askOpcode )"),
+    ("Cairn/SdkNames.h", "bcmlt_pt_entry_commit( handle, askOpcode, priorityValue )",
+     "bcmlt_pt_entry_commit( handle, priorityValue, askOpcode )"),
+    ("Cairn/SdkNames.h", """const uint32_t priorityValue = askPriority;
+    return Shim::sdk_->bcmlt_entry_commit( handle, askOpcode, priorityValue );""",
+     """const uint32_t opcodeValue = askOpcode;
+    return Shim::sdk_->bcmlt_entry_commit( handle, opcodeValue, askPriority );"""),
+    ("Cairn/SdkNames.h", """const uint32_t priorityValue = askPriority;
+    return Shim::sdk_->bcmlt_pt_entry_commit( handle, askOpcode, priorityValue );""",
+     """const uint32_t opcodeValue = askOpcode;
+    return Shim::sdk_->bcmlt_pt_entry_commit( handle, opcodeValue, askPriority );"""),
+    ("Cairn/TraceMessage.h", "index < file.initialisedLength() && ", ""),
+    ("Cairn/TraceMessage.h", "if ( !msgIdInitialized( *file, id ) ||", "if ( id == 0 ||"),
+    ("Cairn/TraceMessage.h", "if ( !msgIdInitialized( file, id ) )", "if ( id == 0 )"),
+    ("Cairn/TraceMessage.h", "if ( !msgIdInitialized( file, id ) )", "if ( true )"),
+    ("Cairn/TraceMessage.h", "ring.put2( value )", "ring.put4( value )"),
+    ("Cairn/TraceMessage.h", "ring.endMsg();", ""),
+    ("Cairn/TraceMessage.h", """writeRecord( file, id, values... );
+    writeMessageText( site, values... );""", "writeRecord( file, id, values... );"),
+    ("Cairn/TraceMessage.h", "if ( messagesMayBeEnabled( Kiln::TraceFacility::level2 ) )",
+     "if ( messagesMayBeEnabled( Kiln::TraceFacility::level3 ) )"),
+    ("Cairn/TraceMessage.h", "if ( !_defaultTraceHandle().enabled( Kiln::TraceFacility::level2 ) )",
+     "if ( !_defaultTraceHandle().enabled( Kiln::TraceFacility::level1 ) )"),
+    ("Cairn/TraceMessage.h", "::Cairn::_defaultTraceHandle().enabled( cairnLevel_ )", "true"),
+    ("Cairn/TraceMessage.cpp", "handle->multiThread() != 0", "handle->multiThread() == 0"),
+    ("Cairn/TraceMessage.cpp", "if ( handle == nullptr )", "if ( false )"),
+    ("Cairn/TraceMessage.cpp", "sourceFile, site.line );", "sourceFile, site.line + 1 );"),
+    ("Cairn/TraceMessage.cpp", "descriptor << site.recipe->function;", ""),
+    ("Cairn/TraceMessage.cpp", "descriptor.finish();", ""),
+    ("Cairn/TraceMessage.cpp", "Twinlog::twinlogFixed_ << site.recipe->function;", ""),
+    ("Cairn/TraceMessage.cpp", "if ( !_defaultTraceHandle().enabled( Kiln::TraceFacility::level2 ) )", "if ( false )"),
+    ("Cairn/TraceMessage.cpp", "line( _defaultTraceHandle(), Kiln::TraceFacility::level2,",
+     "line( _defaultTraceHandle(), Kiln::TraceFacility::level1,"),
     ("CairnCommon/CairnCommonUtil.h", "maxPorts > 255", "maxPorts > 256"),
     ("CairnCommon/CairnCommonUtil.h", "<< 8 |", "<< 7 |"),
     ("CairnCommon/CairnCommonUtil.h", "port == 0 ? maxPorts", "port == 1 ? maxPorts"),
     ("CairnCommon/CairnCommonUtil.h", "port & 0xFFu", "port & 0x7Fu"),
-    ("CairnCommon/CairnCommonUtil.h", '"chipInfo NULL"', '"chipInfo null"'),
+    ("CairnCommon/CairnCommonUtil.h", '<< "chipInfo NULL"', '<< "chipInfo null"'),
     ("CairnCommon/CairnCommonUtil.h", '<< "invalid"', '<< " invalid"'),
     ("CairnCommon/CairnCommonUtil.h", "noChipLine = 213", "noChipLine = 214"),
     ("CairnCommon/CairnCommonUtil.h", "maxPortsLine = 225", "maxPortsLine = 226"),
@@ -176,7 +246,7 @@ def recipe_mutants(lines):
             yield i, "another stage", [line.replace(stage.group(1), str(int(stage.group(1)) + 1))], 1
         fixed = re.match(r"    const uint64_t val = (\d+);", line)
         if fixed:
-            yield i, "another value", [line.replace(fixed.group(1), "5")], 1
+            yield i, "another value", [line.replace(f"= {fixed.group(1)};", "= 5;")], 1
         memory = re.match(r'        "(\w+m)",', line)
         if memory:
             yield i, "another memory", [line.replace("_HASH", "_HUSH")], 1
@@ -194,7 +264,8 @@ def mutants():
         if at < 0:
             sys.exit(f"mutate.py: {file} does not hold {old!r} any more; bring the list up to date")
         number = text.count("\n", 0, at)
-        made.append(Mutant(file, number, f"{old} to {new}", text[:at] + new + text[at + len(old) :]))
+        kind = " ".join(f"{old} to {new or 'nothing'}".replace("\\\n", "").split())
+        made.append(Mutant(file, number, kind, text[:at] + new + text[at + len(old) :]))
     return made
 
 
@@ -205,20 +276,20 @@ class Workshop:
         self.tree = folder / "tree"
         self.build = folder / "build"
         shutil.copytree(ROOT, self.tree, ignore=shutil.ignore_patterns("build", ".git"))
-        self.run(["cmake", "--preset", "dev", "-B", str(self.build), "-DCMAKE_CXX_FLAGS=-g0 -O0",
+        self.run(["cmake", "--preset", "dev", "-B", str(self.build), "-DCMAKE_CXX_FLAGS_DEBUG=-O0",
                   "-DCAIRN_WERROR=OFF", "-DCAIRN_BUILD_BENCHMARKS=OFF"], check=True)
         self.run(["cmake", "--build", str(self.build), "--target", *TESTS], check=True)
-        if not self.passes():
+        if not self.passes(TESTS):
             sys.exit("mutate.py: the tests fail on the tree as it is; mend that first")
 
     def run(self, command, check=False, seconds=600):
         return subprocess.run(command, cwd=self.tree, check=check, timeout=seconds,
                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode
 
-    def passes(self):
+    def passes(self, tests):
         try:
             return all(self.run([str(self.build / "bin" / test), "--gtest_brief=1", "--gtest_fail_fast"],
-                                seconds=120) == 0 for test in TESTS)
+                                seconds=120) == 0 for test in tests)
         except subprocess.TimeoutExpired:
             return False
 
@@ -226,11 +297,12 @@ class Workshop:
         """"caught", "survived", or "does not compile"."""
         path = self.tree / mutant.file
         original = path.read_text()
+        targets, tests = (RECIPE_TARGETS, RECIPE_TESTS) if mutant.file == RECIPES else (TESTS, TESTS)
         path.write_text(mutant.text)
         try:
-            if self.run(["cmake", "--build", str(self.build), "--target", *TESTS]) != 0:
+            if self.run(["cmake", "--build", str(self.build), "--target", *targets]) != 0:
                 return "does not compile"
-            return "survived" if self.passes() else "caught"
+            return "survived" if self.passes(tests) else "caught"
         finally:
             path.write_text(original)
 
@@ -239,7 +311,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--sample", type=int, metavar="N", help="only N mutants, chosen at random")
     parser.add_argument("--seed", type=int, default=1, help="of the choice (1)")
-    parser.add_argument("--jobs", type=int, default=2, help="builds at a time (2)")
+    parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="builds at a time (one a processor)")
     parser.add_argument("--match", metavar="TEXT", help="only mutants whose description holds TEXT")
     parser.add_argument("--list", action="store_true", help="list them and stop")
     options = parser.parse_args()
