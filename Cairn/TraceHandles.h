@@ -24,4 +24,9 @@ inline bool messagesMayBeEnabled( Kiln::TraceFacility::FacilityLevel level ) noe
     return ( mask->load( std::memory_order_relaxed ) & ( 1u << level ) ) != 0;
 }
 
+/// Whether the level of "CairnLtHelper" is enabled.
+inline bool messagesEnabled( Kiln::TraceFacility::FacilityLevel level ) {
+    return messagesMayBeEnabled( level ) && _defaultTraceHandle().enabled( level );
+}
+
 } // namespace Cairn

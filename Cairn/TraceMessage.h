@@ -227,7 +227,6 @@ class TraceLine {
                        "CAIRN_LINE: no such level" );                                   \
         constexpr auto cairnLevel_ =                                                    \
             static_cast<::Kiln::TraceFacility::FacilityLevel>( level );                 \
-        if ( ::Cairn::messagesMayBeEnabled( cairnLevel_ ) &&                            \
-             ::Cairn::_defaultTraceHandle().enabled( cairnLevel_ ) ) [[unlikely]]       \
+        if ( ::Cairn::messagesEnabled( cairnLevel_ ) ) [[unlikely]]                     \
             ::Cairn::TraceLine( cairnLevel_, __LINE__, cairnRecipe_ ) << __VA_ARGS__;   \
     } while ( false )

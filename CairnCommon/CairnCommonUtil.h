@@ -8,7 +8,9 @@
 
 inline Cairn::CairnModInfo Cairn::CairnCommonSmData::cairnModId( uint16_t modId ) const {
     const auto found = cairnModIds.find( modId );
-    return found == cairnModIds.end() ? CairnModInfo() : found->value;
+    if ( found == cairnModIds.end() )
+        return {};
+    return found->value;
 }
 
 namespace CairnCentral {

@@ -112,7 +112,7 @@ MACHINERY = [
      "if ( messagesMayBeEnabled( Kiln::TraceFacility::level3 ) )"),
     ("Cairn/TraceMessage.h", "if ( !_defaultTraceHandle().enabled( Kiln::TraceFacility::level2 ) )",
      "if ( !_defaultTraceHandle().enabled( Kiln::TraceFacility::level1 ) )"),
-    ("Cairn/TraceMessage.h", "::Cairn::_defaultTraceHandle().enabled( cairnLevel_ )", "true"),
+    ("Cairn/TraceHandles.h", "&& _defaultTraceHandle().enabled( level )", ""),
     ("Cairn/TraceMessage.cpp", "handle->multiThread() != 0", "handle->multiThread() == 0"),
     ("Cairn/TraceMessage.cpp", "if ( handle == nullptr )", "if ( false )"),
     ("Cairn/TraceMessage.cpp", "sourceFile, site.line );", "sourceFile, site.line + 1 );"),

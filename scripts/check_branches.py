@@ -1,0 +1,75 @@
+#!/usr/bin/env python3
+"""Judges what gcovr has measured: every line and every branch of the library is taken by a test, or is explained here.
+
+    scripts/check_branches.py COVERAGE.json
+
+Prints what is explained, and what is missing. Exit status 1 if something is missing, or if an explanation is of a
+line that is not there any more.
+"""
+
+import collections
+import json
+import pathlib
+import sys
+
+# What no test can be sure to take: the file, the line as it stands, how many of its branches at most, and why.
+EXPLAINED = [
+    ("Cairn/TraceHandles.cpp", 'static Kiln::TraceHandle handle( "CairnLtHelper", false );', 3,
+     "one thread waiting while another makes the handle, which takes a microsecond once in a process; and the "
+     "clean-up if the making throws, for which memory has to run out: it ends the process, recipes are noexcept"),
+    ("CairnCommon/CairnCommonUtil.h", 'message << "chipInfo NULL";', 1,
+     "the clean-up if the text throws, for which memory has to run out"),
+    ("CairnCommon/CairnCommonUtil.h", "Nacre::debugAndAssert( message, Impl::sysportFile, Impl::sysportFunction,", 2,
+     "the clean-up if the report throws, for which memory has to run out; the text stands there twice"),
+    ("CairnCommon/CairnCommonUtil.h", 'message << "maxPorts: " << maxPorts << "invalid";', 3,
+     "the clean-up if the text throws, for which memory has to run out"),
+]
+
+
+def main():
+    if len(sys.argv) != 2:
+        sys.exit(__doc__)
+    root = pathlib.Path(__file__).resolve().parent.parent
+    lines = taken = branches = branches_taken = 0
+    missing = []
+    untaken = collections.Counter()
+    where = {}
+    for file in json.loads(pathlib.Path(sys.argv[1]).read_text())["files"]:
+        source = (root / file["file"]).read_text().split("\n")
+        for line in file["lines"]:
+            if line.get("gcovr/noncode"):
+                continue
+            number, text = line["line_number"], source[line["line_number"] - 1].strip()
+            lines += 1
+            if line["count"] > 0:
+                taken += 1
+            else:
+                missing.append(f"{file['file']}:{number}: not run: {text}")
+            branches += len(line["branches"])
+            not_taken = sum(1 for branch in line["branches"] if branch["count"] == 0)
+            branches_taken += len(line["branches"]) - not_taken
+            if not_taken:
+                untaken[file["file"], text] += not_taken
+                where.setdefault((file["file"], text), number)
+
+    explained = 0
+    for file, text, count, reason in EXPLAINED:
+        if text not in [line.strip() for line in (root / file).read_text().split("\n")]:
+            missing.append(f"{file}: explained here, but not there any more: {text}")
+        found = untaken.pop((file, text), 0)
+        if found > count:
+            missing.append(f"{file}:{where[file, text]}: {found} branches not taken, {count} explained: {text}")
+        elif found:
+            explained += found
+            print(f"explained: {file}:{where[file, text]}: {text}\n    {found} of its branches: {reason}")
+    for (file, text), count in untaken.items():
+        missing.append(f"{file}:{where[file, text]}: {count} branches not taken: {text}")
+
+    for line in missing:
+        print(line)
+    print(f"lines: {taken} of {lines}; branches: {branches_taken} of {branches}, {explained} explained")
+    return 1 if missing or lines == 0 else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
