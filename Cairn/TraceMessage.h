@@ -126,7 +126,8 @@ inline void putValue( Fleetlog::RingBuf & ring, std::uint16_t value ) noexcept {
 inline void putValue( Fleetlog::RingBuf & ring, std::same_as<bool> auto value ) noexcept {
     ring.put1( value );
 }
-inline void putValue( Fleetlog::RingBuf & ring, const char * value ) noexcept {
+[[gnu::always_inline]] inline void putValue( Fleetlog::RingBuf & ring,
+                                             const char * value ) noexcept {
     Fleetlog::put( &ring, value );
 }
 

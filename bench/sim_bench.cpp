@@ -12,7 +12,7 @@
 
 #include <malloc.h>
 
-// What a visit to a row of the simulated chip costs, at 1,000 and at 1,000,000 rows. One iteration
+// What a visit to a row of the simulated chip costs, from 1,000 to 1,000,000 rows. One iteration
 // is one entry from allocate to free: five SDK operations.
 //
 // In order, rows are visited as agents do: one after the other. At random, every visit to the large
@@ -202,18 +202,18 @@ void bareArray( benchmark::State & state ) {
 
 } // namespace
 
-#define BOTH_SIZES( function ) BENCHMARK( function )->Arg( 1000 )->Arg( 1000000 )
+#define ALL_SIZES( function ) BENCHMARK( function )->RangeMultiplier( 10 )->Range( 1000, 1000000 )
 
-BOTH_SIZES( fillLogical );
-BOTH_SIZES( fillMemory );
-BOTH_SIZES( deleteInsert<InOrder> );
-BOTH_SIZES( deleteInsert<AtRandom> );
-BOTH_SIZES( lookup<InOrder> );
-BOTH_SIZES( lookup<AtRandom> );
-BOTH_SIZES( update<InOrder> );
-BOTH_SIZES( update<AtRandom> );
-BOTH_SIZES( modify<InOrder> );
-BOTH_SIZES( modify<AtRandom> );
-BOTH_SIZES( bareArray );
+ALL_SIZES( fillLogical );
+ALL_SIZES( fillMemory );
+ALL_SIZES( deleteInsert<InOrder> );
+ALL_SIZES( deleteInsert<AtRandom> );
+ALL_SIZES( lookup<InOrder> );
+ALL_SIZES( lookup<AtRandom> );
+ALL_SIZES( update<InOrder> );
+ALL_SIZES( update<AtRandom> );
+ALL_SIZES( modify<InOrder> );
+ALL_SIZES( modify<AtRandom> );
+ALL_SIZES( bareArray );
 
 BENCHMARK_MAIN();

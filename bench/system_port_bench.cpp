@@ -62,7 +62,8 @@ void systemPorts( benchmark::State & state ) {
     const double recipes = static_cast<double>( state.iterations() ) * count * 3;
     state.counters["per_recipe"] =
         benchmark::Counter( recipes, benchmark::Counter::kIsRate | benchmark::Counter::kInvert );
-    state.counters["allocations"] = static_cast<double>( Support::allocations() - before ) / recipes;
+    state.counters["allocations"] =
+        static_cast<double>( Support::allocations() - before ) / recipes;
     CairnProfile::clearActiveChipProfiles();
     Shim::sdk_ = nullptr;
 }

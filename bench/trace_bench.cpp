@@ -4,6 +4,7 @@
 #include <benchmark/benchmark.h>
 
 #if defined( TRACE_BENCH_SPDLOG )
+#include <spdlog/async.h>
 #include <spdlog/sinks/null_sink.h>
 #include <spdlog/spdlog.h>
 #endif
@@ -22,9 +23,8 @@
 #include <vector>
 
 // What a record and a message cost, against the same stores into a mapped ring written by hand (the
-// floor), and against other tracers. All in one run, interleaved at random; the table shows the
-// shortest time of each over the repetitions, the ratio to its floor, and the instructions of one
-// operation, counted exactly.
+// floor), and against other tracers. All in one run, interleaved at random. The counter is the
+// instructions of one operation, counted exactly.
 
 namespace {
 
@@ -102,6 +102,12 @@ struct Bench {
 #if defined( TRACE_BENCH_SPDLOG )
     std::shared_ptr<spdlog::logger> spdlog = std::make_shared<spdlog::logger>(
         "bench", std::make_shared<spdlog::sinks::null_sink_st>() );
+    // What the thread behind it has not taken away in time is overwritten, as in a ring.
+    std::shared_ptr<spdlog::details::thread_pool> pool =
+        std::make_shared<spdlog::details::thread_pool>( 8192, 1 );
+    std::shared_ptr<spdlog::logger> asynchronous = std::make_shared<spdlog::async_logger>(
+        "bench", std::make_shared<spdlog::sinks::null_sink_mt>(), pool,
+        spdlog::async_overflow_policy::overrun_oldest );
 #endif
 };
 Bench * bench = nullptr;
@@ -113,61 +119,62 @@ Bench * bench = nullptr;
 template <bool isCounted>
 struct HandTwoValues {
     HandRing & ring = bench->hand;
-    void run( std::uint32_t i, std::uint32_t j ) const { ring.twoValues<isCounted>( 7, i, j ); }
+    [[gnu::always_inline]] void run( std::uint32_t i, std::uint32_t j ) const {
+        ring.twoValues<isCounted>( 7, i, j );
+    }
 };
 
 template <bool isCounted>
 struct HandText {
     HandRing & ring = bench->hand;
     const char * text = bench->targets.text;
-    void run( std::uint32_t i, std::uint32_t ) const { ring.text<isCounted>( 7, i, text ); }
+    [[gnu::always_inline]] void run( std::uint32_t i, std::uint32_t ) const {
+        ring.text<isCounted>( 7, i, text );
+    }
 };
 
 struct CounterRead {
-    void run( std::uint32_t, std::uint32_t ) const { benchmark::DoNotOptimize( readCounter() ); }
+    [[gnu::always_inline]] void run( std::uint32_t, std::uint32_t ) const {
+        benchmark::DoNotOptimize( readCounter() );
+    }
 };
 
 #if defined( TRACE_BENCH_SPDLOG )
+template <std::shared_ptr<spdlog::logger> Bench::*logger>
 struct SpdlogTwoValues {
-    void run( std::uint32_t i, std::uint32_t j ) const {
-        bench->spdlog->info( "unit: {} seed: {}", i, j );
+    [[gnu::always_inline]] void run( std::uint32_t i, std::uint32_t j ) const {
+        ( bench->*logger )->info( "unit: {} seed: {}", i, j );
     }
 };
+template <std::shared_ptr<spdlog::logger> Bench::*logger>
 struct SpdlogText {
-    void run( std::uint32_t i, std::uint32_t ) const {
-        bench->spdlog->info( "unit: {} text: {}", i, bench->targets.text );
+    [[gnu::always_inline]] void run( std::uint32_t i, std::uint32_t ) const {
+        ( bench->*logger )->info( "unit: {} text: {}", i, bench->targets.text );
     }
 };
 #endif
 
 struct LttngTwoValues {
-    void run( std::uint32_t i, std::uint32_t j ) const { TraceBenchLttng::twoValues( i, j ); }
+    [[gnu::always_inline]] void run( std::uint32_t i, std::uint32_t j ) const {
+        TraceBenchLttng::twoValues( i, j );
+    }
 };
 struct LttngText {
-    void run( std::uint32_t i, std::uint32_t ) const {
+    [[gnu::always_inline]] void run( std::uint32_t i, std::uint32_t ) const {
         TraceBenchLttng::text( i, bench->targets.text );
     }
 };
 
 // Running them ----------------------------------------------------------------------------------
 
-struct Contender {
-    std::string name;
-    std::string floor; ///< the name of what it is compared with; empty: nothing
-    std::string instructions = {};
-    double nanoseconds = 0;
-};
-
-std::vector<Contender> contenders;
-
-// The default handle is `handle` while the operation runs.
+// The default handle is `handle` while the operation runs. The label names what it is compared
+// with.
 template <class Operation>
 void add( const std::string & name, const std::string & floor = "",
           TraceHandle * handle = nullptr ) {
     defaultFleetlogHandle = handle;
     const auto instructions = Support::instructionsOf<Operation>();
-    contenders.push_back( { name, floor, instructions ? std::to_string( *instructions ) : "-" } );
-    benchmark::RegisterBenchmark( name.c_str(), [handle]( benchmark::State & state ) {
+    benchmark::RegisterBenchmark( name.c_str(), [=]( benchmark::State & state ) {
         defaultFleetlogHandle = handle;
         const Operation operation;
         std::uint32_t i = 0;
@@ -178,41 +185,10 @@ void add( const std::string & name, const std::string & floor = "",
             operation.run( i, j );
             benchmark::ClobberMemory();
         }
+        state.SetLabel( floor );
+        if ( instructions )
+            state.counters["instructions"] = static_cast<double>( *instructions );
     } );
-}
-
-// Keeps the shortest time of each.
-class Reporter : public benchmark::BenchmarkReporter {
-  public:
-    bool ReportContext( const Context & ) override { return true; }
-    void ReportRuns( const std::vector<Run> & runs ) override {
-        for ( const Run & run : runs )
-            for ( Contender & contender : contenders )
-                if ( run.run_type == Run::RT_Iteration &&
-                     run.run_name.function_name == contender.name &&
-                     ( contender.nanoseconds == 0 ||
-                       run.GetAdjustedCPUTime() < contender.nanoseconds ) )
-                    contender.nanoseconds = run.GetAdjustedCPUTime();
-    }
-};
-
-void printTable() {
-    std::printf( "| operation | ns | ratio | to | instructions |\n|---|--:|--:|---|--:|\n" );
-    for ( const Contender & contender : contenders ) {
-        const auto floor =
-            std::find_if( contenders.begin(), contenders.end(),
-                          [&]( const Contender & each ) { return each.name == contender.floor; } );
-        const std::string ratio = [&] {
-            char text[32] = "";
-            if ( floor != contenders.end() )
-                std::snprintf( text, sizeof text, "%.2f",
-                               contender.nanoseconds / floor->nanoseconds );
-            return std::string( text );
-        }();
-        std::printf( "| %s | %.2f | %s | %s | %s |\n", contender.name.c_str(),
-                     contender.nanoseconds, ratio.c_str(), contender.floor.c_str(),
-                     contender.instructions.c_str() );
-    }
 }
 
 } // namespace
@@ -253,15 +229,18 @@ int main( int argc, char ** argv ) {
     add<HandText<true>>( textFloor );
     add<Support::RecordText<Timestamps::counter>>( "value and text, record, counter", textFloor );
 #if defined( TRACE_BENCH_SPDLOG )
-    add<SpdlogTwoValues>( "two values, spdlog, null sink", floor );
-    add<SpdlogText>( "value and text, spdlog, null sink", textFloor );
+    add<SpdlogTwoValues<&Bench::spdlog>>( "two values, spdlog, null sink", floor );
+    add<SpdlogText<&Bench::spdlog>>( "value and text, spdlog, null sink", textFloor );
+    add<SpdlogTwoValues<&Bench::asynchronous>>( "two values, spdlog, asynchronous", floor );
+    add<SpdlogText<&Bench::asynchronous>>( "value and text, spdlog, asynchronous", textFloor );
 #endif
     if ( TraceBenchLttng::isTraced() ) {
         add<LttngTwoValues>( "two values, lttng-ust", floor );
         add<LttngText>( "value and text, lttng-ust", textFloor );
     } else
-        std::printf(
-            "lttng-ust: no session traces this program; bench/trace_bench.sh starts one\n\n" );
+        std::fprintf( stderr,
+                      "trace_bench: no lttng session traces this program, so it is not compared; "
+                      "bench/trace_bench.sh starts one\n" );
 
     // Defaults; what the command line says wins.
     std::vector<char *> arguments{ argv[0] };
@@ -274,9 +253,7 @@ int main( int argc, char ** argv ) {
     benchmark::Initialize( &count, arguments.data() );
     if ( benchmark::ReportUnrecognizedArguments( count, arguments.data() ) )
         return 2;
-    Reporter reporter;
-    benchmark::RunSpecifiedBenchmarks( &reporter );
-    printTable();
+    benchmark::RunSpecifiedBenchmarks();
 
     defaultFleetlogHandle = nullptr;
     std::filesystem::remove_all( directory );

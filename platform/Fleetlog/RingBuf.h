@@ -79,7 +79,7 @@ class RingBuf {
 
     /// Appends a text of at most maxTextBytes; what is longer is cut. Null is written as "(null)",
     /// as in a trace line. Without a record that is being written, drops it.
-    void putText( const char * text ) noexcept {
+    [[gnu::always_inline]] void putText( const char * text ) noexcept {
         if ( cursor_ == nullptr )
             return;
         if ( text == nullptr ) [[unlikely]]
@@ -185,6 +185,8 @@ class RingBuf {
 };
 
 /// The text writer of a record.
-inline void put( RingBuf * ring, const char * text ) noexcept { ring->putText( text ); }
+[[gnu::always_inline]] inline void put( RingBuf * ring, const char * text ) noexcept {
+    ring->putText( text );
+}
 
 } // namespace Fleetlog

@@ -1,0 +1,3 @@
+#include "bench/bare/BareRecipes.h"
+
+std::span<const Tool::Recipe> bareRecipes() { return Tool::recipes(); }

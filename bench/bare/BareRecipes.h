@@ -1,0 +1,6 @@
+#pragma once
+
+#include "tools/Registry.h"
+
+/// The recipes compiled bare, in the order of Tool::recipes().
+__attribute__( ( visibility( "default" ) ) ) std::span<const Tool::Recipe> bareRecipes();

@@ -1,0 +1,233 @@
+#!/usr/bin/env python3
+"""Makes the report of what the benchmarks have measured.
+
+    bench/report.py RAW_FOLDER REPORT_FOLDER MACHINE
+
+RAW_FOLDER holds what the benchmarks have written: a JSON document each, reader.tsv, code.md. Writes
+performance.md, performance.json (all of the raw figures in one document) and performance.svg into REPORT_FOLDER;
+the plot is gnuplot's.
+"""
+
+import json
+import pathlib
+import subprocess
+import sys
+
+JSON_FILES = ["trace", "recipe", "startup", "system_port", "sim"]
+
+
+def runs(document):
+    """The shortest run of each benchmark, by name, in the order in which they were made known."""
+    shortest = {}
+    for run in document["benchmarks"]:
+        if run.get("run_type") == "aggregate" or run.get("error_occurred"):
+            continue
+        name = run["name"].removesuffix("/manual_time")
+        if name not in shortest or run["cpu_time"] < shortest[name]["cpu_time"]:
+            shortest[name] = run
+    return dict(sorted(shortest.items(), key=lambda item: item[1].get("family_index", 0)))
+
+
+def table(heads, rows):
+    """A Markdown table; a head that ends in ":" is of a column of text."""
+    lines = ["| " + " | ".join(head.removesuffix(":") for head in heads) + " |"]
+    lines.append("|" + "|".join("---" if head.endswith(":") else "--:" for head in heads) + "|")
+    lines += ["| " + " | ".join(row) + " |" for row in rows]
+    return "\n".join(lines)
+
+
+def trace_table(trace):
+    rows = []
+    for name, run in trace.items():
+        floor = trace.get(run.get("label", ""))
+        ratio = f"{run['cpu_time'] / floor['cpu_time']:.2f}" if floor else ""
+        count = f"{run['instructions']:.0f}" if "instructions" in run else "-"
+        rows.append([name, f"{run['cpu_time']:.2f}", ratio, run.get("label", ""), count])
+    return table(["operation:", "ns", "ratio", "to:", "instructions"], rows)
+
+
+def recipe_table(recipes):
+    rows = []
+    for name, run in recipes.items():
+        guard = f"{run['guard_instructions']:.1f}" if "guard_instructions" in run else "-"
+        rows.append([name, f"{run['calls']:.0f}", f"{run['bare_ns']:.0f}", f"{run['recipe_ns']:.0f}",
+                     f"{run['ratio']:.3f}", guard, f"{run['null_ns']:.0f}", f"{run['file_ns']:.0f}"])
+    return table(["recipe:", "SDK calls", "bare, ns", "recipe, ns", "ratio", "instructions a call",
+                  "traced to nowhere, ns", "traced to a file, ns"], rows)
+
+
+def sim_rows(sim, name):
+    """(rows, nanoseconds a visit) of one benchmark, from the smallest table up."""
+    points = []
+    for full, run in sim.items():
+        benchmark, _, rows = full.partition("/")
+        if benchmark == name:
+            rows = int(rows)
+            visit = run["cpu_time"] / rows if name.startswith("fill") else run["cpu_time"]
+            points.append((rows, visit))
+    return sorted(points)
+
+
+def sim_table(sim):
+    names = list(dict.fromkeys(full.partition("/")[0] for full in sim))
+    sizes = [rows for rows, _ in sim_rows(sim, names[0])]
+    rows = []
+    for name in names:
+        points = sim_rows(sim, name)
+        memory = [run.get("bytes/row") for full, run in sim.items() if full.startswith(name + "/")]
+        rows.append([name, *(f"{visit:.1f}" for _, visit in points), f"{points[-1][1] / points[0][1]:.2f}",
+                     f"{memory[0]:.1f} to {memory[-1]:.1f}" if memory[0] is not None else ""])
+    return table(["visit, ns, of a table of:", *(f"{size:,} rows" for size in sizes), "last to first",
+                  "bytes a row"], rows)
+
+
+def reader_table(lines):
+    rows = []
+    for line in lines:
+        name, size, records, seconds = line.split("\t")
+        megabytes, seconds = int(size) / 1e6, float(seconds)
+        rows.append([name, f"{megabytes:.1f}", f"{seconds:.3f}", f"{megabytes / seconds:.0f}",
+                     f"{int(records) / seconds / 1e6:.1f}"])
+    return table(["reading:", "MB", "s", "MB/s", "million records/s"], rows)
+
+
+def plot(path, trace, recipes, sim):
+    """Three panels: records beside other tracers, recipes against bare calls, the simulated chip as it grows."""
+    def shown(name):
+        return name.startswith("two values") and not name.endswith(("no time", "tick", "no file"))
+
+    data = ["$trace << END"]
+    def label(name):
+        return "\\n".join(part for part in name.split(", ")[1:] if part != "counter" or "by hand" in name or "record" in name)
+
+    data += [f'"{label(name)}"\t{run["cpu_time"]}' for name, run in trace.items() if shown(name)]
+    data += ["END", "$recipes << END"]
+    ordered = sorted(recipes.values(), key=lambda run: run["ratio"])
+    data += [f"{i}\t{run['ratio']}" for i, run in enumerate(ordered, 1)]
+    data.append("END")
+    chip = ["lookup<InOrder>", "lookup<AtRandom>", "update<InOrder>", "modify<InOrder>", "modify<AtRandom>", "bareArray"]
+    for i, name in enumerate(chip):
+        data += [f"$chip{i} << END", *(f"{rows}\t{visit}" for rows, visit in sim_rows(sim, name)), "END"]
+    curves = ", ".join(f"$chip{i} using 1:2 with linespoints lw 2 title '{name}' noenhanced"
+                       for i, name in enumerate(chip))
+    script = "\n".join(data) + f"""
+set terminal svg size 900,1200 font 'sans-serif,13' background '#ffffff'
+set output '{path}'
+set multiplot layout 3,1
+set style fill solid 0.8
+set boxwidth 0.7
+set grid ytics
+set title 'A record or message of two values, with the time-stamp counter'
+set ylabel 'ns'
+set logscale y
+set xtics noenhanced
+set bmargin 4
+set yrange [1:*]
+plot $trace using 0:2:xtic(1) with boxes lc '#4477aa' notitle, \\
+     $trace using 0:2:(sprintf('%.1f', $2)) with labels offset 0,0.7 notitle
+unset logscale y
+set title 'Each recipe against the same shim calls written bare, on the simulated chip'
+set ylabel 'ratio'
+set xlabel 'the recipes, by their ratio'
+set bmargin -1
+set xrange [0:*]
+set yrange [0.98:1.1]
+set key top left
+plot $recipes using 1:2 with boxes lc '#66aa77' notitle, 1.05 with lines lc '#cc3311' lw 2 title 'budget'
+set title 'A visit to a row of the simulated chip: allocate, fields, commit, free'
+set ylabel 'ns'
+set xlabel 'rows of the table'
+set logscale x
+set format x '%.0f'
+set xrange [1000:1000000]
+set yrange [0:*]
+set key top left
+plot {curves}
+"""
+    subprocess.run(["gnuplot"], input=script, text=True, check=True)
+
+
+def main():
+    if len(sys.argv) != 4:
+        sys.exit(__doc__)
+    raw, report, machine = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2]), sys.argv[3]
+    documents = {name: json.loads((raw / f"{name}.json").read_text()) for name in JSON_FILES}
+    reader = (raw / "reader.tsv").read_text().splitlines()
+    code = (raw / "code.md").read_text().strip()
+    trace, recipes, startup, ports, sim = (runs(documents[name]) for name in JSON_FILES)
+    worst = max(recipes.values(), key=lambda run: run["ratio"])
+
+    startup_table = table(["loading:", "us"], [[name, f"{run['real_time'] / 1000:.0f}"] for name, run in startup.items()])
+    port_table = table(["system ports:", "ns a recipe", "allocations a recipe"],
+                       [[name.partition("/")[2], f"{run['per_recipe'] * 1e9:.0f}", f"{run['allocations']:.6f}"]
+                        for name, run in ports.items()])
+    (report / "performance.md").write_text(f"""# Performance
+
+    ./scripts/benchmark.sh
+
+repeats every figure of this page and writes it anew, with the plot and [all raw figures](performance.json). Times differ
+from machine to machine; compare the ratios, which are of one run, and the counts, which are exact. The counts and their
+limits are tests as well (`tests/budgets/`); times are not.
+
+This run: {machine}.
+
+![Records beside other tracers, recipes against bare calls, the simulated chip as it grows](performance.svg)
+
+## The guarded call
+
+A recipe against the same recipe compiled bare: the same shim calls, hooks and lock releases by the same compiler, and
+nothing around them. On the simulated chip, in turn within one run. The dearest is {worst["name"]} with
+{worst["ratio"]:.3f}; the limit is 1.05. "Instructions a call" is what the guard and the recipe's messages add to each SDK
+call, counted by stepping through both; a message is about 30 instructions while there is no trace file. The last
+columns are the same recipe with level 4 of "ApiCairn" on: a line for each call, dropped, and written to a file in a
+write of its own.
+
+{recipe_table(recipes)}
+
+What the recipes weigh, their messages, their own logic and their prologues included:
+
+{code}
+
+## The always-on trace
+
+A record against a hand-written mapped ring with the same stores (the floor), the bare counter, and other tracers:
+spdlog with a sink that drops the text, formatting at once or on a thread of its own, and lttng-ust while a session
+records.
+
+{trace_table(trace)}
+
+## Reading a trace
+
+A file of a million records, half of them with a text, and babeltrace2 on the same events as lttng-ust wrote them.
+Seconds of the processor.
+
+{reader_table(reader)}
+
+## Start-up
+
+Loading the library into a process that has not got it, until `dlopen` returns; the platform, of which it consists
+for the most part, also by itself.
+
+{startup_table}
+
+## System ports
+
+Mappings programmed, verified and removed, and what a recipe takes from the heap, the chip's own growth included.
+
+{port_table}
+
+## The simulated chip
+
+One visit is allocate, fields, commit, free; a `deleteInsert` is two of them. The limit, 1.5 times from 1,000 to
+1,000,000 rows, holds where rows are visited in order. At random each visit to the large table is a row that no near
+cache holds: `bareArray`, one read of an array of that size, shows what that alone costs here.
+
+{sim_table(sim)}
+""")
+    (report / "performance.json").write_text(json.dumps(
+        {"machine": machine, "code": code.splitlines(), "reader": reader, **documents}, indent=1) + "\n")
+    plot(report / "performance.svg", trace, recipes, sim)
+
+
+if __name__ == "__main__":
+    main()
