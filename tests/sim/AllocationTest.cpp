@@ -5,7 +5,8 @@
 
 #include <cstddef>
 
-// Counts what the simulated chip takes from the heap: nothing, once its rows are there.
+// What the simulated chip takes from the heap: nothing, once its rows are there. And what it says
+// when there is no memory left.
 
 using namespace SimTest;
 using Sim::Rc;
@@ -47,6 +48,32 @@ TEST( AllocationTest, VisitsToRowsThatExistTakeNothingFromTheHeap ) {
     }
     EXPECT_EQ( Support::allocations() - before, 0u );
     EXPECT_GT( before, 0u ) << "allocations are counted";
+}
+
+TEST( AllocationTest, WithoutMemoryOperationsFailAndChangeNothing ) {
+    Sim::Chip chip;
+    chip.addUnit( 0, smallSchema() );
+    uint32_t handle = 0;
+    int allocated = 0;
+    {
+        const Support::NoMemory noMemory;
+        allocated = chip.bcmlt_entry_allocate( 0, "POLICY", &handle );
+    }
+    EXPECT_EQ( allocated, toInt( Rc::outOfMemory ) );
+    EXPECT_STREQ( chip.errmsg( toInt( Rc::outOfMemory ) ), "out of memory" );
+    EXPECT_EQ( chip.liveEntryCount(), 0u );
+
+    Entry entry( chip, "POLICY" );
+    EXPECT_EQ( entry.add( "LIMIT", 4 ), Rc::ok );
+    Rc inserted = Rc::ok;
+    {
+        const Support::NoMemory noMemory;
+        inserted = entry.insert();
+    }
+    EXPECT_EQ( inserted, Rc::outOfMemory );
+    EXPECT_EQ( chip.rowCount( 0, "POLICY" ), 0u );
+    EXPECT_EQ( entry.insert(), Rc::ok );
+    EXPECT_EQ( chip.rowCount( 0, "POLICY" ), 1u );
 }
 
 } // namespace

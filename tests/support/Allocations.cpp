@@ -7,16 +7,21 @@
 namespace {
 
 std::atomic<uint64_t> count{ 0 };
+thread_local bool outOfMemory = false;
 
 } // namespace
 
 uint64_t Support::allocations() noexcept { return count.load( std::memory_order_relaxed ); }
 
+Support::NoMemory::NoMemory() noexcept { outOfMemory = true; }
+Support::NoMemory::~NoMemory() { outOfMemory = false; }
+
 // Not inlined: the compiler would take malloc() and delete for a mismatch.
 [[gnu::noinline]] void * operator new( std::size_t size ) {
     count.fetch_add( 1, std::memory_order_relaxed );
-    if ( void * const memory = std::malloc( size != 0 ? size : 1 ) )
-        return memory;
+    if ( !outOfMemory )
+        if ( void * const memory = std::malloc( size != 0 ? size : 1 ) )
+            return memory;
     throw std::bad_alloc();
 }
 
