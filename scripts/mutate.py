@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Breaks the library in many small ways, one at a time, and shows whether the tests notice.
 
-    scripts/mutate.py                 every mutant (most of an hour on two processors)
+    scripts/mutate.py                 every mutant (half an hour on two processors)
     scripts/mutate.py --sample 100    a random hundred, the same ones for the same --seed
     scripts/mutate.py --list          what would be broken, without building
 
