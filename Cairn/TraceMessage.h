@@ -169,8 +169,8 @@ template <class... Values>
 }
 
 /// One dual trace message. `msgId` belongs to the site; several threads may share it. A function for each list
-/// of types, not inline: a site would be 200 bytes of code. It calls nothing but in its last step, so that
-/// it has no registers to save.
+/// of types, not inline: a site would be 200 bytes of code. Without a text among the values it calls
+/// nothing but in its last step, so that it has next to no registers to save.
 template <class... Values>
 [[gnu::noinline]] void writeMessage( Fleetlog::TraceFile * file, const MessageSite & site, int & msgId,
                                      Values... values ) noexcept {

@@ -1,13 +1,14 @@
-#include "bench/bare/BareRecipes.h"
 #include "sim/Chip.h"
 #include "sim/Forwarder.h"
 #include "sim/Recorder.h"
 #include "tests/support/InstructionCount.h"
 #include "tests/support/QuietSdk.h"
+#include "tests/support/bare/BareRecipes.h"
 #include "tools/Arguments.h"
 #include "tools/Model.h"
 #include "tools/Registry.h"
 
+#include <Fleetlog/TraceHandle.h>
 #include <Kiln/ActivityLock.h>
 #include <Kiln/TraceHandle.h>
 #include <Kiln/TraceSink.h>
@@ -16,6 +17,7 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -25,16 +27,17 @@
 #include <unistd.h>
 #include <vector>
 
-// Each recipe against the same recipe compiled bare (bench/bare): the same calls, hooks and lock
-// releases, and nothing around them. On the simulated chip, both in turn within one run, so that
-// the machine's moods meet both; of each the shortest time. Then the same with the calls traced.
+// Each recipe against the same recipe compiled bare: the same calls, hooks and lock releases, and
+// nothing around them. On the simulated chip, in turn within one run, so that the machine's moods
+// meet them alike; of each the shortest time. Then with the calls traced.
 //
-// bare_ns, recipe_ns, ratio    the trace off
-// null_ns, file_ns             level 4 on, into a sink that drops the lines, and into a file
-// calls                        SDK operations of one recipe
-// guard_instructions           what the guard and the messages add, for each of them: counted, on
-// an SDK that
-//                              does nothing
+// bare_ns, recipe_ns, ratio      nothing is traced
+// tick_ratio, counter_ratio      messages go to the binary trace, with these timestamps
+// null_ns, file_ns               level 4 on, into a sink that drops the lines, and into a file
+// calls, lines                   SDK operations of one recipe; messages and plain lines
+// guard_instructions             what the guard and the messages add, for each operation: counted,
+// on an
+//                                SDK that does nothing
 
 namespace {
 
@@ -84,9 +87,9 @@ double tracedNanoseconds( const Pair & pair ) {
     return cost.nanoseconds;
 }
 
-std::size_t operations( const Pair & pair, Sim::Chip & chip ) {
-    AgainAndAgain again( chip );
-    Sim::Recorder recorder( again );
+// How many operations of the SDK the recipe makes.
+std::size_t operations( const Pair & pair, Shim::Sdk & sdk ) {
+    Sim::Recorder recorder( sdk );
     Shim::sdk_ = &recorder;
     pair.guarded->invoke( pair.arguments, state );
     const auto & events = recorder.events();
@@ -96,43 +99,60 @@ std::size_t operations( const Pair & pair, Sim::Chip & chip ) {
         } ) );
 }
 
+// How many lines and messages it has.
+int lines( const Pair & pair ) {
+    int count = 0;
+    Kiln::traceToCallback( [&]( const Kiln::TraceLine & ) { ++count; } );
+    Kiln::traceSettings( { { "CairnLtHelper", ~0u } } );
+    pair.guarded->invoke( pair.arguments, state );
+    Kiln::traceOff();
+    Kiln::traceToStandardError();
+    return count;
+}
+
 // Plain functions, as a child process is stepped through them.
 const Pair * counted = nullptr;
 void runGuarded() { counted->guarded->invoke( counted->arguments, state ); }
 void runBare() { counted->bare->invoke( counted->arguments, state ); }
 
 void measure( benchmark::State & benchmarkState, const Pair & pair, Sim::Chip & chip,
-              const std::string & file ) {
-    const std::size_t calls = operations( pair, chip );
+              const std::array<Fleetlog::TraceHandle *, 2> & traces, const std::string & file ) {
     AgainAndAgain again( chip );
+    auto & counters = benchmarkState.counters;
+    counters["calls"] = static_cast<double>( operations( pair, again ) );
     Shim::sdk_ = &again;
+    counters["lines"] = lines( pair );
     Cost bare;
     Cost guarded;
+    Cost recorded[2];
     for ( auto _ : benchmarkState ) {
         bare.take( timeBatch( *pair.bare, pair ), batch );
         guarded.take( timeBatch( *pair.guarded, pair ), batch );
+        for ( std::size_t i = 0; i < 2; ++i ) {
+            Fleetlog::defaultFleetlogHandle = traces[i];
+            recorded[i].take( timeBatch( *pair.guarded, pair ), batch );
+        }
+        Fleetlog::defaultFleetlogHandle = nullptr;
     }
-    Kiln::traceToCallback( []( const Kiln::TraceLine & ) {} );
-    const double toNull = tracedNanoseconds( pair );
-    Kiln::traceToFile( file );
-    const double toFile = tracedNanoseconds( pair );
-
-    auto & counters = benchmarkState.counters;
     counters["bare_ns"] = bare.nanoseconds;
     counters["recipe_ns"] = guarded.nanoseconds;
     counters["ratio"] = guarded.nanoseconds / bare.nanoseconds;
-    counters["null_ns"] = toNull;
-    counters["file_ns"] = toFile;
-    counters["calls"] = static_cast<double>( calls );
+    counters["tick_ratio"] = recorded[0].nanoseconds / bare.nanoseconds;
+    counters["counter_ratio"] = recorded[1].nanoseconds / bare.nanoseconds;
+    Kiln::traceToCallback( []( const Kiln::TraceLine & ) {} );
+    counters["null_ns"] = tracedNanoseconds( pair );
+    Kiln::traceToFile( file );
+    counters["file_ns"] = tracedNanoseconds( pair );
 
+    const std::size_t steppedCalls = operations( pair, Support::quietSdk() );
     Shim::sdk_ = &Support::quietSdk();
     counted = &pair;
     const auto with = Support::countInstructions( runGuarded );
     const auto without = Support::countInstructions( runBare );
-    if ( with && without && calls != 0 )
+    if ( with && without && steppedCalls != 0 )
         counters["guard_instructions"] =
             ( static_cast<double>( *with ) - static_cast<double>( *without ) ) /
-            static_cast<double>( calls );
+            static_cast<double>( steppedCalls );
     Shim::sdk_ = &chip;
 }
 
@@ -145,8 +165,18 @@ int main( int argc, char ** argv ) {
     Sim::Chip chip;
     chip.addUnit( 0, Sim::referenceSchema() );
     Shim::sdk_ = &chip;
-    const std::string file =
+    const std::filesystem::path folder =
         std::filesystem::temp_directory_path() / ( "recipe_bench_" + std::to_string( ::getpid() ) );
+    std::filesystem::create_directory( folder );
+    const std::string file = folder / "lines";
+    Fleetlog::OpenOptions options;
+    options.directory = folder;
+    options.timestamps = Fleetlog::Timestamps::tick;
+    Fleetlog::TraceHandle ticks( options );
+    options.timestamps = Fleetlog::Timestamps::counter;
+    options.directory = folder / "counter";
+    std::filesystem::create_directory( options.directory );
+    Fleetlog::TraceHandle counters( options );
     const std::lock_guard lock( Kiln::activityLock() );
 
     std::vector<Pair> pairs;
@@ -162,14 +192,15 @@ int main( int argc, char ** argv ) {
         recipe.invoke( pairs.back().arguments, state );
     }
     for ( const Pair & pair : pairs )
-        benchmark::RegisterBenchmark(
-            std::string( pair.guarded->name ).c_str(),
-            [&]( benchmark::State & s ) { measure( s, pair, chip, file ); } );
+        benchmark::RegisterBenchmark( std::string( pair.guarded->name ).c_str(),
+                                      [&]( benchmark::State & s ) {
+                                          measure( s, pair, chip, { &ticks, &counters }, file );
+                                      } );
 
     benchmark::Initialize( &argc, argv );
     if ( benchmark::ReportUnrecognizedArguments( argc, argv ) )
         return 2;
     benchmark::RunSpecifiedBenchmarks();
-    std::filesystem::remove( file );
+    std::filesystem::remove_all( folder );
     return 0;
 }

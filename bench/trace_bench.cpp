@@ -223,9 +223,14 @@ int main( int argc, char ** argv ) {
     add<Support::MessageTwoValues>( "two values, message, counter, file of the thread", floor,
                                     &perThread );
     add<Support::MessageTwoValues>( "two values, message, no file" );
+    add<Support::MessageSixValues>( "six values, message, counter, file of the process", "",
+                                    &perProcess );
+    add<Support::MessageSixValues>( "six values, message, no file" );
     add<HandText<false>>( plainTextFloor );
     add<Support::RecordText<Timestamps::none>>( "value and text, record, no time", plainTextFloor );
     add<Support::RecordText<Timestamps::tick>>( "value and text, record, tick", plainTextFloor );
+    add<Support::RecordText<Timestamps::none, &Support::TraceTargets::shortText>>(
+        "value and text of 12, record, no time" );
     add<HandText<true>>( textFloor );
     add<Support::RecordText<Timestamps::counter>>( "value and text, record, counter", textFloor );
 #if defined( TRACE_BENCH_SPDLOG )

@@ -3,8 +3,8 @@
 
     scripts/check_branches.py COVERAGE.json
 
-Prints what is explained, and what is missing. Exit status 1 if something is missing, or if an explanation is of a
-line that is not there any more.
+Prints what is explained, and what is missing. Exit status 1 if something is missing, if a file with code was not
+measured, or if an explanation is of nothing.
 """
 
 import collections
@@ -25,6 +25,11 @@ EXPLAINED = [
      "the clean-up if the text throws, for which memory has to run out"),
 ]
 
+# Every file of the library that has code.
+MEASURED = ["Cairn/CairnLtHelper.cpp", "Cairn/GuardedCall.cpp", "Cairn/GuardedCall.h", "Cairn/SdkNames.h",
+            "Cairn/TraceHandles.cpp", "Cairn/TraceHandles.h", "Cairn/TraceMessage.cpp", "Cairn/TraceMessage.h",
+            "CairnCommon/CairnCommonUtil.h"]
+
 
 def main():
     if len(sys.argv) != 2:
@@ -34,7 +39,11 @@ def main():
     missing = []
     untaken = collections.Counter()
     where = {}
-    for file in json.loads(pathlib.Path(sys.argv[1]).read_text())["files"]:
+    measured = json.loads(pathlib.Path(sys.argv[1]).read_text())["files"]
+    for file in MEASURED:
+        if file not in [each["file"] for each in measured]:
+            missing.append(f"{file}: not measured")
+    for file in measured:
         source = (root / file["file"]).read_text().split("\n")
         for line in file["lines"]:
             if line.get("gcovr/noncode"):
@@ -54,12 +63,12 @@ def main():
 
     explained = 0
     for file, text, count, reason in EXPLAINED:
-        if text not in [line.strip() for line in (root / file).read_text().split("\n")]:
-            missing.append(f"{file}: explained here, but not there any more: {text}")
         found = untaken.pop((file, text), 0)
-        if found > count:
+        if not found:
+            missing.append(f"{file}: explained, but taken or not there any more: {text}")
+        elif found > count:
             missing.append(f"{file}:{where[file, text]}: {found} branches not taken, {count} explained: {text}")
-        elif found:
+        else:
             explained += found
             print(f"explained: {file}:{where[file, text]}: {text}\n    {found} of its branches: {reason}")
     for (file, text), count in untaken.items():
@@ -68,7 +77,7 @@ def main():
     for line in missing:
         print(line)
     print(f"lines: {taken} of {lines}; branches: {branches_taken} of {branches}, {explained} explained")
-    return 1 if missing or lines == 0 else 0
+    return 1 if missing else 0
 
 
 if __name__ == "__main__":

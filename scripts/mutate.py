@@ -8,7 +8,7 @@
 Each mutant is one change to one line: a call dropped or swapped with the next, its hook or its lock moved, its
 text, constant or opcode changed, a message or an assertion taken away, a level, a condition or a preset changed.
 It is built in a copy of the tree and the tests of the library are run. A mutant that passes them is a survivor:
-a test is missing. Exit status 1 if there is one.
+a test is missing. One that does not compile proves nothing. Exit status 1 if there is either.
 """
 
 import argparse
@@ -346,7 +346,7 @@ def main():
                     print(f"\r{done} of {len(chosen)}", end="", file=sys.stderr)
     print(f"{len(chosen)} mutants: {counts['caught']} caught, {counts['survived']} survived, "
           f"{counts['does not compile']} do not compile")
-    return 1 if counts["survived"] else 0
+    return 0 if counts["caught"] == len(chosen) else 1
 
 
 if __name__ == "__main__":

@@ -75,7 +75,7 @@ class RingBuf {
     /// Appends a value to the record that is being written; without one, drops it.
     void put4( std::uint32_t value ) noexcept { putValue( value ); }
     void put2( std::uint16_t value ) noexcept { putValue( value ); }
-    void put1( std::uint8_t value ) noexcept { putValue( value ); }
+    void put1( std::uint8_t value ) noexcept { putValue( Octet{ value } ); }
 
     /// Appends a text of at most maxTextBytes; what is longer is cut. Null is written as "(null)",
     /// as in a trace line. Without a record that is being written, drops it.
@@ -85,19 +85,26 @@ class RingBuf {
         if ( text == nullptr ) [[unlikely]]
             text = "(null)";
         const std::size_t length = std::strlen( text );
-        const std::size_t last = length - sizeof( Words );
-        if ( last > maxTextBytes - sizeof( Words ) ) [[unlikely]] {
-            putShortOrLongText( text, length );
-            return;
-        }
+        std::byte * const to = cursor_ + sizeof( std::uint16_t );
         // Like memcpy(), for which compilers put a call or a slow string instruction. The last
         // words overlap those before them, so that nothing beyond the text is read.
-        std::byte * const to = cursor_ + sizeof( std::uint16_t );
-        store<std::uint16_t>( cursor_, static_cast<std::uint16_t>( length ) );
-        copyWords( to, text );
-        for ( std::size_t at = sizeof( Words ); at < last; at += sizeof( Words ) )
-            copyWords( to + at, text + at );
-        copyWords( to + last, text + last );
+        const std::size_t last = length - sizeof( Words );
+        if ( last > maxTextBytes - sizeof( Words ) ) [[unlikely]] {
+            const std::size_t lastWord = length - sizeof( Word );
+            if ( lastWord > sizeof( Word ) ) {
+                putShortOrLongText( text, length );
+                return;
+            }
+            store<std::uint16_t>( cursor_, static_cast<std::uint16_t>( length ) );
+            copy<Word>( to, text );
+            copy<Word>( to + lastWord, text + lastWord );
+        } else {
+            store<std::uint16_t>( cursor_, static_cast<std::uint16_t>( length ) );
+            copy<Words>( to, text );
+            for ( std::size_t at = sizeof( Words ); at < last; at += sizeof( Words ) )
+                copy<Words>( to + at, text + at );
+            copy<Words>( to + last, text + last );
+        }
         cursor_ = to + length;
     }
 
@@ -121,6 +128,9 @@ class RingBuf {
   private:
     friend class TraceFile;
 
+    /// One byte that is not a character: a store of a character could change any object.
+    enum class Octet : std::uint8_t {};
+
     /// A number as it lies in the ring, aligned to nothing. The stores keep their type, so that the
     /// compiler sees that they do not change this object.
     template <class Value>
@@ -134,15 +144,17 @@ class RingBuf {
             .store( value, std::memory_order_release );
     }
 
+    typedef std::uint64_t Word;
     typedef std::uint64_t Words __attribute__( ( vector_size( 16 ) ) );
 
-    static void copyWords( std::byte * to, const char * from ) noexcept {
-        Words words;
-        std::memcpy( &words, from, sizeof words );
-        store<Words>( to, words );
+    template <class Value>
+    static void copy( std::byte * to, const char * from ) noexcept {
+        Value value;
+        std::memcpy( &value, from, sizeof value );
+        store<Value>( to, value );
     }
 
-    /// A text that is shorter than Words, or too long and to be cut.
+    /// A text that is shorter than a Word, or too long and to be cut.
     void putShortOrLongText( const char * text, std::size_t length ) noexcept;
 
     template <class Value>

@@ -66,6 +66,12 @@ TEST_F( TraceBudget, RecordOfAValueAndATextOf20CharactersTakesAtMost60Instructio
     expectAtMost<Support::RecordText<Timestamps::counter>>( 60 );
 }
 
+TEST_F( TraceBudget, RecordOfAValueAndATextOf12CharactersTakesAtMost60Instructions ) {
+    using Support::TraceTargets;
+    expectAtMost<Support::RecordText<Timestamps::none, &TraceTargets::shortText>>( 60 );
+    expectAtMost<Support::RecordText<Timestamps::counter, &TraceTargets::shortText>>( 60 );
+}
+
 TEST_F( TraceBudget, MessageOfTwoValuesToTheFileOfTheProcessTakesAtMost60Instructions ) {
     expectMessageAtMost<Support::MessageTwoValues>( 60, Fleetlog::Files::perProcess );
 }

@@ -25,7 +25,12 @@ Support::NoMemory::~NoMemory() { outOfMemory = false; }
     throw std::bad_alloc();
 }
 
+// By itself, this calls the one above; not so where a sanitizer brings its own.
+void * operator new[]( std::size_t size ) { return ::operator new( size ); }
+
 [[gnu::noinline]] void operator delete( void * memory ) noexcept { std::free( memory ); }
+void operator delete[]( void * memory ) noexcept { ::operator delete( memory ); }
+void operator delete[]( void * memory, std::size_t ) noexcept { ::operator delete( memory ); }
 [[gnu::noinline]] void operator delete( void * memory, std::size_t ) noexcept {
     std::free( memory );
 }

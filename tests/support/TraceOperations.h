@@ -34,8 +34,9 @@ struct TraceTargets {
     std::unique_ptr<Fleetlog::TraceFile> files[3]; ///< by Fleetlog::Timestamps
     int twoValuesId = 0;
     int textId = 0;
-    /// 20 characters. Not across the end of a page, where strlen() takes a longer way.
+    /// 20 and 12 characters. Not across the end of a page, where strlen() takes a longer way.
     alignas( 64 ) char text[32] = "L3_DST_LOOKUP_MISS_1";
+    alignas( 64 ) char shortText[32] = "L3_HDR_ERROR";
 
   private:
     static void registerSite( Fleetlog::TraceFile & file, int & msgId, const char * letters,
@@ -64,16 +65,16 @@ struct RecordTwoValues {
     }
 };
 
-template <Fleetlog::Timestamps timestamps>
+template <Fleetlog::Timestamps timestamps, char ( TraceTargets::*text )[32] = &TraceTargets::text>
 struct RecordText {
     Fleetlog::TraceFile * file = traceTargets->files[static_cast<unsigned>( timestamps )].get();
     int msgId = traceTargets->textId;
-    const char * text = traceTargets->text;
+    const char * value = traceTargets->*text;
     [[gnu::always_inline]] void run( std::uint32_t i, std::uint32_t ) const {
         Fleetlog::RingBuf & ring = *file->ringBuf();
         ring.startMsg( file, msgId );
         ring.put4( i );
-        Fleetlog::put( &ring, text );
+        Fleetlog::put( &ring, value );
         ring.endMsg();
     }
 };
@@ -84,6 +85,16 @@ struct MessageTwoValues {
         static constexpr Cairn::Recipe cairnRecipe_{ "setSeed",
                                                      "void setSeed(uint32_t, uint32_t)" };
         CAIRN_MESSAGE( "ii", ( " unit: ", "%s", " seed: ", "%s" ), i, j );
+    }
+};
+
+/// The longest message that recipes have.
+struct MessageSixValues {
+    [[gnu::always_inline]] void run( std::uint32_t i, std::uint32_t j ) const {
+        static constexpr Cairn::Recipe cairnRecipe_{ "map", "void map(uint32_t, uint32_t)" };
+        const auto l2If = static_cast<std::uint16_t>( j );
+        const bool op = i != 0;
+        CAIRN_MESSAGE( "iiiisb", ( " system source: ", "%s", " unit: ", "%s", " modId: ", "%s", " port: ", "%s", " l2If: ", "%s", " op: ", "%s" ), i, j, i, j, l2If, op );
     }
 };
 
@@ -113,7 +124,7 @@ template <class Operation>
 std::optional<std::uint64_t> instructionsOf() {
     const auto two = countInstructions( repeat<Operation, false> );
     const auto four = countInstructions( repeat<Operation, true> );
-    return two && four ? std::optional( ( *four - *two ) / 2 ) : std::nullopt;
+    return two && four ? std::optional( ( *four - *two + 1 ) / 2 ) : std::nullopt;
 }
 
 } // namespace Support

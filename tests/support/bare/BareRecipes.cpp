@@ -1,3 +1,3 @@
-#include "bench/bare/BareRecipes.h"
+#include "tests/support/bare/BareRecipes.h"
 
 std::span<const Tool::Recipe> bareRecipes() { return Tool::recipes(); }
