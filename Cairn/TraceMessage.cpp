@@ -6,12 +6,21 @@
 
 namespace Cairn {
 
-Fleetlog::TraceFile * defaultFleetlogFile() noexcept {
+namespace {
+
+/// By itself, so that the way to a file is the shorter one.
+[[gnu::noinline]] Destination withoutFile() noexcept {
+    return { nullptr, messagesMayBeEnabled( Kiln::TraceFacility::level2 ) };
+}
+
+} // namespace
+
+Destination messageDestination() noexcept {
     Fleetlog::TraceHandle * const handle =
         std::atomic_ref( Fleetlog::defaultFleetlogHandle ).load( std::memory_order_acquire );
-    if ( handle == nullptr )
-        return nullptr;
-    return handle->multiThread() != 0 ? handle->mtTraceFile() : handle->traceFile();
+    if ( handle == nullptr ) [[unlikely]]
+        return withoutFile();
+    return { handle->multiThread() != 0 ? handle->mtTraceFile() : handle->traceFile(), true };
 }
 
 int registerMessage( Fleetlog::TraceFile & file, const MessageSite & site, int & msgId ) noexcept {

@@ -100,9 +100,6 @@ consteval std::size_t countPlaceholders( std::span<const char * const> pieces ) 
     return count;
 }
 
-/// The trace file that messages go to, if there is one.
-Fleetlog::TraceFile * defaultFleetlogFile() noexcept;
-
 /// Whether the site with this identifier is registered in the file. 0, which a site has before it
 /// is given an identifier, never is: the table's first byte stays 0.
 inline bool msgIdInitialized( const Fleetlog::TraceFile & file, int msgId ) noexcept {
@@ -168,12 +165,20 @@ template <class... Values>
     writeMessageText( site, values... );
 }
 
-/// One dual trace message. `msgId` belongs to the site; several threads may share it. A function for each list
-/// of types, not inline: a site would be 200 bytes of code. Without a text among the values it calls
-/// nothing but in its last step, so that it has next to no registers to save.
+/// Where a message goes.
+struct Destination {
+    Fleetlog::TraceFile * file; ///< null if there is none
+    bool isWanted;              ///< false: for certain neither to a file nor to a line
+};
+
+/// Step 1, and step 4 where there is no file. Two registers.
+Destination messageDestination() noexcept;
+
+/// Steps 2 to 7. A function for each list of types, not inline: a site would be 200 bytes of code. Without a text
+/// among the values it calls nothing but in its last step, so that it has next to no registers to save.
 template <class... Values>
-[[gnu::noinline]] void writeMessage( Fleetlog::TraceFile * file, const MessageSite & site, int & msgId,
-                                     Values... values ) noexcept {
+[[gnu::noinline]] void sendMessage( Fleetlog::TraceFile * file, const MessageSite & site, int & msgId,
+                                    Values... values ) noexcept {
     if ( file != nullptr ) {
         const int id = std::atomic_ref( msgId ).load( std::memory_order_relaxed );
         if ( !msgIdInitialized( *file, id ) || !file->ringBuf()->hasRoom() ) [[unlikely]]
@@ -182,6 +187,15 @@ template <class... Values>
     }
     if ( messagesMayBeEnabled( Kiln::TraceFacility::level2 ) ) [[unlikely]]
         writeMessageText( site, values... );
+}
+
+/// One dual trace message. `msgId` belongs to the site; several threads may share it.
+template <class... Values>
+[[gnu::always_inline]] inline void writeMessage( const MessageSite & site, int & msgId,
+                                                 Values... values ) noexcept {
+    const Destination destination = messageDestination();
+    if ( destination.isWanted ) [[likely]]
+        sendMessage( destination.file, site, msgId, values... );
 }
 
 /// One plain line. Every operation ends the process if it throws.
@@ -218,8 +232,7 @@ class TraceLine {
         static constexpr ::Cairn::MessageSite cairnMessage_{ &cairnRecipe_, __LINE__, letters, \
                                                              cairnPieces_ };                   \
         static constinit int cairnMsgId_ = 0;                                                  \
-        ::Cairn::writeMessage( ::Cairn::defaultFleetlogFile(), cairnMessage_,                  \
-                               cairnMsgId_ __VA_OPT__(, ) __VA_ARGS__ );                       \
+        ::Cairn::writeMessage( cairnMessage_, cairnMsgId_ __VA_OPT__(, ) __VA_ARGS__ );        \
     } while ( false )
 
 #define CAIRN_LINE( level, ... )                                                        \

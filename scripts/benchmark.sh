@@ -34,6 +34,7 @@ run system_port "$build/bin/system_port_bench"
 run sim "$build/bin/sim_bench"
 echo "== reader"
 bash bench/trace_reader_bench.sh "$build" >"$raw/reader.tsv"
+nm -D -C -S -t d --defined-only "$build/lib/libCairnLtHelper.so" >"$raw/symbols.txt"
 bash tests/budgets/code_test.sh "$build/lib/libCairnLtHelper.so" Cairn/CairnLtHelper.cpp --report >"$raw/code.md"
 
 processor=$( sed -n 's/^model name.*: //p' /proc/cpuinfo | head -n 1 )

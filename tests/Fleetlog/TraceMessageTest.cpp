@@ -176,12 +176,12 @@ TEST_F( TraceMessageTest,
           { 0, 1'000'000, static_cast<int>( file.initialisedLength() ) + 10'000, -7 } ) {
         int msgId = start;
         ASSERT_FALSE( msgIdInitialized( file, msgId ) );
-        writeMessage( defaultFleetlogFile(), site, msgId, uint32_t( 9 ) );
+        writeMessage( site, msgId, uint32_t( 9 ) );
         EXPECT_TRUE( msgIdInitialized( file, msgId ) );
         EXPECT_NE( msgId, start );
         given.insert( msgId );
         EXPECT_EQ( Support::read( directory_.file() ).sites.size(), ++descriptors );
-        writeMessage( defaultFleetlogFile(), site, msgId, uint32_t( 10 ) );
+        writeMessage( site, msgId, uint32_t( 10 ) );
         EXPECT_EQ( Support::read( directory_.file() ).sites.size(), descriptors );
     }
     EXPECT_EQ( given.size(), 4u );

@@ -1,7 +1,9 @@
 #include "tests/support/InstructionCount.h"
 
+#include <cerrno>
 #include <csignal>
 #include <sys/ptrace.h>
+#include <sys/user.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -21,10 +23,19 @@ namespace {
     ::_exit( 0 );
 }
 
-// Whether the child has stopped at a breakpoint, and not after a single step.
+// Whether the child has stopped behind a breakpoint, and not after a single step. What stopped it
+// is not always told of a step under a hypervisor, so the instruction is looked at, too.
 bool isAtBreakpoint( pid_t child ) {
     siginfo_t info{};
-    return ::ptrace( PTRACE_GETSIGINFO, child, nullptr, &info ) == 0 && info.si_code != TRAP_TRACE;
+    if ( ::ptrace( PTRACE_GETSIGINFO, child, nullptr, &info ) != 0 || info.si_code == TRAP_TRACE )
+        return false;
+    user_regs_struct registers{};
+    if ( ::ptrace( PTRACE_GETREGS, child, nullptr, &registers ) != 0 )
+        return false;
+    constexpr long breakpoint = 0xCC;
+    errno = 0;
+    const long code = ::ptrace( PTRACE_PEEKTEXT, child, registers.rip - 1, nullptr );
+    return errno == 0 && ( code & 0xFF ) == breakpoint;
 }
 
 } // namespace
