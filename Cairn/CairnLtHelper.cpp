@@ -47,11 +47,14 @@ void lbPortInit( Cairn::CairnCommonSmData::Ptr smData ) noexcept {
     for ( auto element = recircPorts.begin(); element != recircPorts.end(); ++element ) {
         // An interface or a port that is not found is programmed with its type's default.
         const auto found = recircPorts.find( element->key );
-        const CairnTypes::CairnPort port = found != recircPorts.end() ? found->value : CairnTypes::CairnPort();
+        const CairnTypes::CairnPort port =
+            found != recircPorts.end() ? found->value : CairnTypes::CairnPort();
         const uint16_t unit = port.unit;
         const uint16_t portId = port.portId;
         const auto hwPort = hwPorts.find( port );
-        const uint16_t phyPortId = hwPort != hwPorts.end() ? hwPort->value.phyPortId : Hardware::Cairn::TridentPortId().phyPortId;
+        const uint16_t phyPortId = hwPort != hwPorts.end()
+                                       ? hwPort->value.phyPortId
+                                       : Hardware::Cairn::TridentPortId().phyPortId;
         CAIRN_LINE( 8, "lbPortInit" << " portId: " << portId << " phyPortId: " << phyPortId );
         CAIRN_CALL( bcmlt_entry_allocate( unit, "PC_PORT_PHYS_MAP", &lbPortEntry ) );
         CAIRN_CALL( bcmlt_entry_field_add( lbPortEntry, "PORT_ID", portId ) );
@@ -73,13 +76,17 @@ void lbPortInit( Cairn::CairnCommonSmData::Ptr smData ) noexcept {
 namespace {
 
 /// The system port number as the tables, the comparisons and the messages take it: its 32 bits.
-uint32_t systemPort( const CairnCentral::ChipInfo & chipInfo, uint32_t modId, uint32_t port, uint32_t maxPorts ) {
-    return static_cast<uint32_t>( CairnCentral::SYSPORT_FROM_MODPORT( chipInfo, static_cast<uint16_t>( modId ), static_cast<uint16_t>( port ), maxPorts ) );
+uint32_t systemPort( const CairnCentral::ChipInfo & chipInfo, uint32_t modId, uint32_t port,
+                     uint32_t maxPorts ) {
+    return static_cast<uint32_t>( CairnCentral::SYSPORT_FROM_MODPORT(
+        chipInfo, static_cast<uint16_t>( modId ), static_cast<uint16_t>( port ), maxPorts ) );
 }
 
 } // namespace
 
-void programL2IfIngSystemPortTable( CairnCentral::ChipInfo chipInfo, uint32_t unit, uint32_t modId, uint32_t port, uint32_t maxPorts, uint16_t l2If, bool op ) noexcept {
+void programL2IfIngSystemPortTable( CairnCentral::ChipInfo chipInfo, uint32_t unit, uint32_t modId,
+                                    uint32_t port, uint32_t maxPorts, uint16_t l2If,
+                                    bool op ) noexcept {
     CAIRN_RECIPE( "void Cairn::programL2IfIngSystemPortTable(CairnCentral::ChipInfo, uint32_t, uint32_t, uint32_t, uint32_t, uint16_t, bool)" );
     const uint32_t system_source = systemPort( chipInfo, modId, port, maxPorts );
     CAIRN_MESSAGE( "iiiisb", ( " system source: ", "%s", " unit: ", "%s", " modId: ", "%s", " port: ", "%s", " l2If: ", "%s", " op: ", "%s" ), system_source, unit, modId, port, l2If, op );
@@ -110,7 +117,9 @@ void programL2IfIngSystemPortTable( CairnCentral::ChipInfo chipInfo, uint32_t un
     CAIRN_CALL( bcmlt_entry_free( systemPortEntry ) );
 }
 
-bool verifyL2IfIngSystemPortTable( CairnCentral::ChipInfo chipInfo, uint32_t unit, uint32_t modId, uint32_t port, uint32_t maxPorts, uint16_t l2If, bool op ) noexcept {
+bool verifyL2IfIngSystemPortTable( CairnCentral::ChipInfo chipInfo, uint32_t unit, uint32_t modId,
+                                   uint32_t port, uint32_t maxPorts, uint16_t l2If,
+                                   bool op ) noexcept {
     CAIRN_RECIPE( "bool Cairn::verifyL2IfIngSystemPortTable(CairnCentral::ChipInfo, uint32_t, uint32_t, uint32_t, uint32_t, uint16_t, bool)" );
     const uint32_t system_source = systemPort( chipInfo, modId, port, maxPorts );
     CAIRN_MESSAGE( "iiiisb", ( " system source: ", "%s", " unit: ", "%s", " modId: ", "%s", " port: ", "%s", " l2If: ", "%s", " op: ", "%s" ), system_source, unit, modId, port, l2If, op );
@@ -137,7 +146,9 @@ bool verifyL2IfIngSystemPortTable( CairnCentral::ChipInfo chipInfo, uint32_t uni
     return result;
 }
 
-void programL2EifSystemDestinationTable( CairnCentral::ChipInfo chipInfo, uint32_t unit, uint32_t modId, uint32_t portOrLagId, uint32_t maxPorts, uint16_t l2If, bool lag, bool op ) noexcept {
+void programL2EifSystemDestinationTable( CairnCentral::ChipInfo chipInfo, uint32_t unit,
+                                         uint32_t modId, uint32_t portOrLagId, uint32_t maxPorts,
+                                         uint16_t l2If, bool lag, bool op ) noexcept {
     CAIRN_RECIPE( "void Cairn::programL2EifSystemDestinationTable(CairnCentral::ChipInfo, uint32_t, uint32_t, uint32_t, uint32_t, uint16_t, bool, bool)" );
     CAIRN_MESSAGE( "iiisbb", ( " unit: ", "%s", " modId: ", "%s", " portOrLagId: ", "%s l2If: ", "%s", " lag: ", "%s", " op: ", "%s" ), unit, modId, portOrLagId, l2If, lag, op );
     uint32_t l2EifSystemDestinationEntry;
@@ -167,7 +178,9 @@ void programL2EifSystemDestinationTable( CairnCentral::ChipInfo chipInfo, uint32
     CAIRN_CALL( bcmlt_entry_free( l2EifSystemDestinationEntry ) );
 }
 
-bool verifyL2EifSystemDestinationTable( CairnCentral::ChipInfo chipInfo, uint32_t unit, uint32_t modId, uint32_t portOrLagId, uint32_t maxPorts, uint16_t l2If, bool lag, bool op ) noexcept {
+bool verifyL2EifSystemDestinationTable( CairnCentral::ChipInfo chipInfo, uint32_t unit,
+                                        uint32_t modId, uint32_t portOrLagId, uint32_t maxPorts,
+                                        uint16_t l2If, bool lag, bool op ) noexcept {
     CAIRN_RECIPE( "bool Cairn::verifyL2EifSystemDestinationTable(CairnCentral::ChipInfo, uint32_t, uint32_t, uint32_t, uint32_t, uint16_t, bool, bool)" );
     CAIRN_MESSAGE( "iiisbb", ( " unit: ", "%s", " portOrLagId: ", "%s", " modId: ", "%s", " l2If: ", "%s", " lag: ", "%s", " op: ", "%s" ), unit, portOrLagId, modId, l2If, lag, op );
     uint32_t l2EifSystemDestinationEntry;
@@ -278,7 +291,8 @@ void setEgrTunnelEcnEncap( uint32_t unit, uint32_t index, uint32_t outerEcn ) no
     CAIRN_CALL_LOCK_KEPT( bcmlt_entry_free( egrTunnelEcnEncapEntry ) );
 }
 
-void setIngTunnelEcnDecap( uint32_t unit, uint32_t index, uint32_t innerEcn, bool changeEcn ) noexcept {
+void setIngTunnelEcnDecap( uint32_t unit, uint32_t index, uint32_t innerEcn,
+                           bool changeEcn ) noexcept {
     CAIRN_RECIPE( "void Cairn::setIngTunnelEcnDecap(uint32_t, uint32_t, uint32_t, bool)" );
     uint32_t ingTunnelEcnDecapEntry;
     CAIRN_CALL_LOCK_KEPT( bcmlt_entry_allocate( unit, "ING_TUNNEL_ECN_DECAPm", &ingTunnelEcnDecapEntry ) );
@@ -647,11 +661,17 @@ void programMonTraceCpu( uint32_t unit, const char * errorType ) noexcept {
     CAIRN_CALL( bcmlt_entry_free( packetTraceEntry ) );
 }
 
-void programPacketTraceForL3DstLookupMiss( uint32_t unit ) noexcept { programMonTraceCpu( unit, "L3_DST_LOOKUP_MISS" ); }
+void programPacketTraceForL3DstLookupMiss( uint32_t unit ) noexcept {
+    programMonTraceCpu( unit, "L3_DST_LOOKUP_MISS" );
+}
 
-void programPacketTraceForL3HdrError( uint32_t unit ) noexcept { programMonTraceCpu( unit, "L3_HDR_ERROR" ); }
+void programPacketTraceForL3HdrError( uint32_t unit ) noexcept {
+    programMonTraceCpu( unit, "L3_HDR_ERROR" );
+}
 
-void programPacketTraceForTtlError( uint32_t unit ) noexcept { programMonTraceCpu( unit, "L3_TTL_ERROR" ); }
+void programPacketTraceForTtlError( uint32_t unit ) noexcept {
+    programMonTraceCpu( unit, "L3_TTL_ERROR" );
+}
 
 void programPacketDropForMtuError( uint32_t unit ) noexcept {
     CAIRN_RECIPE( "void Cairn::programPacketDropForMtuError(uint32_t)" );
@@ -743,11 +763,8 @@ void setEmRobustHashDisable( uint32_t unit ) noexcept {
     CAIRN_RECIPE( "void Cairn::setEmRobustHashDisable(uint32_t)" );
     CAIRN_MESSAGE( "i", ( " unit: ", "%s" ), unit );
     const std::array<std::string, 5> hashControl = {
-        "EFTA30_E2T_00_HASH_CONTROLm",
-        "EFTA30_E2T_01_HASH_CONTROLm",
-        "IFTA30_E2T_00_HASH_CONTROLm",
-        "IFTA40_E2T_00_HASH_CONTROLm",
-        "IFTA40_E2T_01_HASH_CONTROLm",
+        "EFTA30_E2T_00_HASH_CONTROLm", "EFTA30_E2T_01_HASH_CONTROLm", "IFTA30_E2T_00_HASH_CONTROLm",
+        "IFTA40_E2T_00_HASH_CONTROLm", "IFTA40_E2T_01_HASH_CONTROLm",
     };
     uint32_t entryHdl = BCMLT_INVALID_HDL;
     for ( size_t i = 0; i < hashControl.size(); ++i ) {

@@ -79,14 +79,16 @@ void lbPortInit( Cairn::CairnCommonSmData::Ptr smData ) noexcept;
 /// Assertions, for `op` true: "profile", the chip has an active profile; "chipAttr", the profile has
 /// CairnChipAttributes.
 void programL2IfIngSystemPortTable( CairnCentral::ChipInfo chipInfo, uint32_t unit, uint32_t modId,
-                                    uint32_t port, uint32_t maxPorts, uint16_t l2If, bool op ) noexcept;
+                                    uint32_t port, uint32_t maxPorts, uint16_t l2If,
+                                    bool op ) noexcept;
 
 /// Says whether the hardware holds what programL2IfIngSystemPortTable() with the same arguments left there.
 ///
 /// LOOKUP in "ING_SYSTEM_PORT_TABLE". `op` true: the row is there and its L2_IIF, all 64 bits, is `l2If`. `op`
 /// false: the row is not there (a message says so).
 bool verifyL2IfIngSystemPortTable( CairnCentral::ChipInfo chipInfo, uint32_t unit, uint32_t modId,
-                                   uint32_t port, uint32_t maxPorts, uint16_t l2If, bool op ) noexcept;
+                                   uint32_t port, uint32_t maxPorts, uint16_t l2If,
+                                   bool op ) noexcept;
 
 /// Maps an L2 egress interface to where its packets go, or removes the mapping.
 ///
@@ -178,11 +180,13 @@ uint16_t getOpaqueTagEgress( uint32_t unit ) noexcept; ///< Reads "EGR_EPARS_OPA
 
 /// Egress field processor, outer tag: "EGR_EFPPARS_OPAQUE_TAG_CONFIGr", TAG_SIZE 1, VALID 1.
 void setOpaqueTagEgressEfp( uint32_t unit ) noexcept;
-uint16_t getOpaqueTagEgressEfp( uint32_t unit ) noexcept; ///< Reads "EGR_EFPPARS_OPAQUE_TAG_CONFIGr".
+uint16_t
+getOpaqueTagEgressEfp( uint32_t unit ) noexcept; ///< Reads "EGR_EFPPARS_OPAQUE_TAG_CONFIGr".
 
 /// Ingress, inner tag: "INNER_L2_OPAQUE_TAG_CONFIGr", VALID 1.
 void setInnerOpaqueTagIngress( uint32_t unit ) noexcept;
-uint16_t getInnerOpaqueTagIngress( uint32_t unit ) noexcept; ///< Reads "INNER_L2_OPAQUE_TAG_CONFIGr".
+uint16_t
+getInnerOpaqueTagIngress( uint32_t unit ) noexcept; ///< Reads "INNER_L2_OPAQUE_TAG_CONFIGr".
 
 /// Egress, inner tag: "EGR_EPARS_INNER_L2_OPAQUE_TAG_CONFIGr", VALID 1.
 void setInnerOpaqueTagEgress( uint32_t unit ) noexcept;

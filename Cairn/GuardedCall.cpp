@@ -18,14 +18,15 @@ std::string position( const char * text, int line ) {
 }
 
 void writeTraceLine( int line, const Recipe & recipe, const std::string & text ) {
-    Kiln::TraceHelper traceLine( apiCairn, Kiln::TraceFacility::level4, sourceFile, line, recipe.function );
+    Kiln::TraceHelper traceLine( apiCairn, Kiln::TraceFacility::level4, sourceFile, line,
+                                 recipe.function );
     traceLine.stream() << text;
 }
 
 [[noreturn]] void failCall( const char * text, int line, const Recipe & recipe, int rc ) {
     // The line is built first and written whole, so that two threads that fail at once do not mix.
-    const std::string report =
-        position( text, line ) + " API ERROR:" + Shim::sdk_->errmsg( rc ) + " (" + std::to_string( rc ) + ")";
+    const std::string report = position( text, line ) + " API ERROR:" + Shim::sdk_->errmsg( rc ) +
+                               " (" + std::to_string( rc ) + ")";
     std::cerr << report << std::endl;
     Shim::sdk_->failureHook();
     stopByAssertion( "0", line, recipe );

@@ -57,8 +57,8 @@ void preCallHook() noexcept;
 
 /// Steps 5 and 6 of a guarded call, in one jump: the level's bit of the mask, moved to the place of the sign,
 /// is negative as a failure is.
-inline void judgeCall( const Kiln::TraceHandle & api, const char * text, int line, const Recipe & recipe,
-                       int rc ) noexcept {
+inline void judgeCall( const Kiln::TraceHandle & api, const char * text, int line,
+                       const Recipe & recipe, int rc ) noexcept {
     const uint32_t mask = api.mask().load( std::memory_order_relaxed );
     const uint32_t enabled = mask << ( 31 - Kiln::TraceFacility::level4 );
     if ( static_cast<int>( static_cast<uint32_t>( rc ) | enabled ) < 0 ) [[unlikely]]
@@ -67,46 +67,46 @@ inline void judgeCall( const Kiln::TraceHandle & api, const char * text, int lin
 
 } // namespace Cairn
 
-#define CAIRN_CALL( ... )                                                                \
-    do {                                                                                 \
-        ::Cairn::preCallHook();                                                          \
-        int cairnRc_;                                                                    \
-        {                                                                                \
-            const ::Kiln::ActivityUnlockAnchor cairnUnlocked_;                           \
-            cairnRc_ = __VA_ARGS__;                                                      \
-        }                                                                                \
-        ::Cairn::judgeCall( cairnApi_, #__VA_ARGS__, __LINE__, cairnRecipe_, cairnRc_ ); \
+#define CAIRN_CALL( ... )                                                                          \
+    do {                                                                                           \
+        ::Cairn::preCallHook();                                                                    \
+        int cairnRc_;                                                                              \
+        {                                                                                          \
+            const ::Kiln::ActivityUnlockAnchor cairnUnlocked_;                                     \
+            cairnRc_ = __VA_ARGS__;                                                                \
+        }                                                                                          \
+        ::Cairn::judgeCall( cairnApi_, #__VA_ARGS__, __LINE__, cairnRecipe_, cairnRc_ );           \
     } while ( false )
 
-#define CAIRN_CALL_LOCK_KEPT( ... )                                                      \
-    do {                                                                                 \
-        ::Cairn::preCallHook();                                                          \
-        const int cairnRc_ = __VA_ARGS__;                                                \
-        ::Cairn::judgeCall( cairnApi_, #__VA_ARGS__, __LINE__, cairnRecipe_, cairnRc_ ); \
+#define CAIRN_CALL_LOCK_KEPT( ... )                                                                \
+    do {                                                                                           \
+        ::Cairn::preCallHook();                                                                    \
+        const int cairnRc_ = __VA_ARGS__;                                                          \
+        ::Cairn::judgeCall( cairnApi_, #__VA_ARGS__, __LINE__, cairnRecipe_, cairnRc_ );           \
     } while ( false )
 
-#define CAIRN_CALL_UNCHECKED( rc, ... )                                        \
-    do {                                                                       \
-        {                                                                      \
-            const ::Kiln::ActivityUnlockAnchor cairnUnlocked_;                 \
-            ( rc ) = __VA_ARGS__;                                              \
-        }                                                                      \
-        if ( cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) [[unlikely]] \
-            ::Cairn::traceCall( #__VA_ARGS__, __LINE__, cairnRecipe_, rc );    \
+#define CAIRN_CALL_UNCHECKED( rc, ... )                                                            \
+    do {                                                                                           \
+        {                                                                                          \
+            const ::Kiln::ActivityUnlockAnchor cairnUnlocked_;                                     \
+            ( rc ) = __VA_ARGS__;                                                                  \
+        }                                                                                          \
+        if ( cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) [[unlikely]]                     \
+            ::Cairn::traceCall( #__VA_ARGS__, __LINE__, cairnRecipe_, rc );                        \
     } while ( false )
 
-#define CAIRN_CALL_IGNORED( ... )                                              \
-    do {                                                                       \
-        {                                                                      \
-            const ::Kiln::ActivityUnlockAnchor cairnUnlocked_;                 \
-            static_cast<void>( __VA_ARGS__ );                                  \
-        }                                                                      \
-        if ( cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) [[unlikely]] \
-            ::Cairn::traceIgnoredCall( #__VA_ARGS__, __LINE__, cairnRecipe_ ); \
+#define CAIRN_CALL_IGNORED( ... )                                                                  \
+    do {                                                                                           \
+        {                                                                                          \
+            const ::Kiln::ActivityUnlockAnchor cairnUnlocked_;                                     \
+            static_cast<void>( __VA_ARGS__ );                                                      \
+        }                                                                                          \
+        if ( cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) [[unlikely]]                     \
+            ::Cairn::traceIgnoredCall( #__VA_ARGS__, __LINE__, cairnRecipe_ );                     \
     } while ( false )
 
-#define CAIRN_ASSERT( ... )                                                   \
-    do {                                                                      \
-        if ( !( __VA_ARGS__ ) ) [[unlikely]]                                  \
-            ::Cairn::stopByAssertion( #__VA_ARGS__, __LINE__, cairnRecipe_ ); \
+#define CAIRN_ASSERT( ... )                                                                        \
+    do {                                                                                           \
+        if ( !( __VA_ARGS__ ) ) [[unlikely]]                                                       \
+            ::Cairn::stopByAssertion( #__VA_ARGS__, __LINE__, cairnRecipe_ );                      \
     } while ( false )

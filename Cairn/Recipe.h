@@ -15,7 +15,8 @@ inline constexpr char sourceFile[] = "Cairn/CairnLtHelper";
 /// The names of one recipe as its output spells them.
 struct Recipe {
     const char * function; ///< short name, "setEgrTunnelEcnEncap"
-    const char * pretty;   ///< signature, "void Cairn::setEgrTunnelEcnEncap(uint32_t, uint32_t, uint32_t)"
+    const char *
+        pretty; ///< signature, "void Cairn::setEgrTunnelEcnEncap(uint32_t, uint32_t, uint32_t)"
 };
 
 /// Whether `pretty` is the signature that the compiler spells as `spelled`, but for what compilers spell
@@ -50,8 +51,8 @@ consteval bool spellsSignature( std::string_view pretty, std::string_view spelle
 /// __PRETTY_FUNCTION__ each in its own way, so the text is written out; that it is the signature of the
 /// function it stands in is checked at compile time. The recipe's own copy of the handle "ApiCairn" is a pointer
 /// that the compiler can keep in a register from call to call; the level mask behind it is read at each.
-#define CAIRN_RECIPE( pretty )                                              \
-    static_assert( ::Cairn::spellsSignature( pretty, __PRETTY_FUNCTION__ ), \
-                   "CAIRN_RECIPE: write the signature of this function" );  \
-    static constexpr ::Cairn::Recipe cairnRecipe_{ __func__, pretty };      \
+#define CAIRN_RECIPE( pretty )                                                                     \
+    static_assert( ::Cairn::spellsSignature( pretty, __PRETTY_FUNCTION__ ),                        \
+                   "CAIRN_RECIPE: write the signature of this function" );                         \
+    static constexpr ::Cairn::Recipe cairnRecipe_{ __func__, pretty };                             \
     [[maybe_unused]] const ::Kiln::TraceHandle cairnApi_ = ::Cairn::apiCairn

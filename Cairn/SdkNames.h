@@ -61,8 +61,7 @@ inline int bcmlt_entry_field_array_add( uint32_t handle, const char * field, uin
     return Shim::sdk_->bcmlt_entry_field_array_add( handle, field, startIndex, values, count );
 }
 
-inline int bcmlt_entry_field_get( uint32_t handle, const char * field,
-                                  uint64_t * value ) noexcept {
+inline int bcmlt_entry_field_get( uint32_t handle, const char * field, uint64_t * value ) noexcept {
     return Shim::sdk_->bcmlt_entry_field_get( handle, field, value );
 }
 

@@ -16,7 +16,8 @@ __attribute__( ( visibility( "hidden" ) ) ) Kiln::TraceHandle & _defaultTraceHan
 
 /// The level mask of "CairnLtHelper", to be tested without a call. Until the handle is created this is a mask
 /// with every level on, so that who would trace goes on to _defaultTraceHandle() and creates it.
-extern __attribute__( ( visibility( "hidden" ) ) ) std::atomic<const Kiln::TraceFacility::Mask *> defaultMask;
+extern __attribute__( ( visibility( "hidden" ) ) ) std::atomic<const Kiln::TraceFacility::Mask *>
+    defaultMask;
 
 /// Whether the level of "CairnLtHelper" may be enabled: false is certain.
 inline bool messagesMayBeEnabled( Kiln::TraceFacility::FacilityLevel level ) noexcept {

@@ -156,8 +156,9 @@ template <class... Values>
 
 /// A message whose site is not registered yet, or that does not go into the current block.
 template <class... Values>
-[[gnu::cold, gnu::noinline]] void writeRareMessage( Fleetlog::TraceFile & file, const MessageSite & site,
-                                                    int & msgId, Values... values ) noexcept {
+[[gnu::cold, gnu::noinline]] void writeRareMessage( Fleetlog::TraceFile & file,
+                                                    const MessageSite & site, int & msgId,
+                                                    Values... values ) noexcept {
     int id = std::atomic_ref( msgId ).load( std::memory_order_relaxed );
     if ( !msgIdInitialized( file, id ) )
         id = registerMessage( file, site, msgId );
@@ -177,8 +178,8 @@ Destination messageDestination() noexcept;
 /// Steps 2 to 7. A function for each list of types, not inline: a site would be 200 bytes of code. Without a text
 /// among the values it calls nothing but in its last step, so that it has next to no registers to save.
 template <class... Values>
-[[gnu::noinline]] void sendMessage( Fleetlog::TraceFile * file, const MessageSite & site, int & msgId,
-                                    Values... values ) noexcept {
+[[gnu::noinline]] void sendMessage( Fleetlog::TraceFile * file, const MessageSite & site,
+                                    int & msgId, Values... values ) noexcept {
     if ( file != nullptr ) {
         const int id = std::atomic_ref( msgId ).load( std::memory_order_relaxed );
         if ( !msgIdInitialized( *file, id ) || !file->ringBuf()->hasRoom() ) [[unlikely]]
@@ -220,27 +221,26 @@ class TraceLine {
 /// Takes the parentheses off a list of pieces; internal to CAIRN_MESSAGE.
 #define CAIRN_PIECES_( ... ) __VA_ARGS__
 
-#define CAIRN_MESSAGE( letters, pieces, ... )                                                  \
-    do {                                                                                       \
-        using CairnArguments_ = decltype( ::Cairn::messageArguments( __VA_ARGS__ ) );          \
-        static constexpr const char * cairnPieces_[] = { CAIRN_PIECES_ pieces };               \
-        static_assert( CairnArguments_::match( letters ),                                      \
-                       "CAIRN_MESSAGE: one letter for each argument, by its type" );           \
-        static_assert( CairnArguments_::count == ::Cairn::countPlaceholders( cairnPieces_ ),   \
-                       "CAIRN_MESSAGE: one \"%s\" for each argument" );                        \
-        static_assert( CairnArguments_::fit(), "CAIRN_MESSAGE: too many arguments" );          \
-        static constexpr ::Cairn::MessageSite cairnMessage_{ &cairnRecipe_, __LINE__, letters, \
-                                                             cairnPieces_ };                   \
-        static constinit int cairnMsgId_ = 0;                                                  \
-        ::Cairn::writeMessage( cairnMessage_, cairnMsgId_ __VA_OPT__(, ) __VA_ARGS__ );        \
+#define CAIRN_MESSAGE( letters, pieces, ... )                                                      \
+    do {                                                                                           \
+        using CairnArguments_ = decltype( ::Cairn::messageArguments( __VA_ARGS__ ) );              \
+        static constexpr const char * cairnPieces_[] = { CAIRN_PIECES_ pieces };                   \
+        static_assert( CairnArguments_::match( letters ),                                          \
+                       "CAIRN_MESSAGE: one letter for each argument, by its type" );               \
+        static_assert( CairnArguments_::count == ::Cairn::countPlaceholders( cairnPieces_ ),       \
+                       "CAIRN_MESSAGE: one \"%s\" for each argument" );                            \
+        static_assert( CairnArguments_::fit(), "CAIRN_MESSAGE: too many arguments" );              \
+        static constexpr ::Cairn::MessageSite cairnMessage_{ &cairnRecipe_, __LINE__, letters,     \
+                                                             cairnPieces_ };                       \
+        static constinit int cairnMsgId_ = 0;                                                      \
+        ::Cairn::writeMessage( cairnMessage_, cairnMsgId_ __VA_OPT__(, ) __VA_ARGS__ );            \
     } while ( false )
 
-#define CAIRN_LINE( level, ... )                                                        \
-    do {                                                                                \
-        static_assert( ( level ) >= 0 && ( level ) < ::Kiln::TraceFacility::levelCount, \
-                       "CAIRN_LINE: no such level" );                                   \
-        constexpr auto cairnLevel_ =                                                    \
-            static_cast<::Kiln::TraceFacility::FacilityLevel>( level );                 \
-        if ( ::Cairn::messagesEnabled( cairnLevel_ ) ) [[unlikely]]                     \
-            ::Cairn::TraceLine( cairnLevel_, __LINE__, cairnRecipe_ ) << __VA_ARGS__;   \
+#define CAIRN_LINE( level, ... )                                                                   \
+    do {                                                                                           \
+        static_assert( ( level ) >= 0 && ( level ) < ::Kiln::TraceFacility::levelCount,            \
+                       "CAIRN_LINE: no such level" );                                              \
+        constexpr auto cairnLevel_ = static_cast<::Kiln::TraceFacility::FacilityLevel>( level );   \
+        if ( ::Cairn::messagesEnabled( cairnLevel_ ) ) [[unlikely]]                                \
+            ::Cairn::TraceLine( cairnLevel_, __LINE__, cairnRecipe_ ) << __VA_ARGS__;              \
     } while ( false )
