@@ -1,7 +1,7 @@
 #include "Cairn/CairnLtHelper.h"
 
-#include "Cairn/GuardedCall.h"
-#include "Cairn/TraceMessage.h"
+#include "Cairn/internal/GuardedCall.h"
+#include "Cairn/internal/TraceMessage.h"
 
 #include "CairnCommon/CairnCommonUtil.h"
 

@@ -14,7 +14,7 @@ import sys
 
 # What no test can be sure to take: the file, the line as it stands, how many of its branches at most, and why.
 EXPLAINED = [
-    ("Cairn/TraceHandles.cpp", 'static Kiln::TraceHandle handle( "CairnLtHelper", false );', 3,
+    ("Cairn/internal/TraceHandles.cpp", 'static Kiln::TraceHandle handle( "CairnLtHelper", false );', 3,
      "one thread waiting while another makes the handle, which takes a microsecond once in a process; and the "
      "clean-up if the making throws, for which memory has to run out: it ends the process, recipes are noexcept"),
     ("CairnCommon/CairnCommonUtil.h", 'message << "chipInfo NULL";', 1,
@@ -26,9 +26,9 @@ EXPLAINED = [
 ]
 
 # Every file of the library that has code.
-MEASURED = ["Cairn/CairnLtHelper.cpp", "Cairn/GuardedCall.cpp", "Cairn/GuardedCall.h", "Cairn/SdkNames.h",
-            "Cairn/TraceHandles.cpp", "Cairn/TraceHandles.h", "Cairn/TraceMessage.cpp", "Cairn/TraceMessage.h",
-            "CairnCommon/CairnCommonUtil.h"]
+MEASURED = ["Cairn/CairnLtHelper.cpp", "Cairn/internal/GuardedCall.cpp", "Cairn/internal/GuardedCall.h",
+            "Cairn/internal/SdkNames.h", "Cairn/internal/TraceHandles.cpp", "Cairn/internal/TraceHandles.h",
+            "Cairn/internal/TraceMessage.cpp", "Cairn/internal/TraceMessage.h", "CairnCommon/CairnCommonUtil.h"]
 
 
 def main():

@@ -41,89 +41,89 @@ OPCODES = {
 
 # Changes elsewhere than in the recipes: file, what stands there, what to put in its place.
 MACHINERY = [
-    ("Cairn/GuardedCall.h", "| enabled ) < 0", "| enabled ) <= 0"),
-    ("Cairn/GuardedCall.h", "| enabled ) < 0", "| enabled ) < -1"),
-    ("Cairn/GuardedCall.h", "31 - Kiln::TraceFacility::level4", "31 - Kiln::TraceFacility::level3"),
-    ("Cairn/GuardedCall.h", """::Cairn::preCallHook();                                                          \\
+    ("Cairn/internal/GuardedCall.h", "| enabled ) < 0", "| enabled ) <= 0"),
+    ("Cairn/internal/GuardedCall.h", "| enabled ) < 0", "| enabled ) < -1"),
+    ("Cairn/internal/GuardedCall.h", "31 - Kiln::TraceFacility::level4", "31 - Kiln::TraceFacility::level3"),
+    ("Cairn/internal/GuardedCall.h", """::Cairn::preCallHook();                                                          \\
         int cairnRc_;""", "int cairnRc_;"),
-    ("Cairn/GuardedCall.h", """::Cairn::preCallHook();                                                          \\
+    ("Cairn/internal/GuardedCall.h", """::Cairn::preCallHook();                                                          \\
         const int""", "const int"),
-    ("Cairn/GuardedCall.h", """const ::Kiln::ActivityUnlockAnchor cairnUnlocked_;                           \\
+    ("Cairn/internal/GuardedCall.h", """const ::Kiln::ActivityUnlockAnchor cairnUnlocked_;                           \\
             cairnRc_ =""", "cairnRc_ ="),
-    ("Cairn/GuardedCall.h", """const ::Kiln::ActivityUnlockAnchor cairnUnlocked_;                 \\
+    ("Cairn/internal/GuardedCall.h", """const ::Kiln::ActivityUnlockAnchor cairnUnlocked_;                 \\
             ( rc ) =""", "( rc ) ="),
-    ("Cairn/GuardedCall.h", """const ::Kiln::ActivityUnlockAnchor cairnUnlocked_;                 \\
+    ("Cairn/internal/GuardedCall.h", """const ::Kiln::ActivityUnlockAnchor cairnUnlocked_;                 \\
             static_cast<void>""", "static_cast<void>"),
-    ("Cairn/GuardedCall.h", """if ( cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) [[unlikely]] \\
+    ("Cairn/internal/GuardedCall.h", """if ( cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) [[unlikely]] \\
             ::Cairn::traceCall(""",
      """if ( ( rc ) >= 0 && cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) \\
             ::Cairn::traceCall("""),
-    ("Cairn/GuardedCall.h", """if ( cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) [[unlikely]] \\
+    ("Cairn/internal/GuardedCall.h", """if ( cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) [[unlikely]] \\
             ::Cairn::traceCall(""",
      """if ( cairnApi_.enabled( ::Kiln::TraceFacility::level3 ) ) \\
             ::Cairn::traceCall("""),
-    ("Cairn/GuardedCall.h", """if ( cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) [[unlikely]] \\
+    ("Cairn/internal/GuardedCall.h", """if ( cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) [[unlikely]] \\
             ::Cairn::traceIgnoredCall(""",
      """if ( cairnApi_.enabled( ::Kiln::TraceFacility::level3 ) ) \\
             ::Cairn::traceIgnoredCall("""),
-    ("Cairn/GuardedCall.cpp", "if ( rc < 0 )", "if ( rc <= 0 )"),
-    ("Cairn/GuardedCall.cpp", "if ( rc < 0 )", "if ( rc < -1 )"),
-    ("Cairn/GuardedCall.cpp", "{ Shim::sdk_->preCallHook(); }", "{}"),
-    ("Cairn/GuardedCall.cpp", '" API ERROR:"', '" API ERROR: "'),
-    ("Cairn/GuardedCall.cpp", "std::cerr << report << std::endl;", ""),
-    ("Cairn/GuardedCall.cpp", """std::cerr << report << std::endl;
+    ("Cairn/internal/GuardedCall.cpp", "if ( rc < 0 )", "if ( rc <= 0 )"),
+    ("Cairn/internal/GuardedCall.cpp", "if ( rc < 0 )", "if ( rc < -1 )"),
+    ("Cairn/internal/GuardedCall.cpp", "{ Shim::sdk_->preCallHook(); }", "{}"),
+    ("Cairn/internal/GuardedCall.cpp", '" API ERROR:"', '" API ERROR: "'),
+    ("Cairn/internal/GuardedCall.cpp", "std::cerr << report << std::endl;", ""),
+    ("Cairn/internal/GuardedCall.cpp", """std::cerr << report << std::endl;
     Shim::sdk_->failureHook();""", """Shim::sdk_->failureHook();
     std::cerr << report << std::endl;"""),
-    ("Cairn/GuardedCall.cpp", "Shim::sdk_->failureHook();", ""),
-    ("Cairn/GuardedCall.cpp", 'stopByAssertion( "0"', 'stopByAssertion( "rc"'),
-    ("Cairn/GuardedCall.cpp", '" (rc:"', '" (rc: "'),
-    ("Cairn/GuardedCall.cpp", '" no rc check"', '" no check"'),
-    ("Cairn/GuardedCall.cpp", "std::to_string( line )", "std::to_string( line + 1 )"),
-    ("Cairn/GuardedCall.cpp", "sourceFile, line,", "sourceFile, line + 1,"),
-    ("Cairn/GuardedCall.cpp", "Kiln::TraceFacility::level4, sourceFile", "Kiln::TraceFacility::level3, sourceFile"),
-    ("Cairn/GuardedCall.cpp", "recipe.function );", "recipe.pretty );"),
-    ("Cairn/GuardedCall.cpp", "__assert_fail( expression, sourceFile,", '__assert_fail( expression, "",'),
-    ("Cairn/GuardedCall.cpp", "recipe.pretty );", "recipe.function );"),
-    ("Cairn/TraceHandles.cpp", '"ApiCairn", false', '"ApiCairn", true'),
-    ("Cairn/TraceHandles.cpp", '"CairnLtHelper", false', '"CairnLtHelper", true'),
-    ("Cairn/TraceHandles.cpp", "everyLevel = ~0u", "everyLevel = 0u"),
-    ("Cairn/SdkNames.h", "static_cast<int>( unit )", "static_cast<int>( unit + 1 )"),
-    ("Cairn/SdkNames.h", "bcmlt_entry_commit( handle, askOpcode, priorityValue )",
+    ("Cairn/internal/GuardedCall.cpp", "Shim::sdk_->failureHook();", ""),
+    ("Cairn/internal/GuardedCall.cpp", 'stopByAssertion( "0"', 'stopByAssertion( "rc"'),
+    ("Cairn/internal/GuardedCall.cpp", '" (rc:"', '" (rc: "'),
+    ("Cairn/internal/GuardedCall.cpp", '" no rc check"', '" no check"'),
+    ("Cairn/internal/GuardedCall.cpp", "std::to_string( line )", "std::to_string( line + 1 )"),
+    ("Cairn/internal/GuardedCall.cpp", "sourceFile, line,", "sourceFile, line + 1,"),
+    ("Cairn/internal/GuardedCall.cpp", "Kiln::TraceFacility::level4, sourceFile", "Kiln::TraceFacility::level3, sourceFile"),
+    ("Cairn/internal/GuardedCall.cpp", "recipe.function );", "recipe.pretty );"),
+    ("Cairn/internal/GuardedCall.cpp", "__assert_fail( expression, sourceFile,", '__assert_fail( expression, "",'),
+    ("Cairn/internal/GuardedCall.cpp", "recipe.pretty );", "recipe.function );"),
+    ("Cairn/internal/TraceHandles.cpp", '"ApiCairn", false', '"ApiCairn", true'),
+    ("Cairn/internal/TraceHandles.cpp", '"CairnLtHelper", false', '"CairnLtHelper", true'),
+    ("Cairn/internal/TraceHandles.cpp", "everyLevel = ~0u", "everyLevel = 0u"),
+    ("Cairn/internal/SdkNames.h", "static_cast<int>( unit )", "static_cast<int>( unit + 1 )"),
+    ("Cairn/internal/SdkNames.h", "bcmlt_entry_commit( handle, askOpcode, priorityValue )",
      "bcmlt_entry_commit( handle, priorityValue, askOpcode )"),
-    ("Cairn/SdkNames.h", "bcmlt_pt_entry_commit( handle, askOpcode, priorityValue )",
+    ("Cairn/internal/SdkNames.h", "bcmlt_pt_entry_commit( handle, askOpcode, priorityValue )",
      "bcmlt_pt_entry_commit( handle, priorityValue, askOpcode )"),
-    ("Cairn/SdkNames.h", """const uint32_t priorityValue = askPriority;
+    ("Cairn/internal/SdkNames.h", """const uint32_t priorityValue = askPriority;
     return Shim::sdk_->bcmlt_entry_commit( handle, askOpcode, priorityValue );""",
      """const uint32_t opcodeValue = askOpcode;
     return Shim::sdk_->bcmlt_entry_commit( handle, opcodeValue, askPriority );"""),
-    ("Cairn/SdkNames.h", """const uint32_t priorityValue = askPriority;
+    ("Cairn/internal/SdkNames.h", """const uint32_t priorityValue = askPriority;
     return Shim::sdk_->bcmlt_pt_entry_commit( handle, askOpcode, priorityValue );""",
      """const uint32_t opcodeValue = askOpcode;
     return Shim::sdk_->bcmlt_pt_entry_commit( handle, opcodeValue, askPriority );"""),
-    ("Cairn/TraceMessage.h", "index < file.initialisedLength() && ", ""),
-    ("Cairn/TraceMessage.h", "if ( !msgIdInitialized( *file, id ) ||", "if ( id == 0 ||"),
-    ("Cairn/TraceMessage.h", "if ( !msgIdInitialized( file, id ) )", "if ( id == 0 )"),
-    ("Cairn/TraceMessage.h", "if ( !msgIdInitialized( file, id ) )", "if ( true )"),
-    ("Cairn/TraceMessage.h", "ring.put2( value )", "ring.put4( value )"),
-    ("Cairn/TraceMessage.h", "ring.endMsg();", ""),
-    ("Cairn/TraceMessage.h", """writeRecord( file, id, values... );
+    ("Cairn/internal/TraceMessage.h", "index < file.initialisedLength() && ", ""),
+    ("Cairn/internal/TraceMessage.h", "if ( !msgIdInitialized( *file, id ) ||", "if ( id == 0 ||"),
+    ("Cairn/internal/TraceMessage.h", "if ( !msgIdInitialized( file, id ) )", "if ( id == 0 )"),
+    ("Cairn/internal/TraceMessage.h", "if ( !msgIdInitialized( file, id ) )", "if ( true )"),
+    ("Cairn/internal/TraceMessage.h", "ring.put2( value )", "ring.put4( value )"),
+    ("Cairn/internal/TraceMessage.h", "ring.endMsg();", ""),
+    ("Cairn/internal/TraceMessage.h", """writeRecord( file, id, values... );
     writeMessageText( site, values... );""", "writeRecord( file, id, values... );"),
-    ("Cairn/TraceMessage.h", "if ( messagesMayBeEnabled( Kiln::TraceFacility::level2 ) ) [[unlikely]]",
+    ("Cairn/internal/TraceMessage.h", "if ( messagesMayBeEnabled( Kiln::TraceFacility::level2 ) ) [[unlikely]]",
      "if ( messagesMayBeEnabled( Kiln::TraceFacility::level3 ) )"),
-    ("Cairn/TraceMessage.cpp", "{ nullptr, messagesMayBeEnabled( Kiln::TraceFacility::level2 ) }", "{ nullptr, false }"),
-    ("Cairn/TraceMessage.cpp", "handle->traceFile(), true }",
+    ("Cairn/internal/TraceMessage.cpp", "{ nullptr, messagesMayBeEnabled( Kiln::TraceFacility::level2 ) }", "{ nullptr, false }"),
+    ("Cairn/internal/TraceMessage.cpp", "handle->traceFile(), true }",
      "handle->traceFile(), messagesMayBeEnabled( Kiln::TraceFacility::level2 ) }"),
-    ("Cairn/TraceMessage.h", "if ( !_defaultTraceHandle().enabled( Kiln::TraceFacility::level2 ) )",
+    ("Cairn/internal/TraceMessage.h", "if ( !_defaultTraceHandle().enabled( Kiln::TraceFacility::level2 ) )",
      "if ( !_defaultTraceHandle().enabled( Kiln::TraceFacility::level1 ) )"),
-    ("Cairn/TraceHandles.h", "&& _defaultTraceHandle().enabled( level )", ""),
-    ("Cairn/TraceMessage.cpp", "handle->multiThread() != 0", "handle->multiThread() == 0"),
-    ("Cairn/TraceMessage.cpp", "if ( handle == nullptr ) [[unlikely]]", "if ( false )"),
-    ("Cairn/TraceMessage.cpp", "sourceFile, site.line );", "sourceFile, site.line + 1 );"),
-    ("Cairn/TraceMessage.cpp", "descriptor << site.recipe->function;", ""),
-    ("Cairn/TraceMessage.cpp", "descriptor.finish();", ""),
-    ("Cairn/TraceMessage.cpp", "Twinlog::twinlogFixed_ << site.recipe->function;", ""),
-    ("Cairn/TraceMessage.cpp", "if ( !_defaultTraceHandle().enabled( Kiln::TraceFacility::level2 ) )", "if ( false )"),
-    ("Cairn/TraceMessage.cpp", "line( _defaultTraceHandle(), Kiln::TraceFacility::level2,",
+    ("Cairn/internal/TraceHandles.h", "&& _defaultTraceHandle().enabled( level )", ""),
+    ("Cairn/internal/TraceMessage.cpp", "handle->multiThread() != 0", "handle->multiThread() == 0"),
+    ("Cairn/internal/TraceMessage.cpp", "if ( handle == nullptr ) [[unlikely]]", "if ( false )"),
+    ("Cairn/internal/TraceMessage.cpp", "sourceFile, site.line );", "sourceFile, site.line + 1 );"),
+    ("Cairn/internal/TraceMessage.cpp", "descriptor << site.recipe->function;", ""),
+    ("Cairn/internal/TraceMessage.cpp", "descriptor.finish();", ""),
+    ("Cairn/internal/TraceMessage.cpp", "Twinlog::twinlogFixed_ << site.recipe->function;", ""),
+    ("Cairn/internal/TraceMessage.cpp", "if ( !_defaultTraceHandle().enabled( Kiln::TraceFacility::level2 ) )", "if ( false )"),
+    ("Cairn/internal/TraceMessage.cpp", "line( _defaultTraceHandle(), Kiln::TraceFacility::level2,",
      "line( _defaultTraceHandle(), Kiln::TraceFacility::level1,"),
     ("CairnCommon/CairnCommonUtil.h", "maxPorts > 255", "maxPorts > 256"),
     ("CairnCommon/CairnCommonUtil.h", "<< 8 |", "<< 7 |"),

@@ -1,4 +1,4 @@
-#include "Cairn/GuardedCall.h"
+#include "Cairn/internal/GuardedCall.h"
 
 #include "sim/Chip.h"
 #include "sim/Forwarder.h"

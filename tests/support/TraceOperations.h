@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cairn/TraceMessage.h"
+#include "Cairn/internal/TraceMessage.h"
 #include "tests/support/InstructionCount.h"
 
 #include <Fleetlog/MsgDesc.h>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Cairn/Recipe.h"
-#include "Cairn/SdkNames.h"
-#include "Cairn/TraceHandles.h"
+#include "Cairn/internal/Recipe.h"
+#include "Cairn/internal/SdkNames.h"
+#include "Cairn/internal/TraceHandles.h"
 
 #include <Kiln/ActivityLock.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cairn/SdkNames.h"
+#include "Cairn/internal/SdkNames.h"
 
 #include <Kiln/ActivityLock.h>
 

@@ -1,4 +1,4 @@
-#include "Cairn/TraceHandles.h"
+#include "Cairn/internal/TraceHandles.h"
 
 namespace Cairn {
 

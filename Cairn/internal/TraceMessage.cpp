@@ -1,4 +1,4 @@
-#include "Cairn/TraceMessage.h"
+#include "Cairn/internal/TraceMessage.h"
 
 #include <Fleetlog/MsgDesc.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cairn/TraceHandles.h"
+#include "Cairn/internal/TraceHandles.h"
 
 #include <string_view>
 

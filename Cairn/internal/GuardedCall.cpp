@@ -1,4 +1,4 @@
-#include "Cairn/GuardedCall.h"
+#include "Cairn/internal/GuardedCall.h"
 
 #include <Kiln/TraceHelper.h>
 

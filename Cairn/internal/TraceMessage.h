@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Cairn/Recipe.h"
-#include "Cairn/TraceHandles.h"
+#include "Cairn/internal/Recipe.h"
+#include "Cairn/internal/TraceHandles.h"
 
 #include <Fleetlog/TraceHandle.h>
 #include <Kiln/TraceHelper.h>
