@@ -39,7 +39,8 @@ OPCODES = {
     "BCMLT_PT_OPCODE_GET": "BCMLT_PT_OPCODE_SET",
 }
 
-# Changes elsewhere than in the recipes: file, what stands there, what to put in its place.
+# Changes elsewhere than in the recipes: file, what stands there, what to put in its place. Any run of white space
+# stands for any other, so that the formatter may align the code anew.
 MACHINERY = [
     ("Cairn/internal/GuardedCall.h", "| enabled ) < 0", "| enabled ) <= 0"),
     ("Cairn/internal/GuardedCall.h", "| enabled ) < 0", "| enabled ) < -1"),
@@ -263,12 +264,12 @@ def mutants():
         made.append(Mutant(RECIPES, number, kind, text))
     for file, old, new in MACHINERY:
         text = (ROOT / file).read_text()
-        at = text.find(old)
-        if at < 0:
+        found = re.search(r"\s+".join(map(re.escape, old.split())), text)
+        if not found:
             sys.exit(f"mutate.py: {file} does not hold {old!r} any more; bring the list up to date")
-        number = text.count("\n", 0, at)
+        number = text.count("\n", 0, found.start())
         kind = " ".join(f"{old} to {new or 'nothing'}".replace("\\\n", "").split())
-        made.append(Mutant(file, number, kind, text[:at] + new + text[at + len(old) :]))
+        made.append(Mutant(file, number, kind, text[: found.start()] + new + text[found.end() :]))
     return made
 
 
