@@ -36,8 +36,7 @@
 // null_ns, file_ns               level 4 on, into a sink that drops the lines, and into a file
 // calls, lines                   SDK operations of one recipe; messages and plain lines
 // guard_instructions             what the guard and the messages add, for each operation: counted,
-// on an
-//                                SDK that does nothing
+//                                on an SDK that does nothing
 
 namespace {
 

@@ -15,8 +15,8 @@ inline constexpr char sourceFile[] = "Cairn/CairnLtHelper";
 /// The names of one recipe as its output spells them.
 struct Recipe {
     const char * function; ///< short name, "setEgrTunnelEcnEncap"
-    const char *
-        pretty; ///< signature, "void Cairn::setEgrTunnelEcnEncap(uint32_t, uint32_t, uint32_t)"
+    /// Signature, "void Cairn::setEgrTunnelEcnEncap(uint32_t, uint32_t, uint32_t)".
+    const char * pretty;
 };
 
 /// Whether `pretty` is the signature that the compiler spells as `spelled`, but for what compilers spell

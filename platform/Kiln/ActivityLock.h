@@ -9,10 +9,11 @@
 // afterwards:
 //
 //     {
-//         const Kiln::ActivityUnlockAnchor unlocked;   // interpreter lock, then activity lock
-//         released talkToTheChip();
-//     }                                                // activity lock, then interpreter lock
-//     taken back
+//         // Gives up the interpreter lock, then the activity lock.
+//         const Kiln::ActivityUnlockAnchor unlocked;
+//         talkToTheChip();
+//         // Takes back the activity lock, then the interpreter lock.
+//     }
 //
 // State of a thread          | lock()    | unlock() / an anchor
 // ---------------------------|-----------|-----------------------

@@ -7,8 +7,9 @@
 // Writing trace lines. Test the level first; a TraceHelper is only made for a line that is wanted.
 //
 //     if ( handle.enabled( Kiln::TraceFacility::level8 ) ) {
-//         Kiln::TraceHelper line( handle, Kiln::TraceFacility::level8, "Cairn/CairnLtHelper", 42,
-//         "lbPortInit" ); line.stream() << "lbPortInit" << " portId: " << portId;
+//         Kiln::TraceHelper line( handle, Kiln::TraceFacility::level8,
+//                                 "Cairn/CairnLtHelper", 42, "lbPortInit" );
+//         line.stream() << "lbPortInit" << " portId: " << portId;
 //     }
 //
 // The line goes to the process's trace sink (<Kiln/TraceSink.h>) when the helper is destroyed.

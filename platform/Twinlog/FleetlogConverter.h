@@ -7,9 +7,10 @@
 // Builds the text of a message from the same pieces that its descriptor in the trace file has.
 //
 //     Twinlog::FleetlogConverter converter;
-//     Twinlog::twinlogFixed_ << "setLoadBalanceRandSeedCtrl" << " unit: " << "%s" << " seed: " <<
-//     "%s"; converter << unit << seed; converter.text();   // "setLoadBalanceRandSeedCtrl unit: 0
-//     seed: 12345"
+//     Twinlog::twinlogFixed_ << "setLoadBalanceRandSeedCtrl"
+//                            << " unit: " << "%s" << " seed: " << "%s";
+//     converter << unit << seed;
+//     converter.text(); // "setLoadBalanceRandSeedCtrl unit: 0 seed: 12345"
 //
 // Threads: the stream of pieces is shared by the process. A message is built from the converter's
 // construction to the last call of text() with the activity lock held.

@@ -66,8 +66,8 @@ struct Site {
 
 struct Value {
     char letter; ///< 'i', 's', 'b' or 'p'
-    std::uint32_t
-        number; ///< of all but 'p'; the file does not tell a signed 'i' from an unsigned one
+    /// Of all but 'p'. The file does not tell a signed 'i' from an unsigned one.
+    std::uint32_t number;
     std::string_view text; ///< of 'p'
     bool isCut;            ///< of 'p': the writer cut the text
 };
@@ -78,8 +78,8 @@ class File;
 /// site and the file itself as long as the file.
 struct Record {
     const File * file = nullptr;
-    const Site * site =
-        nullptr;              ///< null: only the bytes are known, the descriptor does not fit them
+    /// Null: only the bytes are known, the descriptor does not fit them.
+    const Site * site = nullptr;
     std::uint32_t id = 0;     ///< of the site
     std::uint64_t offset = 0; ///< in the file, in bytes
     std::int64_t time = 0;    ///< nanoseconds since 1970, UTC
@@ -101,8 +101,8 @@ struct Info {
     std::uint32_t process = 0;
     std::uint32_t thread = 0; ///< 0: the file of a whole process
     std::string timestamps;   ///< "counter", "tick" or "none"
-    bool isTimeOfBlock =
-        false; ///< no timestamps: a record has the time at which its block was begun
+    /// There are no timestamps: a record has the time at which its block was begun.
+    bool isTimeOfBlock = false;
     std::uint64_t counterRate = 0; ///< counts a second, as the writer measured it
     std::int64_t openTime = 0;     ///< when the writer set its clock, nanoseconds since 1970, UTC
     bool isClosed = false;         ///< false: being written, or the writer ended without closing it
@@ -187,8 +187,8 @@ struct Filter {
     std::optional<std::uint32_t> line = {}; ///< and its line
     std::optional<std::int64_t> from = {};  ///< nanoseconds since 1970, UTC
     std::optional<std::int64_t> to = {};    ///< the first time that is no longer wanted
-    std::optional<std::uint32_t> thread =
-        {};                ///< thread id, or process id for the file of a process
+    /// A thread id, or the process id for the file of a process.
+    std::optional<std::uint32_t> thread = {};
     std::string text = {}; ///< occurs in the record's text
 
     bool accepts( const Record & record ) const;
@@ -202,10 +202,8 @@ enum class Format {
     /// Time and text.
     brief,
     /// A JSON object with members time, timeOfBlock (only if true), process, thread (only if the
-    /// file has
-    /// one), file, line, function, text, values. Without a site, message and bytes stand in place
-    /// of the
-    /// last five.
+    /// file has one), file, line, function, text, values. Without a site, message and bytes stand
+    /// in place of the last five.
     json,
 };
 
