@@ -152,9 +152,8 @@ std::string describe( const Failure & f, const std::map<int, const Schema *> & u
         return value + " is not a commit priority" + constantHint( f.value );
     case Rc::unknownAttribute:
         return f.value == attrGetFromHw
-                   ? table +
-                         " is a logical table; only entries of physical tables are read from the "
-                         "hardware"
+                   ? table + " is a logical table; only entries of "
+                             "physical tables are read from the hardware"
                    : value + " is not an entry attribute" + constantHint( f.value );
     case Rc::valueTooWide:
         return field + ": value " + value + " needs " + std::to_string( bitsOf( f.value ) ) +

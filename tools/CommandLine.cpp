@@ -23,13 +23,11 @@ constexpr const char * about =
     "stops the process (SIGABRT).";
 
 constexpr const char * recipeHelp =
-    "Arguments stand in the order of the recipe's signature (see \"cairn-lt list\"): integers in "
-    "decimal or after 0x; bool as true, false, 1, 0, on or off; a ChipInfo by the name of a chip; "
-    "the "
-    "shared state is not given.\n"
-    "Without --chip and --model, unit 0 is a reference chip called chip0, with a module, a CPU "
-    "port "
-    "and a recirculation port, blocked at stage 106.\n";
+    "Arguments stand in the order of the recipe's signature (see \"cairn-lt "
+    "list\"): integers in decimal or after 0x; bool as true, false, 1, 0, on "
+    "or off; a ChipInfo by the name of a chip; the shared state is not given.\n"
+    "Without --chip and --model, unit 0 is a reference chip called chip0, with "
+    "a module, a CPU port and a recirculation port, blocked at stage 106.\n";
 
 // The options of one verb, with text that still has to be looked at.
 struct Texts {
@@ -192,9 +190,9 @@ class CommandLine {
         verb.add_option( "--site", trace_.site, "Only those of this FILE:LINE, LINE or FILE" );
         verb.add_option( "--from", trace_.from, "Only those from this time on, in UTC" );
         verb.add_option( "--to", trace_.to, "Only those before this time" );
-        verb.add_option( "--thread", trace_.thread,
-                         "Only those of this thread, or of this process if its threads share a "
-                         "file" );
+        verb.add_option(
+            "--thread", trace_.thread,
+            "Only those of this thread, or of this process if its threads share a file" );
         verb.add_option( "--match", trace_.match, "Only those whose text holds this" );
         CLI::Option * follow =
             verb.add_flag( "--follow", trace_.follow, "Waits for more while a file is written" );
@@ -245,8 +243,8 @@ class CommandLine {
             ->allow_extra_args( false )
             ->take_all();
         verb.add_option( "--model", chips.model,
-                         "A bring-up file that describes chips, modules and ports; its steps are "
-                         "not run" );
+                         "A bring-up file that describes chips, "
+                         "modules and ports; its steps are not run" );
     }
 
     void addSession( CLI::App & verb, SessionOptions & session ) {

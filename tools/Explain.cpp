@@ -310,16 +310,14 @@ std::string markdownOf( const Explanation & explanation, const Describer & descr
 std::string markdownHeader() {
     return "# The recipes, step by step\n"
            "\n"
-           "What each recipe does on a fresh simulated reference chip, with sample arguments, seen "
-           "by "
-           "running it. Do not edit;\n"
+           "What each recipe does on a fresh simulated reference chip, "
+           "with sample arguments, seen by running it. Do not edit;\n"
            "renew with `cairn-lt explain --all --format markdown >docs/recipes.md`.\n"
            "\n"
-           "Each numbered step is one call. Unless a step says otherwise it is guarded: the shim's "
-           "pre-call hook runs first,\n"
-           "and a negative code stops the process. Other branches are seen with other arguments, "
-           "on "
-           "other chips (`--chip`,\n"
+           "Each numbered step is one call. Unless a step says otherwise "
+           "it is guarded: the shim's pre-call hook runs first,\n"
+           "and a negative code stops the process. Other branches are "
+           "seen with other arguments, on other chips (`--chip`,\n"
            "`--model`), and on chips that hold something already (`--state`).\n";
 }
 

@@ -163,9 +163,8 @@ constexpr std::array table = {
 
     recipe<&Cairn::programL2IfIngSystemPortTable>(
         systemPorts,
-        { "Maps a system port to the L2 ingress interface on which its packets arrive (op true), "
-          "or "
-          "removes the mapping (op false)." },
+        { "Maps a system port to the L2 ingress interface on which its "
+          "packets arrive (op true), or removes the mapping (op false)." },
         { { "chipInfo", "" },
           unit,
           { "modId", "1" },
@@ -199,9 +198,8 @@ constexpr std::array table = {
           { "op", "true" } } ),
     recipe<&Cairn::verifyL2EifSystemDestinationTable>(
         systemPorts,
-        { "Says whether an L2 egress interface is mapped to this trunk or system port (op true), "
-          "or "
-          "not mapped at all (op false).",
+        { "Says whether an L2 egress interface is mapped to this trunk "
+          "or system port (op true), or not mapped at all (op false).",
           "programL2EifSystemDestinationTable" },
         { { "chipInfo", "" },
           unit,
@@ -231,9 +229,8 @@ constexpr std::array table = {
         { unit, { "index", "5" }, { "outerEcn", "2" } } ),
     recipe<&Cairn::setIngTunnelEcnDecap>(
         tunnelEcn,
-        { "Sets the inner-header ECN of a row of the ingress decapsulation map, and whether the "
-          "inner "
-          "header is changed." },
+        { "Sets the inner-header ECN of a row of the ingress "
+          "decapsulation map, and whether the inner header is changed." },
         { unit, { "index", "5" }, { "innerEcn", "1" }, { "changeEcn", "true" } } ),
 
     recipe<&Cairn::setOpaqueTagIngress>( opaqueTags,

@@ -64,9 +64,8 @@ TEST( ChipUnitTest, AUnitThatCanNotBeIsRefused ) {
                "unit 0 exists already; give the new one another number" );
     Sim::Schema broken = smallSchema();
     broken.find( "ONEr" )->fields[0].width = 65;
-    EXPECT_EQ( whyNotAdded( chip, 1, broken ),
-               "unit 1: table ONEr: field VALUE: width 65 is not possible; give it 1 to 64 bits an "
-               "element" );
+    EXPECT_EQ( whyNotAdded( chip, 1, broken ), "unit 1: table ONEr: field VALUE: width 65 is "
+                                               "not possible; give it 1 to 64 bits an element" );
     EXPECT_EQ( chip.units(), std::vector<int>{ 0 } );
 }
 

@@ -157,9 +157,8 @@ TEST( SchemaTest, EveryProblemIsNamedWithItsRemedy ) {
           },
           "table MAPm: more than 16777216 rows in all instances and ports; make it smaller" },
         { "POLICY", []( Table & t ) { t.size.rows = 2; },
-          "table POLICY: a logical table without a key field has 1 row, not 2; give it a key "
-          "field, "
-          "or 1 row" },
+          "table POLICY: a logical table without a key field "
+          "has 1 row, not 2; give it a key field, or 1 row" },
         { "POLICY", []( Table & t ) { t.size.instances = 2; },
           "table POLICY: a logical table has neither instances nor ports; leave them out" },
         { "POLICY", []( Table & t ) { t.fields.clear(); },
@@ -167,22 +166,21 @@ TEST( SchemaTest, EveryProblemIsNamedWithItsRemedy ) {
         { "ONEr", []( Table & t ) { t.fields.push_back( t.fields[0] ); },
           "table ONEr: field VALUE: there are two of that name; rename one" },
         { "ONEr", []( Table & t ) { t.fields[0].name = "A.B"; },
-          "table ONEr: field A.B: a field name is made of letters, digits and underscores; rename "
-          "it" },
+          "table ONEr: field A.B: a field name is made "
+          "of letters, digits and underscores; rename it" },
         { "ONEr", []( Table & t ) { t.fields[0].name = "BCMLT_PT_INDEX"; },
-          "table ONEr: field BCMLT_PT_INDEX: names that begin with BCMLT_ belong to the SDK; "
-          "rename "
-          "it" },
+          "table ONEr: field BCMLT_PT_INDEX: names that "
+          "begin with BCMLT_ belong to the SDK; rename it" },
         { "ONEr", []( Table & t ) { t.fields[0].width = 0; },
           "table ONEr: field VALUE: width 0 is not possible; give it 1 to 64 bits an element" },
         { "ONEr", []( Table & t ) { t.fields[0].length = 0; },
           "table ONEr: field VALUE: it has no elements; give it a length of at least 1" },
         { "ONEr", []( Table & t ) { t.fields[0].length = 4097; },
-          "table ONEr: its fields have 4097 elements together, 4096 are possible; make the arrays "
-          "shorter" },
+          "table ONEr: its fields have 4097 elements together, "
+          "4096 are possible; make the arrays shorter" },
         { "ONEr", []( Table & t ) { t.fields[0].role = FieldRole::key; },
-          "table ONEr: field VALUE: a register is addressed by BCMLT_PT_INDEX; make the field "
-          "data" },
+          "table ONEr: field VALUE: a register is addressed by "
+          "BCMLT_PT_INDEX; make the field data" },
         { "ROUTE", []( Table & t ) { t.fields[0].length = 2; },
           "table ROUTE: field VRF: an array can not be a key; give it a length of 1" },
         { "ROUTE", []( Table & t ) { t.fields[3].reset = 4096; },
@@ -190,16 +188,16 @@ TEST( SchemaTest, EveryProblemIsNamedWithItsRemedy ) {
         { "ROUTE", []( Table & t ) { t.fields[3].powerOn = 4096; },
           "table ROUTE: field COST: power-on value 4096 does not fit 12 bits; at most 4095" },
         { "ROUTE", []( Table & t ) { t.fields[4].reset = 2; },
-          "table ROUTE: field MODE: reset value 2 is none of its symbols; give it the value of "
-          "one" },
+          "table ROUTE: field MODE: reset value 2 is none of "
+          "its symbols; give it the value of one" },
         { "ROUTE", []( Table & t ) { t.fields[4].symbols[0].name = ""; },
-          "table ROUTE: field MODE: symbol : a symbol is made of letters, digits and underscores; "
-          "rename it" },
+          "table ROUTE: field MODE: symbol : a symbol is "
+          "made of letters, digits and underscores; rename it" },
         { "ROUTE", []( Table & t ) { t.fields[4].symbols[0].name = "ON"; },
           "table ROUTE: field MODE: there are two symbols ON; rename one" },
         { "ROUTE", []( Table & t ) { t.fields[4].symbols[0].value = 1; },
-          "table ROUTE: field MODE: symbol ON has the value of another one, 1; give it one of its "
-          "own" },
+          "table ROUTE: field MODE: symbol ON has the "
+          "value of another one, 1; give it one of its own" },
         { "ROUTE", []( Table & t ) { t.fields[4].symbols[0].value = 8; },
           "table ROUTE: field MODE: symbol OFF = 8 does not fit 3 bits; widen the field" },
         { "ONEr", []( Table & t ) { t.preloaded = true; },

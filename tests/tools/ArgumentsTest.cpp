@@ -59,8 +59,8 @@ TEST_F( Arguments, IntegersBeyondTheTypeAreRefused ) {
                "setOpaqueTagIngress: tagType: 256 is too large for a uint8_t; write 0 to 255" );
     EXPECT_EQ( refusal( "programL2IfIngSystemPortTable",
                         { "chip0", "0", "1", "5", "128", "65536", "true" } ),
-               "programL2IfIngSystemPortTable: l2If: 65536 is too large for a uint16_t; write 0 to "
-               "65535" );
+               "programL2IfIngSystemPortTable: l2If: 65536 "
+               "is too large for a uint16_t; write 0 to 65535" );
 }
 
 TEST_F( Arguments, TheBitmapOfTheEgressFilterEndsAt4096Bits ) {
@@ -78,8 +78,7 @@ TEST_F( Arguments, BoolsHaveThreeSpellings ) {
         EXPECT_FALSE( std::get<bool>( parse( "setLearnCacheEnabled", { "0", text } )[1] ) ) << text;
     EXPECT_EQ(
         refusal( "setLearnCacheEnabled", { "0", "yes" } ),
-        "setLearnCacheEnabled: enable: \"yes\" is not a bool; write true, false, 1, 0, on or "
-        "off" );
+        "setLearnCacheEnabled: enable: \"yes\" is not a bool; write true, false, 1, 0, on or off" );
 }
 
 TEST_F( Arguments, TextsAreTakenAsTheyAre ) {
@@ -93,8 +92,8 @@ TEST_F( Arguments, ChipsGoByName ) {
     EXPECT_EQ( std::get<CairnCentral::ChipInfo>( arguments[0] ).name().view(), "chip4" );
     EXPECT_EQ(
         refusal( "programL2IfIngSystemPortTable", { "chop4", "0", "1", "5", "128", "77", "true" } ),
-        "programL2IfIngSystemPortTable: chipInfo: there is no chip \"chop4\"; the nearest is "
-        "chip4" );
+        "programL2IfIngSystemPortTable: chipInfo: "
+        "there is no chip \"chop4\"; the nearest is chip4" );
 }
 
 TEST_F( Arguments, UnitsMustExist ) {

@@ -239,9 +239,8 @@ const BadBringup badBringups[] = {
     { "Stages", oneChip + "blocked_stages = 55",
       "4: blocked_stages must be an array, not an integer" },
     { "Stage", oneChip + "blocked_stages = [ 'KOVA' ]",
-      "4: a stage: \"KOVA\" is not an unsigned number; write it in decimal, or in hexadecimal "
-      "after "
-      "0x" },
+      "4: a stage: \"KOVA\" is not an unsigned number; "
+      "write it in decimal, or in hexadecimal after 0x" },
     // Modules and ports.
     { "ModuleWithoutChip", oneChip + "[[modules]]\nid = 0", "4: [[modules]] needs a key \"chip\"" },
     { "ModuleOfUnknownChip", oneChip + "[[modules]]\nid = 0\nchip = 'lead'",
@@ -272,9 +271,8 @@ const BadBringup badBringups[] = {
                 "[[recirculation_ports]]\nunit = 0\nport = 4\ninterface = 2\n"
                 "[[hardware_ports]]\nunit = 0\nport = 3\nhardware_port = 258\n"
                 "[[hardware_ports]]\nunit = 0\nport = 4\nhardware_port = 258",
-      "19: hardware port 258 of unit 0 belongs to port 3 of unit 0 already (line 15); give this "
-      "one "
-      "another hardware port" },
+      "19: hardware port 258 of unit 0 belongs to port 3 of unit "
+      "0 already (line 15); give this one another hardware port" },
     { "PortWithTwoHardwarePorts",
       oneChip + "[[hardware_ports]]\nunit = 0\nport = 3\nhardware_port = 258\n"
                 "[[hardware_ports]]\nunit = 0\nport = 3\nhardware_port = 259",
@@ -290,14 +288,14 @@ const BadBringup badBringups[] = {
       "11: port 3 of unit 0 has another slot or lane as a recirculation port; give both the same" },
     // Steps.
     { "StepWithoutAnything", step( "" ),
-      "4: a step does one thing; write \"recipe\", \"poke\", or \"block\" and \"unblock\" with a "
-      "\"chip\"" },
+      "4: a step does one thing; write \"recipe\", \"poke\", "
+      "or \"block\" and \"unblock\" with a \"chip\"" },
     { "StepWithTwoThings", step( "recipe = 'cpuPortInit'\nchip = 'leaf'\nblock = [ 1 ]" ),
-      "4: a step does one thing; write \"recipe\", \"poke\", or \"block\" and \"unblock\" with a "
-      "\"chip\"" },
+      "4: a step does one thing; write \"recipe\", \"poke\", "
+      "or \"block\" and \"unblock\" with a \"chip\"" },
     { "ExpectOfAStageStep", step( "chip = 'leaf'\nblock = [ 1 ]\nexpect = true" ),
-      "7: \"expect\" does not go with \"block or unblock\" in one step; make it a step of its "
-      "own" },
+      "7: \"expect\" does not go with \"block or unblock\" in one "
+      "step; make it a step of its own" },
     { "UnknownRecipe", step( "recipe = 'setEgrTunelEcnEncap'" ),
       "5: there is no recipe \"setEgrTunelEcnEncap\"; the nearest is setEgrTunnelEcnEncap; "
       "\"cairn-lt list\" shows all" },
@@ -331,14 +329,13 @@ const BadBringup badBringups[] = {
       step( "recipe = 'setOpaqueTagIngress'\narguments = { unit = 0, tagType = 256 }" ),
       "6: setOpaqueTagIngress: tagType: 256 is too large for a uint8_t; write 0 to 255" },
     { "BitmapTooLarge", step( "recipe = 'resetIngEnEfilterBitMap'\narguments = [ 0, 4097 ]" ),
-      "6: resetIngEnEfilterBitMap: bitMapBits: 4097 is too large: the recipe has that many zeros "
-      "to "
-      "hand over; write 0 to 4096" },
+      "6: resetIngEnEfilterBitMap: bitMapBits: 4097 is too large: "
+      "the recipe has that many zeros to hand over; write 0 to 4096" },
     { "ArgumentOfUnknownUnit", step( "recipe = 'setOpaqueTagEgress'\narguments = [ 9 ]" ),
       "6: setOpaqueTagEgress: unit: there is no unit 9; the chips are units 0" },
     { "ArgumentOfUnknownChip",
-      step( "recipe = 'verifyL2IfIngSystemPortTable'\narguments = [ 'lead', 0, 1, 5, 128, 77, true "
-            "]" ),
+      step( "recipe = 'verifyL2IfIngSystemPortTable'\n"
+            "arguments = [ 'lead', 0, 1, 5, 128, 77, true ]" ),
       "6: verifyL2IfIngSystemPortTable: chipInfo: there is no chip \"lead\"; the nearest is leaf" },
     { "NoModule", step( "recipe = 'setVlanXlateMissDrop'" ),
       "5: setVlanXlateMissDrop: it works on the first module, and there is none; describe it as "

@@ -124,28 +124,24 @@ constexpr BadChip badChips[] = {
     { "base = 'nothing'\n[[tables]]\nname = 'T'", "x.toml:2: table T needs a key \"kind\"" },
     { "base = 'nothing'\n[[tables]]\nname = 'T'\nkind = 'table'",
       "x.toml:4: there is no kind \"table\"; write \"logical\", \"register\" or \"memory\"" },
-    { "base = 'nothing'\n[[tables]]\nname = 'T'\nkind = 'memory'\nfields = [ { name = 'F', width = "
-      "1 } ]",
+    { "base = 'nothing'\n[[tables]]\nname = 'T'\nkind = 'memory'\n"
+      "fields = [ { name = 'F', width = 1 } ]",
       "x.toml:3: table T: the name of a memory ends in \"m\"; rename it, or change its kind" },
-    { "base = 'nothing'\n[[tables]]\nname = 'Tm'\nkind = 'memory'\nfields = [\n  { name = 'F' "
-      "},\n]",
+    { "base = 'nothing'\n[[tables]]\nname = 'Tm'\nkind = 'memory'\n"
+      "fields = [\n  { name = 'F' },\n]",
       "x.toml:6: field F needs a key \"width\"" },
-    { "base = 'nothing'\n[[tables]]\nname = 'Tm'\nkind = 'memory'\nfields = [\n  { name = 'F', "
-      "width = 1 },\n"
-      "  { name = 'G', width = 65 },\n]",
+    { "base = 'nothing'\n[[tables]]\nname = 'Tm'\nkind = 'memory'\n"
+      "fields = [\n  { name = 'F', width = 1 },\n  { name = 'G', width = 65 },\n]",
       "x.toml:7: table Tm: field G: width 65 is not possible; give it 1 to 64 bits an element" },
-    { "base = 'nothing'\n[[tables]]\nname = 'Tm'\nkind = 'memory'\nfields = [\n  { name = 'F', "
-      "width = 1, "
-      "symbols = [ 1 ] },\n]",
+    { "base = 'nothing'\n[[tables]]\nname = 'Tm'\nkind = 'memory'\n"
+      "fields = [\n  { name = 'F', width = 1, symbols = [ 1 ] },\n]",
       "x.toml:6: a symbol must be a text, not an integer" },
-    { "base = 'nothing'\n[[tables]]\nname = 'Tm'\nkind = 'memory'\nfields = [ { name = 'F', width "
-      "= 4, "
-      "reset = 'x' } ]",
+    { "base = 'nothing'\n[[tables]]\nname = 'Tm'\nkind = 'memory'\n"
+      "fields = [ { name = 'F', width = 4, reset = 'x' } ]",
       "x.toml:5: field F: reset: \"x\" is not an unsigned number; write it in decimal, or in "
       "hexadecimal after 0x" },
-    { "base = 'reference'\n[[tables]]\nname = 'PC_PORT'\nkind = 'logical'\nfields = [ { name = "
-      "'F', "
-      "width = 1 } ]",
+    { "base = 'reference'\n[[tables]]\nname = 'PC_PORT'\nkind = 'logical'\n"
+      "fields = [ { name = 'F', width = 1 } ]",
       "x.toml:3: there is a table PC_PORT already; remove it first, or rename the new one" },
 };
 

@@ -55,9 +55,8 @@ const BadCommand badCommands[] = {
     { "NoRecipe", { "run" }, "recipe is required" + runHelp },
     { "UnknownRecipe",
       { "run", "setEgrTunnelEcnEncaps", "0", "5", "2" },
-      "there is no recipe \"setEgrTunnelEcnEncaps\"; the nearest is setEgrTunnelEcnEncap; "
-      "\"cairn-lt "
-      "list\" shows all" },
+      "there is no recipe \"setEgrTunnelEcnEncaps\"; the nearest "
+      "is setEgrTunnelEcnEncap; \"cairn-lt list\" shows all" },
     { "HalfARecipe",
       { "run", "setLearn", "0" },
       "there is no recipe \"setLearn\"; there are setLearnCacheEnabled and "
@@ -71,17 +70,15 @@ const BadCommand badCommands[] = {
       "setEgrTunnelEcnEncap takes 3 arguments: unit, index, outerEcn; 4 are given" },
     { "WrongType",
       { "run", "setEgrTunnelEcnEncap", "0", "five", "2" },
-      "setEgrTunnelEcnEncap: index: \"five\" is not a uint32_t; write 0 to 4294967295, in decimal "
-      "or "
-      "in hexadecimal after 0x" },
+      "setEgrTunnelEcnEncap: index: \"five\" is not a uint32_t; "
+      "write 0 to 4294967295, in decimal or in hexadecimal after 0x" },
     { "OutOfRange",
       { "run", "setOpaqueTagIngress", "0", "256" },
       "setOpaqueTagIngress: tagType: 256 is too large for a uint8_t; write 0 to 255" },
     { "BitmapBeyondTheContract",
       { "run", "resetIngEnEfilterBitMap", "0", "4097" },
-      "resetIngEnEfilterBitMap: bitMapBits: 4097 is too large: the recipe has that many zeros to "
-      "hand "
-      "over; write 0 to 4096" },
+      "resetIngEnEfilterBitMap: bitMapBits: 4097 is too large: the "
+      "recipe has that many zeros to hand over; write 0 to 4096" },
     { "UnknownUnit",
       { "run", "setOpaqueTagEgress", "3" },
       "setOpaqueTagEgress: unit: there is no unit 3; the chips are units 0" },
@@ -96,23 +93,21 @@ const BadCommand badCommands[] = {
       "--dump: with --format json the tables are part of the document; leave \"=text\" out" },
     { "BadTrace",
       { "run", "setOpaqueTagEgress", "0", "--trace", "ApiCairn" },
-      "--trace: \"ApiCairn\" is not FACILITY/LEVEL, FACILITY/LOW-HIGH or FACILITY/* with levels 0 "
-      "to "
-      "9, as in ApiCairn/4" },
+      "--trace: \"ApiCairn\" is not FACILITY/LEVEL, FACILITY/LOW-HIGH "
+      "or FACILITY/* with levels 0 to 9, as in ApiCairn/4" },
     { "BadTraceFile",
       { "run", "setOpaqueTagEgress", "0", "--trace-file", "/no/where" },
       "--trace-file: /no/where: can not be written: No such file or directory" },
     { "FaultOfUnknownTable",
       { "run", "setOpaqueTagEgress", "0", "--inject", "op=commit,table=PC_PROT,rc=-1" },
-      "--inject \"op=commit,table=PC_PROT,rc=-1\": there is no table \"PC_PROT\"; the nearest is "
-      "PC_PORT" },
+      "--inject \"op=commit,table=PC_PROT,rc=-1\": there "
+      "is no table \"PC_PROT\"; the nearest is PC_PORT" },
     { "FaultOfUnknownField",
       { "run", "setOpaqueTagEgress", "0", "--inject",
         "op=field_add,table=PC_PORT,field=LANES,rc=-1" },
-      "--inject \"op=field_add,table=PC_PORT,field=LANES,rc=-1\": there is no field \"LANES\"; "
-      "there "
-      "are BCMLT_PT_INDEX, BCMLT_PT_INSTANCE, BCMLT_PT_PORT, PORT_ID, ENABLE, NUM_LANES, SPEED, "
-      "AUTONEG, MAX_FRAME_SIZE, LOOPBACK_MODE and FEC_MODE" },
+      "--inject \"op=field_add,table=PC_PORT,field=LANES,rc=-1\": there is no field "
+      "\"LANES\"; there are BCMLT_PT_INDEX, BCMLT_PT_INSTANCE, BCMLT_PT_PORT, PORT_ID, "
+      "ENABLE, NUM_LANES, SPEED, AUTONEG, MAX_FRAME_SIZE, LOOPBACK_MODE and FEC_MODE" },
     { "FaultOfUnknownUnit",
       { "run", "setOpaqueTagEgress", "0", "--inject", "unit=1,rc=-1" },
       "--inject \"unit=1,rc=-1\": there is no unit 1" },
@@ -428,8 +423,7 @@ TEST( Stop, WhatTheChipRefuses ) {
         R"(bcmlt_entry_field_add( egrTunnelEcnEncapEntry, "OUTER_ECN", outerEcn ))",
         "stopped in step 1 of 1: setEgrTunnelEcnEncap( unit=0, index=5, outerEcn=4 )",
         "bcmlt_entry_field_add entry 1 EGR_TUNNEL_ECN_ENCAPm OUTER_ECN = 4 -> rc -14",
-        "the chip says: EGR_TUNNEL_ECN_ENCAPm.OUTER_ECN: value 4 needs 3 bits, the field has "
-        "2" );
+        "the chip says: EGR_TUNNEL_ECN_ENCAPm.OUTER_ECN: value 4 needs 3 bits, the field has 2" );
 }
 
 // One fault for each kind of operation, in a recipe that makes it.
@@ -490,8 +484,8 @@ const FaultPlace faultPlaces[] = {
     { "ArrayAdd",
       { "resetIngEnEfilterBitMap", "0", "65" },
       "bcmlt_entry_field_array_add",
-      "bcmlt_entry_field_array_add( IngEnEfilterBitmapEntry, \"BITMAP\", 0, memfld_64, bitMapSize "
-      ")" },
+      "bcmlt_entry_field_array_add( IngEnEfilterBitmapEntry, \"BITMAP\", "
+      "0, memfld_64, bitMapSize )" },
     { "FieldGet",
       { "getVxlanDecapAdaptLookup", "0", "5" },
       "bcmlt_entry_field_get",

@@ -155,10 +155,10 @@ TEST_F( State, AFileThatCanNotBeWrittenIsNamed ) {
 
 TEST_F( State, FilesOfAnotherKindAreRefused ) {
     const std::string remedy = "; name another file, or remove this one to start afresh";
-    EXPECT_EQ( refusal( "{}" ),
-               "x.json: not a state file: it does not begin with the format \"cairn-lt chip "
-               "state\"" +
-                   remedy );
+    EXPECT_EQ(
+        refusal( "{}" ),
+        "x.json: not a state file: it does not begin with the format \"cairn-lt chip state\"" +
+            remedy );
     EXPECT_EQ( refusal( R"({"format":"cairn-lt chip state","version":2,"units":[]})" ),
                "x.json: not a state file: version 2 is not known, this program reads version 1" +
                    remedy );

@@ -266,10 +266,9 @@ TEST_F( SweepJudge, AnInvalidHandleIsRefusedAtTheNextCall ) {
     ASSERT_EQ( expected.calls.size(), 2u );
     EXPECT_EQ( expected.calls[1].rc, toInt( Sim::Rc::unknownHandle ) );
     EXPECT_EQ( expected.calls[1].entry, 0u );
-    EXPECT_EQ(
-        Tool::toText( expected ),
-        R"(goes on to bcmlt_entry_field_add( tnlL2VxlanControlEntry, "DEFAULT_NETWORK_SVP", )"
-        "svp ), which is reported and stops" );
+    EXPECT_EQ( Tool::toText( expected ),
+               "goes on to bcmlt_entry_field_add( tnlL2VxlanControlEntry, \"DEFAULT_NETWORK_SVP\", "
+               "svp ), which is reported and stops" );
 }
 
 TEST_F( SweepJudge, HandlesAreAssertedWhereThePlanSaysSo ) {
@@ -300,8 +299,8 @@ TEST_F( SweepJudge, HandlesAreAssertedWhereThePlanSaysSo ) {
     const Tool::SweepExpectation between = expectation( SweepFault::Kind::invalidHandle, 0 );
     stopped.standardError.replace( stopped.standardError.find( ":11:" ), 4, ":15:" );
     EXPECT_EQ( Tool::judge( between, stopped ), Findings() );
-    EXPECT_EQ( judged( "10" ), Findings{ "the assertion stands in line 10, expected behind 10 and "
-                                         "before 11" } );
+    EXPECT_EQ( judged( "10" ), Findings{ "the assertion stands in line 10, "
+                                         "expected behind 10 and before 11" } );
     EXPECT_EQ( judged( "x" ).size(), 1u );
 }
 
