@@ -47,7 +47,7 @@ using Clock = std::chrono::steady_clock;
 class AgainAndAgain final : public Sim::Forwarder {
   public:
     using Forwarder::Forwarder;
-    uint32_t BCMLT_OPCODE_INSERT() noexcept override { return inner().BCMLT_OPCODE_UPDATE(); }
+    std::uint32_t BCMLT_OPCODE_INSERT() noexcept override { return inner().BCMLT_OPCODE_UPDATE(); }
 };
 
 struct Pair {

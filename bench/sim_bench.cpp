@@ -26,25 +26,25 @@ constexpr const char * memory = "EGR_TUNNEL_ECN_ENCAPm";
 
 class InOrder {
   public:
-    explicit InOrder( uint64_t rows ) : rows_( rows ) {}
-    uint64_t next() { return last_ = last_ + 1 < rows_ ? last_ + 1 : 0; }
+    explicit InOrder( std::uint64_t rows ) : rows_( rows ) {}
+    std::uint64_t next() { return last_ = last_ + 1 < rows_ ? last_ + 1 : 0; }
 
   private:
-    uint64_t rows_;
-    uint64_t last_ = 0;
+    std::uint64_t rows_;
+    std::uint64_t last_ = 0;
 };
 
 class AtRandom {
   public:
-    explicit AtRandom( uint64_t rows ) : rows_( rows ) {}
-    uint64_t next() {
+    explicit AtRandom( std::uint64_t rows ) : rows_( rows ) {}
+    std::uint64_t next() {
         state_ = state_ * 6364136223846793005u + 1442695040888963407u;
         return ( state_ >> 32 ) * rows_ >> 32;
     }
 
   private:
-    uint64_t rows_;
-    uint64_t state_ = 1;
+    std::uint64_t rows_;
+    std::uint64_t state_ = 1;
 };
 
 void need( int rc ) {
@@ -57,7 +57,7 @@ void need( int rc ) {
 class Bench {
   public:
     // One row more than is filled: an insert needs a place.
-    explicit Bench( uint32_t rows ) {
+    explicit Bench( std::uint32_t rows ) {
         Sim::Schema schema = Sim::referenceSchema();
         const std::string trouble = schema.resize( logicalTable, { .rows = rows + 1 } ) +
                                     schema.resize( memory, { .rows = rows + 1 } );
@@ -68,8 +68,8 @@ class Bench {
         chip_.addUnit( 0, schema );
     }
 
-    void logical( uint32_t opcode, uint64_t key, uint64_t value ) {
-        uint32_t entry = chip_.BCMLT_INVALID_HDL();
+    void logical( std::uint32_t opcode, std::uint64_t key, std::uint64_t value ) {
+        std::uint32_t entry = chip_.BCMLT_INVALID_HDL();
         need( chip_.bcmlt_entry_allocate( 0, logicalTable, &entry ) );
         need( chip_.bcmlt_entry_field_add( entry, "SYSTEM_SOURCE", key ) );
         need( chip_.bcmlt_entry_field_add( entry, "L2_IIF", value & 0xFFFF ) );
@@ -77,8 +77,8 @@ class Bench {
         need( chip_.bcmlt_entry_free( entry ) );
     }
 
-    void modify( uint64_t index, uint64_t value ) {
-        uint32_t entry = chip_.BCMLT_INVALID_HDL();
+    void modify( std::uint64_t index, std::uint64_t value ) {
+        std::uint32_t entry = chip_.BCMLT_INVALID_HDL();
         need( chip_.bcmlt_entry_allocate( 0, memory, &entry ) );
         need( chip_.bcmlt_entry_field_add( entry, "BCMLT_PT_INDEX", index ) );
         need( chip_.bcmlt_entry_field_add( entry, "OUTER_ECN", value & 3 ) );
@@ -87,14 +87,14 @@ class Bench {
         need( chip_.bcmlt_entry_free( entry ) );
     }
 
-    void fillLogical( uint64_t rows ) {
-        for ( uint64_t row = 0; row < rows; ++row ) {
+    void fillLogical( std::uint64_t rows ) {
+        for ( std::uint64_t row = 0; row < rows; ++row ) {
             logical( chip_.BCMLT_OPCODE_INSERT(), row, row );
         }
     }
 
-    void fillMemory( uint64_t rows ) {
-        for ( uint64_t row = 0; row < rows; ++row ) {
+    void fillMemory( std::uint64_t rows ) {
+        for ( std::uint64_t row = 0; row < rows; ++row ) {
             modify( row, row );
         }
     }
@@ -105,8 +105,8 @@ class Bench {
     Sim::Chip chip_;
 };
 
-uint64_t rowsOf( const benchmark::State & state ) {
-    return static_cast<uint64_t>( state.range( 0 ) );
+std::uint64_t rowsOf( const benchmark::State & state ) {
+    return static_cast<std::uint64_t>( state.range( 0 ) );
 }
 
 std::size_t allocatedBytes() {
@@ -120,7 +120,7 @@ void fill( benchmark::State & state, Fill && fillTable ) {
     double bytes = 0;
     for ( auto _ : state ) {
         state.PauseTiming();
-        auto bench = std::make_unique<Bench>( static_cast<uint32_t>( rowsOf( state ) ) );
+        auto bench = std::make_unique<Bench>( static_cast<std::uint32_t>( rowsOf( state ) ) );
         const std::size_t before = allocatedBytes();
         state.ResumeTiming();
         fillTable( *bench );
@@ -146,11 +146,11 @@ void fillMemory( benchmark::State & state ) {
 // Two visits: takes a row out and puts it back, so that the table keeps its size.
 template <typename Order>
 void deleteInsert( benchmark::State & state ) {
-    Bench bench( static_cast<uint32_t>( rowsOf( state ) ) );
+    Bench bench( static_cast<std::uint32_t>( rowsOf( state ) ) );
     bench.fillLogical( rowsOf( state ) );
     Order rows( rowsOf( state ) );
     for ( auto _ : state ) {
-        const uint64_t row = rows.next();
+        const std::uint64_t row = rows.next();
         bench.logical( bench.chip().BCMLT_OPCODE_DELETE(), row, row );
         bench.logical( bench.chip().BCMLT_OPCODE_INSERT(), row, row );
     }
@@ -158,7 +158,7 @@ void deleteInsert( benchmark::State & state ) {
 
 template <typename Order>
 void lookup( benchmark::State & state ) {
-    Bench bench( static_cast<uint32_t>( rowsOf( state ) ) );
+    Bench bench( static_cast<std::uint32_t>( rowsOf( state ) ) );
     bench.fillLogical( rowsOf( state ) );
     Order rows( rowsOf( state ) );
     for ( auto _ : state ) {
@@ -168,22 +168,22 @@ void lookup( benchmark::State & state ) {
 
 template <typename Order>
 void update( benchmark::State & state ) {
-    Bench bench( static_cast<uint32_t>( rowsOf( state ) ) );
+    Bench bench( static_cast<std::uint32_t>( rowsOf( state ) ) );
     bench.fillLogical( rowsOf( state ) );
     Order rows( rowsOf( state ) );
     for ( auto _ : state ) {
-        const uint64_t row = rows.next();
+        const std::uint64_t row = rows.next();
         bench.logical( bench.chip().BCMLT_OPCODE_UPDATE(), row, row + 1 );
     }
 }
 
 template <typename Order>
 void modify( benchmark::State & state ) {
-    Bench bench( static_cast<uint32_t>( rowsOf( state ) ) );
+    Bench bench( static_cast<std::uint32_t>( rowsOf( state ) ) );
     bench.fillMemory( rowsOf( state ) );
     Order rows( rowsOf( state ) );
     for ( auto _ : state ) {
-        const uint64_t row = rows.next();
+        const std::uint64_t row = rows.next();
         bench.modify( row, row );
     }
 }
@@ -191,9 +191,9 @@ void modify( benchmark::State & state ) {
 // One read, which has to be finished before the next one begins.
 void bareArray( benchmark::State & state ) {
     constexpr std::size_t wordsPerRow = 4; // as in a half-full table of two words a row
-    const std::vector<uint64_t> words( rowsOf( state ) * wordsPerRow, 0 );
+    const std::vector<std::uint64_t> words( rowsOf( state ) * wordsPerRow, 0 );
     AtRandom rows( rowsOf( state ) );
-    uint64_t word = 0;
+    std::uint64_t word = 0;
     for ( auto _ : state ) {
         word = words[( rows.next() + word ) * wordsPerRow];
         benchmark::DoNotOptimize( word );

@@ -19,19 +19,19 @@
 namespace {
 
 const CairnCentral::ChipInfo chipInfo( "bench", 1, 0, 0 );
-constexpr uint32_t maxPorts = 255;
+constexpr std::uint32_t maxPorts = 255;
 
 /// 255 ports a module, numbered from 1, so that no two mappings meet.
-uint32_t moduleOf( uint32_t mapping ) { return mapping / 255; }
-uint32_t portOf( uint32_t mapping ) { return 1 + mapping % 255; }
+std::uint32_t moduleOf( std::uint32_t mapping ) { return mapping / 255; }
+std::uint32_t portOf( std::uint32_t mapping ) { return 1 + mapping % 255; }
 
-void program( uint32_t mapping, bool op ) {
+void program( std::uint32_t mapping, bool op ) {
     Cairn::programL2IfIngSystemPortTable( chipInfo, 0, moduleOf( mapping ), portOf( mapping ),
-                                          maxPorts, static_cast<uint16_t>( mapping ), op );
+                                          maxPorts, static_cast<std::uint16_t>( mapping ), op );
 }
 
 void systemPorts( benchmark::State & state ) {
-    const auto count = static_cast<uint32_t>( state.range( 0 ) );
+    const auto count = static_cast<std::uint32_t>( state.range( 0 ) );
     Sim::Chip chip;
     chip.addUnit( 0, Sim::referenceSchema() );
     Shim::sdk_ = &chip;
@@ -41,22 +41,22 @@ void systemPorts( benchmark::State & state ) {
     const std::lock_guard lock( Kiln::activityLock() );
 
     // Once without a clock, so that the chip's own storage has grown.
-    for ( uint32_t mapping = 0; mapping < count; ++mapping )
+    for ( std::uint32_t mapping = 0; mapping < count; ++mapping )
         program( mapping, true );
-    for ( uint32_t mapping = 0; mapping < count; ++mapping )
+    for ( std::uint32_t mapping = 0; mapping < count; ++mapping )
         program( mapping, false );
 
-    const uint64_t before = Support::allocations();
+    const std::uint64_t before = Support::allocations();
     for ( auto _ : state ) {
-        for ( uint32_t mapping = 0; mapping < count; ++mapping )
+        for ( std::uint32_t mapping = 0; mapping < count; ++mapping )
             program( mapping, true );
-        for ( uint32_t mapping = 0; mapping < count; ++mapping ) {
-            if ( !Cairn::verifyL2IfIngSystemPortTable( chipInfo, 0, moduleOf( mapping ),
-                                                       portOf( mapping ), maxPorts,
-                                                       static_cast<uint16_t>( mapping ), true ) )
+        for ( std::uint32_t mapping = 0; mapping < count; ++mapping ) {
+            if ( !Cairn::verifyL2IfIngSystemPortTable(
+                     chipInfo, 0, moduleOf( mapping ), portOf( mapping ), maxPorts,
+                     static_cast<std::uint16_t>( mapping ), true ) )
                 std::abort();
         }
-        for ( uint32_t mapping = 0; mapping < count; ++mapping )
+        for ( std::uint32_t mapping = 0; mapping < count; ++mapping )
             program( mapping, false );
     }
     const double recipes = static_cast<double>( state.iterations() ) * count * 3;

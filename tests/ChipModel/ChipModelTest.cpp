@@ -46,7 +46,7 @@ TEST( ChipInfo, CopiesAreEqualAndEachMemberCounts ) {
 // ----------------------------------------------------------------------------------------
 
 struct HN_Test {
-    using Key = uint16_t;
+    using Key = std::uint16_t;
     using Value = std::string;
 };
 using Map = Kiln::HashMap2018<HN_Test>;
@@ -73,7 +73,7 @@ TEST( HashMap, FindsWhatWasSetAndNothingElse ) {
 TEST( HashMap, IteratesInTheOrderInWhichKeysWereFirstSet ) {
     Map map;
     for ( const int key : { 9, 1, 5, 3 } )
-        map.set( static_cast<uint16_t>( key ), "a" );
+        map.set( static_cast<std::uint16_t>( key ), "a" );
     map.set( 1, "b" );
     EXPECT_EQ( contents( map ), ( std::vector<std::string>{ "9a", "1b", "5a", "3a" } ) );
 }
@@ -81,7 +81,7 @@ TEST( HashMap, IteratesInTheOrderInWhichKeysWereFirstSet ) {
 TEST( HashMap, ErasesAtBothEndsAndInTheMiddle ) {
     Map map;
     for ( const int key : { 1, 2, 3, 4 } )
-        map.set( static_cast<uint16_t>( key ), "" );
+        map.set( static_cast<std::uint16_t>( key ), "" );
     EXPECT_TRUE( map.erase( 2 ) );
     EXPECT_FALSE( map.erase( 2 ) );
     EXPECT_EQ( contents( map ), ( std::vector<std::string>{ "1", "3", "4" } ) );
@@ -101,7 +101,7 @@ TEST( HashMap, IteratorsSurviveChangesElsewhere ) {
     auto element = map.begin();
     map.erase( 2 );
     for ( int key = 3; key < 1000; ++key )
-        map.set( static_cast<uint16_t>( key ), "" );
+        map.set( static_cast<std::uint16_t>( key ), "" );
     EXPECT_EQ( element->key, 1 );
     EXPECT_EQ( ( ++element )->key, 3 );
 }
@@ -244,8 +244,8 @@ using Sysport = ChipModel;
 using SysportDeathTest = ChipModel;
 using CairnCentral::SYSPORT_FROM_MODPORT;
 
-std::string reportsOf( const ChipInfo & chip, uint16_t modId, uint16_t port, uint32_t maxPorts,
-                       int32_t expected ) {
+std::string reportsOf( const ChipInfo & chip, std::uint16_t modId, std::uint16_t port,
+                       std::uint32_t maxPorts, std::int32_t expected ) {
     testing::internal::CaptureStderr();
     EXPECT_EQ( SYSPORT_FROM_MODPORT( chip, modId, port, maxPorts ), expected );
     return testing::internal::GetCapturedStderr();
@@ -289,7 +289,7 @@ TEST_F( Sysport, FeatureNumbersThePortsItself ) {
 
 TEST_F( Sysport, HighestModuleKeepsItsBits ) {
     EXPECT_EQ( reportsOf( chip, 0xFFFF, 0xFF, 128, 0xFFFFFF ), "" );
-    EXPECT_EQ( static_cast<uint32_t>( SYSPORT_FROM_MODPORT( chip, 0, 0, 0xFFFFFFFFu ) ),
+    EXPECT_EQ( static_cast<std::uint32_t>( SYSPORT_FROM_MODPORT( chip, 0, 0, 0xFFFFFFFFu ) ),
                0xFFFFFFFFu );
 }
 

@@ -56,9 +56,9 @@ class OpenTrace {
 TEST_F( Budget, RecipesAllocateNothingButTheTableNamesThatTheyBuild ) {
     // A text of more than a few characters is two pieces of memory when it is shared, and one when
     // not.
-    const std::map<std::string_view, uint64_t> names{ { "setLoadBalanceRandSeedCtrl", 3 * 2 },
-                                                      { "setLoadBalanceRandSeedMem", 3 * 2 },
-                                                      { "setEmRobustHashDisable", 5 } };
+    const std::map<std::string_view, std::uint64_t> names{ { "setLoadBalanceRandSeedCtrl", 3 * 2 },
+                                                           { "setLoadBalanceRandSeedMem", 3 * 2 },
+                                                           { "setEmRobustHashDisable", 5 } };
     const OpenTrace trace;
     const Tool::Model model =
         Tool::defaultModel( { Tool::defaultChip( 0, Sim::referenceSchema(), "reference" ) } );
@@ -71,13 +71,13 @@ TEST_F( Budget, RecipesAllocateNothingButTheTableNamesThatTheyBuild ) {
             texts.back() = "1";
         const auto arguments = Tool::parseArguments( recipe, texts, model );
         recipe.invoke( arguments, state );
-        const uint64_t before = Support::allocations();
+        const std::uint64_t before = Support::allocations();
         recipe.invoke( arguments, state );
-        const uint64_t taken = Support::allocations() - before;
+        const std::uint64_t taken = Support::allocations() - before;
         const auto allowed = names.find( recipe.name );
         EXPECT_EQ( taken, allowed == names.end() ? 0u : allowed->second ) << recipe.name;
     }
-    const uint64_t before = Support::allocations();
+    const std::uint64_t before = Support::allocations();
     ::operator delete( ::operator new( 1 ) );
     EXPECT_EQ( Support::allocations() - before, 1u ) << "allocations are counted";
 }
@@ -93,15 +93,15 @@ struct Counted {
 const Counted * counted = nullptr;
 void runCounted() { counted->recipe->invoke( counted->arguments, counted->state ); }
 
-std::optional<uint64_t> instructions( const Counted & what ) {
+std::optional<std::uint64_t> instructions( const Counted & what ) {
     counted = &what;
     return Support::countInstructions( runCounted );
 }
 
 // The operations of the SDK, and how often "CairnLtHelper" was asked for a message or a line.
 struct Made {
-    uint64_t calls = 0;
-    uint64_t lines = 0;
+    std::uint64_t calls = 0;
+    std::uint64_t lines = 0;
 };
 
 Made made( const Counted & what ) {
@@ -138,11 +138,11 @@ TEST_F( Budget, GuardAddsAtMostTwelveInstructionsToEachCallOfEachRecipe ) {
         const Counted bare{ &bareRecipes()[i], arguments, state };
         const Made expected = made( guarded );
         ASSERT_GT( expected.calls, 0u ) << recipe.name;
-        const uint64_t limit = expected.calls * 12 + expected.lines * 60;
+        const std::uint64_t limit = expected.calls * 12 + expected.lines * 60;
         // What the C library does once in a while (it binds a symbol, it tidies its heap) adds to a
         // count and never takes from it, so that a count that is off is made anew.
-        uint64_t withGuard = UINT64_MAX;
-        uint64_t without = UINT64_MAX;
+        std::uint64_t withGuard = UINT64_MAX;
+        std::uint64_t without = UINT64_MAX;
         for ( int attempt = 0; attempt < 3; ++attempt ) {
             const auto guardedCount = instructions( guarded );
             const auto bareCount = instructions( bare );

@@ -29,8 +29,8 @@ class CrowdedSdk final : public Sim::Forwarder {
   public:
     CrowdedSdk() : Forwarder( chip ) {}
 
-    int bcmlt_entry_field_add( uint32_t handle, const char * field,
-                               uint64_t value ) noexcept override {
+    int bcmlt_entry_field_add( std::uint32_t handle, const char * field,
+                               std::uint64_t value ) noexcept override {
         const int inside = ++inside_;
         int most = mostInside.load();
         while ( inside > most && !mostInside.compare_exchange_weak( most, inside ) ) {
@@ -113,16 +113,16 @@ class Concurrency : public ::testing::Test {
 
 constexpr int threadCount = 4;
 
-uint32_t rowOf( int thread, int round ) {
-    return static_cast<uint32_t>( thread * 64 + round % 64 );
+std::uint32_t rowOf( int thread, int round ) {
+    return static_cast<std::uint32_t>( thread * 64 + round % 64 );
 }
 
 TEST_F( Concurrency, OtherThreadsGetInWhileTheLockIsGivenUp ) {
     sdk.waitForCompany = true;
     onThreads( threadCount, 100, []( int thread, int round ) {
         const std::lock_guard lock( Kiln::activityLock() );
-        Cairn::setVxlanDecapAdaptLookup( 0, static_cast<uint32_t>( thread ), round % 2 == 0 );
-        EXPECT_EQ( Cairn::getVxlanDecapAdaptLookup( 0, static_cast<uint32_t>( thread ) ),
+        Cairn::setVxlanDecapAdaptLookup( 0, static_cast<std::uint32_t>( thread ), round % 2 == 0 );
+        EXPECT_EQ( Cairn::getVxlanDecapAdaptLookup( 0, static_cast<std::uint32_t>( thread ) ),
                    round % 2 == 0 );
     } );
     EXPECT_GT( sdk.mostInside.load(), 1 );
@@ -151,7 +151,7 @@ TEST_F( Concurrency, InterpreterLockIsGivenUpAroundEachCall ) {
         // The interpreter calls into the agent: its lock is taken first.
         Kiln::activityLock().lock();
         interpreter.acquire();
-        Cairn::setVxlanDecapAdaptLookup( 0, static_cast<uint32_t>( thread ), true );
+        Cairn::setVxlanDecapAdaptLookup( 0, static_cast<std::uint32_t>( thread ), true );
         EXPECT_TRUE( interpreter.heldByThisThread() );
         EXPECT_TRUE( Kiln::activityLock().heldByThisThread() );
         interpreter.release();
@@ -177,7 +177,7 @@ TEST_F( Concurrency, LevelMasksMayChangeWhileRecipesRun ) {
     } );
     onThreads( threadCount, 100, []( int, int round ) {
         const std::lock_guard lock( Kiln::activityLock() );
-        Cairn::setLoadBalanceRandSeedCtrl( 0, static_cast<uint32_t>( round ) );
+        Cairn::setLoadBalanceRandSeedCtrl( 0, static_cast<std::uint32_t>( round ) );
         Cairn::setEmRobustHashDisable( 0 );
     } );
     done = true;
@@ -196,7 +196,7 @@ TEST_F( Concurrency, ThreadsRegisterTheSameMessagesEachInAFileOfItsOwn ) {
     Fleetlog::openDefault( options );
     onThreads( threadCount, 50, []( int, int round ) {
         const std::lock_guard lock( Kiln::activityLock() );
-        Cairn::setLoadBalanceRandSeedMem( 0, static_cast<uint32_t>( round ) );
+        Cairn::setLoadBalanceRandSeedMem( 0, static_cast<std::uint32_t>( round ) );
         Cairn::setFlexctrIngressCounterActionEnable( 0 );
         Cairn::enable1BitEccRpt( 0, "ING_EN_EFILTER_BITMAPm", true );
     } );

@@ -10,7 +10,7 @@
 // Any bytes as a bring-up file: refused with a message that names the file, or a bring-up whose
 // steps can be told.
 
-extern "C" int LLVMFuzzerTestOneInput( const uint8_t * data, std::size_t size ) {
+extern "C" int LLVMFuzzerTestOneInput( const std::uint8_t * data, std::size_t size ) {
     static const Sim::Schema chip = Sim::referenceSchema();
     const std::string_view contents( reinterpret_cast<const char *>( data ), size );
     try {

@@ -10,7 +10,7 @@
 // Any bytes as a chip file: refused with a message that names the file and the line, or a chip that
 // can be built.
 
-extern "C" int LLVMFuzzerTestOneInput( const uint8_t * data, std::size_t size ) {
+extern "C" int LLVMFuzzerTestOneInput( const std::uint8_t * data, std::size_t size ) {
     const std::string_view contents( reinterpret_cast<const char *>( data ), size );
     try {
         if ( !Tool::parseChipFile( contents, "x.toml" ).check().empty() )

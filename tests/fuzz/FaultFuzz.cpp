@@ -8,7 +8,7 @@
 // Any bytes as an injection rule: refused with a message, or a fault that makes sense and reads
 // back from its own text.
 
-extern "C" int LLVMFuzzerTestOneInput( const uint8_t * data, std::size_t size ) {
+extern "C" int LLVMFuzzerTestOneInput( const std::uint8_t * data, std::size_t size ) {
     const std::string_view text( reinterpret_cast<const char *>( data ), size );
     const Sim::ParsedFault parsed = Sim::parseFault( text );
     if ( parsed.fault.has_value() != parsed.error.empty() )

@@ -10,7 +10,7 @@
 // Any bytes as a state file: refused with a message that names the file, or schemas that a chip can
 // be built of.
 
-extern "C" int LLVMFuzzerTestOneInput( const uint8_t * data, std::size_t size ) {
+extern "C" int LLVMFuzzerTestOneInput( const std::uint8_t * data, std::size_t size ) {
     const std::string_view contents( reinterpret_cast<const char *>( data ), size );
     try {
         for ( const Tool::KeptUnit & kept : Tool::parseState( contents, "x.json" ) ) {

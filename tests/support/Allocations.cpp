@@ -6,12 +6,12 @@
 
 namespace {
 
-std::atomic<uint64_t> count{ 0 };
+std::atomic<std::uint64_t> count{ 0 };
 thread_local bool outOfMemory = false;
 
 } // namespace
 
-uint64_t Support::allocations() noexcept { return count.load( std::memory_order_relaxed ); }
+std::uint64_t Support::allocations() noexcept { return count.load( std::memory_order_relaxed ); }
 
 Support::NoMemory::NoMemory() noexcept { outOfMemory = true; }
 Support::NoMemory::~NoMemory() { outOfMemory = false; }

@@ -6,7 +6,7 @@ namespace Support {
 
 /// How often the process has taken memory from the heap, on all threads. Programs that link the
 /// object library cairn_allocations have a counting operator new.
-uint64_t allocations() noexcept;
+std::uint64_t allocations() noexcept;
 
 /// While one lives, the calling thread gets no memory from operator new: it throws. Not nested.
 class NoMemory {

@@ -5,38 +5,44 @@ namespace {
 class QuietSdk final : public Shim::Sdk {
   public:
     const char * errmsg( int ) noexcept override { return ""; }
-    uint32_t BCMLT_ENT_ATTR_GET_FROM_HW() noexcept override { return 1; }
-    uint32_t BCMLT_OPCODE_DELETE() noexcept override { return 2; }
-    uint32_t BCMLT_OPCODE_INSERT() noexcept override { return 3; }
-    uint32_t BCMLT_OPCODE_LOOKUP() noexcept override { return lookup; }
-    uint32_t BCMLT_OPCODE_UPDATE() noexcept override { return 5; }
-    uint32_t BCMLT_PRIORITY_NORMAL() noexcept override { return 6; }
-    uint32_t BCMLT_PT_OPCODE_GET() noexcept override { return 7; }
-    uint32_t BCMLT_PT_OPCODE_MODIFY() noexcept override { return 8; }
-    uint32_t BCMLT_PT_OPCODE_SET() noexcept override { return 9; }
-    int bcmlt_entry_allocate( int, const char *, uint32_t * handle ) noexcept override {
+    std::uint32_t BCMLT_ENT_ATTR_GET_FROM_HW() noexcept override { return 1; }
+    std::uint32_t BCMLT_OPCODE_DELETE() noexcept override { return 2; }
+    std::uint32_t BCMLT_OPCODE_INSERT() noexcept override { return 3; }
+    std::uint32_t BCMLT_OPCODE_LOOKUP() noexcept override { return lookup; }
+    std::uint32_t BCMLT_OPCODE_UPDATE() noexcept override { return 5; }
+    std::uint32_t BCMLT_PRIORITY_NORMAL() noexcept override { return 6; }
+    std::uint32_t BCMLT_PT_OPCODE_GET() noexcept override { return 7; }
+    std::uint32_t BCMLT_PT_OPCODE_MODIFY() noexcept override { return 8; }
+    std::uint32_t BCMLT_PT_OPCODE_SET() noexcept override { return 9; }
+    int bcmlt_entry_allocate( int, const char *, std::uint32_t * handle ) noexcept override {
         *handle = 1;
         return 0;
     }
-    int bcmlt_entry_attrib_set( uint32_t, uint32_t ) noexcept override { return 0; }
-    int bcmlt_entry_commit( uint32_t, uint32_t opcode, uint32_t ) noexcept override {
+    int bcmlt_entry_attrib_set( std::uint32_t, std::uint32_t ) noexcept override { return 0; }
+    int bcmlt_entry_commit( std::uint32_t, std::uint32_t opcode, std::uint32_t ) noexcept override {
         return opcode == lookup ? -1 : 0;
     }
-    int bcmlt_entry_field_add( uint32_t, const char *, uint64_t ) noexcept override { return 0; }
-    int bcmlt_entry_field_array_add( uint32_t, const char *, uint32_t, const uint64_t *,
-                                     uint32_t ) noexcept override {
+    int bcmlt_entry_field_add( std::uint32_t, const char *, std::uint64_t ) noexcept override {
         return 0;
     }
-    int bcmlt_entry_field_get( uint32_t, const char *, uint64_t * value ) noexcept override {
+    int bcmlt_entry_field_array_add( std::uint32_t, const char *, std::uint32_t,
+                                     const std::uint64_t *, std::uint32_t ) noexcept override {
+        return 0;
+    }
+    int bcmlt_entry_field_get( std::uint32_t, const char *,
+                               std::uint64_t * value ) noexcept override {
         *value = 1;
         return 0;
     }
-    int bcmlt_entry_field_symbol_add( uint32_t, const char *, const char * ) noexcept override {
+    int bcmlt_entry_field_symbol_add( std::uint32_t, const char *,
+                                      const char * ) noexcept override {
         return 0;
     }
-    int bcmlt_entry_free( uint32_t ) noexcept override { return 0; }
-    int bcmlt_pt_entry_commit( uint32_t, uint32_t, uint32_t ) noexcept override { return 0; }
-    uint32_t BCMLT_INVALID_HDL() noexcept override { return 0; }
+    int bcmlt_entry_free( std::uint32_t ) noexcept override { return 0; }
+    int bcmlt_pt_entry_commit( std::uint32_t, std::uint32_t, std::uint32_t ) noexcept override {
+        return 0;
+    }
+    std::uint32_t BCMLT_INVALID_HDL() noexcept override { return 0; }
     const char * ENABLEs() noexcept override { return "ENABLE"; }
     const char * NUM_LANESs() noexcept override { return "NUM_LANES"; }
     const char * PC_PHYS_PORT_IDs() noexcept override { return "PC_PHYS_PORT_ID"; }
@@ -48,7 +54,7 @@ class QuietSdk final : public Shim::Sdk {
     void failureHook() noexcept override {}
 
   private:
-    static constexpr uint32_t lookup = 4;
+    static constexpr std::uint32_t lookup = 4;
 };
 
 QuietSdk sdk;

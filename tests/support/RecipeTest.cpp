@@ -41,7 +41,7 @@ std::string operationText( const Sim::Event & event ) {
     case SdkCall::entryFieldArrayAdd: {
         std::string text =
             "array " + event.field + "[" + std::to_string( event.startIndex ) + "] =";
-        for ( const uint64_t value : event.values )
+        for ( const std::uint64_t value : event.values )
             text += " " + std::to_string( value );
         return text + " count " + std::to_string( event.count );
     }
@@ -127,7 +127,7 @@ void Script::line( int level, const std::string & text ) {
 }
 
 Cairn::CairnCommonSmData::Ptr
-sharedState( std::initializer_list<std::pair<uint16_t, const char *>> modules ) {
+sharedState( std::initializer_list<std::pair<std::uint16_t, const char *>> modules ) {
     auto state = Nacre::make<Cairn::CairnCommonSmData>();
     for ( const auto & [module, chipName] : modules ) {
         Cairn::CairnModInfo info;
@@ -197,7 +197,7 @@ void RecipeTest::useSchema( const Sim::Schema & schema ) {
 }
 
 void RecipeTest::putRow( int unit, const std::string & table,
-                         std::initializer_list<std::pair<const char *, uint64_t>> fields ) {
+                         std::initializer_list<std::pair<const char *, std::uint64_t>> fields ) {
     Sim::RowImage row;
     size_t found = 0;
     for ( const auto & field : chip().schema( unit )->find( table )->fields ) {
@@ -422,7 +422,7 @@ void RecipeTest::expectHandleAssertion( const std::string & pretty,
 
 void RecipeTest::expectMessagesAtTheirLevels( const Script & script,
                                               const std::function<void()> & recipe ) {
-    for ( uint32_t level = 0; level < Kiln::TraceFacility::levelCount; ++level ) {
+    for ( std::uint32_t level = 0; level < Kiln::TraceFacility::levelCount; ++level ) {
         SCOPED_TRACE( "level " + std::to_string( level ) );
         useSchema( Sim::referenceSchema() );
         Kiln::traceOff();
@@ -440,14 +440,14 @@ void RecipeTest::expectMessagesAtTheirLevels( const Script & script,
 
 bool RecipeTest::isBlocked( const CairnCentral::ChipInfo & chipInfo,
                             CairnCentral::BringupStage stage ) noexcept {
-    const auto number = static_cast<uint32_t>( stage );
+    const auto number = static_cast<std::uint32_t>( stage );
     note( "isBlocked " + std::string( chipInfo.name().view() ) + " " + std::to_string( number ) );
     return std::count( blockedStages.begin(), blockedStages.end(), number ) != 0;
 }
 
 bool RecipeTest::isUnblocked( const CairnCentral::ChipInfo & chipInfo,
                               CairnCentral::BringupStage stage ) noexcept {
-    const auto number = static_cast<uint32_t>( stage );
+    const auto number = static_cast<std::uint32_t>( stage );
     note( "isUnblocked " + std::string( chipInfo.name().view() ) + " " + std::to_string( number ) );
     return std::count( blockedStages.begin(), blockedStages.end(), number ) == 0 &&
            std::count( neitherStages.begin(), neitherStages.end(), number ) == 0;

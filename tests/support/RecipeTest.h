@@ -129,7 +129,7 @@ std::string assertion( const std::string & expression, const std::string & prett
 
 /// A shared state with these modules: module id (which is the unit) and the name of the chip.
 Cairn::CairnCommonSmData::Ptr
-sharedState( std::initializer_list<std::pair<uint16_t, const char *>> modules );
+sharedState( std::initializer_list<std::pair<std::uint16_t, const char *>> modules );
 
 /// Opens with unit 0 (and `unit` 3) of the reference chip installed, the activity lock held, all
 /// trace levels of both handles on.
@@ -157,7 +157,7 @@ class RecipeTest : public ::testing::Test,
     /// Puts a row into a logical table behind the SDK's back, with these fields, key fields among
     /// them; other fields hold what they do before anybody wrote them.
     void putRow( int unit, const std::string & table,
-                 std::initializer_list<std::pair<const char *, uint64_t>> fields );
+                 std::initializer_list<std::pair<const char *, std::uint64_t>> fields );
 
     /// What happened since the test began or clearLog() was called.
     const std::vector<std::string> & log() const { return log_; }
@@ -199,11 +199,11 @@ class RecipeTest : public ::testing::Test,
     const std::vector<int> & sourceLines() const { return sourceLines_; }
 
     /// The handles that were allocated, in order.
-    const std::vector<uint32_t> & handles() const { return handles_; }
+    const std::vector<std::uint32_t> & handles() const { return handles_; }
 
     /// Which stages the chip is blocked at; unblocked is the opposite unless set.
-    std::vector<uint32_t> blockedStages;
-    std::vector<uint32_t> neitherStages; ///< both questions are answered with false
+    std::vector<std::uint32_t> blockedStages;
+    std::vector<std::uint32_t> neitherStages; ///< both questions are answered with false
 
     /// Called with each entry of the log, for a test that changes something at that moment.
     std::function<void( const std::string & )> onEntry;
@@ -227,7 +227,7 @@ class RecipeTest : public ::testing::Test,
     std::unique_ptr<Sim::Recorder> recorder_;
     std::vector<std::string> log_;
     std::vector<int> sourceLines_;
-    std::vector<uint32_t> handles_;
+    std::vector<std::uint32_t> handles_;
     bool interpreterHeld_ = false;
     int logPipe_ = -1; ///< in the child of stopOf(): where the log goes as well
 };
