@@ -6,7 +6,7 @@
 
 build_packages=( g++ cmake ninja-build pkg-config
     libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libfmt-dev )
-test_packages=( libgtest-dev libbenchmark-dev binutils file )
+test_packages=( libgtest-dev libbenchmark-dev binutils file python3 )
 all_packages=( clang-14 clang libclang-rt-14-dev valgrind )
 
 install_packages() {

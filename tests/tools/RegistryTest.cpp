@@ -17,18 +17,17 @@ namespace {
 using Tool::ArgumentType;
 using Tool::Recipe;
 
-TEST( Registry, HoldsFortySevenRecipesAndNoneTwice ) {
+TEST( Registry, HoldsEachRecipeOnce ) {
     std::set<std::string_view> names;
     for ( const Recipe & recipe : Tool::recipes() )
         EXPECT_TRUE( names.insert( recipe.name ).second ) << recipe.name;
-    EXPECT_EQ( names.size(), 47u );
 }
 
 TEST( Registry, HoldsWhatTheLibraryExports ) {
     // "Cairn::setEgrTunnelEcnEncap(unsigned int, unsigned int, unsigned int)"
     std::set<std::string> exported;
     for ( std::string line :
-          ToolTest::lines( ToolTest::contents( SOURCE_TREE "/tests/library/exports.txt" ) ) ) {
+          ToolTest::lines( ToolTest::contents( SOURCE_TREE "/Cairn/exports.map" ) ) ) {
         const auto scope = line.find( "Cairn::" );
         const auto parenthesis = line.find( '(' );
         if ( scope != std::string::npos && parenthesis != std::string::npos )

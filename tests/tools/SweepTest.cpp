@@ -46,7 +46,6 @@ TEST( SweepPlan, EveryRecipeHasACaseOfItsOwnName ) {
             << each.recipe << ": " << each.name << " is there twice";
     }
     EXPECT_EQ( recipes.size(), Tool::recipes().size() );
-    EXPECT_EQ( recipes.size(), 47u );
 }
 
 TEST( SweepPlan, CasesStateHowTheyEnd ) {
@@ -548,7 +547,8 @@ TEST( Sweep, SaysWhatAChipRefusesByItself ) {
     EXPECT_NE( run.out.find( "left out: what has to come before it stops: Cairn/CairnLtHelper:" ),
                std::string::npos );
     const std::string last = ToolTest::lines( run.out ).back();
-    for ( const char * part : { "47 recipes, ", ": all as expected; ",
+    const std::string recipes = std::to_string( Tool::recipes().size() ) + " recipes, ";
+    for ( const char * part : { recipes.c_str(), ": all as expected; ",
                                 " cases that the chip itself refuses; ", " cases left out" } )
         EXPECT_NE( last.find( part ), std::string::npos ) << last;
 }
