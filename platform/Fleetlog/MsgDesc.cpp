@@ -47,15 +47,14 @@ MsgDesc & MsgDesc::operator<<( const char * piece ) noexcept {
 }
 
 void MsgDesc::finish() noexcept {
-    beginPieces();
-    const bool written = write();
-    if ( header_.id >= TraceFile::maxSites )
+    // Sites beyond the table come here with each message.
+    if ( file_->isRegistered( header_.id ) )
         return;
-    if ( !written && file_->memory_ != nullptr )
+    beginPieces();
+    if ( !write() && file_->memory_ != nullptr )
         ++file_->header().unregistered;
-    // Without its descriptor, too: else each message of the site would come here.
-    file_->initialised_[header_.id] = 1;
-    file_->initialisedLength_ = std::max( file_->initialisedLength_, header_.id + 1 );
+    // Without its descriptor, too: it is counted once.
+    file_->setRegistered( header_.id );
 }
 
 // The letters are complete when the first piece comes.

@@ -54,9 +54,9 @@ class MsgDesc {
     /// Adds a text piece: the function's name, a literal, or text with one "%s" for each argument.
     MsgDesc & operator<<( const char * piece ) noexcept;
 
-    /// Lets the descriptor into the file and marks the site as initialised there. If there is no
-    /// room left for the descriptor, the file counts it, and the reader shows the site's records as
-    /// raw bytes.
+    /// Lets the descriptor into the file and marks the site as initialised there, once in a file: for
+    /// a site that is registered already it does nothing. If there is no room left for the descriptor,
+    /// the file counts it, and the reader shows the site's records as raw bytes.
     void finish() noexcept;
 
     /// What a descriptor can take up: its texts, 2 bytes for each, and 28 more.

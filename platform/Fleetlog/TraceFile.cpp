@@ -177,9 +177,29 @@ void TraceFile::leaveToParent() noexcept {
     memory_ = nullptr;
     mayCreate_ = true;
     // With no site registered and no block, the next message comes by hasMemory().
-    std::memset( initialised_, 0, initialisedLength_ );
-    initialisedLength_ = 0;
+    std::memset( initialised_, 0, initialisedLength() );
+    lastInitialised_ = 0;
+    registeredBeyond_.clear();
     ring_.end();
+}
+
+bool TraceFile::isRegistered( std::uint32_t id ) const noexcept {
+    if ( id < maxSites )
+        return id != 0 && initialised_[id] != 0;
+    const std::size_t beyond = id - maxSites;
+    return beyond < registeredBeyond_.size() && registeredBeyond_[beyond];
+}
+
+void TraceFile::setRegistered( std::uint32_t id ) {
+    if ( id < maxSites ) {
+        initialised_[id] = 1;
+        lastInitialised_ = std::max<std::size_t>( lastInitialised_, id );
+        return;
+    }
+    const std::size_t beyond = id - maxSites;
+    if ( beyond >= registeredBeyond_.size() )
+        registeredBeyond_.resize( beyond + 1 );
+    registeredBeyond_[beyond] = true;
 }
 
 bool TraceFile::hasMemory() noexcept {

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 // A trace file that is being written: descriptors of message sites, and a ring of records, in a
 // file that is mapped into memory. What was written is in the file when the process ends in
@@ -39,7 +40,8 @@ struct OpenOptions {
 
 class TraceFile {
   public:
-    /// The most message sites a process can number.
+    /// How far the table of registered sites goes. Sites with identifiers beyond it are recorded all the
+    /// same, but each of their messages takes the long way through MsgDesc.
     static constexpr std::size_t maxSites = 16384;
 
     /// Makes `<directory>/<program>-<process>[-<thread>].fleetlog`, reserves its disk space, maps
@@ -66,9 +68,10 @@ class TraceFile {
     RingBuf * ringBuf() noexcept { return &ring_; }
 
     /// The table of the sites that are registered in this file: at a site's identifier, a byte that
-    /// is not zero. Identifiers from initialisedLength() on are not registered, nor is 0.
+    /// is not zero. Identifiers from initialisedLength() on are not in the table; its first byte is no
+    /// site's, so that its length is at least 1.
     const unsigned char * initialised() const noexcept { return initialised_; }
-    unsigned initialisedLength() const noexcept { return initialisedLength_; }
+    std::size_t initialisedLength() const noexcept { return lastInitialised_ + 1; }
 
     /// With Timestamps::tick, the time that records carry from now on: the wall clock's. Otherwise
     /// does nothing.
@@ -81,6 +84,10 @@ class TraceFile {
 
     void create();
 
+    /// Whether the site is registered in this file, in the table or beyond it.
+    bool isRegistered( std::uint32_t id ) const noexcept;
+    void setRegistered( std::uint32_t id );
+
     /// Whether there is a file to write to. In a child after fork(), makes one at the first call.
     bool hasMemory() noexcept;
 
@@ -89,8 +96,9 @@ class TraceFile {
     Format::FileHeader & header() noexcept;
 
     RingBuf ring_;
-    unsigned initialisedLength_ = 0;
+    std::size_t lastInitialised_ = 0; ///< the highest identifier in the table
     unsigned char initialised_[maxSites] = {};
+    std::vector<bool> registeredBeyond_; ///< the sites from maxSites on
 
     OpenOptions options_;
     int thread_;
