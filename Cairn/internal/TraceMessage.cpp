@@ -9,21 +9,22 @@ namespace Cairn {
 namespace {
 
 /// By itself, so that the way to a file is the shorter one.
-[[gnu::noinline]] Destination withoutFile() noexcept {
-    return { nullptr, messagesMayBeEnabled( Kiln::TraceFacility::level2 ) };
+[[gnu::noinline]] Fleetlog::TraceFile * withoutHandle() noexcept {
+    return messagesMayBeEnabled( Kiln::TraceFacility::level2 ) ? nullptr : nowhere();
 }
 
 } // namespace
 
-Destination messageDestination() noexcept {
+Fleetlog::TraceFile * messageFile() noexcept {
     Fleetlog::TraceHandle * const handle =
         std::atomic_ref( Fleetlog::defaultFleetlogHandle ).load( std::memory_order_acquire );
     if ( handle == nullptr ) [[unlikely]]
-        return withoutFile();
-    return { handle->multiThread() != 0 ? handle->mtTraceFile() : handle->traceFile(), true };
+        return withoutHandle();
+    return handle->multiThread() != 0 ? handle->mtTraceFile() : handle->traceFile();
 }
 
-int registerMessage( Fleetlog::TraceFile & file, const MessageSite & site, int & msgId ) noexcept {
+unsigned registerMessage( Fleetlog::TraceFile & file, const MessageSite & site,
+                          int & msgId ) noexcept {
     Fleetlog::MsgDesc descriptor( &file, &msgId, sourceFile, site.line );
     for ( const char letter : site.letters ) {
         const char text[] = { letter, '\0' };
@@ -33,7 +34,7 @@ int registerMessage( Fleetlog::TraceFile & file, const MessageSite & site, int &
     for ( const char * const piece : site.pieces )
         descriptor << piece;
     descriptor.finish();
-    return std::atomic_ref( msgId ).load( std::memory_order_relaxed );
+    return identifierOf( msgId );
 }
 
 void writePieces( const MessageSite & site ) noexcept {

@@ -100,16 +100,24 @@ consteval std::size_t countPlaceholders( std::span<const char * const> pieces ) 
     return count;
 }
 
+/// The identifier of a site. Another thread may be giving it at this moment.
+inline unsigned identifierOf( int & msgId ) noexcept {
+    // Unsigned from the start, so that it is an index as it comes.
+    return std::atomic_ref( reinterpret_cast<unsigned &>( msgId ) )
+        .load( std::memory_order_relaxed );
+}
+
 /// Whether the site with this identifier is registered in the file. 0, which a site has before it
-/// is given an identifier, never is: the table's first byte stays 0.
-inline bool msgIdInitialized( const Fleetlog::TraceFile & file, int msgId ) noexcept {
-    const auto index = static_cast<unsigned>( msgId );
-    return index < file.initialisedLength() && file.initialised()[index] != 0;
+/// is given an identifier, never is, whatever the table's first byte holds.
+inline bool msgIdInitialized( const Fleetlog::TraceFile & file, unsigned msgId ) noexcept {
+    // 0 becomes the highest number. In the width of an address, so that nothing is widened.
+    const std::size_t index = msgId;
+    return index - 1 < file.initialisedLength() - 1 && file.initialised()[index] != 0;
 }
 
 /// Registers the site in the file, and gives it an identifier if it has none. Returns it.
-[[gnu::cold, gnu::noinline]] int registerMessage( Fleetlog::TraceFile & file,
-                                                  const MessageSite & site, int & msgId ) noexcept;
+[[gnu::cold, gnu::noinline]] unsigned
+registerMessage( Fleetlog::TraceFile & file, const MessageSite & site, int & msgId ) noexcept;
 
 inline void putValue( Fleetlog::RingBuf & ring, std::uint32_t value ) noexcept {
     ring.put4( value );
@@ -146,10 +154,10 @@ template <class... Values>
 }
 
 template <class... Values>
-[[gnu::always_inline]] inline void writeRecord( Fleetlog::TraceFile & file, int msgId,
+[[gnu::always_inline]] inline void writeRecord( Fleetlog::TraceFile & file, unsigned msgId,
                                                 Values... values ) noexcept {
     Fleetlog::RingBuf & ring = *file.ringBuf();
-    ring.startMsg( &file, msgId );
+    ring.startMsg( &file, static_cast<int>( msgId ) );
     ( putValue( ring, values ), ... );
     ring.endMsg();
 }
@@ -159,21 +167,21 @@ template <class... Values>
 [[gnu::cold, gnu::noinline]] void writeRareMessage( Fleetlog::TraceFile & file,
                                                     const MessageSite & site, int & msgId,
                                                     Values... values ) noexcept {
-    int id = std::atomic_ref( msgId ).load( std::memory_order_relaxed );
+    unsigned id = identifierOf( msgId );
     if ( !msgIdInitialized( file, id ) )
         id = registerMessage( file, site, msgId );
     writeRecord( file, id, values... );
     writeMessageText( site, values... );
 }
 
-/// Where a message goes.
-struct Destination {
-    Fleetlog::TraceFile * file; ///< null if there is none
-    bool isWanted;              ///< false: for certain neither to a file nor to a line
-};
+/// Stands for the file of a message that for certain goes neither to a file nor to a line. Compared and never
+/// followed: one pointer says all, so that to ask the handle for a thread's file is a jump and not a call.
+inline Fleetlog::TraceFile * nowhere() noexcept {
+    return reinterpret_cast<Fleetlog::TraceFile *>( std::uintptr_t( 1 ) );
+}
 
-/// Step 1, and step 4 where there is no file. Two registers.
-Destination messageDestination() noexcept;
+/// Step 1, and step 4 where there is no handle: the file, null if there is none, or nowhere().
+Fleetlog::TraceFile * messageFile() noexcept;
 
 /// Steps 2 to 7. A function for each list of types, not inline: a site would be 200 bytes of code. Without a text
 /// among the values it calls nothing but in its last step, so that it has next to no registers to save.
@@ -181,7 +189,7 @@ template <class... Values>
 [[gnu::noinline]] void sendMessage( Fleetlog::TraceFile * file, const MessageSite & site,
                                     int & msgId, Values... values ) noexcept {
     if ( file != nullptr ) {
-        const int id = std::atomic_ref( msgId ).load( std::memory_order_relaxed );
+        const unsigned id = identifierOf( msgId );
         if ( !msgIdInitialized( *file, id ) || !file->ringBuf()->hasRoom() ) [[unlikely]]
             return writeRareMessage( *file, site, msgId, values... );
         writeRecord( *file, id, values... );
@@ -194,9 +202,9 @@ template <class... Values>
 template <class... Values>
 [[gnu::always_inline]] inline void writeMessage( const MessageSite & site, int & msgId,
                                                  Values... values ) noexcept {
-    const Destination destination = messageDestination();
-    if ( destination.isWanted ) [[likely]]
-        sendMessage( destination.file, site, msgId, values... );
+    Fleetlog::TraceFile * const file = messageFile();
+    if ( file != nowhere() ) [[likely]]
+        sendMessage( file, site, msgId, values... );
 }
 
 /// One plain line. Every operation ends the process if it throws.

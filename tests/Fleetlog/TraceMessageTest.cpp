@@ -2,6 +2,7 @@
 
 #include "tests/Fleetlog/TraceFiles.h"
 
+#include <Fleetlog/MsgDesc.h>
 #include <Kiln/ActivityLock.h>
 #include <Kiln/TraceSink.h>
 
@@ -175,9 +176,9 @@ TEST_F( TraceMessageTest,
     for ( const int start :
           { 0, 1'000'000, static_cast<int>( file.initialisedLength() ) + 10'000, -7 } ) {
         int msgId = start;
-        ASSERT_FALSE( msgIdInitialized( file, msgId ) );
+        ASSERT_FALSE( msgIdInitialized( file, static_cast<unsigned>( msgId ) ) );
         writeMessage( site, msgId, uint32_t( 9 ) );
-        EXPECT_TRUE( msgIdInitialized( file, msgId ) );
+        EXPECT_TRUE( msgIdInitialized( file, static_cast<unsigned>( msgId ) ) );
         EXPECT_NE( msgId, start );
         given.insert( msgId );
         EXPECT_EQ( Support::read( directory_.file() ).sites.size(), ++descriptors );
@@ -186,6 +187,76 @@ TEST_F( TraceMessageTest,
     }
     EXPECT_EQ( given.size(), 4u );
     EXPECT_EQ( recorded().size(), 8u );
+}
+
+TEST_F( TraceMessageTest, IdentifierZeroIsNeverInitialisedWhateverTheFirstByteOfTheTableHolds ) {
+    openTrace();
+    Fleetlog::TraceFile & file = *Fleetlog::defaultFleetlogHandle->traceFile();
+    setSeed( 1, 1 );
+    const_cast<unsigned char &>( file.initialised()[0] ) = 1;
+    EXPECT_FALSE( msgIdInitialized( file, 0 ) );
+    static constexpr Recipe recipe{ "recipe", "void recipe()" };
+    static constexpr const char * pieces[] = { " unit: ", "%s" };
+    static constexpr MessageSite site{ &recipe, 5, "i", pieces };
+    int msgId = 0;
+    writeMessage( site, msgId, uint32_t( 9 ) );
+    EXPECT_NE( msgId, 0 );
+    EXPECT_EQ( recorded(),
+               ( std::vector<std::string>{ "setSeed unit: 1 seed: 1", "recipe unit: 9" } ) );
+}
+
+TEST_F( TraceMessageTest, SiteBeyondTheTableIsRegisteredOnceAFileAndEachOfItsMessagesRecorded ) {
+    const Fleetlog::OpenOptions options{
+        .directory = directory_.path(), .ringBytes = 1 << 16, .descriptorBytes = 2 << 20 };
+    Fleetlog::openDefault( options );
+    Fleetlog::TraceFile & file = *Fleetlog::defaultFleetlogHandle->traceFile();
+    for ( std::size_t i = 0; i < Fleetlog::TraceFile::maxSites; ++i ) {
+        int msgId = 0;
+        Fleetlog::MsgDesc( &file, &msgId, "file", 1 ).finish();
+    }
+    const std::size_t sites = Support::read( directory_.file() ).sites.size();
+    EXPECT_EQ( sites, Fleetlog::TraceFile::maxSites );
+
+    static constexpr Recipe recipe{ "recipe", "void recipe()" };
+    static constexpr const char * pieces[] = { " unit: ", "%s" };
+    static constexpr MessageSite site{ &recipe, 5, "i", pieces };
+    int msgId = 0;
+    std::vector<std::string> expected;
+    for ( uint32_t unit = 0; unit < 40; ++unit ) {
+        writeMessage( site, msgId, unit );
+        EXPECT_FALSE( msgIdInitialized( file, static_cast<unsigned>( msgId ) ) );
+        expected.push_back( "recipe unit: " + std::to_string( unit ) );
+    }
+    const auto reading = Support::read( directory_.file() );
+    EXPECT_EQ( reading.sites.size(), sites + 1 );
+    EXPECT_EQ( reading.texts, expected );
+    EXPECT_EQ( reading.info.unregistered, 0u );
+
+    // A child has a file of its own, in which the site is new.
+    EXPECT_EQ( Support::runInChild( [&] {
+                   writeMessage( site, msgId, uint32_t( 41 ) );
+                   const auto own =
+                       Support::read( Fleetlog::defaultFleetlogHandle->traceFile()->path() );
+                   return own.sites.size() == 1 && own.texts.front() == "recipe unit: 41";
+               } ),
+               0 );
+}
+
+TEST_F( TraceMessageTest, SiteBeyondTheTableThatFindsNoRoomIsCountedOnce ) {
+    Fleetlog::openDefault( { .directory = directory_.path(), .descriptorBytes = 1 } );
+    Fleetlog::TraceFile & file = *Fleetlog::defaultFleetlogHandle->traceFile();
+    for ( std::size_t i = 0; i < Fleetlog::TraceFile::maxSites; ++i ) {
+        int msgId = 0;
+        Fleetlog::MsgDesc( &file, &msgId, "file", 1 ).finish();
+    }
+    const auto countOf = [&] { return Support::read( directory_.file() ).info.unregistered; };
+    const auto before = countOf();
+    static constexpr Recipe recipe{ "recipe", "void recipe()" };
+    static constexpr MessageSite site{ &recipe, 5, "", {} };
+    int msgId = 0;
+    for ( int i = 0; i < 3; ++i )
+        writeMessage( site, msgId );
+    EXPECT_EQ( countOf(), before + 1 );
 }
 
 TEST_F( TraceMessageTest, WithNoTraceFileAndLevelTwoDisabledAMessageHasNoEffect ) {
