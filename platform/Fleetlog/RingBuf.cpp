@@ -1,6 +1,6 @@
 #include <Fleetlog/RingBuf.h>
 
-#include <Fleetlog/Clock.h>
+#include <Fleetlog/internal/Clock.h>
 #include <Fleetlog/TraceFile.h>
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 #include <Fleetlog/TraceFile.h>
 
-#include <Fleetlog/Clock.h>
-#include <Fleetlog/Registry.h>
-#include <Fleetlog/Report.h>
+#include <Fleetlog/internal/Clock.h>
+#include <Fleetlog/internal/Registry.h>
+#include <Fleetlog/internal/Report.h>
 
 #include <algorithm>
 #include <cerrno>

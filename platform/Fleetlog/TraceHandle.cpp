@@ -1,7 +1,7 @@
 #include <Fleetlog/TraceHandle.h>
 
-#include <Fleetlog/Registry.h>
-#include <Fleetlog/Report.h>
+#include <Fleetlog/internal/Registry.h>
+#include <Fleetlog/internal/Report.h>
 
 #include <atomic>
 #include <exception>

@@ -1,9 +1,9 @@
 # Fleetlog and Twinlog, included by platform/CMakeLists.txt.
 target_sources( cairn_platform
     PRIVATE
-        Fleetlog/Clock.cpp
+        Fleetlog/internal/Clock.cpp
         Fleetlog/MsgDesc.cpp
-        Fleetlog/Registry.cpp
+        Fleetlog/internal/Registry.cpp
         Fleetlog/RingBuf.cpp
         Fleetlog/TraceFile.cpp
         Fleetlog/TraceHandle.cpp

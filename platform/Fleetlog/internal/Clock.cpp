@@ -1,4 +1,4 @@
-#include <Fleetlog/Clock.h>
+#include <Fleetlog/internal/Clock.h>
 
 #include <Fleetlog/RingBuf.h>
 

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <vector>
 
-// What the process knows of its trace files; internal. It exists for what crosses threads: fork(),
+// What the process knows of its trace files. It exists for what crosses threads: fork(),
 // the end of a thread, the closing of a handle.
 
 namespace Fleetlog {

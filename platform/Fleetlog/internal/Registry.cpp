@@ -1,4 +1,4 @@
-#include <Fleetlog/Registry.h>
+#include <Fleetlog/internal/Registry.h>
 
 #include <algorithm>
 #include <pthread.h>

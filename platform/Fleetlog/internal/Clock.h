@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <ctime>
 
-// The clocks behind the times of a trace; internal.
+// The clocks behind the times of a trace.
 
 namespace Fleetlog {
 
