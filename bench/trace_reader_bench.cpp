@@ -1,6 +1,6 @@
 #include "bench/trace_bench_lttng.h"
 
-#include "tools/trace/TraceReader.h"
+#include "tracereader/TraceReader.h"
 
 #include <Fleetlog/MsgDesc.h>
 #include <Fleetlog/TraceFile.h>

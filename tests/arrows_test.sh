@@ -9,10 +9,12 @@ cd "$1"
 target_of() {
     case $1 in
         Shim/*) echo shim ;;
+        Fleetlog/Format.h) echo traceformat ;;
         Kiln/* | Fleetlog/* | Twinlog/* | Nacre/* | ChipModel/*) echo platform ;;
         CairnCommon/*) echo CairnCommon ;;
         Cairn/*) echo Cairn ;;
         sim/*) echo sim ;;
+        tracereader/*) echo tracereader ;;
         tools/*) echo tools ;;
         tests/*) echo tests ;;
         bench/*) echo bench ;;
@@ -21,11 +23,12 @@ target_of() {
 
 declare -A allowed=(
     [shim]="shim"
-    [platform]="platform"
+    [platform]="platform traceformat"
     [CairnCommon]="CairnCommon platform"
     [Cairn]="Cairn CairnCommon platform shim"
     [sim]="sim shim"
-    [tools]="tools sim Cairn CairnCommon platform shim"
+    [tracereader]="tracereader traceformat"
+    [tools]="tools tracereader sim Cairn CairnCommon platform shim"
 )
 
 failed=0

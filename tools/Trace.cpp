@@ -1,7 +1,7 @@
 #include "tools/Arguments.h"
 #include "tools/Input.h"
 #include "tools/Verbs.h"
-#include "tools/trace/TraceReader.h"
+#include "tracereader/TraceReader.h"
 
 #include <nlohmann/json.hpp>
 

@@ -5,7 +5,7 @@
 #include <cstring>
 
 // The layout of a trace file, version 1, as docs/trace-format.md describes it. Written by
-// Fleetlog::TraceFile, decoded by TraceReader (tools/trace) from these same declarations: a change
+// Fleetlog::TraceFile, decoded by TraceReader (tracereader) from these same declarations: a change
 // here is a new version of the format and needs a reader that knows both.
 //
 //     FileHeader | descriptors, which never wrap | blocks, which do

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/trace/TraceReader.h"
+#include "tracereader/TraceReader.h"
 
 #include <cstddef>
 #include <functional>

@@ -1,6 +1,6 @@
-#include "tools/trace/Bytes.h"
+#include "tracereader/Bytes.h"
 
-#include "tools/trace/TraceReader.h"
+#include "tracereader/TraceReader.h"
 
 #include <algorithm>
 #include <cerrno>

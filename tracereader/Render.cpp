@@ -1,4 +1,4 @@
-#include "tools/trace/TraceReader.h"
+#include "tracereader/TraceReader.h"
 
 #include <array>
 #include <charconv>
