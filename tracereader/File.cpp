@@ -3,7 +3,6 @@
 #include "tracereader/Bytes.h"
 
 #include <Fleetlog/Format.h>
-#include <Fleetlog/RingBuf.h>
 
 #include <algorithm>
 #include <cmath>

@@ -12,6 +12,17 @@
 //
 // All numbers are in the byte order of the machine that wrote them; byteOrderMark tells which.
 
+namespace Fleetlog {
+
+/// What the time of a record is taken from; a property of the file.
+enum class Timestamps : std::uint32_t {
+    none = 0,    ///< nothing; the reader knows when the record's block was begun
+    tick = 1,    ///< a word that the host refreshes (Fleetlog::refreshTick)
+    counter = 2, ///< the processor's time-stamp counter, read for each record
+};
+
+} // namespace Fleetlog
+
 namespace Fleetlog::Format {
 
 inline constexpr char magic[8] = { 'F', 'L', 'E', 'E', 'T', 'L', 'O', 'G' };

@@ -23,13 +23,6 @@ namespace Fleetlog {
 
 class TraceFile;
 
-/// What the time of a record is taken from; a property of the file.
-enum class Timestamps : std::uint32_t {
-    none = 0,    ///< nothing; the reader knows when the record's block was begun
-    tick = 1,    ///< a word that the host refreshes (Fleetlog::refreshTick)
-    counter = 2, ///< the processor's time-stamp counter, read for each record
-};
-
 /// The longest text value, in bytes. What is beyond is cut, and the reader shows that it was.
 inline constexpr std::size_t maxTextBytes = 126;
 
