@@ -1,0 +1,41 @@
+// sample: includes
+#include <Cairn/CairnLtHelper.h>
+#include <Kiln/ActivityLock.h>
+#include <Shim/Sdk.h>
+
+#include <cstdint>
+#include <mutex>
+// end of sample
+
+#include "sim/Chip.h"
+
+// The least that an agent does to call a recipe. A simulated chip stands where the agent's own shim does.
+
+// sample: definition
+Shim::Sdk * Shim::sdk_ = nullptr; // in one source file of the agent
+// end of sample
+
+namespace {
+
+// sample: install
+void start( Shim::Sdk & agentsShim ) {
+    Shim::sdk_ = &agentsShim; // once, before the first recipe; the shim lives until the process ends
+}
+// end of sample
+
+// sample: call
+void markTunnel( std::uint32_t unit, std::uint32_t index, std::uint32_t ecn ) {
+    const std::lock_guard lock( Kiln::activityLock() );
+    Cairn::setEgrTunnelEcnEncap( unit, index, ecn );
+}
+// end of sample
+
+} // namespace
+
+int main() {
+    Sim::Chip chip;
+    chip.addUnit( 0, Sim::referenceSchema() );
+    start( chip );
+    markTunnel( 0, 5, 2 );
+    return chip.value( 0, "EGR_TUNNEL_ECN_ENCAPm", { .index = 5 }, "OUTER_ECN" ) == 2u ? 0 : 1;
+}
