@@ -1,12 +1,12 @@
+#include "interpose/Forwarder.h"
+#include "interpose/Recorder.h"
 #include "sim/Chip.h"
-#include "sim/Forwarder.h"
-#include "sim/Recorder.h"
 #include "tests/support/InstructionCount.h"
 #include "tests/support/QuietSdk.h"
 #include "tests/support/bare/BareRecipes.h"
-#include "tools/Arguments.h"
-#include "tools/Model.h"
-#include "tools/Registry.h"
+#include "tools/model/Arguments.h"
+#include "tools/model/Model.h"
+#include "tools/recipes/Registry.h"
 
 #include <Fleetlog/TraceHandle.h>
 #include <Kiln/ActivityLock.h>

@@ -1,14 +1,15 @@
 #!/usr/bin/env python3
 """Makes the report of what the benchmarks have measured.
 
-    bench/report.py RAW_FOLDER REPORT_FOLDER MACHINE
+    bench/report.py RAW_FOLDER REPORT_FOLDER FIGURES_FILE MACHINE
 
 RAW_FOLDER holds what the benchmarks have written: a JSON document each, reader.tsv, code.md, symbols.txt. Writes
-performance.md, performance.json (all of the raw figures in one document) and performance.svg into REPORT_FOLDER;
+performance.md and performance.svg into REPORT_FOLDER, and all of the raw figures in one JSON document to FIGURES_FILE;
 the plot is gnuplot's.
 """
 
 import json
+import os
 import pathlib
 import re
 import subprocess
@@ -193,9 +194,10 @@ plot {curves}
 
 
 def main():
-    if len(sys.argv) != 4:
+    if len(sys.argv) != 5:
         sys.exit(__doc__)
-    raw, report, machine = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2]), sys.argv[3]
+    raw, report, figures = (pathlib.Path(argument) for argument in sys.argv[1:4])
+    machine = sys.argv[4]
     documents = {name: json.loads((raw / f"{name}.json").read_text()) for name in JSON_FILES}
     reader = (raw / "reader.tsv").read_text().splitlines()
     code = (raw / "code.md").read_text().strip()
@@ -217,7 +219,7 @@ def main():
 
     ./scripts/benchmark.sh
 
-repeats every figure of this page and writes it anew, with the plot and [all raw figures](performance.json). Times differ
+repeats every figure of this page and writes it anew, with the plot and [all raw figures]({os.path.relpath(figures, report)}). Times differ
 from machine to machine; compare the ratios, which are of one run, and the counts, which are exact. The counts and their
 limits are tests as well (`tests/budgets/`); times are not.
 
@@ -289,7 +291,7 @@ cache holds: `bareArray`, one read of an array of that size, shows what that alo
     for document in documents.values():
         for private in ("host_name", "executable"):
             document["context"].pop(private, None)
-    (report / "performance.json").write_text(json.dumps(
+    figures.write_text(json.dumps(
         {"machine": machine, "code": code.splitlines(), "reader": reader, "hot_bytes": sizes, **documents}, indent=1) + "\n")
     plot(report / "performance.svg", trace, recipes, sim)
 

@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
-# Builds the release, runs every benchmark, and writes docs/performance.md with its plot and its raw figures. Leave the
-# machine alone meanwhile: figures are times, and only ratios within one run compare.
+# Builds the release, runs every benchmark, and writes docs/performance.md with its plot, and its raw figures to
+# bench/performance.json. Leave the machine alone meanwhile: figures are times, and only ratios within one run compare.
 #
-#     scripts/benchmark.sh [FOLDER]     the report goes to FOLDER, not to docs
+#     scripts/benchmark.sh [FOLDER]     report and figures go to FOLDER
 set -euo pipefail
 cd "$( dirname "${BASH_SOURCE[0]}" )/.."
 source scripts/packages.sh
 folder=${1-docs}
+figures=${1-bench}/performance.json
 if [ ! -d "$folder" ]; then
     echo "benchmark.sh: $folder is no folder; make it first" >&2
     exit 2
@@ -38,5 +39,6 @@ nm -D -C -S -t d --defined-only "$build/lib/libCairnLtHelper.so" >"$raw/symbols.
 bash tests/budgets/code_test.sh "$build/lib/libCairnLtHelper.so" Cairn/CairnLtHelper.cpp --report >"$raw/code.md"
 
 processor=$( sed -n 's/^model name.*: //p' /proc/cpuinfo | head -n 1 )
-bench/report.py "$raw" "$folder" "${processor:-$( uname -m )}, $( nproc ) processors, g++ $( g++ -dumpfullversion )"
-echo "Written: $folder/performance.md, .svg, .json"
+bench/report.py "$raw" "$folder" "$figures" \
+    "${processor:-$( uname -m )}, $( nproc ) processors, g++ $( g++ -dumpfullversion )"
+echo "Written: $folder/performance.md, $folder/performance.svg, $figures"

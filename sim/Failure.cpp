@@ -1,7 +1,7 @@
 #include "sim/Failure.h"
 
-#include "sim/Names.h"
 #include "sim/TableState.h"
+#include "text/NearestName.h"
 
 #include <algorithm>
 #include <bit>

@@ -1,6 +1,6 @@
 #include "sim/Schema.h"
 
-#include "sim/Names.h"
+#include "text/NearestName.h"
 
 #include <algorithm>
 #include <set>

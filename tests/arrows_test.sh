@@ -13,6 +13,8 @@ target_of() {
         Kiln/* | Fleetlog/* | Twinlog/* | Nacre/* | ChipModel/*) echo platform ;;
         CairnCommon/*) echo CairnCommon ;;
         Cairn/*) echo Cairn ;;
+        text/*) echo text ;;
+        interpose/*) echo interpose ;;
         sim/*) echo sim ;;
         tracereader/*) echo tracereader ;;
         tools/*) echo tools ;;
@@ -26,9 +28,11 @@ declare -A allowed=(
     [platform]="platform traceformat"
     [CairnCommon]="CairnCommon platform"
     [Cairn]="Cairn CairnCommon platform shim"
-    [sim]="sim shim"
-    [tracereader]="tracereader traceformat"
-    [tools]="tools tracereader sim Cairn CairnCommon platform shim"
+    [text]="text"
+    [interpose]="interpose shim text"
+    [sim]="sim shim text"
+    [tracereader]="tracereader text traceformat"
+    [tools]="tools tracereader interpose sim text Cairn CairnCommon platform shim"
 )
 
 failed=0

@@ -1,7 +1,7 @@
 #include "Cairn/internal/GuardedCall.h"
 
+#include "interpose/Forwarder.h"
 #include "sim/Chip.h"
-#include "sim/Forwarder.h"
 
 #include <Kiln/TraceSink.h>
 

@@ -1,7 +1,7 @@
 #include "Cairn/CairnLtHelper.h"
 
+#include "interpose/Forwarder.h"
 #include "sim/Chip.h"
-#include "sim/Forwarder.h"
 
 #include <Fleetlog/TraceHandle.h>
 #include <Kiln/ActivityLock.h>

@@ -1,6 +1,6 @@
-#include "tools/BringupFile.h"
+#include "tools/model/BringupFile.h"
 
-#include "tools/Input.h"
+#include "tools/model/Input.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,6 @@
-#include "tools/ChipFile.h"
+#include "tools/model/ChipFile.h"
 
-#include "tools/Input.h"
+#include "tools/model/Input.h"
 
 #include <cstddef>
 #include <cstdint>

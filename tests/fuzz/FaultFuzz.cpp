@@ -1,4 +1,4 @@
-#include "sim/Fault.h"
+#include "interpose/Fault.h"
 
 #include <cstddef>
 #include <cstdint>

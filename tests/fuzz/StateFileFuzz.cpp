@@ -1,6 +1,6 @@
-#include "tools/State.h"
+#include "tools/model/State.h"
 
-#include "tools/Input.h"
+#include "tools/model/Input.h"
 
 #include <cstddef>
 #include <cstdint>

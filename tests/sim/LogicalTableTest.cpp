@@ -1,4 +1,4 @@
-#include "TestChip.h"
+#include "tests/sim/TestChip.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,4 @@
-#include "TestChip.h"
-
-#include "sim/Names.h"
-#include "sim/SdkCall.h"
+#include "tests/sim/TestChip.h"
 
 #include <gtest/gtest.h>
 
@@ -11,66 +8,6 @@ using namespace Sim;
 using SimTest::smallSchema;
 
 namespace {
-
-// --- Names
-
-TEST( NamesTest, TheNearestNameIsFound ) {
-    const std::vector<std::string_view> names = { "OUTER_ECN", "INNER_ECN", "CHANGE_INNER_ECN" };
-    EXPECT_EQ( nearestName( "OUTER_ECM", names ), "OUTER_ECN" );
-    EXPECT_EQ( nearestName( "outer_ecn", names ), "OUTER_ECN" );
-    EXPECT_EQ( nearestName( "OUETR_ECN", names ), "OUTER_ECN" ) << "a swap is one step";
-    EXPECT_EQ( nearestName( "INNERECN", names ), "INNER_ECN" );
-    EXPECT_EQ( nearestName( "CHANGE_INNER", names ), "CHANGE_INNER_ECN" );
-    EXPECT_EQ( nearestName( "INER_ECNN", names ), "INNER_ECN" );
-}
-
-TEST( NamesTest, NothingNearIsNothing ) {
-    const std::vector<std::string_view> names = { "OUTER_ECN", "ABC" };
-    EXPECT_EQ( nearestName( "VLAN", names ), "" );
-    EXPECT_EQ( nearestName( "", {} ), "" );
-    EXPECT_EQ( nearestName( "XY", {} ), "" );
-    EXPECT_EQ( nearestName( "AB", names ), "ABC" );
-    EXPECT_EQ( nearestName( "XYZ", names ), "" );
-    EXPECT_EQ( nearestHint( "AB", names ), "; the nearest name is ABC" );
-    EXPECT_EQ( nearestHint( "XYZ", names ), "" );
-}
-
-TEST( NamesTest, OfTwoEquallyNearTheFirstWins ) {
-    const std::vector<std::string_view> names = { "AB1", "AB2" };
-    EXPECT_EQ( nearestName( "AB3", names ), "AB1" );
-}
-
-// --- Calls of the SDK
-
-TEST( SdkCallTest, OperationsAreFoundByTheirNames ) {
-    EXPECT_EQ( operationByName( "bcmlt_entry_allocate" ), SdkCall::entryAllocate );
-    EXPECT_EQ( operationByName( "allocate" ), SdkCall::entryAllocate );
-    EXPECT_EQ( operationByName( "field_array_add" ), SdkCall::entryFieldArrayAdd );
-    EXPECT_EQ( operationByName( "commit" ), SdkCall::entryCommit );
-    EXPECT_EQ( operationByName( "pt_entry_commit" ), SdkCall::ptEntryCommit );
-    EXPECT_EQ( operationByName( "bcmlt_pt_entry_commit" ), SdkCall::ptEntryCommit );
-    for ( const char * none : { "", "entry", "bcmlt_", "pt_commit", "preCallHook", "errmsg" } ) {
-        EXPECT_EQ( operationByName( none ), std::nullopt ) << none;
-    }
-    for ( const SdkCall call : sdkOperations() ) {
-        EXPECT_EQ( kind( call ), SdkCallKind::operation );
-        EXPECT_EQ( operationByName( name( call ) ), call );
-        EXPECT_EQ( operationByName( shortName( call ) ), call );
-    }
-    EXPECT_EQ( sdkOperations().size(), 9u );
-}
-
-TEST( SdkCallTest, CallsKnowTheirNamesAndKinds ) {
-    EXPECT_EQ( name( SdkCall::errmsg ), "errmsg" );
-    EXPECT_EQ( kind( SdkCall::errmsg ), SdkCallKind::text );
-    EXPECT_EQ( name( SdkCall::speedName ), "SPEEDs" );
-    EXPECT_EQ( kind( SdkCall::speedName ), SdkCallKind::constant );
-    EXPECT_EQ( name( SdkCall::failureHook ), "failureHook" );
-    EXPECT_EQ( kind( SdkCall::failureHook ), SdkCallKind::hook );
-    EXPECT_EQ( shortName( SdkCall::opcodeInsert ), "BCMLT_OPCODE_INSERT" );
-}
-
-// --- Fields and tables
 
 TEST( FieldTest, MaximumAndInitialValue ) {
     EXPECT_EQ( ( Field{ .name = "F", .width = 1 }.maximum() ), 1u );

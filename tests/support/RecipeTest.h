@@ -1,8 +1,8 @@
 #pragma once
 
+#include "interpose/FaultInjector.h"
+#include "interpose/Recorder.h"
 #include "sim/Chip.h"
-#include "sim/FaultInjector.h"
-#include "sim/Recorder.h"
 
 #include <ChipModel/BringupStage.h>
 #include <ChipModel/CairnCommonSmData.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/Registry.h"
+#include "tools/recipes/Registry.h"
 
 /// The recipes compiled bare, in the order of Tool::recipes().
 __attribute__( ( visibility( "default" ) ) ) std::span<const Tool::Recipe> bareRecipes();

@@ -1,0 +1,67 @@
+#pragma once
+
+#include "interpose/SdkCall.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+// Faults as values, and as text for a command line.
+
+namespace Sim {
+
+/// One fault: which operations it is about, at which of them it strikes, and what happens then.
+/// A property that is left empty matches anything.
+struct Fault {
+    std::optional<SdkCall> operation = {}; ///< one of sdkOperations()
+    /// Table of the entry. Also matches an allocate of a table that the chip does not have.
+    std::optional<std::string> table = {};
+    /// Field. Matches only operations that name one.
+    std::optional<std::string> field = {};
+    std::optional<int> unit = {};
+
+    /// Strikes at the operation that matches for the `occurrence`th time, counted from 1 ...
+    uint64_t occurrence = 1;
+    /// ... and, if this is set, at every match after it.
+    bool always = false;
+
+    /// What the operation returns, never 0 unless `invalidHandle` is set.
+    /// Negative: the operation does not reach the chip; nothing changes, nothing is stored through
+    /// its pointers.
+    /// Positive: the operation reaches the chip, and the code is returned in place of 0. If the
+    /// chip itself fails it, the chip's code is returned.
+    int rc = -1;
+    /// Allocate only: returns `rc` (0 or positive) and stores BCMLT_INVALID_HDL; the allocate does
+    /// not reach the chip.
+    bool invalidHandle = false;
+
+    bool operator==( const Fault & ) const = default;
+};
+
+/// What makes a fault senseless (not an operation, code 0, a field for an operation that names none
+/// ...), in one line with the remedy; empty if it makes sense.
+std::string check( const Fault & fault );
+
+/// What parseFault found: the fault, or else one line that says what is wrong.
+struct ParsedFault {
+    std::optional<Fault> fault;
+    std::string error;
+};
+
+/// Reads a fault from text: words separated by commas, in any order, blanks around them ignored.
+///
+///     op=bcmlt_pt_entry_commit,table=EGR_TUNNEL_ECN_ENCAPm,rc=-7,at=1
+///     op=commit,rc=-26,at=2,always
+///     op=allocate,handle=invalid
+///
+/// `op=` operation, in full or as operationByName() allows; `table=`, `field=`, `unit=` as in
+/// Fault; `rc=` the code; `at=` the occurrence; `always`; `handle=invalid`. `rc` is required unless
+/// `handle=invalid` is there; `handle=invalid` implies `op=allocate`. The error text quotes the bad
+/// word, tells what is allowed and names the nearest name.
+ParsedFault parseFault( std::string_view text );
+
+/// The text that parseFault reads back as the same fault.
+std::string toText( const Fault & fault );
+
+} // namespace Sim

@@ -1,9 +1,0 @@
-#include "tools/Verbs.h"
-
-namespace Tool {
-
-int bringup( const BringupOptions & options ) {
-    return Session( loadBringup( options.file ), options.session, Session::Style::steps ).run();
-}
-
-} // namespace Tool

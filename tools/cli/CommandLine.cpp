@@ -1,0 +1,357 @@
+#include "tools/cli/CommandLine.h"
+
+#include "tools/cli/Verbs.h"
+#include "tools/model/Input.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <exception>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace Tool {
+
+namespace {
+
+constexpr const char * about =
+    "Runs the recipes of libCairnLtHelper on simulated forwarding chips.\n"
+    "Exit codes: 0 yes, 1 the answer is no, 2 bad input or trouble. A recipe that the SDK refuses "
+    "stops the process (SIGABRT).";
+
+constexpr const char * recipeHelp =
+    "Arguments stand in the order of the recipe's signature (see \"cairn-lt "
+    "list\"): integers in decimal or after 0x; bool as true, false, 1, 0, on "
+    "or off; a ChipInfo by the name of a chip; the shared state is not given.\n"
+    "Without --chip and --model, unit 0 is a reference chip called chip0, with "
+    "a module, a CPU port and a recirculation port, blocked at stage 106.\n";
+
+// The options of one verb, with text that still has to be looked at.
+struct Texts {
+    std::string format = "text";
+    std::string dump;
+};
+
+class CommandLine {
+  public:
+    CommandLine() : app_( about, "cairn-lt" ) {
+        app_.set_version_flag( "--version", "cairn-lt " CAIRN_VERSION );
+        app_.require_subcommand( 1 );
+        app_.footer( "\"cairn-lt VERB --help\" tells more of each, with examples." );
+        addList();
+        addRun();
+        addBringup();
+        addExplain();
+        addSweep();
+        addDump();
+        addTrace();
+    }
+
+    int run( int argc, const char * const * argv ) {
+        try {
+            checkVerb( argc, argv );
+            app_.parse( argc, argv );
+            return verb_();
+        } catch ( const CLI::Success & help ) {
+            return app_.exit( help ); // prints the help or the version
+        } catch ( const CLI::ParseError & trouble ) {
+            complain( explain( trouble ) );
+        } catch ( const std::exception & trouble ) {
+            complain( trouble.what() );
+        }
+        return 2;
+    }
+
+  private:
+    // --- The verbs
+
+    void addList() {
+        CLI::App & verb = addVerb( "list", "Shows all recipes with their parameters",
+                                   "cairn-lt list\n"
+                                   "cairn-lt list --format json" );
+        addFormat( verb );
+        onVerb( verb,
+                [this] { return list( { .format = parseFormat( texts_.format, "--format" ) } ); } );
+    }
+
+    void addRun() {
+        CLI::App & verb =
+            addVerb( "run", "Runs one recipe on simulated chips",
+                     "cairn-lt run setEgrTunnelEcnEncap 0 5 2 --trace ApiCairn/4 --dump\n"
+                     "cairn-lt run setOpaqueTagIngress 0 3 --state chip.json\n"
+                     "cairn-lt run getOpaqueTagIngress 0 3 --state chip.json\n"
+                     "cairn-lt run setEgrTunnelEcnEncap 0 5 2 --inject op=pt_entry_commit,rc=-7",
+                     recipeHelp );
+        verb.add_option( "recipe", run_.recipe, "The recipe" )->required();
+        verb.add_option( "arguments", run_.arguments, "Its arguments" );
+        addChips( verb, run_.chips );
+        addSession( verb, run_.session );
+        onVerb( verb, [this] {
+            finishSession( run_.session );
+            run_.chips.state = run_.session.state;
+            return Tool::run( run_ );
+        } );
+    }
+
+    void addBringup() {
+        CLI::App & verb = addVerb( "bringup", "Runs the steps of a bring-up file",
+                                   "cairn-lt bringup examples/bringup.toml\n"
+                                   "cairn-lt bringup examples/bringup.toml --trace 'Cairn*/*' "
+                                   "--trace-file trace.log --dump" );
+        verb.add_option( "file", bringup_.file, "The bring-up file" )->required();
+        addSession( verb, bringup_.session );
+        onVerb( verb, [this] {
+            finishSession( bringup_.session );
+            return Tool::bringup( bringup_ );
+        } );
+    }
+
+    void addExplain() {
+        CLI::App & verb = addVerb(
+            "explain", "Shows what a recipe does, step by step",
+            "cairn-lt explain setLearnCacheEnabled\n"
+            "cairn-lt explain setOpaqueTagIngress 0 0\n"
+            "cairn-lt explain setMcastV6StrengthProfile --model examples/kova.toml\n"
+            "cairn-lt explain --all --format markdown",
+            "The recipe runs on a scratch chip, so this is what really happens there, with "
+            "these arguments and on this chip. Nothing is kept.\n" );
+        verb.add_option( "recipe", explain_.recipe, "The recipe" );
+        verb.add_option( "arguments", explain_.arguments, "Its arguments; samples if left out" );
+        verb.add_flag( "--all", explain_.all, "All recipes, with sample arguments" );
+        addChips( verb, explain_.chips );
+        verb.add_option( "--state", explain_.chips.state,
+                         "The scratch chip begins as this state file says; it is only read" );
+        verb.add_option( "--format", texts_.format, "text (the default), markdown or json" );
+        onVerb( verb, [this] {
+            if ( texts_.format == "markdown" )
+                explain_.format = ExplainFormat::markdown;
+            else if ( parseFormat( texts_.format, "--format" ) == Format::json )
+                explain_.format = ExplainFormat::json;
+            return Tool::explain( explain_ );
+        } );
+    }
+
+    void addSweep() {
+        CLI::App & verb = addVerb(
+            "sweep", "Proves what recipes do when SDK calls fail",
+            "cairn-lt sweep\n"
+            "cairn-lt sweep setLearnCacheEnabled setEmRobustHashDisable --verbose\n"
+            "cairn-lt sweep --chip examples/chips/no-seeds.toml\n"
+            "cairn-lt sweep --format json",
+            "Each branch of a recipe is run on a scratch chip, and again with each of its SDK "
+            "calls disturbed: it fails, it returns a positive code, it leaves the handle invalid. "
+            "Each run is a process of its own. Calls, hooks, locks, trace lines, messages, "
+            "standard error, the stop, live entries and tables are held against what the "
+            "library promises for that kind of call. Exit code 1 if anything is unexpected.\n" );
+        verb.add_option( "recipes", sweep_.recipes, "The recipes; all of them if left out" );
+        addChips( verb, sweep_.chips );
+        verb.add_flag( "--verbose", sweep_.verbose, "Shows each fault, not only unexpected ones" );
+        addFormat( verb );
+        onVerb( verb, [this] {
+            sweep_.format = parseFormat( texts_.format, "--format" );
+            return Tool::sweep( sweep_ );
+        } );
+    }
+
+    void addDump() {
+        CLI::App & verb = addVerb( "dump", "Shows tables of a chip that was kept with --state",
+                                   "cairn-lt dump --state chip.json\n"
+                                   "cairn-lt dump --state chip.json --all PC_PORT SER_PT_CONTROL\n"
+                                   "cairn-lt dump --state chip.json --format json" );
+        verb.add_option( "--state", dump_.state, "The state file" )->required();
+        verb.add_option( "tables", dump_.tables,
+                         "The tables; without any, all that have rows to show" );
+        verb.add_option( "--unit", dump_.unit, "One unit only" );
+        verb.add_flag( "--all", dump_.all,
+                       "Also rows that a table has from the start and nobody wrote" );
+        addFormat( verb );
+        onVerb( verb, [this] {
+            dump_.format = parseFormat( texts_.format, "--format" );
+            return Tool::dump( dump_ );
+        } );
+    }
+
+    void addTrace() {
+        CLI::App & verb = addVerb(
+            "trace", "Reads the binary trace of a process, also one that was killed",
+            "cairn-lt trace trace/\n"
+            "cairn-lt trace trace/ --recipe setLoadBalanceRandSeedCtrl --format json\n"
+            "cairn-lt trace trace/ --from 2026-03-01T07:30:00 --match 'unit: 3'\n"
+            "cairn-lt trace trace/ --follow\n"
+            "cairn-lt trace trace/ --info",
+            "The records of all files are shown in the order of their times. What is missing is "
+            "said on standard error. Exit code 1 if a file is damaged; what is whole is read.\n" );
+        verb.add_option( "paths", trace_.paths, "Trace files, or folders that hold some" )
+            ->required();
+        verb.add_option( "--recipe", trace_.recipe, "Only messages of this recipe" );
+        verb.add_option( "--site", trace_.site, "Only those of this FILE:LINE, LINE or FILE" );
+        verb.add_option( "--from", trace_.from, "Only those from this time on, in UTC" );
+        verb.add_option( "--to", trace_.to, "Only those before this time" );
+        verb.add_option(
+            "--thread", trace_.thread,
+            "Only those of this thread, or of this process if its threads share a file" );
+        verb.add_option( "--match", trace_.match, "Only those whose text holds this" );
+        CLI::Option * follow =
+            verb.add_flag( "--follow", trace_.follow, "Waits for more while a file is written" );
+        CLI::Option * info =
+            verb.add_flag( "--info", trace_.info,
+                           "Shows what the files are: writer, clock, sites, blocks, losses" );
+        CLI::Option * check =
+            verb.add_flag( "--check", trace_.check, "Says what is damaged, and where" );
+        info->excludes( follow, check );
+        check->excludes( follow );
+        verb.add_option( "--format", texts_.format,
+                         "text (the default), brief (time and text) or json (a line each)" );
+        onVerb( verb, [this] {
+            if ( texts_.format == "brief" )
+                trace_.format = TraceFormat::brief;
+            else if ( parseFormat( texts_.format, "--format" ) == Format::json )
+                trace_.format = TraceFormat::json;
+            return Tool::trace( trace_ );
+        } );
+    }
+
+    // --- What verbs share
+
+    CLI::App & addVerb( const char * name, const char * description, const std::string & examples,
+                        const std::string & more = {} ) {
+        CLI::App & verb = *app_.add_subcommand( name, description );
+        std::string indented = "  " + examples;
+        for ( auto i = indented.find( '\n' ); i != std::string::npos;
+              i = indented.find( '\n', i + 1 ) )
+            indented.insert( i + 1, "  " );
+        verb.footer( more + ( more.empty() ? "" : "\n" ) + "Examples:\n" + indented );
+        return verb;
+    }
+
+    void onVerb( CLI::App & verb, std::function<int()> action ) {
+        verb.callback( [this, action = std::move( action )] { verb_ = action; } );
+    }
+
+    void addFormat( CLI::App & verb ) {
+        verb.add_option( "--format", texts_.format, "text (the default) or json" );
+    }
+
+    void addChips( CLI::App & verb, ChipOptions & chips ) {
+        verb.add_option( "--chip", chips.chips,
+                         "A chip, as [UNIT=]SOURCE: a chip file, or \"reference\"; repeatable, "
+                         "units count from 0" )
+            ->expected( 1 )
+            ->allow_extra_args( false )
+            ->take_all();
+        verb.add_option( "--model", chips.model,
+                         "A bring-up file that describes chips, "
+                         "modules and ports; its steps are not run" );
+    }
+
+    void addSession( CLI::App & verb, SessionOptions & session ) {
+        verb.add_option( "--trace", session.trace,
+                         "Trace to standard error: FACILITY/LEVEL, /LOW-HIGH or /*; repeatable. "
+                         "ApiCairn/4 shows every SDK call" )
+            ->expected( 1 )
+            ->allow_extra_args( false )
+            ->take_all();
+        verb.add_option( "--trace-file", session.traceFile, "Trace to this file instead" );
+        verb.add_option( "--trace-dir", session.traceDir,
+                         "Leaves the binary trace in this folder, made if it is not there; "
+                         "\"cairn-lt trace\" reads it" );
+        verb.add_option( "--inject", session.inject,
+                         "A fault, as op=OPERATION,table=TABLE,field=FIELD,unit=UNIT,rc=CODE,at=N,"
+                         "always or handle=invalid; repeatable" )
+            ->expected( 1 )
+            ->allow_extra_args( false )
+            ->take_all();
+        verb.add_flag( "--dump{as-format}", texts_.dump,
+                       "Shows the tables that were written, as --format says or as --dump=text or "
+                       "--dump=json" );
+        verb.add_option( "--state", session.state,
+                         "Keeps the chips in this file: they begin as it says, and it is written "
+                         "when the run is over or stops" );
+        verb.add_flag( "--record", session.record, "Shows the SDK operations" );
+        addFormat( verb );
+    }
+
+    void finishSession( SessionOptions & session ) {
+        session.format = parseFormat( texts_.format, "--format" );
+        if ( texts_.dump.empty() )
+            return;
+        session.dump =
+            texts_.dump == "as-format" ? session.format : parseFormat( texts_.dump, "--dump" );
+    }
+
+    // --- Messages
+
+    std::vector<std::string_view> verbNames() const {
+        static const std::vector<std::string> names = [this] {
+            std::vector<std::string> all;
+            for ( const CLI::App * verb : app_.get_subcommands( {} ) )
+                all.push_back( verb->get_name() );
+            return all;
+        }();
+        return { names.begin(), names.end() };
+    }
+
+    void checkVerb( int argc, const char * const * argv ) const {
+        if ( argc < 2 )
+            throw BadInput( "no verb" + nameHint( "", verbNames() ) +
+                            "; \"cairn-lt --help\" tells more" );
+        const std::string_view first = argv[1];
+        const auto names = verbNames();
+        if ( !first.starts_with( '-' ) &&
+             std::find( names.begin(), names.end(), first ) == names.end() )
+            throw BadInput( "there is no verb \"" + std::string( first ) + "\"" +
+                            nameHint( first, names ) + "; \"cairn-lt --help\" tells more" );
+    }
+
+    // The verb of the command line; the program itself if there is none.
+    const CLI::App & current() const {
+        const auto parsed = app_.get_subcommands();
+        return parsed.empty() ? app_ : *parsed.front();
+    }
+
+    std::string explain( const CLI::ParseError & trouble ) const {
+        const CLI::App & verb = current();
+        const std::string command = &verb == &app_ ? "cairn-lt" : "cairn-lt " + verb.get_name();
+        std::string text = trouble.what();
+        const auto extras = verb.remaining();
+        if ( trouble.get_exit_code() == static_cast<int>( CLI::ExitCodes::ExtrasError ) &&
+             !extras.empty() )
+            text = explainExtra( verb, extras.front() );
+        std::replace( text.begin(), text.end(), '\n', ' ' );
+        return text + "; \"" + command + " --help\" tells more";
+    }
+
+    static std::string explainExtra( const CLI::App & verb, const std::string & extra ) {
+        if ( !extra.starts_with( '-' ) )
+            return "one argument too many: \"" + extra + "\"";
+        if ( extra.find_first_not_of( "0123456789", 1 ) == std::string::npos && extra.size() > 1 )
+            return "the argument " + extra + " is negative; arguments are not";
+        std::vector<std::string> names;
+        for ( const CLI::Option * option : verb.get_options() ) {
+            if ( option->nonpositional() )
+                names.push_back( option->get_name() );
+        }
+        const std::vector<std::string_view> views( names.begin(), names.end() );
+        return "there is no option \"" + extra + "\"" +
+               nameHint( extra.substr( 0, extra.find( '=' ) ), views );
+    }
+
+    CLI::App app_;
+    std::function<int()> verb_;
+    Texts texts_;
+    RunOptions run_;
+    BringupOptions bringup_;
+    ExplainOptions explain_;
+    SweepOptions sweep_;
+    DumpOptions dump_;
+    TraceOptions trace_;
+};
+
+} // namespace
+
+int main( int argc, const char * const * argv ) { return CommandLine().run( argc, argv ); }
+
+} // namespace Tool

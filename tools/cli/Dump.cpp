@@ -1,0 +1,26 @@
+#include "tools/cli/Verbs.h"
+#include "tools/model/Input.h"
+#include "tools/model/State.h"
+#include "tools/run/Tables.h"
+
+#include <nlohmann/json.hpp>
+
+namespace Tool {
+
+int dump( const DumpOptions & options ) {
+    const std::vector<KeptUnit> kept = parseState( readFile( options.state ), options.state );
+    Sim::Chip chip;
+    for ( const KeptUnit & unit : kept )
+        chip.addUnit( unit.unit, unit.schema );
+    restore( chip, kept, options.state );
+
+    const TableSelection selection{ .unit = options.unit,
+                                    .tables = options.tables,
+                                    .rows = options.all ? Sim::Rows::stored : Sim::Rows::touched };
+    checkSelection( chip, selection );
+    print( options.format == Format::json ? tablesJson( chip, selection ).dump( 2 ) + "\n"
+                                          : tablesText( chip, selection ) );
+    return 0;
+}
+
+} // namespace Tool

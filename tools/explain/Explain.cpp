@@ -1,0 +1,475 @@
+#include "tools/cli/Verbs.h"
+#include "tools/explain/Explanation.h"
+#include "tools/model/Arguments.h"
+#include "tools/model/Input.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+namespace Tool {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string joined( const std::vector<std::string> & words, const char * separator ) {
+    std::string text;
+    for ( const std::string & word : words )
+        text += ( text.empty() ? "" : separator ) + word;
+    return text;
+}
+
+// Large numbers are masks and patterns as often as amounts, so they are shown both ways.
+std::string numberText( uint64_t value ) {
+    std::string text = std::to_string( value );
+    if ( value <= 255 )
+        return text;
+    std::string hex;
+    for ( ; value != 0; value >>= 4 )
+        hex.insert( hex.begin(), "0123456789abcdef"[value & 0xF] );
+    return text + " (0x" + hex + ")";
+}
+
+std::string valuesText( const std::vector<uint64_t> & values ) {
+    if ( values.empty() )
+        return "nothing";
+    const bool same = std::all_of( values.begin(), values.end(),
+                                   [&]( uint64_t value ) { return value == values.front(); } );
+    if ( same && values.size() > 1 )
+        return numberText( values.front() ) + " each";
+    std::vector<std::string> texts;
+    for ( const uint64_t value : values )
+        texts.push_back( numberText( value ) );
+    return joined( texts, ", " );
+}
+
+std::string withoutPrefix( std::string_view text, std::string_view prefix ) {
+    if ( text.starts_with( prefix ) )
+        text.remove_prefix( prefix.size() );
+    return std::string( text );
+}
+
+// --- One call in words
+
+// What a step does, and to what. "add" and "OUTER_ECN = 2 (2 bits)".
+struct Phrase {
+    std::string verb;
+    std::string object;
+};
+
+class Describer {
+  public:
+    explicit Describer( const Model & model ) : model_( model ) {}
+
+    Phrase phrase( const SeenCall & call ) const {
+        const Sim::Event & event = call.event;
+        if ( call.isCheck() )
+            return { "check", "the code of the call before" };
+        switch ( event.call ) {
+        case Sim::SdkCall::entryAllocate:
+            return { "allocate", "an entry of " + event.table + kindText( event ) + " on unit " +
+                                     std::to_string( event.unit ) };
+        case Sim::SdkCall::entryAttribSet:
+            return { "attribute", event.attributeName };
+        case Sim::SdkCall::entryFieldAdd:
+            return { "add", event.field + " = " + valuesText( event.values ) + roleText( event ) };
+        case Sim::SdkCall::entryFieldArrayAdd:
+            return { "add", elementsText( event ) + " = " + valuesText( event.values ) +
+                                roleText( event ) };
+        case Sim::SdkCall::entryFieldSymbolAdd:
+            return { "add", event.field + " = symbol " + event.symbol + roleText( event ) };
+        case Sim::SdkCall::entryFieldGet:
+            return { "read", event.field + ": " + valuesText( event.values ) };
+        case Sim::SdkCall::entryCommit:
+            return { "commit", withoutPrefix( event.opcodeName, "BCMLT_OPCODE_" ) };
+        case Sim::SdkCall::ptEntryCommit:
+            return { "commit", "PT " + withoutPrefix( event.opcodeName, "BCMLT_PT_OPCODE_" ) };
+        case Sim::SdkCall::entryFree:
+            return { "free", "the entry" };
+        default:
+            return { "call", std::string( Sim::name( event.call ) ) };
+        }
+    }
+
+    /// The role of the field in the table: "key", "index", "instance", "port" or "data".
+    std::string role( const Sim::Event & event ) const {
+        if ( event.field == Sim::indexField )
+            return "index";
+        if ( event.field == Sim::instanceField )
+            return "instance";
+        if ( event.field == Sim::portField )
+            return "port";
+        const Sim::Field * field = fieldOf( event );
+        return field != nullptr && field->role == Sim::FieldRole::key ? "key" : "data";
+    }
+
+    const Sim::Table * tableOf( const Sim::Event & event ) const {
+        const ChipDescription * chip = model_.findUnit( static_cast<uint64_t>( event.unit ) );
+        return chip == nullptr ? nullptr : chip->schema.find( event.table );
+    }
+
+  private:
+    const Sim::Field * fieldOf( const Sim::Event & event ) const {
+        const Sim::Table * table = tableOf( event );
+        return table == nullptr ? nullptr : table->find( event.field );
+    }
+
+    std::string kindText( const Sim::Event & event ) const {
+        const Sim::Table * table = tableOf( event );
+        return table == nullptr ? ", which the chip lacks,"
+                                : " (" + std::string( Sim::kindName( table->kind ) ) + ")";
+    }
+
+    std::string roleText( const Sim::Event & event ) const {
+        const std::string text = role( event );
+        if ( text == "index" )
+            return " (which row)";
+        if ( text == "instance" )
+            return " (which instance)";
+        if ( text == "port" )
+            return " (which port)";
+        if ( text == "key" )
+            return " (key)";
+        const Sim::Field * field = fieldOf( event );
+        if ( field == nullptr )
+            return {};
+        return " (" + std::to_string( field->width ) + ( field->width == 1 ? " bit" : " bits" ) +
+               ( field->length > 1 ? " each)" : ")" );
+    }
+
+    static std::string elementsText( const Sim::Event & event ) {
+        if ( event.count == 0 )
+            return "no elements of " + event.field;
+        const std::string first = std::to_string( event.startIndex );
+        if ( event.count == 1 )
+            return event.field + "[" + first + "]";
+        return event.field + "[" + first + " to " +
+               std::to_string( event.startIndex + event.count - 1 ) + "]";
+    }
+
+    const Model & model_;
+};
+
+// How the activity lock was held during the operations.
+struct LockUse {
+    bool kept = false;
+    bool released = false;
+};
+
+LockUse lockUse( const Explanation & explanation ) {
+    LockUse use;
+    for ( const Seen & seen : explanation.seen ) {
+        const auto * call = std::get_if<SeenCall>( &seen );
+        if ( call == nullptr || call->isCheck() )
+            continue;
+        use.kept = use.kept || call->lockHeld;
+        use.released = use.released || !call->lockHeld;
+    }
+    return use;
+}
+
+std::string lockText( const LockUse & use ) {
+    if ( use.kept && use.released )
+        return "The activity lock is released around the calls, but for those marked.";
+    if ( use.kept )
+        return "The activity lock is kept during the calls.";
+    return use.released ? "The activity lock is released around each call." : "";
+}
+
+// What is unusual about a call, and what it asks.
+std::vector<std::string> notesOf( const SeenCall & call, const LockUse & use ) {
+    std::vector<std::string> notes;
+    if ( !call.isCheck() && call.event.rc != 0 )
+        notes.push_back( "returns " + std::to_string( call.event.rc ) +
+                         ( call.errorText.empty() ? "" : ", " + call.errorText ) );
+    if ( !call.guarded )
+        notes.push_back( call.ignored ? "unchecked: no hook, the code is ignored"
+                                      : "unchecked: no hook, a failure does not stop here" );
+    if ( call.lockHeld && use.released )
+        notes.push_back( "activity lock kept" );
+    if ( !call.constants.empty() )
+        notes.push_back( "asks " + joined( call.constants, ", " ) );
+    return notes;
+}
+
+std::string questionText( const SeenQuestion & question ) {
+    return "is " + question.chip + ( question.askedUnblocked ? " unblocked" : " blocked" ) +
+           " at stage " + std::to_string( question.stage ) + "? " +
+           ( question.answer ? "yes" : "no" );
+}
+
+// Everything else a reader wants to know, one sentence each.
+std::vector<std::string> remarks( const Explanation & explanation ) {
+    std::vector<std::string> lines;
+    const std::string lock = lockText( lockUse( explanation ) );
+    if ( explanation.seen.empty() && !explanation.stopped )
+        lines.emplace_back( "It does nothing." );
+    if ( !lock.empty() )
+        lines.push_back( lock );
+    const std::string result = toText( explanation.result );
+    if ( explanation.stopped )
+        lines.emplace_back( "It stops the process here." );
+    else if ( !result.empty() )
+        lines.push_back( "It returns " + result + "." );
+    return lines;
+}
+
+std::string preparedText( const Explanation & explanation ) {
+    return explanation.preparedBy == nullptr
+               ? ""
+               : "after " + callText( *explanation.preparedBy, explanation.arguments );
+}
+
+// --- Text
+
+std::string textOf( const Explanation & explanation, const Describer & describer ) {
+    const LockUse use = lockUse( explanation );
+    std::string text = heading( callText( *explanation.recipe, explanation.arguments ) ) + "\n";
+    text += std::string( explanation.recipe->summary ) + "\n";
+    if ( explanation.preparedBy != nullptr )
+        text += "Seen " + preparedText( explanation ) + ".\n";
+    std::size_t number = 0;
+    const auto line = [&]( const std::string & label, const std::string & verb,
+                           const std::string & object ) {
+        constexpr std::size_t labelWidth = 4;
+        constexpr std::size_t verbWidth = 11;
+        text += std::string( labelWidth - std::min( labelWidth, label.size() ), ' ' ) + label +
+                "  " + verb + std::string( verbWidth - std::min( verbWidth, verb.size() ), ' ' ) +
+                object + "\n";
+    };
+    for ( const Seen & seen : explanation.seen ) {
+        if ( const auto * call = std::get_if<SeenCall>( &seen ) ) {
+            const Phrase phrase = describer.phrase( *call );
+            const auto notes = notesOf( *call, use );
+            line( std::to_string( ++number ), phrase.verb,
+                  phrase.object + ( notes.empty() ? "" : "  [" + joined( notes, "; " ) + "]" ) );
+        } else if ( const auto * constant = std::get_if<SeenConstant>( &seen ) ) {
+            line( "", "constant", "asks " + constant->name );
+        } else if ( const auto * question = std::get_if<SeenQuestion>( &seen ) ) {
+            line( "", "stage", questionText( *question ) );
+        } else if ( const auto * message = std::get_if<SeenMessage>( &seen ) ) {
+            line( "", "message",
+                  message->facility + "/" + std::to_string( message->level ) + " \"" +
+                      message->text + "\"" );
+        }
+    }
+    for ( const std::string & remark : remarks( explanation ) )
+        text += remark + "\n";
+    return text;
+}
+
+// --- Markdown
+
+std::string code( const std::string & text ) { return "`" + text + "`"; }
+
+std::string markdownOf( const Explanation & explanation, const Describer & describer ) {
+    const LockUse use = lockUse( explanation );
+    std::string text = "### " + std::string( explanation.recipe->name ) + "\n\n" +
+                       std::string( explanation.recipe->summary ) + "\n\n" +
+                       code( callText( *explanation.recipe, explanation.arguments ) );
+    if ( explanation.preparedBy != nullptr )
+        text += ", after " + code( callText( *explanation.preparedBy, explanation.arguments ) );
+    text += ":\n\n| | Step | Call |\n|---|---|---|\n";
+    std::size_t number = 0;
+    const auto line = [&]( const std::string & label, const std::string & step,
+                           const std::string & call ) {
+        std::string cells = "| " + label + " | " + step + " | " + call + " |\n";
+        text += cells;
+    };
+    for ( const Seen & seen : explanation.seen ) {
+        if ( const auto * call = std::get_if<SeenCall>( &seen ) ) {
+            const Phrase phrase = describer.phrase( *call );
+            const auto notes = notesOf( *call, use );
+            line( std::to_string( ++number ),
+                  phrase.verb + " " + phrase.object +
+                      ( notes.empty() ? "" : "; " + joined( notes, "; " ) ),
+                  code( call->text ) );
+        } else if ( const auto * constant = std::get_if<SeenConstant>( &seen ) ) {
+            line( "", "asks " + constant->name, "" );
+        } else if ( const auto * question = std::get_if<SeenQuestion>( &seen ) ) {
+            line( "", questionText( *question ), "" );
+        } else if ( const auto * message = std::get_if<SeenMessage>( &seen ) ) {
+            line( "",
+                  "message, " + message->facility + " level " + std::to_string( message->level ) +
+                      ": " + code( message->text ),
+                  "" );
+        }
+    }
+    const auto lines = remarks( explanation );
+    if ( !lines.empty() )
+        text += "\n" + joined( lines, " " ) + "\n";
+    return text;
+}
+
+std::string markdownHeader() {
+    return "# The recipes, step by step\n"
+           "\n"
+           "What each recipe does on a fresh simulated reference chip, "
+           "with sample arguments, seen by running it. Do not edit;\n"
+           "renew with `cairn-lt explain --all --format markdown >docs/recipes.md`.\n"
+           "\n"
+           "Each numbered step is one call. Unless a step says otherwise "
+           "it is guarded: the shim's pre-call hook runs first,\n"
+           "and a negative code stops the process. Other branches are "
+           "seen with other arguments, on other chips (`--chip`,\n"
+           "`--model`), and on chips that hold something already (`--state`).\n";
+}
+
+// --- JSON
+
+Json callJson( const SeenCall & call, const Describer & describer ) {
+    const Sim::Event & event = call.event;
+    Json json{ { "kind", "call" } };
+    json["call"] = call.text;
+    json["line"] = call.line;
+    json["guarded"] = call.guarded;
+    if ( call.isCheck() )
+        return json;
+    json["operation"] = Sim::name( event.call );
+    json["lock"] = call.lockHeld ? "kept" : "released";
+    json["unit"] = event.unit;
+    json["table"] = event.table;
+    if ( const Sim::Table * table = describer.tableOf( event ) )
+        json["table_kind"] = Sim::kindName( table->kind );
+    if ( !event.field.empty() ) {
+        json["field"] = event.field;
+        json["role"] = describer.role( event );
+    }
+    if ( !event.symbol.empty() )
+        json["symbol"] = event.symbol;
+    if ( event.call == Sim::SdkCall::entryFieldArrayAdd ) {
+        json["start"] = event.startIndex;
+        json["values"] = event.values;
+    } else if ( !event.values.empty() ) {
+        json["value"] = event.values.front();
+    }
+    if ( !event.attributeName.empty() )
+        json["attribute"] = event.attributeName;
+    if ( !event.opcodeName.empty() )
+        json["opcode"] = event.opcodeName;
+    json["rc"] = event.rc;
+    if ( call.ignored )
+        json["ignored"] = true;
+    json["constants"] = call.constants;
+    return json;
+}
+
+Json seenJson( const Seen & seen, const Describer & describer ) {
+    if ( const auto * call = std::get_if<SeenCall>( &seen ) )
+        return callJson( *call, describer );
+    if ( const auto * constant = std::get_if<SeenConstant>( &seen ) )
+        return { { "kind", "constant" }, { "constant", constant->name } };
+    if ( const auto * question = std::get_if<SeenQuestion>( &seen ) )
+        return { { "kind", "question" },
+                 { "question", question->askedUnblocked ? "isUnblocked" : "isBlocked" },
+                 { "chip", question->chip },
+                 { "stage", question->stage },
+                 { "answer", question->answer } };
+    const auto & message = std::get<SeenMessage>( seen );
+    return { { "kind", "message" },
+             { "facility", message.facility },
+             { "level", message.level },
+             { "text", message.text } };
+}
+
+Json jsonOf( const Explanation & explanation, const Describer & describer ) {
+    Json json{ { "recipe", explanation.recipe->name },
+               { "family", explanation.recipe->family },
+               { "summary", explanation.recipe->summary } };
+    Json arguments = Json::object();
+    const auto parameters = explanation.recipe->parameters();
+    for ( std::size_t i = 0; i < parameters.size(); ++i )
+        arguments[std::string( parameters[i].name )] = toText( explanation.arguments[i] );
+    json["arguments"] = std::move( arguments );
+    if ( explanation.preparedBy != nullptr )
+        json["prepared_by"] = explanation.preparedBy->name;
+    Json steps = Json::array();
+    for ( const Seen & seen : explanation.seen )
+        steps.push_back( seenJson( seen, describer ) );
+    json["steps"] = std::move( steps );
+    const std::string result = toText( explanation.result );
+    if ( !result.empty() )
+        json["result"] = result;
+    json["stopped"] = explanation.stopped;
+    return json;
+}
+
+// --- The verb
+
+class Writer {
+  public:
+    Writer( const ExplainOptions & options, const Model & model )
+        : format_( options.format ), describer_( model ) {}
+
+    void add( const Explanation & explanation ) {
+        switch ( format_ ) {
+        case ExplainFormat::text:
+            text_ += ( text_.empty() ? "" : "\n" ) + textOf( explanation, describer_ );
+            break;
+        case ExplainFormat::markdown:
+            if ( text_.empty() )
+                text_ = markdownHeader();
+            if ( explanation.recipe->family != family_ ) {
+                family_ = explanation.recipe->family;
+                text_ += "\n## " + std::string( family_ ) + "\n";
+            }
+            text_ += "\n" + markdownOf( explanation, describer_ );
+            break;
+        case ExplainFormat::json:
+            json_.push_back( jsonOf( explanation, describer_ ) );
+            break;
+        }
+    }
+
+    void finish() const {
+        print( format_ == ExplainFormat::json ? Json{ { "recipes", json_ } }.dump( 2 ) + "\n"
+                                              : text_ );
+    }
+
+  private:
+    ExplainFormat format_;
+    Describer describer_;
+    std::string text_;
+    std::string_view family_;
+    Json json_ = Json::array();
+};
+
+} // namespace
+
+int explain( const ExplainOptions & options ) {
+    if ( options.all != options.recipe.empty() )
+        throw BadInput( "explain: name one recipe, or give --all" );
+    const Model model = modelOf( options.chips );
+    std::vector<KeptUnit> kept;
+    if ( !options.chips.state.empty() )
+        kept = parseState( readFile( options.chips.state ), options.chips.state );
+
+    Writer writer( options, model );
+    const auto add = [&]( const Recipe & recipe, const std::vector<std::string> & texts ) {
+        writer.add( explainRecipe( recipe, parseArguments( recipe, texts, model ), model,
+                                   options.chips.state.empty() ? nullptr : &kept,
+                                   [&]( const Explanation & stopped ) {
+                                       writer.add( stopped );
+                                       writer.finish();
+                                       std::_Exit( 1 );
+                                   } ) );
+    };
+    if ( options.all ) {
+        for ( const Recipe & recipe : recipes() )
+            add( recipe, sampleArguments( recipe, model ) );
+    } else {
+        const Recipe & recipe = needRecipe( options.recipe );
+        add( recipe,
+             options.arguments.empty() ? sampleArguments( recipe, model ) : options.arguments );
+    }
+    writer.finish();
+    return 0;
+}
+
+} // namespace Tool

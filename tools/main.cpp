@@ -1,3 +1,0 @@
-#include "tools/CommandLine.h"
-
-int main( int argc, char ** argv ) { return Tool::main( argc, argv ); }

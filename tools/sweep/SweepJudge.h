@@ -1,0 +1,194 @@
+#pragma once
+
+#include "interpose/SdkCall.h"
+#include "sim/Chip.h"
+#include "tools/sweep/SweepPlan.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+// The judge of the sweep: what a run of a recipe must look like, and where one does not.
+//
+// An undisturbed run is held against what the plan states of its case. It then lends its call
+// texts, its lines and its effects on the tables to the expectations of the disturbed runs; what
+// becomes of a disturbed call follows from its kind (SweepPlan.h) alone.
+
+namespace Tool {
+
+/// A case with everything that is needed to run it.
+struct PreparedCase {
+    const SweepCase * plan = nullptr;
+    const Recipe * recipe = nullptr;
+    Model model;
+    std::vector<Argument> arguments;
+    std::vector<std::pair<const Recipe *, std::vector<Argument>>> before;
+    /// The unit that SweepCase::holds is about.
+    int unit = 0;
+    /// All chips are the reference chip, but for what the plan varies: no guarded call is refused,
+    /// and the case takes the branch that the plan says.
+    bool isReference = false;
+};
+
+/// One call, an SDK operation or the check of a code, and what came with it.
+struct SweepCall {
+    Sim::SdkCall operation = Sim::SdkCall::entryFree;
+    /// The check of a code: the hook and the judgement of a guarded call without an operation.
+    bool isCheck = false;
+    /// Entries are numbered by their allocates, from 1; 0 is an invalid handle.
+    uint32_t entry = 0;
+    int unit = -1;
+    std::string table = {};
+    std::string field = {};
+    std::string opcode = {};
+    /// What else is handed over, in words.
+    std::string details = {};
+    /// What the library was told. Checks: 0.
+    int rc = 0;
+
+    /// The pre-call hook ran just before.
+    bool hook = false;
+    /// The activity lock was held during the hook, and during the operation.
+    bool hookLocked = false;
+    bool operationLocked = false;
+
+    /// Its trace line, empty texts if there is none: the call's text, and what follows it, "
+    /// (rc:0)" or " no rc check".
+    std::string text = {};
+    std::string ending = {};
+    int line = 0;
+
+    /// The rows of its table, if it changed them.
+    std::optional<std::string> rows = {};
+};
+
+/// A line of "CairnLtHelper".
+struct SweepMessage {
+    std::size_t afterCalls = 0; ///< how many calls had been made
+    std::string text = {};
+};
+
+/// Rows of the tables that have some, by "unit 0 TABLE": a line a row.
+using SweepTables = std::map<std::string, std::string>;
+
+/// All that was seen of a run.
+struct SweepRun {
+    /// The recipes that run before the one that is swept came to their end.
+    bool prepared = false;
+    /// The recipe returned, with this result.
+    bool returned = false;
+    std::string result = {};
+    /// The process got to the end of what it had to write down.
+    bool complete = false;
+
+    std::vector<SweepCall> calls = {};
+    std::vector<SweepMessage> messages = {};
+    /// Names of functions that trace lines bear, each once.
+    std::vector<std::string> functions = {};
+    std::size_t preCallHooks = 0;
+    std::size_t failureHooks = 0;
+    bool failureHookLocked = true;
+    /// There was something on standard error when the failure hook ran.
+    bool reportedBeforeHook = false;
+    /// The codes whose texts were asked.
+    std::vector<int> errorTexts = {};
+
+    SweepTables tablesBefore = {};
+    /// When the run was over, or stopped.
+    SweepTables tables = {};
+    std::vector<std::string> liveEntries = {};
+
+    // The process
+    int signal = 0;
+    int exitCode = 0;
+    std::string standardError = {};
+};
+
+/// What happens to one call.
+struct SweepFault {
+    enum class Kind : uint8_t {
+        fails,         ///< returns a negative code, and the chip hears nothing of it
+        positive,      ///< returns a positive code, whatever the chip says
+        succeeds,      ///< returns 0 although the chip refuses it
+        invalidHandle, ///< an allocate that returns 0 and BCMLT_INVALID_HDL
+    };
+    Kind kind = Kind::fails;
+    /// Its place in SweepRun::calls of the undisturbed run.
+    std::size_t call = 0;
+};
+
+/// "returns -1", "leaves the handle invalid".
+std::string toText( SweepFault::Kind kind );
+/// A word for programs: "fails".
+std::string_view name( SweepFault::Kind kind );
+
+/// The codes of faults, next to 0 on both sides, and the SDK's text of the negative one. The
+/// simulated chip has no other use for -1 here: recipes hand over no null pointers.
+inline constexpr int faultCode = -1;
+inline constexpr int positiveFaultCode = 1;
+inline constexpr const char * faultText = "failed by the sweep";
+
+/// How a run must end.
+struct SweepEnding {
+    enum class Kind : uint8_t { returns, report, assertion };
+    Kind kind = Kind::returns;
+    std::string result = {}; ///< returns
+    // A report, and the assertion "0"
+    std::string text = {};
+    int rc = 0;
+    /// An assertion of the recipe's own.
+    std::string expression = {};
+    /// A report: its line. An assertion: it stands behind this line, and before that of the next
+    /// call, if that is known (else 0).
+    int line = 0;
+    int before = 0;
+};
+
+/// What a run must look like.
+struct SweepExpectation {
+    std::string function;  ///< the name that trace lines bear
+    std::string signature; ///< the one that assertions print
+    std::vector<SweepCall> calls;
+    std::vector<std::string> messages;
+    SweepEnding ending;
+    std::vector<std::string> liveEntries;
+    SweepTables tables;
+    /// The call that is struck, if one is.
+    std::optional<std::size_t> struck;
+};
+
+/// How it must end, in words.
+std::string toText( const SweepExpectation & expectation );
+
+/// The call of the undisturbed run that the chip refuses and that stops it; null if there is none.
+const SweepCall * refusedCall( const PreparedCase & prepared, const SweepRun & undisturbed );
+
+/// What is wrong with an undisturbed run; empty if nothing is.
+std::vector<std::string> judgeUndisturbed( const PreparedCase & prepared,
+                                           const SweepRun & undisturbed );
+
+/// The undisturbed run as it must have been, given what the chip answered.
+SweepExpectation expectUndisturbed( const PreparedCase & prepared, const SweepRun & undisturbed );
+
+/// A case and its undisturbed run.
+struct SweptCase {
+    const PreparedCase * prepared = nullptr;
+    const SweepRun * undisturbed = nullptr;
+};
+
+/// The faults that a case is swept with. `otherwise` is the case that goes on as this one does
+/// after its lookup answered the opposite, null if it could not be run.
+std::vector<SweepFault> faultsOf( const SweptCase & swept, const SweptCase * otherwise );
+
+/// What a run with one of these faults must look like.
+SweepExpectation expectFault( const SweptCase & swept, const SweptCase * otherwise,
+                              const SweepFault & fault );
+
+/// Where a run is not as expected: a line a deviation.
+std::vector<std::string> judge( const SweepExpectation & expectation, const SweepRun & run );
+
+} // namespace Tool

@@ -1,0 +1,91 @@
+#pragma once
+
+#include "interpose/SdkCall.h"
+#include "tools/model/Model.h"
+#include "tools/recipes/Registry.h"
+
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// What the sweep of failures goes through, and what the library promises about each call. Stated
+// here by hand, from what the recipes' manual says; nothing of it is taken from a run.
+
+namespace Tool {
+
+/// How a recipe deals with the return code of one of its calls.
+enum class CallKind : uint8_t {
+    guarded,     ///< pre-call hook; a negative code is reported and stops the process
+    lookup,      ///< unchecked: a negative code means that the row is absent
+    ignored,     ///< unchecked, and nobody looks at the code
+    tolerated,   ///< unchecked: a negative code is told in a message, and the recipe goes on
+    mustMiss,    ///< unchecked: a code that is not negative stops by the assertion "rc < 0"
+    endsRecipe,  ///< unchecked: any code but 0 means an absent instance: a message, and the end
+    skipsTable,  ///< unchecked: any code but 0 means an absent table: on to the next one
+    checkedNext, ///< unchecked, but the recipe checks the code right afterwards, as a call "rc"
+};
+
+/// What a call is known by: its operation, and the opcode or the field that it names.
+CallKind kindOf( const Recipe & recipe, Sim::SdkCall operation, std::string_view opcode,
+                 std::string_view field );
+
+/// Whether the recipe stops by the assertion "ent_hdl != BCMLT_INVALID_HDL" if an allocate succeeds
+/// and leaves the handle invalid.
+bool assertsHandle( const Recipe & recipe );
+
+/// Whether the recipe keeps the activity lock during its SDK calls.
+bool keepsLock( const Recipe & recipe );
+
+/// The recipe under whose name the output of this one appears: itself, unless it only calls
+/// another.
+const Recipe & outputOf( const Recipe & recipe );
+
+/// The signature as assertions print it: "void Cairn::setOpaqueTagIngress(uint32_t, uint8_t)".
+std::string signatureOf( const Recipe & recipe );
+
+/// One branch of a recipe: what makes it go there, and how it ends when nothing is disturbed.
+struct SweepCase {
+    struct Given {
+        std::string_view parameter;
+        std::string_view value;
+    };
+    /// A recipe that runs before, with the arguments of the case where the names are the same.
+    struct Before {
+        std::string_view recipe;
+        std::vector<Given> arguments = {};
+    };
+    /// A field that holds this before the recipe begins. The row is the first one of a physical
+    /// table, or the row of a logical table without a key.
+    struct Holds {
+        std::string_view table;
+        std::string_view field;
+        uint64_t value = 0;
+    };
+
+    std::string_view recipe;
+    std::string_view name;
+    /// Where they differ from the samples.
+    std::vector<Given> arguments = {};
+    std::vector<Before> before = {};
+    std::vector<Holds> holds = {};
+    /// Chips, modules and ports, where they must differ from those of the model.
+    std::function<void( Model & )> vary = {};
+
+    /// What it returns, as text; empty for a recipe that returns nothing.
+    std::string_view returns = {};
+    /// The assertion that stops it; empty if it returns.
+    std::string_view stopsBy = {};
+    /// The case that goes on as this one does after its lookup answered the opposite.
+    std::string_view otherwise = {};
+    /// On the reference chip: parts of a call's text or a message that occur, and that do not.
+    std::vector<std::string_view> with = {};
+    std::vector<std::string_view> without = {};
+};
+
+/// All cases, in the order of the registry; each recipe has at least one.
+std::span<const SweepCase> sweepCases();
+
+} // namespace Tool

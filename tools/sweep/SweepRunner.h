@@ -1,0 +1,66 @@
+#pragma once
+
+#include "tools/sweep/SweepJudge.h"
+
+#include <Shim/Sdk.h>
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <vector>
+
+// Running the sweep: each run in a process of its own, as many at a time as there are processors.
+
+namespace Tool {
+
+/// One fault and what came of it.
+struct SweepFaultReport {
+    SweepFault fault;
+    /// The text of the call that was struck.
+    std::string call;
+    /// What must come of it, in words.
+    std::string expected;
+    /// Where it came differently; empty if it did not.
+    std::vector<std::string> differences;
+};
+
+/// One case and all its faults.
+struct SweepCaseReport {
+    const SweepCase * plan = nullptr;
+    /// Why the case was not swept; empty if it was.
+    std::string leftOut = {};
+    /// The call that the chip refuses although nothing is disturbed, and why; empty if there is
+    /// none.
+    std::string refused = {};
+    /// Calls of the undisturbed run, how it must end, and where it is not as stated. A case with
+    /// differences here is not swept with faults.
+    std::size_t calls = 0;
+    std::string expected = {};
+    std::vector<std::string> differences = {};
+    std::vector<SweepFaultReport> faults = {};
+};
+
+struct SweepReport {
+    std::vector<SweepCaseReport> cases;
+
+    // Counts
+    std::size_t faults() const;
+    std::size_t leftOut() const;
+    std::size_t refused() const;
+    /// Undisturbed runs and faults with differences.
+    std::size_t unexpected() const;
+};
+
+struct SweepSetup {
+    /// Called now and then: runs that are over, and how many there are as far as is known.
+    std::function<void( std::size_t done, std::size_t total )> progress = {};
+    /// Puts something between the library and all that watches it. Called in the process of each
+    /// run; what it returns lives until that process ends.
+    std::function<Shim::Sdk &( Shim::Sdk & watched )> around = {};
+};
+
+/// Sweeps the cases of these recipes on the chips of a model. BadInput if processes can not be had.
+SweepReport sweepRecipes( const Model & model, const std::vector<const Recipe *> & recipes,
+                          const SweepSetup & setup );
+
+} // namespace Tool
