@@ -1,4 +1,5 @@
 #include "tools/cli/Verbs.h"
+#include "tools/model/Files.h"
 #include "tools/model/Input.h"
 #include "tools/model/State.h"
 #include "tools/run/Tables.h"

@@ -1,7 +1,10 @@
 #pragma once
 
+#include "tools/explain/Explain.h"
+#include "tools/model/ChipOptions.h"
 #include "tools/run/Output.h"
 #include "tools/run/Session.h"
+#include "tools/sweep/Sweep.h"
 
 #include <optional>
 #include <string>
@@ -11,21 +14,6 @@
 // returns the exit code (0 yes, 1 the answer is no); BadInput stands for exit code 2.
 
 namespace Tool {
-
-/// Which chips a verb works on when it is not given a bring-up to run.
-struct ChipOptions {
-    /// "[UNIT=]SOURCE", where SOURCE is "reference" or a chip file. A chip without a unit gets the
-    /// one after that of the chip before it.
-    std::vector<std::string> chips;
-    /// A bring-up file whose chips, modules and ports are taken and whose steps are not run.
-    std::string model;
-    /// A state file, whose chips are taken if nothing else says what the chips are.
-    std::string state;
-};
-
-/// What the options describe: the model of the bring-up file, or else the default model of the
-/// chips given, of the chips kept, or of the reference chip as unit 0.
-Model modelOf( const ChipOptions & options );
 
 struct ListOptions {
     Format format = Format::text;
@@ -51,36 +39,6 @@ struct BringupOptions {
 
 /// All steps of a bring-up file.
 int bringup( const BringupOptions & options );
-
-enum class ExplainFormat { text, markdown, json };
-
-struct ExplainOptions {
-    std::string recipe;
-    /// Empty: sample arguments.
-    std::vector<std::string> arguments;
-    /// All recipes, with sample arguments, instead of one.
-    bool all = false;
-    /// The chips; a state file is only read.
-    ChipOptions chips;
-    ExplainFormat format = ExplainFormat::text;
-};
-
-/// What recipes do, step by step, seen by running them on a scratch chip. 1 if a recipe stops
-/// there.
-int explain( const ExplainOptions & options );
-
-struct SweepOptions {
-    /// Empty: all.
-    std::vector<std::string> recipes;
-    ChipOptions chips;
-    /// Each fault on a line of its own.
-    bool verbose = false;
-    Format format = Format::text;
-};
-
-/// Disturbs each SDK call of each branch of recipes, and says whether what came of it is what the
-/// library promises. 1 if something is not.
-int sweep( const SweepOptions & options );
 
 enum class TraceFormat { text, brief, json };
 

@@ -1,7 +1,10 @@
-#include "tools/cli/Verbs.h"
+#include "tools/explain/Explain.h"
+
 #include "tools/explain/Explanation.h"
 #include "tools/model/Arguments.h"
+#include "tools/model/Files.h"
 #include "tools/model/Input.h"
+#include "tools/run/Output.h"
 
 #include <nlohmann/json.hpp>
 

@@ -2,6 +2,7 @@
 
 #include "tools/model/Arguments.h"
 #include "tools/model/ChipFile.h"
+#include "tools/model/Files.h"
 #include "tools/model/Input.h"
 #include "tools/model/Toml.h"
 

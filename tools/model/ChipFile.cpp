@@ -1,5 +1,6 @@
 #include "tools/model/ChipFile.h"
 
+#include "tools/model/Files.h"
 #include "tools/model/Input.h"
 #include "tools/model/Toml.h"
 

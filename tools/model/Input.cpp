@@ -3,13 +3,9 @@
 #include "text/NearestName.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <cstdint>
-#include <cstdio>
-#include <cstring>
 #include <iterator>
-#include <memory>
 #include <vector>
 
 namespace Tool {
@@ -33,23 +29,6 @@ std::string nameHint( std::string_view wanted, std::span<const std::string_view>
         text += candidates[i];
     }
     return text;
-}
-
-std::string readFile( const std::string & path ) {
-    const auto refuse = [&]( int error ) -> BadInput {
-        return BadInput( path + ": can not be read: " + std::strerror( error ) );
-    };
-    const std::unique_ptr<std::FILE, int ( * )( std::FILE * )> file(
-        std::fopen( path.c_str(), "rbe" ), &std::fclose );
-    if ( !file )
-        throw refuse( errno );
-    std::string contents;
-    char buffer[65536];
-    while ( const std::size_t read = std::fread( buffer, 1, sizeof buffer, file.get() ) )
-        contents.append( buffer, read );
-    if ( std::ferror( file.get() ) )
-        throw refuse( errno );
-    return contents;
 }
 
 bool parseNumber( std::string_view text, uint64_t & number ) {

@@ -20,9 +20,6 @@ class BadInput : public std::runtime_error {
 /// names there are, if none is near and there are few of them.
 std::string nameHint( std::string_view wanted, std::span<const std::string_view> names );
 
-/// The contents of a file; BadInput, naming the file and the reason, if it can not be read.
-std::string readFile( const std::string & path );
-
 /// Reads an unsigned number in decimal or, after "0x", in hexadecimal. False if the text is not
 /// one, or is larger than 64 bits hold.
 bool parseNumber( std::string_view text, uint64_t & number );

@@ -1,7 +1,7 @@
 #include "tools/model/State.h"
 
+#include "tools/model/Files.h"
 #include "tools/model/Input.h"
-#include "tools/run/Output.h"
 
 #include <nlohmann/json.hpp>
 
@@ -264,6 +264,13 @@ std::vector<KeptUnit> loadState( const std::string & file ) {
     if ( ::access( file.c_str(), F_OK ) != 0 && errno == ENOENT )
         return {};
     return parseState( readFile( file ), file );
+}
+
+std::vector<ChipDescription> keptChips( const std::string & stateFile ) {
+    std::vector<ChipDescription> chips;
+    for ( KeptUnit & kept : loadState( stateFile ) )
+        chips.push_back( defaultChip( kept.unit, std::move( kept.schema ), stateFile ) );
+    return chips;
 }
 
 void restore( Sim::Chip & chip, const std::vector<KeptUnit> & units, const std::string & file ) {

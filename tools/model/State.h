@@ -1,6 +1,7 @@
 #pragma once
 
 #include "sim/Chip.h"
+#include "tools/model/Model.h"
 
 #include <string>
 #include <string_view>
@@ -30,6 +31,9 @@ std::vector<KeptUnit> parseState( std::string_view contents, const std::string &
 
 /// The chips of a state file; none if there is no such file yet.
 std::vector<KeptUnit> loadState( const std::string & file );
+
+/// The chips that a state file keeps, as chips of a model ("chipUNIT").
+std::vector<ChipDescription> keptChips( const std::string & stateFile );
 
 /// Fills a chip that has the kept units with what was kept. Throws BadInput if a row does not fit.
 void restore( Sim::Chip & chip, const std::vector<KeptUnit> & units, const std::string & file );

@@ -1,5 +1,6 @@
 #include "tools/run/Output.h"
 
+#include "tools/model/Files.h"
 #include "tools/model/Input.h"
 
 #include <cerrno>
@@ -36,18 +37,6 @@ bool coloured() {
 }
 
 } // namespace
-
-bool writeAll( int descriptor, std::string_view text ) noexcept {
-    while ( !text.empty() ) {
-        const ssize_t written = ::write( descriptor, text.data(), text.size() );
-        if ( written < 0 && errno == EINTR )
-            continue;
-        if ( written < 0 )
-            return false;
-        text.remove_prefix( static_cast<std::size_t>( written ) );
-    }
-    return true;
-}
 
 Format parseFormat( std::string_view text, std::string_view option ) {
     if ( text == "text" )

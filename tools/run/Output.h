@@ -16,9 +16,6 @@ Format parseFormat( std::string_view text, std::string_view option );
 /// BadInput if it can not be written.
 void print( std::string_view text );
 
-/// Writes all of `text`; false, with errno set, if that fails.
-bool writeAll( int descriptor, std::string_view text ) noexcept;
-
 /// Writes "cairn-lt: MESSAGE" as one line to standard error; control characters in it are escaped.
 void complain( std::string_view message );
 

@@ -438,11 +438,4 @@ Session::~Session() = default;
 
 int Session::run() { return impl_->run(); }
 
-std::vector<ChipDescription> keptChips( const std::string & stateFile ) {
-    std::vector<ChipDescription> chips;
-    for ( KeptUnit & kept : loadState( stateFile ) )
-        chips.push_back( defaultChip( kept.unit, std::move( kept.schema ), stateFile ) );
-    return chips;
-}
-
 } // namespace Tool

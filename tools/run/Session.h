@@ -59,7 +59,4 @@ class Session {
     std::unique_ptr<Impl> impl_;
 };
 
-/// The chips that a state file keeps, as chips of a model ("chipUNIT").
-std::vector<ChipDescription> keptChips( const std::string & stateFile );
-
 } // namespace Tool

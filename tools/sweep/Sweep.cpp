@@ -1,6 +1,7 @@
-#include "tools/cli/Verbs.h"
+#include "tools/sweep/Sweep.h"
+
 #include "tools/model/Arguments.h"
-#include "tools/model/Input.h"
+#include "tools/model/Files.h"
 #include "tools/sweep/SweepRunner.h"
 
 #include <nlohmann/json.hpp>

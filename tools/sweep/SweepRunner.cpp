@@ -4,6 +4,7 @@
 #include "interpose/Recorder.h"
 #include "sim/Chip.h"
 #include "tools/model/Arguments.h"
+#include "tools/model/Files.h"
 #include "tools/model/Input.h"
 #include "tools/run/Output.h"
 #include "tools/run/StopHandler.h"

@@ -1,0 +1,59 @@
+#include "tools/model/ChipOptions.h"
+
+#include "tools/model/BringupFile.h"
+#include "tools/model/ChipFile.h"
+#include "tools/model/Input.h"
+#include "tools/model/State.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+#include <utility>
+
+namespace Tool {
+
+namespace {
+
+// One --chip: its unit, if it is given, and its source.
+std::pair<std::optional<int>, std::string> splitChip( const std::string & text ) {
+    const auto equals = text.find( '=' );
+    const bool hasUnit = equals != std::string::npos && equals > 0 &&
+                         text.find_first_not_of( "0123456789" ) == equals;
+    if ( !hasUnit )
+        return { {}, text };
+    uint64_t unit = 0;
+    constexpr uint64_t largestUnit = 65535;
+    if ( !parseNumber( std::string_view( text ).substr( 0, equals ), unit ) || unit > largestUnit )
+        throw BadInput( "--chip " + text + ": the unit is too large; write 0 to 65535" );
+    return { static_cast<int>( unit ), text.substr( equals + 1 ) };
+}
+
+std::vector<ChipDescription> chipsOf( const ChipOptions & options ) {
+    std::vector<ChipDescription> chips;
+    for ( const std::string & text : options.chips ) {
+        const auto [given, source] = splitChip( text );
+        const int unit = given ? *given : chips.empty() ? 0 : chips.back().unit + 1;
+        if ( std::any_of( chips.begin(), chips.end(),
+                          [&]( const auto & chip ) { return chip.unit == unit; } ) )
+            throw BadInput( "--chip " + text + ": unit " + std::to_string( unit ) +
+                            " is another chip already; write UNIT=FILE" );
+        chips.push_back( defaultChip( unit, loadChip( source ), source ) );
+    }
+    if ( chips.empty() && !options.state.empty() )
+        chips = keptChips( options.state );
+    if ( chips.empty() )
+        chips.push_back( defaultChip( 0, Sim::referenceSchema(), "reference" ) );
+    return chips;
+}
+
+} // namespace
+
+Model modelOf( const ChipOptions & options ) {
+    if ( !options.model.empty() && !options.chips.empty() )
+        throw BadInput( "--chip and --model both say what the chips are; give one of them" );
+    if ( !options.model.empty() )
+        return loadBringup( options.model ).model;
+    return defaultModel( chipsOf( options ) );
+}
+
+} // namespace Tool

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+// Files, read and written as a whole.
+
+namespace Tool {
+
+/// The contents of a file; BadInput, naming the file and the reason, if it can not be read.
+std::string readFile( const std::string & path );
+
+/// Writes all of `text`; false, with errno set, if that fails.
+bool writeAll( int descriptor, std::string_view text ) noexcept;
+
+} // namespace Tool
