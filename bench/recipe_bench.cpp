@@ -44,7 +44,7 @@ using Clock = std::chrono::steady_clock;
 
 // The chip as recipes find it when they are called again: what was inserted is there, so that an
 // INSERT is made an UPDATE of the same row.
-class AgainAndAgain final : public Sim::Forwarder {
+class AgainAndAgain final : public Interpose::Forwarder {
   public:
     using Forwarder::Forwarder;
     std::uint32_t BCMLT_OPCODE_INSERT() noexcept override { return inner().BCMLT_OPCODE_UPDATE(); }
@@ -88,13 +88,13 @@ double tracedNanoseconds( const Pair & pair ) {
 
 // How many operations of the SDK the recipe makes.
 std::size_t operations( const Pair & pair, Shim::Sdk & sdk ) {
-    Sim::Recorder recorder( sdk );
+    Interpose::Recorder recorder( sdk );
     Shim::sdk_ = &recorder;
     pair.guarded->invoke( pair.arguments, state );
     const auto & events = recorder.events();
     return static_cast<std::size_t>(
         std::count_if( events.begin(), events.end(), []( const auto & event ) {
-            return Sim::kind( event.call ) == Sim::SdkCallKind::operation;
+            return Interpose::kind( event.call ) == Interpose::SdkCallKind::operation;
         } ) );
 }
 

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-namespace Sim {
+namespace Interpose {
 
 namespace {
 
@@ -66,7 +66,7 @@ class Parser {
              std::find( std::begin( keys ), std::end( keys ), key ) == std::end( keys ) ) {
             return report( "a fault is made of op=, table=, field=, unit=, rc=, at=, always and "
                            "handle=invalid" +
-                           nearestHint( key, keys ) );
+                           Text::nearestHint( key, keys ) );
         }
         parseValue( key, trimmed( word.substr( equals + 1 ) ) );
     }
@@ -105,7 +105,7 @@ class Parser {
             names.push_back( name( call ) );
             names.push_back( shortName( call ) );
         }
-        report( "the operations are " + list + nearestHint( value, names ) );
+        report( "the operations are " + list + Text::nearestHint( value, names ) );
     }
 
     template <typename Number>
@@ -208,4 +208,4 @@ std::string toText( const Fault & fault ) {
     return text;
 }
 
-} // namespace Sim
+} // namespace Interpose

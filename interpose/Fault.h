@@ -9,7 +9,7 @@
 
 // Faults as values, and as text for a command line.
 
-namespace Sim {
+namespace Interpose {
 
 /// One fault: which operations it is about, at which of them it strikes, and what happens then.
 /// A property that is left empty matches anything.
@@ -64,4 +64,4 @@ ParsedFault parseFault( std::string_view text );
 /// The text that parseFault reads back as the same fault.
 std::string toText( const Fault & fault );
 
-} // namespace Sim
+} // namespace Interpose

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <utility>
 
-namespace Sim {
+namespace Interpose {
 
 namespace {
 
@@ -199,4 +199,4 @@ int FaultInjector::bcmlt_pt_entry_commit( uint32_t handle, uint32_t opcode,
     } );
 }
 
-} // namespace Sim
+} // namespace Interpose

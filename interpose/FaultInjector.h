@@ -10,12 +10,12 @@
 
 // Faults on demand: an SDK that fails where it is told to.
 //
-//     Sim::FaultInjector faults( chip );
-//     faults.add( { .operation = Sim::SdkCall::ptEntryCommit, .rc = -7 } );
+//     Interpose::FaultInjector faults( chip );
+//     faults.add( { .operation = Interpose::SdkCall::ptEntryCommit, .rc = -7 } );
 //     Shim::sdk_ = &faults;
 //     Cairn::setEgrTunnelEcnEncap( 0, 5, 2 ); // its commit fails with -7
 
-namespace Sim {
+namespace Interpose {
 
 /// How a fault fared.
 struct FaultReport {
@@ -67,4 +67,4 @@ class FaultInjector final : public Forwarder {
     std::unique_ptr<State> state_;
 };
 
-} // namespace Sim
+} // namespace Interpose

@@ -1,6 +1,6 @@
 #include "interpose/Forwarder.h"
 
-namespace Sim {
+namespace Interpose {
 
 const char * Forwarder::errmsg( int rc ) noexcept { return inner_.errmsg( rc ); }
 
@@ -71,4 +71,4 @@ const char * Forwarder::SPEEDs() noexcept { return inner_.SPEEDs(); }
 void Forwarder::preCallHook() noexcept { inner_.preCallHook(); }
 void Forwarder::failureHook() noexcept { inner_.failureHook(); }
 
-} // namespace Sim
+} // namespace Interpose

@@ -7,7 +7,7 @@
 // An SDK that passes every call on to another one, unchanged: the base of decorators, which
 // override what they change.
 
-namespace Sim {
+namespace Interpose {
 
 class Forwarder : public Shim::Sdk {
   public:
@@ -60,4 +60,4 @@ class Forwarder : public Shim::Sdk {
     Shim::Sdk & inner_;
 };
 
-} // namespace Sim
+} // namespace Interpose

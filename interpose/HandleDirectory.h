@@ -9,7 +9,7 @@
 // Which unit and table the handles of live entries belong to: a decorator sees the handle alone.
 // Internal to the decorators, which guard it with a lock of their own.
 
-namespace Sim {
+namespace Interpose {
 
 class HandleDirectory {
   public:
@@ -39,4 +39,4 @@ class HandleDirectory {
     std::unordered_map<uint32_t, Entry> entries_;
 };
 
-} // namespace Sim
+} // namespace Interpose

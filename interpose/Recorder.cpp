@@ -6,7 +6,7 @@
 #include <mutex>
 #include <utility>
 
-namespace Sim {
+namespace Interpose {
 
 namespace {
 
@@ -398,4 +398,4 @@ void Recorder::failureHook() noexcept {
     state_->record( { .call = SdkCall::failureHook }, [&]( Event & ) { inner_.failureHook(); } );
 }
 
-} // namespace Sim
+} // namespace Interpose

@@ -13,10 +13,10 @@
 
 // The recorder: an SDK that writes down every call on its way to another SDK.
 //
-//     Sim::Recorder recorder( chip );
+//     Interpose::Recorder recorder( chip );
 //     Shim::sdk_ = &recorder;
 //     Cairn::setEgrTunnelEcnEncap( 0, 5, 2 );
-//     for( const Sim::Event & event : recorder.events() ) {
+//     for( const Interpose::Event & event : recorder.events() ) {
 //         puts( toText( event ).c_str() );
 //     }
 //
@@ -29,7 +29,7 @@
 //         BCMLT_PRIORITY_NORMAL -> rc 0                                      (on the same line)
 //     bcmlt_entry_free entry 1 EGR_TUNNEL_ECN_ENCAPm -> rc 0
 
-namespace Sim {
+namespace Interpose {
 
 /// One call. Which members mean something depends on the call; the others keep their defaults.
 struct Event {
@@ -148,4 +148,4 @@ class Recorder final : public Shim::Sdk {
     std::unique_ptr<State> state_;
 };
 
-} // namespace Sim
+} // namespace Interpose

@@ -3,7 +3,7 @@
 #include <array>
 #include <cstddef>
 
-namespace Sim {
+namespace Interpose {
 
 namespace {
 
@@ -91,4 +91,4 @@ std::optional<SdkCall> operationByName( std::string_view wanted ) {
     return {};
 }
 
-} // namespace Sim
+} // namespace Interpose

@@ -7,7 +7,7 @@
 
 // The calls of the SDK shim as values, in the order of its virtual table.
 
-namespace Sim {
+namespace Interpose {
 
 enum class SdkCall : uint8_t {
     errmsg,
@@ -62,4 +62,4 @@ std::string_view shortName( SdkCall call );
 /// An operation by its name or its short name. Nothing if there is none.
 std::optional<SdkCall> operationByName( std::string_view name );
 
-} // namespace Sim
+} // namespace Interpose

@@ -121,16 +121,16 @@ std::string describe( const Failure & f, const std::map<int, const Schema *> & u
     }
     case Rc::unknownTable:
         return "unit " + std::to_string( f.unit ) + " has no table " + name +
-               nearestHint( name, units.at( f.unit )->tableNames() );
+               Text::nearestHint( name, units.at( f.unit )->tableNames() );
     case Rc::unknownField:
         if ( std::find( addressNames.begin(), addressNames.end(), name ) != addressNames.end() ) {
             return table + " has no field " + name +
                    ( f.table->isPhysical() ? "; that is the address of a row"
                                            : "; only physical tables have" );
         }
-        return table + " has no field " + name + nearestHint( name, f.table->fieldNames() );
+        return table + " has no field " + name + Text::nearestHint( name, f.table->fieldNames() );
     case Rc::unknownSymbol:
-        return field + " has no symbol " + name + nearestHint( name, f.field->symbolNames() );
+        return field + " has no symbol " + name + Text::nearestHint( name, f.field->symbolNames() );
     case Rc::unknownHandle:
         return std::string( f.what ) + ": there never was an entry " + std::to_string( f.handle ) +
                ( f.handle == invalidHandle ? ", that is BCMLT_INVALID_HDL" : "" );

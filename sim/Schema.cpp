@@ -195,7 +195,8 @@ class Check {
 };
 
 std::string noSuchTable( const Schema & schema, std::string_view table ) {
-    return "there is no table " + std::string( table ) + nearestHint( table, schema.tableNames() );
+    return "there is no table " + std::string( table ) +
+           Text::nearestHint( table, schema.tableNames() );
 }
 
 } // namespace

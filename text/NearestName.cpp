@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <vector>
 
-namespace Sim {
+namespace Text {
 
 namespace {
 
@@ -58,4 +58,4 @@ std::string nearestHint( std::string_view wanted, std::span<const std::string_vi
     return nearest.empty() ? std::string() : "; the nearest name is " + std::string( nearest );
 }
 
-} // namespace Sim
+} // namespace Text

@@ -6,7 +6,7 @@
 
 // What to say to someone who mistyped a name.
 
-namespace Sim {
+namespace Text {
 
 /// The name of `names` that is closest to `wanted`, by the number of characters to insert, delete,
 /// replace or swap; letter case does not count. Empty if none is close, that is within a third of
@@ -17,4 +17,4 @@ std::string_view nearestName( std::string_view wanted, std::span<const std::stri
 /// "; the nearest name is ..." to put behind an error text, or nothing if no name is near.
 std::string nearestHint( std::string_view wanted, std::span<const std::string_view> names );
 
-} // namespace Sim
+} // namespace Text

@@ -97,7 +97,7 @@ namespace {
 using Notes = std::vector<std::string>;
 
 /// An SDK that notes what is asked of it, with "+" where this thread holds the activity lock.
-class NotingSdk final : public Sim::Forwarder {
+class NotingSdk final : public Interpose::Forwarder {
   public:
     NotingSdk() : Forwarder( chip_ ) {}
 

@@ -106,7 +106,7 @@ struct Made {
 
 Made made( const Counted & what ) {
     Made result;
-    Sim::Recorder recorder( Support::quietSdk() );
+    Interpose::Recorder recorder( Support::quietSdk() );
     Shim::sdk_ = &recorder;
     Kiln::traceToCallback( [&]( const Kiln::TraceLine & ) { ++result.lines; } );
     Kiln::traceSettings( { { "CairnLtHelper", ~0u } } );
@@ -114,8 +114,8 @@ Made made( const Counted & what ) {
     Kiln::traceOff();
     Kiln::traceToStandardError();
     Shim::sdk_ = &Support::quietSdk();
-    for ( const Sim::Event & event : recorder.events() )
-        result.calls += Sim::kind( event.call ) == Sim::SdkCallKind::operation;
+    for ( const Interpose::Event & event : recorder.events() )
+        result.calls += Interpose::kind( event.call ) == Interpose::SdkCallKind::operation;
     return result;
 }
 

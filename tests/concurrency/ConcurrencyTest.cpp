@@ -25,7 +25,7 @@ namespace {
 
 /// An SDK that notes how many threads were ever inside at once. Where it is told to, the first
 /// thread that gets in waits until a second one is there.
-class CrowdedSdk final : public Sim::Forwarder {
+class CrowdedSdk final : public Interpose::Forwarder {
   public:
     CrowdedSdk() : Forwarder( chip ) {}
 

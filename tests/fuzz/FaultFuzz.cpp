@@ -10,13 +10,13 @@
 
 extern "C" int LLVMFuzzerTestOneInput( const std::uint8_t * data, std::size_t size ) {
     const std::string_view text( reinterpret_cast<const char *>( data ), size );
-    const Sim::ParsedFault parsed = Sim::parseFault( text );
+    const Interpose::ParsedFault parsed = Interpose::parseFault( text );
     if ( parsed.fault.has_value() != parsed.error.empty() )
         std::abort();
     if ( parsed.fault ) {
         if ( !Sim::check( *parsed.fault ).empty() )
             std::abort();
-        if ( Sim::parseFault( Sim::toText( *parsed.fault ) ).fault != parsed.fault )
+        if ( Interpose::parseFault( Interpose::toText( *parsed.fault ) ).fault != parsed.fault )
             std::abort();
     }
     return 0;

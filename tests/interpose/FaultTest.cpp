@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <thread>
 
+using namespace Interpose;
 using namespace Sim;
 using SimTest::smallSchema;
 using Codes = std::vector<int>;

@@ -7,6 +7,7 @@
 
 #include <thread>
 
+using namespace Interpose;
 using namespace Sim;
 using SimTest::smallSchema;
 

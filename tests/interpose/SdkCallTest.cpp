@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-using namespace Sim;
+using namespace Interpose;
 
 namespace {
 

@@ -19,8 +19,8 @@ namespace Support {
 
 namespace {
 
-std::string operationText( const Sim::Event & event ) {
-    using Sim::SdkCall;
+std::string operationText( const Interpose::Event & event ) {
+    using Interpose::SdkCall;
     switch ( event.call ) {
     case SdkCall::entryAllocate:
         return "allocate " + std::to_string( event.unit ) + " " + event.table;
@@ -46,7 +46,7 @@ std::string operationText( const Sim::Event & event ) {
         return text + " count " + std::to_string( event.count );
     }
     default:
-        return std::string( Sim::name( event.call ) );
+        return std::string( Interpose::name( event.call ) );
     }
 }
 
@@ -174,19 +174,20 @@ void RecipeTest::install( const Sim::Schema & schema ) {
     chip_ = std::make_unique<Sim::Chip>();
     chip_->addUnit( 0, schema );
     chip_->addUnit( 3, schema );
-    faults_ = std::make_unique<Sim::FaultInjector>( *chip_ );
-    recorder_ = std::make_unique<Sim::Recorder>( *faults_ );
-    recorder_->observe( [this]( Sim::Recorder::Moment moment, const Sim::Event & event ) {
-        if ( moment == Sim::Recorder::Moment::before )
-            note( operationText( event ) );
-        else if ( event.call == Sim::SdkCall::entryAllocate )
-            handles_.push_back( event.handle );
-    } );
+    faults_ = std::make_unique<Interpose::FaultInjector>( *chip_ );
+    recorder_ = std::make_unique<Interpose::Recorder>( *faults_ );
+    recorder_->observe(
+        [this]( Interpose::Recorder::Moment moment, const Interpose::Event & event ) {
+            if ( moment == Interpose::Recorder::Moment::before )
+                note( operationText( event ) );
+            else if ( event.call == Interpose::SdkCall::entryAllocate )
+                handles_.push_back( event.handle );
+        } );
     Shim::sdk_ = recorder_.get();
 }
 
 void RecipeTest::inject( const std::string & fault ) {
-    const auto parsed = Sim::parseFault( fault );
+    const auto parsed = Interpose::parseFault( fault );
     ASSERT_TRUE( parsed.fault ) << parsed.error;
     faults_->add( *parsed.fault );
 }

@@ -223,8 +223,8 @@ class RecipeTest : public ::testing::Test,
     std::string withoutHandle( std::string text ) const;
 
     std::unique_ptr<Sim::Chip> chip_;
-    std::unique_ptr<Sim::FaultInjector> faults_;
-    std::unique_ptr<Sim::Recorder> recorder_;
+    std::unique_ptr<Interpose::FaultInjector> faults_;
+    std::unique_ptr<Interpose::Recorder> recorder_;
     std::vector<std::string> log_;
     std::vector<int> sourceLines_;
     std::vector<std::uint32_t> handles_;

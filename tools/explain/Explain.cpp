@@ -71,37 +71,37 @@ class Describer {
     explicit Describer( const Model & model ) : model_( model ) {}
 
     Phrase phrase( const SeenCall & call ) const {
-        const Sim::Event & event = call.event;
+        const Interpose::Event & event = call.event;
         if ( call.isCheck() )
             return { "check", "the code of the call before" };
         switch ( event.call ) {
-        case Sim::SdkCall::entryAllocate:
+        case Interpose::SdkCall::entryAllocate:
             return { "allocate", "an entry of " + event.table + kindText( event ) + " on unit " +
                                      std::to_string( event.unit ) };
-        case Sim::SdkCall::entryAttribSet:
+        case Interpose::SdkCall::entryAttribSet:
             return { "attribute", event.attributeName };
-        case Sim::SdkCall::entryFieldAdd:
+        case Interpose::SdkCall::entryFieldAdd:
             return { "add", event.field + " = " + valuesText( event.values ) + roleText( event ) };
-        case Sim::SdkCall::entryFieldArrayAdd:
+        case Interpose::SdkCall::entryFieldArrayAdd:
             return { "add", elementsText( event ) + " = " + valuesText( event.values ) +
                                 roleText( event ) };
-        case Sim::SdkCall::entryFieldSymbolAdd:
+        case Interpose::SdkCall::entryFieldSymbolAdd:
             return { "add", event.field + " = symbol " + event.symbol + roleText( event ) };
-        case Sim::SdkCall::entryFieldGet:
+        case Interpose::SdkCall::entryFieldGet:
             return { "read", event.field + ": " + valuesText( event.values ) };
-        case Sim::SdkCall::entryCommit:
+        case Interpose::SdkCall::entryCommit:
             return { "commit", withoutPrefix( event.opcodeName, "BCMLT_OPCODE_" ) };
-        case Sim::SdkCall::ptEntryCommit:
+        case Interpose::SdkCall::ptEntryCommit:
             return { "commit", "PT " + withoutPrefix( event.opcodeName, "BCMLT_PT_OPCODE_" ) };
-        case Sim::SdkCall::entryFree:
+        case Interpose::SdkCall::entryFree:
             return { "free", "the entry" };
         default:
-            return { "call", std::string( Sim::name( event.call ) ) };
+            return { "call", std::string( Interpose::name( event.call ) ) };
         }
     }
 
     /// The role of the field in the table: "key", "index", "instance", "port" or "data".
-    std::string role( const Sim::Event & event ) const {
+    std::string role( const Interpose::Event & event ) const {
         if ( event.field == Sim::indexField )
             return "index";
         if ( event.field == Sim::instanceField )
@@ -112,24 +112,24 @@ class Describer {
         return field != nullptr && field->role == Sim::FieldRole::key ? "key" : "data";
     }
 
-    const Sim::Table * tableOf( const Sim::Event & event ) const {
+    const Sim::Table * tableOf( const Interpose::Event & event ) const {
         const ChipDescription * chip = model_.findUnit( static_cast<uint64_t>( event.unit ) );
         return chip == nullptr ? nullptr : chip->schema.find( event.table );
     }
 
   private:
-    const Sim::Field * fieldOf( const Sim::Event & event ) const {
+    const Sim::Field * fieldOf( const Interpose::Event & event ) const {
         const Sim::Table * table = tableOf( event );
         return table == nullptr ? nullptr : table->find( event.field );
     }
 
-    std::string kindText( const Sim::Event & event ) const {
+    std::string kindText( const Interpose::Event & event ) const {
         const Sim::Table * table = tableOf( event );
         return table == nullptr ? ", which the chip lacks,"
                                 : " (" + std::string( Sim::kindName( table->kind ) ) + ")";
     }
 
-    std::string roleText( const Sim::Event & event ) const {
+    std::string roleText( const Interpose::Event & event ) const {
         const std::string text = role( event );
         if ( text == "index" )
             return " (which row)";
@@ -146,7 +146,7 @@ class Describer {
                ( field->length > 1 ? " each)" : ")" );
     }
 
-    static std::string elementsText( const Sim::Event & event ) {
+    static std::string elementsText( const Interpose::Event & event ) {
         if ( event.count == 0 )
             return "no elements of " + event.field;
         const std::string first = std::to_string( event.startIndex );
@@ -327,14 +327,14 @@ std::string markdownHeader() {
 // --- JSON
 
 Json callJson( const SeenCall & call, const Describer & describer ) {
-    const Sim::Event & event = call.event;
+    const Interpose::Event & event = call.event;
     Json json{ { "kind", "call" } };
     json["call"] = call.text;
     json["line"] = call.line;
     json["guarded"] = call.guarded;
     if ( call.isCheck() )
         return json;
-    json["operation"] = Sim::name( event.call );
+    json["operation"] = Interpose::name( event.call );
     json["lock"] = call.lockHeld ? "kept" : "released";
     json["unit"] = event.unit;
     json["table"] = event.table;
@@ -346,7 +346,7 @@ Json callJson( const SeenCall & call, const Describer & describer ) {
     }
     if ( !event.symbol.empty() )
         json["symbol"] = event.symbol;
-    if ( event.call == Sim::SdkCall::entryFieldArrayAdd ) {
+    if ( event.call == Interpose::SdkCall::entryFieldArrayAdd ) {
         json["start"] = event.startIndex;
         json["values"] = event.values;
     } else if ( !event.values.empty() ) {

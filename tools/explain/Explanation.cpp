@@ -68,25 +68,25 @@ class Watcher {
     // Nothing that happens before is seen.
     void begin() { watching_ = true; }
 
-    void onEvent( Sim::Recorder::Moment moment, const Sim::Event & event ) {
+    void onEvent( Interpose::Recorder::Moment moment, const Interpose::Event & event ) {
         if ( !watching_ )
             return;
-        const bool before = moment == Sim::Recorder::Moment::before;
-        switch ( Sim::kind( event.call ) ) {
-        case Sim::SdkCallKind::hook:
-            hookRan_ = hookRan_ || ( before && event.call == Sim::SdkCall::preCallHook );
+        const bool before = moment == Interpose::Recorder::Moment::before;
+        switch ( Interpose::kind( event.call ) ) {
+        case Interpose::SdkCallKind::hook:
+            hookRan_ = hookRan_ || ( before && event.call == Interpose::SdkCall::preCallHook );
             break;
-        case Sim::SdkCallKind::constant:
+        case Interpose::SdkCallKind::constant:
             if ( before )
-                onConstant( std::string( Sim::name( event.call ) ) );
+                onConstant( std::string( Interpose::name( event.call ) ) );
             break;
-        case Sim::SdkCallKind::operation:
+        case Interpose::SdkCallKind::operation:
             if ( before )
                 operationLockHeld_ = Kiln::activityLock().heldByThisThread();
             else
                 onOperation( event );
             break;
-        case Sim::SdkCallKind::text:
+        case Interpose::SdkCallKind::text:
             break;
         }
     }
@@ -112,7 +112,7 @@ class Watcher {
             seen_.push_back( SeenConstant{ std::move( name ) } );
     }
 
-    void onOperation( const Sim::Event & event ) {
+    void onOperation( const Interpose::Event & event ) {
         SeenCall call;
         call.event = event;
         call.guarded = std::exchange( hookRan_, false );
@@ -183,9 +183,9 @@ Explanation explainRecipe( const Recipe & recipe, const std::vector<Argument> & 
         restore( chip, *kept, "the state file" );
     const auto sharedState = applyModel( model );
 
-    Sim::Recorder recorder( chip );
+    Interpose::Recorder recorder( chip );
     Watcher watcher( chip, explanation.seen );
-    recorder.observe( [&]( Sim::Recorder::Moment moment, const Sim::Event & event ) {
+    recorder.observe( [&]( Interpose::Recorder::Moment moment, const Interpose::Event & event ) {
         watcher.onEvent( moment, event );
     } );
     const TraceTap tap( [&]( const Kiln::TraceLine & line ) { watcher.onTraceLine( line ); } );

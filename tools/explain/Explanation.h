@@ -19,7 +19,7 @@ namespace Tool {
 /// An SDK operation, or the check of a code that an operation left behind.
 struct SeenCall {
     /// The operation as recorded, with its result. `event.returned` is false for a check.
-    Sim::Event event;
+    Interpose::Event event;
     /// The call as the library spells it, and its line in the library's source.
     std::string text;
     int line = 0;

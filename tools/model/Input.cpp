@@ -11,7 +11,7 @@
 namespace Tool {
 
 std::string nameHint( std::string_view wanted, std::span<const std::string_view> names ) {
-    const std::string_view nearest = Sim::nearestName( wanted, names );
+    const std::string_view nearest = Text::nearestName( wanted, names );
     if ( !nearest.empty() )
         return "; the nearest is " + std::string( nearest );
     // Half a name is not near by the letters that are missing.

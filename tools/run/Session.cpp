@@ -31,7 +31,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-void checkNames( const Sim::Fault & fault, const Model & model, const std::string & option ) {
+void checkNames( const Interpose::Fault & fault, const Model & model, const std::string & option ) {
     if ( fault.unit && model.findUnit( static_cast<uint64_t>( *fault.unit ) ) == nullptr )
         throw BadInput( option + ": there is no unit " + std::to_string( *fault.unit ) );
     // An allocate of a table that a chip lacks can fail, too: the reference chip's names count.
@@ -103,9 +103,8 @@ class Session::Impl {
         setUpChips();
         setUpTrace();
         recorder_.keepConstants( false );
-        recorder_.observe( [this]( Sim::Recorder::Moment moment, const Sim::Event & event ) {
-            watch( moment, event );
-        } );
+        recorder_.observe( [this]( Interpose::Recorder::Moment moment,
+                                   const Interpose::Event & event ) { watch( moment, event ); } );
         sharedState_ = applyModel( bringup_.model );
         previousSdk_ = std::exchange( Shim::sdk_, &recorder_ );
     }
@@ -152,7 +151,7 @@ class Session::Impl {
 
     void addFaults() {
         for ( const std::string & text : options_.inject ) {
-            const Sim::ParsedFault parsed = Sim::parseFault( text );
+            const Interpose::ParsedFault parsed = Interpose::parseFault( text );
             if ( !parsed.fault )
                 throw BadInput( "--inject \"" + text + "\": " + parsed.error );
             checkNames( *parsed.fault, bringup_.model, "--inject \"" + text + "\"" );
@@ -233,15 +232,15 @@ class Session::Impl {
         }
     }
 
-    void watch( Sim::Recorder::Moment moment, const Sim::Event & event ) {
-        if ( Sim::kind( event.call ) != Sim::SdkCallKind::operation )
+    void watch( Interpose::Recorder::Moment moment, const Interpose::Event & event ) {
+        if ( Interpose::kind( event.call ) != Interpose::SdkCallKind::operation )
             return;
         lastCall_ = event;
-        if ( moment == Sim::Recorder::Moment::before )
+        if ( moment == Interpose::Recorder::Moment::before )
             return;
         std::size_t strikes = 0;
         if ( !options_.inject.empty() ) {
-            for ( const Sim::FaultReport & report : faults_.reports() )
+            for ( const Interpose::FaultReport & report : faults_.reports() )
                 strikes += report.strikes;
         }
         lastCallInjected_ = strikes != strikes_;
@@ -251,9 +250,9 @@ class Session::Impl {
 
     void collectRecord() {
         if ( options_.record ) {
-            for ( const Sim::Event & event : recorder_.events() ) {
-                if ( Sim::kind( event.call ) == Sim::SdkCallKind::operation )
-                    outcomes_.back().record.push_back( Sim::toText( event ) );
+            for ( const Interpose::Event & event : recorder_.events() ) {
+                if ( Interpose::kind( event.call ) == Interpose::SdkCallKind::operation )
+                    outcomes_.back().record.push_back( Interpose::toText( event ) );
             }
             if ( options_.format == Format::text ) {
                 const std::string indent =
@@ -317,8 +316,8 @@ class Session::Impl {
     }
 
     void warnOfFaults() {
-        for ( const Sim::Fault & fault : faults_.unfired() )
-            complain( "warning: the fault \"" + Sim::toText( fault ) + "\" never struck" );
+        for ( const Interpose::Fault & fault : faults_.unfired() )
+            complain( "warning: the fault \"" + Interpose::toText( fault ) + "\" never struck" );
     }
 
     void warnOfLeaks() {
@@ -351,11 +350,11 @@ class Session::Impl {
             json["file"] = bringup_.file;
         json["steps"] = std::move( steps );
         if ( !outcomes_.empty() && !outcomes_.back().done )
-            json["stopped_at"] = { { "call", lastCall_ ? Sim::toText( *lastCall_ ) : "" },
+            json["stopped_at"] = { { "call", lastCall_ ? Interpose::toText( *lastCall_ ) : "" },
                                    { "reason", stopReason() } };
         Json unfired = Json::array();
-        for ( const Sim::Fault & fault : faults_.unfired() )
-            unfired.push_back( Sim::toText( fault ) );
+        for ( const Interpose::Fault & fault : faults_.unfired() )
+            unfired.push_back( Interpose::toText( fault ) );
         json["faults_that_never_struck"] = std::move( unfired );
         json["entries_never_freed"] = chip_.liveEntryCount();
         if ( options_.dump )
@@ -399,7 +398,7 @@ class Session::Impl {
                   std::to_string( bringup_.steps.size() ) + ": " + toText( step ) );
         if ( lastCall_ )
             complain( ( lastCall_->returned ? "last SDK call: " : "in the SDK call: " ) +
-                      Sim::toText( *lastCall_ ) );
+                      Interpose::toText( *lastCall_ ) );
         const std::string reason = stopReason();
         if ( !reason.empty() )
             complain( ( lastCallInjected_ ? "it is " : "the chip says: " ) + reason );
@@ -417,15 +416,15 @@ class Session::Impl {
     Style style_;
 
     Sim::Chip chip_;
-    Sim::FaultInjector faults_;
-    Sim::Recorder recorder_;
+    Interpose::FaultInjector faults_;
+    Interpose::Recorder recorder_;
     Cairn::CairnCommonSmData::Ptr sharedState_;
     Shim::Sdk * previousSdk_ = nullptr;
 
     std::vector<Outcome> outcomes_;
     std::size_t stepNumber_ = 0;
     // The SDK operation under way, or the last one.
-    std::optional<Sim::Event> lastCall_;
+    std::optional<Interpose::Event> lastCall_;
     bool lastCallInjected_ = false;
     std::string lastFailure_; // the chip's words for it
     std::size_t strikes_ = 0;

@@ -19,7 +19,7 @@ struct SessionOptions {
     std::string traceFile;
     /// The folder of the binary trace; empty: none is written.
     std::string traceDir;
-    /// Faults as Sim::parseFault reads them.
+    /// Faults as Interpose::parseFault reads them.
     std::vector<std::string> inject;
     /// Tables that were written are printed after the run.
     std::optional<Format> dump;

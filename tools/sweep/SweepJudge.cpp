@@ -29,8 +29,8 @@ std::string errorText( int rc ) { return rc == faultCode ? faultText : Sim::Chip
 std::string inWords( const SweepCall & call ) {
     if ( call.isCheck )
         return "the check of rc";
-    std::string text( Sim::name( call.operation ) );
-    if ( call.operation == Sim::SdkCall::entryAllocate )
+    std::string text( Interpose::name( call.operation ) );
+    if ( call.operation == Interpose::SdkCall::entryAllocate )
         return text + " unit " + std::to_string( call.unit ) + " " + call.table;
     text += " entry " + std::to_string( call.entry );
     if ( !call.table.empty() )
@@ -185,9 +185,9 @@ class Builder {
     }
 
     void takeEffect( const SweepCall & call ) {
-        if ( call.operation == Sim::SdkCall::entryAllocate && !call.isCheck )
+        if ( call.operation == Interpose::SdkCall::entryAllocate && !call.isCheck )
             expected_.liveEntries.push_back( call.table );
-        if ( call.operation == Sim::SdkCall::entryFree && !call.isCheck ) {
+        if ( call.operation == Interpose::SdkCall::entryFree && !call.isCheck ) {
             const auto entry =
                 std::find( expected_.liveEntries.begin(), expected_.liveEntries.end(), call.table );
             if ( entry != expected_.liveEntries.end() )
@@ -203,7 +203,7 @@ class Builder {
 
     long allocates() const {
         return std::count_if( expected_.calls.begin(), expected_.calls.end(), []( const auto & c ) {
-            return !c.isCheck && c.operation == Sim::SdkCall::entryAllocate;
+            return !c.isCheck && c.operation == Interpose::SdkCall::entryAllocate;
         } );
     }
 
@@ -262,9 +262,9 @@ void addRestOfInvalidHandle( Builder & builder, const SweptCase & swept, std::si
 
 /// What the chip answers to a call that follows a lookup which did not tell the truth.
 int refusalOf( const SweepCall & call ) {
-    if ( call.operation == Sim::SdkCall::entryFieldGet )
+    if ( call.operation == Interpose::SdkCall::entryFieldGet )
         return toInt( Sim::Rc::fieldNotCarried );
-    if ( call.operation != Sim::SdkCall::entryCommit )
+    if ( call.operation != Interpose::SdkCall::entryCommit )
         return 0;
     return toInt( call.opcode == "BCMLT_OPCODE_INSERT" ? Sim::Rc::entryExists
                                                        : Sim::Rc::entryNotFound );
@@ -286,9 +286,9 @@ void addRestOfOtherwise( Builder & builder, const SweptCase & otherwise, std::si
 
 /// The first allocate at or behind `first`.
 std::size_t nextAllocate( const SweepRun & run, std::size_t first ) {
-    while (
-        first < run.calls.size() &&
-        ( run.calls[first].isCheck || run.calls[first].operation != Sim::SdkCall::entryAllocate ) )
+    while ( first < run.calls.size() &&
+            ( run.calls[first].isCheck ||
+              run.calls[first].operation != Interpose::SdkCall::entryAllocate ) )
         ++first;
     return first;
 }
@@ -551,7 +551,7 @@ void compareTables( Differences & differences, const SweepTables & seen,
 bool textFits( const SweepCall & call ) {
     if ( call.isCheck )
         return call.text == checkText;
-    const std::string begin = std::string( Sim::name( call.operation ) ) + "( ";
+    const std::string begin = std::string( Interpose::name( call.operation ) ) + "( ";
     if ( !call.text.starts_with( begin ) || !call.text.ends_with( " )" ) )
         return false;
     if ( !call.opcode.empty() )
@@ -671,7 +671,7 @@ std::vector<SweepFault> faultsOf( const SweptCase & swept, const SweptCase * oth
         add( Kind::fails );
         if ( call.rc >= 0 ) {
             add( Kind::positive );
-            if ( call.operation == Sim::SdkCall::entryAllocate )
+            if ( call.operation == Interpose::SdkCall::entryAllocate )
                 add( Kind::invalidHandle );
             continue;
         }
@@ -679,7 +679,7 @@ std::vector<SweepFault> faultsOf( const SweptCase & swept, const SweptCase * oth
         if ( kind == CallKind::guarded || kind == CallKind::checkedNext )
             continue;
         add( Kind::positive );
-        if ( call.operation != Sim::SdkCall::entryAllocate )
+        if ( call.operation != Interpose::SdkCall::entryAllocate )
             add( Kind::succeeds );
     }
     return faults;

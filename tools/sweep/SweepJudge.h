@@ -36,7 +36,7 @@ struct PreparedCase {
 
 /// One call, an SDK operation or the check of a code, and what came with it.
 struct SweepCall {
-    Sim::SdkCall operation = Sim::SdkCall::entryFree;
+    Interpose::SdkCall operation = Interpose::SdkCall::entryFree;
     /// The check of a code: the hook and the judgement of a guarded call without an operation.
     bool isCheck = false;
     /// Entries are numbered by their allocates, from 1; 0 is an invalid handle.

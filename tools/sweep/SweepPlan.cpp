@@ -13,7 +13,7 @@ namespace {
 
 struct NotGuarded {
     std::string_view recipe;
-    Sim::SdkCall operation;
+    Interpose::SdkCall operation;
     std::string_view names; ///< the opcode or the field; empty: whatever it names
     CallKind kind;
 };
@@ -21,25 +21,29 @@ struct NotGuarded {
 constexpr std::string_view lookupOpcode = "BCMLT_OPCODE_LOOKUP";
 
 constexpr NotGuarded notGuarded[] = {
-    { "programL2IfIngSystemPortTable", Sim::SdkCall::entryCommit, lookupOpcode, CallKind::lookup },
-    { "programL2IfIngSystemPortTable", Sim::SdkCall::entryFieldAdd, "RANGE_TABLE_INDEX",
+    { "programL2IfIngSystemPortTable", Interpose::SdkCall::entryCommit, lookupOpcode,
+      CallKind::lookup },
+    { "programL2IfIngSystemPortTable", Interpose::SdkCall::entryFieldAdd, "RANGE_TABLE_INDEX",
       CallKind::ignored },
-    { "verifyL2IfIngSystemPortTable", Sim::SdkCall::entryCommit, lookupOpcode, CallKind::lookup },
-    { "programL2EifSystemDestinationTable", Sim::SdkCall::entryCommit, lookupOpcode,
+    { "verifyL2IfIngSystemPortTable", Interpose::SdkCall::entryCommit, lookupOpcode,
       CallKind::lookup },
-    { "verifyL2EifSystemDestinationTable", Sim::SdkCall::entryCommit, lookupOpcode,
+    { "programL2EifSystemDestinationTable", Interpose::SdkCall::entryCommit, lookupOpcode,
       CallKind::lookup },
-    { "setT4XVxlanDefaultNetworkSvp", Sim::SdkCall::entryCommit, "BCMLT_OPCODE_INSERT",
+    { "verifyL2EifSystemDestinationTable", Interpose::SdkCall::entryCommit, lookupOpcode,
+      CallKind::lookup },
+    { "setT4XVxlanDefaultNetworkSvp", Interpose::SdkCall::entryCommit, "BCMLT_OPCODE_INSERT",
       CallKind::tolerated },
-    { "setLearnCacheEnabled", Sim::SdkCall::entryCommit, lookupOpcode, CallKind::lookup },
-    { "setLearnCacheDropEnabled", Sim::SdkCall::entryCommit, lookupOpcode, CallKind::lookup },
-    { "programPacketDropForMtuError", Sim::SdkCall::entryCommit, lookupOpcode, CallKind::mustMiss },
-    { "setLoadBalanceRandSeedCtrl", Sim::SdkCall::entryAllocate, "", CallKind::endsRecipe },
-    { "setLoadBalanceRandSeedCtrl", Sim::SdkCall::entryFieldAdd, "SEED", CallKind::checkedNext },
-    { "setLoadBalanceRandSeedMem", Sim::SdkCall::entryAllocate, "", CallKind::endsRecipe },
-    { "setLoadBalanceRandSeedMem", Sim::SdkCall::entryFieldArrayAdd, "SEED",
+    { "setLearnCacheEnabled", Interpose::SdkCall::entryCommit, lookupOpcode, CallKind::lookup },
+    { "setLearnCacheDropEnabled", Interpose::SdkCall::entryCommit, lookupOpcode, CallKind::lookup },
+    { "programPacketDropForMtuError", Interpose::SdkCall::entryCommit, lookupOpcode,
+      CallKind::mustMiss },
+    { "setLoadBalanceRandSeedCtrl", Interpose::SdkCall::entryAllocate, "", CallKind::endsRecipe },
+    { "setLoadBalanceRandSeedCtrl", Interpose::SdkCall::entryFieldAdd, "SEED",
       CallKind::checkedNext },
-    { "setEmRobustHashDisable", Sim::SdkCall::entryAllocate, "", CallKind::skipsTable },
+    { "setLoadBalanceRandSeedMem", Interpose::SdkCall::entryAllocate, "", CallKind::endsRecipe },
+    { "setLoadBalanceRandSeedMem", Interpose::SdkCall::entryFieldArrayAdd, "SEED",
+      CallKind::checkedNext },
+    { "setEmRobustHashDisable", Interpose::SdkCall::entryAllocate, "", CallKind::skipsTable },
 };
 
 constexpr std::string_view handleAsserting[] = {
@@ -680,7 +684,7 @@ std::string_view typeText( ArgumentType type ) {
 
 } // namespace
 
-CallKind kindOf( const Recipe & recipe, Sim::SdkCall operation, std::string_view opcode,
+CallKind kindOf( const Recipe & recipe, Interpose::SdkCall operation, std::string_view opcode,
                  std::string_view field ) {
     for ( const NotGuarded & call : notGuarded ) {
         if ( call.recipe == recipe.name && call.operation == operation &&

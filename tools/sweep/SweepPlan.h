@@ -29,7 +29,7 @@ enum class CallKind : uint8_t {
 };
 
 /// What a call is known by: its operation, and the opcode or the field that it names.
-CallKind kindOf( const Recipe & recipe, Sim::SdkCall operation, std::string_view opcode,
+CallKind kindOf( const Recipe & recipe, Interpose::SdkCall operation, std::string_view opcode,
                  std::string_view field );
 
 /// Whether the recipe stops by the assertion "ent_hdl != BCMLT_INVALID_HDL" if an allocate succeeds

@@ -99,9 +99,9 @@ SweepRun fromJson( const std::string & text ) {
 
 // --- In the process of a run
 
-// An SDK that is struck by one fault, at an operation by its number. (Sim::FaultInjector leaves a
+// An SDK that is struck by one fault, at an operation by its number. (Interpose::FaultInjector leaves a
 // call failed that the chip refuses; here it must also be seen to succeed.)
-class StruckSdk final : public Sim::Forwarder {
+class StruckSdk final : public Interpose::Forwarder {
   public:
     struct Strike {
         std::size_t operation = 0; ///< from 0
@@ -243,24 +243,24 @@ class Collector {
             run_.tablesBefore = tables_ = tablesOf( chip_ );
     }
 
-    void onEvent( Sim::Recorder::Moment moment, const Sim::Event & event ) {
-        const bool before = moment == Sim::Recorder::Moment::before;
-        switch ( Sim::kind( event.call ) ) {
-        case Sim::SdkCallKind::hook:
+    void onEvent( Interpose::Recorder::Moment moment, const Interpose::Event & event ) {
+        const bool before = moment == Interpose::Recorder::Moment::before;
+        switch ( Interpose::kind( event.call ) ) {
+        case Interpose::SdkCallKind::hook:
             if ( before )
                 onHook( event.call );
             break;
-        case Sim::SdkCallKind::text:
+        case Interpose::SdkCallKind::text:
             if ( before )
                 run_.errorTexts.push_back( event.rc );
             break;
-        case Sim::SdkCallKind::operation:
+        case Interpose::SdkCallKind::operation:
             if ( before )
                 operationLocked_ = Kiln::activityLock().heldByThisThread();
             else
                 onOperation( event );
             break;
-        case Sim::SdkCallKind::constant:
+        case Interpose::SdkCallKind::constant:
             break;
         }
     }
@@ -293,9 +293,9 @@ class Collector {
     }
 
   private:
-    void onHook( Sim::SdkCall hook ) {
+    void onHook( Interpose::SdkCall hook ) {
         const bool locked = Kiln::activityLock().heldByThisThread();
-        if ( hook == Sim::SdkCall::preCallHook ) {
+        if ( hook == Interpose::SdkCall::preCallHook ) {
             ++run_.preCallHooks;
             hookPending_ = true;
             hookLocked_ = locked;
@@ -307,7 +307,7 @@ class Collector {
         run_.reportedBeforeHook = ::fstat( STDERR_FILENO, &status ) == 0 && status.st_size > 0;
     }
 
-    void onOperation( const Sim::Event & event ) {
+    void onOperation( const Interpose::Event & event ) {
         SweepCall call;
         call.operation = event.call;
         call.unit = event.unit;
@@ -318,7 +318,7 @@ class Collector {
         call.hook = std::exchange( hookPending_, false );
         call.hookLocked = call.hook && hookLocked_;
         call.operationLocked = operationLocked_;
-        if ( event.call == Sim::SdkCall::entryAllocate ) {
+        if ( event.call == Interpose::SdkCall::entryAllocate ) {
             entries_[event.handle] = ++allocates_;
         } else {
             // The recorder knows no table of an invalid handle.
@@ -332,12 +332,12 @@ class Collector {
     }
 
     // What an operation is told beside its entry.
-    static std::string detailsOf( Sim::Event event ) {
+    static std::string detailsOf( Interpose::Event event ) {
         event.handle = 0;
         event.table.clear();
         event.returned = false;
-        const std::string beginning = std::string( Sim::name( event.call ) ) + " entry 0";
-        return Sim::toText( event ).substr( beginning.size() );
+        const std::string beginning = std::string( Interpose::name( event.call ) ) + " entry 0";
+        return Interpose::toText( event ).substr( beginning.size() );
     }
 
     // A commit changes no table but that of its entry.
@@ -428,8 +428,8 @@ void runHere( const PreparedCase & prepared, const std::optional<StruckSdk::Stri
     Kiln::traceSettings( Kiln::parseTraceSettings( "ApiCairn/4,CairnLtHelper/*", error ) );
 
     StruckSdk struck( chip, strike );
-    Sim::Recorder recorder( struck );
-    recorder.observe( [&]( Sim::Recorder::Moment moment, const Sim::Event & event ) {
+    Interpose::Recorder recorder( struck );
+    recorder.observe( [&]( Interpose::Recorder::Moment moment, const Interpose::Event & event ) {
         collector.onEvent( moment, event );
     } );
     Shim::Sdk & seenByLibrary = setup.around ? setup.around( recorder ) : recorder;
@@ -706,7 +706,7 @@ class Sweeper {
         report.expected = toText( expectUndisturbed( entry.prepared, run ) );
         report.differences = judgeUndisturbed( entry.prepared, run );
         if ( const SweepCall * refused = refusedCall( entry.prepared, run ) )
-            report.refused = std::string( Sim::name( refused->operation ) ) + " of " +
+            report.refused = std::string( Interpose::name( refused->operation ) ) + " of " +
                              refused->table + ": " + Sim::Chip().errmsg( refused->rc ) + " (" +
                              std::to_string( refused->rc ) + ")";
         entry.undisturbed = std::move( run );

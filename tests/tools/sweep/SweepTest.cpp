@@ -79,12 +79,12 @@ TEST( SweepPlan, CasesThatFollowOneAnotherShareTheirArguments ) {
     EXPECT_EQ( followed, 34u );
 }
 
-CallKind kind( const char * recipe, Sim::SdkCall operation, const char * names ) {
+CallKind kind( const char * recipe, Interpose::SdkCall operation, const char * names ) {
     return Tool::kindOf( *Tool::findRecipe( recipe ), operation, names, names );
 }
 
 TEST( SweepPlan, CallsAreGuardedUnlessTheRecipeSaysOtherwise ) {
-    using Sim::SdkCall;
+    using Interpose::SdkCall;
     EXPECT_EQ( kind( "programMonTraceCpu", SdkCall::entryAllocate, "" ), CallKind::guarded );
     EXPECT_EQ( kind( "programMonTraceCpu", SdkCall::entryCommit, "BCMLT_OPCODE_INSERT" ),
                CallKind::guarded );
@@ -158,10 +158,10 @@ constexpr char tableName[] = "unit 0 TNL_L2_VXLAN_CONTROL";
 constexpr char rowBefore[] = "[] DEFAULT_NETWORK_SVP=42405\n";
 constexpr char rowAfter[] = "[] DEFAULT_NETWORK_SVP=100\n";
 
-Tool::SweepCall madeCall( Sim::SdkCall operation, const char * text, int line ) {
+Tool::SweepCall madeCall( Interpose::SdkCall operation, const char * text, int line ) {
     Tool::SweepCall call;
     call.operation = operation;
-    call.entry = operation == Sim::SdkCall::entryAllocate ? 0 : 1;
+    call.entry = operation == Interpose::SdkCall::entryAllocate ? 0 : 1;
     call.unit = 0;
     call.table = "TNL_L2_VXLAN_CONTROL";
     call.hook = call.hookLocked = true;
@@ -176,17 +176,17 @@ Tool::SweepRun madeUndisturbed() {
     run.prepared = run.returned = run.complete = true;
     run.calls = {
         madeCall(
-            Sim::SdkCall::entryAllocate,
+            Interpose::SdkCall::entryAllocate,
             R"(bcmlt_entry_allocate( unit, "TNL_L2_VXLAN_CONTROL", &tnlL2VxlanControlEntry ))",
             10 ),
-        madeCall( Sim::SdkCall::entryFieldAdd,
+        madeCall( Interpose::SdkCall::entryFieldAdd,
                   R"(bcmlt_entry_field_add( tnlL2VxlanControlEntry, "DEFAULT_NETWORK_SVP", svp ))",
                   11 ),
-        madeCall( Sim::SdkCall::entryCommit,
+        madeCall( Interpose::SdkCall::entryCommit,
                   "bcmlt_entry_commit( tnlL2VxlanControlEntry, BCMLT_OPCODE_UPDATE, "
                   "BCMLT_PRIORITY_NORMAL )",
                   12 ),
-        madeCall( Sim::SdkCall::entryFree, "bcmlt_entry_free( tnlL2VxlanControlEntry )", 13 ),
+        madeCall( Interpose::SdkCall::entryFree, "bcmlt_entry_free( tnlL2VxlanControlEntry )", 13 ),
     };
     run.calls[1].field = "DEFAULT_NETWORK_SVP";
     run.calls[1].details = " DEFAULT_NETWORK_SVP = 100";
@@ -613,7 +613,7 @@ class BrokenLibrary : public ::testing::Test {
 };
 
 // Takes a failed add for a successful one.
-struct FailureBlind final : Sim::Forwarder {
+struct FailureBlind final : Interpose::Forwarder {
     using Forwarder::Forwarder;
     int bcmlt_entry_field_add( uint32_t handle, const char * field,
                                uint64_t value ) noexcept override {
@@ -640,7 +640,7 @@ TEST_F( BrokenLibrary, FailuresOverlooked ) {
 }
 
 // Takes a positive code for a failure.
-struct PositiveAverse final : Sim::Forwarder {
+struct PositiveAverse final : Interpose::Forwarder {
     using Forwarder::Forwarder;
     int bcmlt_entry_free( uint32_t handle ) noexcept override {
         return -inner().bcmlt_entry_free( handle );
@@ -654,12 +654,12 @@ TEST_F( BrokenLibrary, PositiveCodesTakenForFailures ) {
     EXPECT_EQ( report.unexpected(), 2u );
 }
 
-struct NoFailureHook final : Sim::Forwarder {
+struct NoFailureHook final : Interpose::Forwarder {
     using Forwarder::Forwarder;
     void failureHook() noexcept override {}
 };
 
-struct TwoFailureHooks final : Sim::Forwarder {
+struct TwoFailureHooks final : Interpose::Forwarder {
     using Forwarder::Forwarder;
     void failureHook() noexcept override {
         inner().failureHook();
@@ -675,7 +675,7 @@ TEST_F( BrokenLibrary, FailureHooks ) {
     EXPECT_EQ( found( two, SweepFault::Kind::positive, "" ), 0u );
 }
 
-struct NoPreCallHook final : Sim::Forwarder {
+struct NoPreCallHook final : Interpose::Forwarder {
     using Forwarder::Forwarder;
     void preCallHook() noexcept override {}
 };
@@ -691,7 +691,7 @@ TEST_F( BrokenLibrary, PreCallHooks ) {
 }
 
 // A hook too many is an unchecked call that is guarded.
-struct HookBeforeLookups final : Sim::Forwarder {
+struct HookBeforeLookups final : Interpose::Forwarder {
     using Forwarder::Forwarder;
     int bcmlt_entry_commit( uint32_t handle, uint32_t opcode,
                             uint32_t priority ) noexcept override {
@@ -708,7 +708,7 @@ TEST_F( BrokenLibrary, UncheckedCallsAreNotGuarded ) {
         EXPECT_TRUE( holds( each.differences, "pre-call hook: yes, expected no" ) );
 }
 
-struct LockKeeper final : Sim::Forwarder {
+struct LockKeeper final : Interpose::Forwarder {
     using Forwarder::Forwarder;
     int bcmlt_entry_free( uint32_t handle ) noexcept override {
         const std::lock_guard lock( Kiln::activityLock() );
@@ -722,7 +722,7 @@ TEST_F( BrokenLibrary, LocksKept ) {
                Findings{ "call 4: lock held: yes, expected no" } );
 }
 
-struct AsksAnotherCode final : Sim::Forwarder {
+struct AsksAnotherCode final : Interpose::Forwarder {
     using Forwarder::Forwarder;
     const char * errmsg( int rc ) noexcept override { return inner().errmsg( rc - 1 ); }
 };
@@ -734,7 +734,7 @@ TEST_F( BrokenLibrary, ErrorTextOfAnotherCode ) {
 }
 
 // Frees twice where the first free fails, as one that cleans up before it stops.
-struct FreesAgain final : Sim::Forwarder {
+struct FreesAgain final : Interpose::Forwarder {
     using Forwarder::Forwarder;
     int bcmlt_entry_free( uint32_t handle ) noexcept override {
         const int rc = inner().bcmlt_entry_free( handle );
@@ -754,7 +754,7 @@ TEST_F( BrokenLibrary, CallsBehindAFailure ) {
 }
 
 // Tells a lookup that the row is there, whatever the SDK says.
-struct FindsAll final : Sim::Forwarder {
+struct FindsAll final : Interpose::Forwarder {
     using Forwarder::Forwarder;
     int bcmlt_entry_commit( uint32_t handle, uint32_t opcode,
                             uint32_t priority ) noexcept override {
@@ -781,7 +781,7 @@ TEST_F( BrokenLibrary, LookupsMisread ) {
 }
 
 // Ends by itself.
-struct Crashes final : Sim::Forwarder {
+struct Crashes final : Interpose::Forwarder {
     using Forwarder::Forwarder;
     const char * errmsg( int ) noexcept override {
         ::kill( ::getpid(), SIGKILL );
