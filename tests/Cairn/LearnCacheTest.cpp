@@ -44,12 +44,13 @@ Script dataInsert( int lookupRc = -27 ) {
                 "symbol LEARN_CACHE_DATA_INFO_ID = LEARN_L2_VIEW" ),
             unchecked(
                 R"(bcmlt_entry_commit( learnCacheEntry, BCMLT_OPCODE_LOOKUP, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_LOOKUP", lookupRc ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_LOOKUP; commit BCMLT_OPCODE_LOOKUP",
+                lookupRc ),
             guarded( R"(bcmlt_entry_field_add( learnCacheEntry, "LEARN_CACHE", val ))",
                      "add LEARN_CACHE = 1" ),
             guarded(
                 R"(bcmlt_entry_commit( learnCacheEntry, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_INSERT" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
             guarded( R"(bcmlt_entry_free( learnCacheEntry ))", "free" ),
         } );
 }
@@ -65,12 +66,13 @@ Script dataUpdate( int lookupRc = 0 ) {
                 "symbol LEARN_CACHE_DATA_INFO_ID = LEARN_L2_VIEW" ),
             unchecked(
                 R"(bcmlt_entry_commit( learnCacheEntry, BCMLT_OPCODE_LOOKUP, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_LOOKUP", lookupRc ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_LOOKUP; commit BCMLT_OPCODE_LOOKUP",
+                lookupRc ),
             guarded( R"(bcmlt_entry_field_add( learnCacheEntry, "LEARN_CACHE", val ))",
                      "add LEARN_CACHE = 0" ),
             guarded(
                 R"(bcmlt_entry_commit( learnCacheEntry, BCMLT_OPCODE_UPDATE, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_UPDATE" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_UPDATE; commit BCMLT_OPCODE_UPDATE" ),
             guarded( R"(bcmlt_entry_free( learnCacheEntry ))", "free" ),
         } );
 }
@@ -86,12 +88,12 @@ Script dropInsert() {
                 "symbol EVENT_ID = L2_DST_DISCARD" ),
             unchecked(
                 R"(bcmlt_entry_commit( learnCacheDropEntry, BCMLT_OPCODE_LOOKUP, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_LOOKUP", -27 ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_LOOKUP; commit BCMLT_OPCODE_LOOKUP", -27 ),
             guarded( R"(bcmlt_entry_field_add( learnCacheDropEntry, "LEARN_CACHE", val ))",
                      "add LEARN_CACHE = 0" ),
             guarded(
                 R"(bcmlt_entry_commit( learnCacheDropEntry, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_INSERT" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
             guarded( R"(bcmlt_entry_free( learnCacheDropEntry ))", "free" ),
         } );
 }
@@ -107,12 +109,12 @@ Script dropUpdate() {
                 "symbol EVENT_ID = L2_DST_DISCARD" ),
             unchecked(
                 R"(bcmlt_entry_commit( learnCacheDropEntry, BCMLT_OPCODE_LOOKUP, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_LOOKUP" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_LOOKUP; commit BCMLT_OPCODE_LOOKUP" ),
             guarded( R"(bcmlt_entry_field_add( learnCacheDropEntry, "LEARN_CACHE", val ))",
                      "add LEARN_CACHE = 1" ),
             guarded(
                 R"(bcmlt_entry_commit( learnCacheDropEntry, BCMLT_OPCODE_UPDATE, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_UPDATE" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_UPDATE; commit BCMLT_OPCODE_UPDATE" ),
             guarded( R"(bcmlt_entry_free( learnCacheDropEntry ))", "free" ),
         } );
 }
@@ -187,12 +189,12 @@ TEST_F( LearnCache, InterpreterLockIsReleasedAroundGuardedAndUncheckedCallsAlike
             "symbol LEARN_CACHE_DATA_INFO_ID = LEARN_L2_VIEW" ),
         unchecked(
             R"(bcmlt_entry_commit( learnCacheEntry, BCMLT_OPCODE_LOOKUP, BCMLT_PRIORITY_NORMAL ))",
-            "commit BCMLT_OPCODE_LOOKUP", -27 ),
+            "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_LOOKUP; commit BCMLT_OPCODE_LOOKUP", -27 ),
         guarded( R"(bcmlt_entry_field_add( learnCacheEntry, "LEARN_CACHE", val ))",
                  "add LEARN_CACHE = 1" ),
         guarded(
             R"(bcmlt_entry_commit( learnCacheEntry, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-            "commit BCMLT_OPCODE_INSERT" ),
+            "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
         guarded( R"(bcmlt_entry_free( learnCacheEntry ))", "free" ),
     } );
     Cairn::setLearnCacheEnabled( 0, true );

@@ -18,11 +18,12 @@ const Sim::RowId onlyRow;
 void scriptCtrl( Script & script, const char * table, int seedRc = 0 ) {
     script.add( {
         unchecked( R"(bcmlt_entry_allocate( unit, table.charPtr(), &entry ))",
-                   ( std::string( "allocate 0 " ) + table ).c_str() ),
+                   std::string( "allocate 0 " ) + table ),
         unchecked( R"(bcmlt_entry_field_add( entry, "SEED", seed ))", "add SEED = 12345", seedRc ),
         guardedRc( seedRc ),
-        guarded( R"(bcmlt_pt_entry_commit( entry, BCMLT_PT_OPCODE_MODIFY, BCMLT_PRIORITY_NORMAL ))",
-                 "pt_commit BCMLT_PT_OPCODE_MODIFY" ),
+        guarded(
+            R"(bcmlt_pt_entry_commit( entry, BCMLT_PT_OPCODE_MODIFY, BCMLT_PRIORITY_NORMAL ))",
+            "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_MODIFY; pt_commit BCMLT_PT_OPCODE_MODIFY" ),
         guarded( R"(bcmlt_entry_free( entry ))", "free" ),
     } );
 }
@@ -30,12 +31,13 @@ void scriptCtrl( Script & script, const char * table, int seedRc = 0 ) {
 void scriptMem( Script & script, const char * table, int seedRc = 0 ) {
     script.add( {
         unchecked( R"(bcmlt_entry_allocate( unit, table.charPtr(), &entry ))",
-                   ( std::string( "allocate 0 " ) + table ).c_str() ),
+                   std::string( "allocate 0 " ) + table ),
         unchecked( R"(bcmlt_entry_field_array_add( entry, "SEED", 0, val, 1 ))",
                    "array SEED[0] = 12345 count 1", seedRc ),
         guardedRc( seedRc ),
-        guarded( R"(bcmlt_pt_entry_commit( entry, BCMLT_PT_OPCODE_MODIFY, BCMLT_PRIORITY_NORMAL ))",
-                 "pt_commit BCMLT_PT_OPCODE_MODIFY" ),
+        guarded(
+            R"(bcmlt_pt_entry_commit( entry, BCMLT_PT_OPCODE_MODIFY, BCMLT_PRIORITY_NORMAL ))",
+            "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_MODIFY; pt_commit BCMLT_PT_OPCODE_MODIFY" ),
         guarded( R"(bcmlt_entry_free( entry ))", "free" ),
     } );
 }

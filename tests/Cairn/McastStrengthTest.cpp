@@ -62,7 +62,7 @@ void scriptTable2( Script & script, bool threeFields ) {
             "add L3_DST_DESTINATION_STRENGTH = 6" ),
         guarded(
             R"(bcmlt_entry_commit( v6Mcast2StrengthEntry, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-            "commit BCMLT_OPCODE_INSERT" ),
+            "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
         guarded( R"(bcmlt_entry_free( v6Mcast2StrengthEntry ))", "free" ),
     } );
 }
@@ -109,7 +109,7 @@ void scriptTable1( Script & script, bool threeFields ) {
             "add L3_DST_DESTINATION_STRENGTH = 5" ),
         guarded(
             R"(bcmlt_entry_commit( v6Mcast1StrengthEntry, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-            "commit BCMLT_OPCODE_INSERT" ),
+            "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
         guarded( R"(bcmlt_entry_free( v6Mcast1StrengthEntry ))", "free" ),
     } );
 }

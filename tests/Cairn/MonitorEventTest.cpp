@@ -17,16 +17,16 @@ constexpr char dropTable[] = "MON_ING_DROP_EVENT";
 Script traceScript( const std::string & event ) {
     return Script( "programMonTraceCpu" )
         .add( {
-            line( 2, ( "programMonTraceCpu unit: 3 errorType: " + event ).c_str() ),
+            line( 2, "programMonTraceCpu unit: 3 errorType: " + event ),
             guarded( R"(bcmlt_entry_allocate( unit, "MON_ING_TRACE_EVENT", &packetTraceEntry ))",
                      "allocate 3 MON_ING_TRACE_EVENT" ),
             guarded(
                 R"(bcmlt_entry_field_symbol_add( packetTraceEntry, "MON_ING_TRACE_EVENT_ID", errorType ))",
-                ( "symbol MON_ING_TRACE_EVENT_ID = " + event ).c_str() ),
+                "symbol MON_ING_TRACE_EVENT_ID = " + event ),
             guarded( R"(bcmlt_entry_field_add( packetTraceEntry, "CPU", 1 ))", "add CPU = 1" ),
             guarded(
                 R"(bcmlt_entry_commit( packetTraceEntry, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_INSERT" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
             guarded( R"(bcmlt_entry_free( packetTraceEntry ))", "free" ),
         } );
 }
@@ -40,7 +40,8 @@ Script dropScript( int lookupRc = -25 ) {
                      "allocate 0 MON_ING_DROP_EVENT" ),
             unchecked(
                 R"(bcmlt_entry_commit( packetDropEntry, BCMLT_OPCODE_LOOKUP, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_LOOKUP", lookupRc ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_LOOKUP; commit BCMLT_OPCODE_LOOKUP",
+                lookupRc ),
             guarded(
                 R"(bcmlt_entry_field_symbol_add( packetDropEntry, "MON_ING_DROP_EVENT_ID", "L3_MTU_CHECK_FAILED" ))",
                 "symbol MON_ING_DROP_EVENT_ID = L3_MTU_CHECK_FAILED" ),
@@ -49,7 +50,7 @@ Script dropScript( int lookupRc = -25 ) {
                      "add LOOPBACK = 0" ),
             guarded(
                 R"(bcmlt_entry_commit( packetDropEntry, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_INSERT" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
             guarded( R"(bcmlt_entry_free( packetDropEntry ))", "free" ),
         } );
 }

@@ -62,7 +62,7 @@ const Pair egress{
                      "add ETHERTYPE = 33024" ),
             guarded(
                 R"(bcmlt_pt_entry_commit( ent_hdl, BCMLT_PT_OPCODE_SET, BCMLT_PRIORITY_NORMAL ))",
-                "pt_commit BCMLT_PT_OPCODE_SET" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_SET; pt_commit BCMLT_PT_OPCODE_SET" ),
             guarded( R"(bcmlt_entry_free( ent_hdl ))", "free" ),
         } ),
     Script(
@@ -74,7 +74,7 @@ const Pair egress{
             held( "BCMLT_INVALID_HDL" ),
             guarded(
                 R"(bcmlt_pt_entry_commit( ent_hdl, BCMLT_PT_OPCODE_GET, BCMLT_PRIORITY_NORMAL ))",
-                "pt_commit BCMLT_PT_OPCODE_GET" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_GET; pt_commit BCMLT_PT_OPCODE_GET" ),
             guarded( R"(bcmlt_entry_field_get( ent_hdl, "VALID", &val ))", "get VALID" ),
             guarded( R"(bcmlt_entry_field_get( ent_hdl, "TAG_SIZE", &val ))", "get TAG_SIZE" ),
             guarded( R"(bcmlt_entry_field_get( ent_hdl, "ETHERTYPE", &val ))", "get ETHERTYPE" ),
@@ -100,7 +100,7 @@ const Pair egressEfp{
                      "add ETHERTYPE = 33024" ),
             guarded(
                 R"(bcmlt_pt_entry_commit( ent_hdl, BCMLT_PT_OPCODE_SET, BCMLT_PRIORITY_NORMAL ))",
-                "pt_commit BCMLT_PT_OPCODE_SET" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_SET; pt_commit BCMLT_PT_OPCODE_SET" ),
             guarded( R"(bcmlt_entry_free( ent_hdl ))", "free" ),
         } ),
     Script(
@@ -112,7 +112,7 @@ const Pair egressEfp{
             held( "BCMLT_INVALID_HDL" ),
             guarded(
                 R"(bcmlt_pt_entry_commit( ent_hdl, BCMLT_PT_OPCODE_GET, BCMLT_PRIORITY_NORMAL ))",
-                "pt_commit BCMLT_PT_OPCODE_GET" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_GET; pt_commit BCMLT_PT_OPCODE_GET" ),
             guarded( R"(bcmlt_entry_field_get( ent_hdl, "VALID", &val ))", "get VALID" ),
             guarded( R"(bcmlt_entry_field_get( ent_hdl, "TAG_SIZE", &val ))", "get TAG_SIZE" ),
             guarded( R"(bcmlt_entry_field_get( ent_hdl, "ETHERTYPE", &val ))", "get ETHERTYPE" ),
@@ -137,7 +137,7 @@ const Pair innerIngress{
                      "add ETHERTYPE = 33024" ),
             guarded(
                 R"(bcmlt_pt_entry_commit( ent_hdl, BCMLT_PT_OPCODE_SET, BCMLT_PRIORITY_NORMAL ))",
-                "pt_commit BCMLT_PT_OPCODE_SET" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_SET; pt_commit BCMLT_PT_OPCODE_SET" ),
             guarded( R"(bcmlt_entry_free( ent_hdl ))", "free" ),
         } ),
     Script(
@@ -149,7 +149,7 @@ const Pair innerIngress{
             held( "BCMLT_INVALID_HDL" ),
             guarded(
                 R"(bcmlt_pt_entry_commit( ent_hdl, BCMLT_PT_OPCODE_GET, BCMLT_PRIORITY_NORMAL ))",
-                "pt_commit BCMLT_PT_OPCODE_GET" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_GET; pt_commit BCMLT_PT_OPCODE_GET" ),
             guarded( R"(bcmlt_entry_field_get( ent_hdl, "VALID", &val ))", "get VALID" ),
             guarded( R"(bcmlt_entry_field_get( ent_hdl, "ETHERTYPE", &val ))", "get ETHERTYPE" ),
             guarded( R"(bcmlt_entry_free( ent_hdl ))", "free" ),
@@ -174,7 +174,7 @@ const Pair innerEgress{
                      "add ETHERTYPE = 33024" ),
             guarded(
                 R"(bcmlt_pt_entry_commit( ent_hdl, BCMLT_PT_OPCODE_SET, BCMLT_PRIORITY_NORMAL ))",
-                "pt_commit BCMLT_PT_OPCODE_SET" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_SET; pt_commit BCMLT_PT_OPCODE_SET" ),
             guarded( R"(bcmlt_entry_free( ent_hdl ))", "free" ),
         } ),
     Script(
@@ -187,7 +187,7 @@ const Pair innerEgress{
             held( "BCMLT_INVALID_HDL" ),
             guarded(
                 R"(bcmlt_pt_entry_commit( ent_hdl, BCMLT_PT_OPCODE_GET, BCMLT_PRIORITY_NORMAL ))",
-                "pt_commit BCMLT_PT_OPCODE_GET" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_GET; pt_commit BCMLT_PT_OPCODE_GET" ),
             guarded( R"(bcmlt_entry_field_get( ent_hdl, "VALID", &val ))", "get VALID" ),
             guarded( R"(bcmlt_entry_field_get( ent_hdl, "ETHERTYPE", &val ))", "get ETHERTYPE" ),
             guarded( R"(bcmlt_entry_free( ent_hdl ))", "free" ),
@@ -210,7 +210,7 @@ const Pair epmod{
                      "add ETHERTYPE = 33024" ),
             guarded(
                 R"(bcmlt_pt_entry_commit( ent_hdl, BCMLT_PT_OPCODE_SET, BCMLT_PRIORITY_NORMAL ))",
-                "pt_commit BCMLT_PT_OPCODE_SET" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_SET; pt_commit BCMLT_PT_OPCODE_SET" ),
             guarded( R"(bcmlt_entry_free( ent_hdl ))", "free" ),
         } ),
     Script(
@@ -222,7 +222,7 @@ const Pair epmod{
             held( "BCMLT_INVALID_HDL" ),
             guarded(
                 R"(bcmlt_pt_entry_commit( ent_hdl, BCMLT_PT_OPCODE_GET, BCMLT_PRIORITY_NORMAL ))",
-                "pt_commit BCMLT_PT_OPCODE_GET" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_GET; pt_commit BCMLT_PT_OPCODE_GET" ),
             guarded( R"(bcmlt_entry_field_get( ent_hdl, "ETHERTYPE", &val ))", "get ETHERTYPE" ),
             guarded( R"(bcmlt_entry_free( ent_hdl ))", "free" ),
         } ) };
@@ -249,7 +249,7 @@ const Script setTaggedScript(
         guarded( R"(bcmlt_entry_field_add( ent_hdl, "ETHERTYPE", 0x8100 ))",
                  "add ETHERTYPE = 33024" ),
         guarded( R"(bcmlt_pt_entry_commit( ent_hdl, BCMLT_PT_OPCODE_SET, BCMLT_PRIORITY_NORMAL ))",
-                 "pt_commit BCMLT_PT_OPCODE_SET" ),
+                 "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_SET; pt_commit BCMLT_PT_OPCODE_SET" ),
         guarded( R"(bcmlt_entry_free( ent_hdl ))", "free" ),
     } );
 
@@ -265,7 +265,7 @@ const Script setUntaggedScript(
         guarded( R"(bcmlt_entry_field_add( ent_hdl, "ETHERTYPE", 0x8100 ))",
                  "add ETHERTYPE = 33024" ),
         guarded( R"(bcmlt_pt_entry_commit( ent_hdl, BCMLT_PT_OPCODE_SET, BCMLT_PRIORITY_NORMAL ))",
-                 "pt_commit BCMLT_PT_OPCODE_SET" ),
+                 "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_SET; pt_commit BCMLT_PT_OPCODE_SET" ),
         guarded( R"(bcmlt_entry_free( ent_hdl ))", "free" ),
     } );
 
@@ -277,7 +277,7 @@ const Script getTaggedScript(
                  "allocate 0 OPAQUE_TAG_CONFIGr" ),
         held( "BCMLT_INVALID_HDL" ),
         guarded( R"(bcmlt_pt_entry_commit( ent_hdl, BCMLT_PT_OPCODE_GET, BCMLT_PRIORITY_NORMAL ))",
-                 "pt_commit BCMLT_PT_OPCODE_GET" ),
+                 "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_GET; pt_commit BCMLT_PT_OPCODE_GET" ),
         guarded( R"(bcmlt_entry_field_get( ent_hdl, "VALID", &val ))", "get VALID" ),
         guarded( R"(bcmlt_entry_field_get( ent_hdl, "TAG_SIZE", &val ))", "get TAG_SIZE" ),
         guarded( R"(bcmlt_entry_field_get( ent_hdl, "OPAQUE_TAG_TYPE", &val ))",

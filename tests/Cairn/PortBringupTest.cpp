@@ -62,19 +62,19 @@ void scriptCpuPort( Script & script, uint32_t unit, uint32_t portId ) {
     const std::string id = std::to_string( portId );
     script.add( {
         guarded( R"(bcmlt_entry_allocate( unit, PC_PORT_PHYS_MAPs, &cpuPortEntry ))",
-                 ( "PC_PORT_PHYS_MAPs; " + onUnit + " PC_PORT_PHYS_MAP" ).c_str() ),
+                 "PC_PORT_PHYS_MAPs; " + onUnit + " PC_PORT_PHYS_MAP" ),
         guarded( R"(bcmlt_entry_field_add( cpuPortEntry, PORT_IDs, portId ))",
-                 ( "PORT_IDs; add PORT_ID = " + id ).c_str() ),
+                 "PORT_IDs; add PORT_ID = " + id ),
         guarded( R"(bcmlt_entry_field_add( cpuPortEntry, PC_PHYS_PORT_IDs, portId ))",
-                 ( "PC_PHYS_PORT_IDs; add PC_PHYS_PORT_ID = " + id ).c_str() ),
+                 "PC_PHYS_PORT_IDs; add PC_PHYS_PORT_ID = " + id ),
         guarded(
             R"(bcmlt_entry_commit( cpuPortEntry, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-            "commit BCMLT_OPCODE_INSERT" ),
+            "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
         guarded( R"(bcmlt_entry_free( cpuPortEntry ))", "free" ),
         guarded( R"(bcmlt_entry_allocate( unit, PC_PORTs, &cpuPortEntry ))",
-                 ( "PC_PORTs; " + onUnit + " PC_PORT" ).c_str() ),
+                 "PC_PORTs; " + onUnit + " PC_PORT" ),
         guarded( R"(bcmlt_entry_field_add( cpuPortEntry, PORT_IDs, portId ))",
-                 ( "PORT_IDs; add PORT_ID = " + id ).c_str() ),
+                 "PORT_IDs; add PORT_ID = " + id ),
         guarded( R"(bcmlt_entry_field_add( cpuPortEntry, ENABLEs, 1 ))",
                  "ENABLEs; add ENABLE = 1" ),
         guarded( R"(bcmlt_entry_field_add( cpuPortEntry, NUM_LANESs, 1 ))",
@@ -83,7 +83,7 @@ void scriptCpuPort( Script & script, uint32_t unit, uint32_t portId ) {
                  "SPEEDs; add SPEED = 10000" ),
         guarded(
             R"(bcmlt_entry_commit( cpuPortEntry, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-            "commit BCMLT_OPCODE_INSERT" ),
+            "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
         guarded( R"(bcmlt_entry_free( cpuPortEntry ))", "free" ),
     } );
 }
@@ -93,25 +93,24 @@ void scriptLoopbackPort( Script & script, uint32_t unit, uint32_t portId, uint32
     const std::string id = std::to_string( portId );
     const std::string physicalId = std::to_string( physicalPort );
     script.add( {
-        line( 8, ( "lbPortInit portId: " + id + " phyPortId: " + physicalId ).c_str() ),
+        line( 8, "lbPortInit portId: " + id + " phyPortId: " + physicalId ),
         guarded( R"(bcmlt_entry_allocate( unit, "PC_PORT_PHYS_MAP", &lbPortEntry ))",
-                 ( onUnit + " PC_PORT_PHYS_MAP" ).c_str() ),
+                 onUnit + " PC_PORT_PHYS_MAP" ),
         guarded( R"(bcmlt_entry_field_add( lbPortEntry, "PORT_ID", portId ))",
-                 ( "add PORT_ID = " + id ).c_str() ),
+                 "add PORT_ID = " + id ),
         guarded( R"(bcmlt_entry_field_add( lbPortEntry, "PC_PHYS_PORT_ID", phyPortId ))",
-                 ( "add PC_PHYS_PORT_ID = " + physicalId ).c_str() ),
+                 "add PC_PHYS_PORT_ID = " + physicalId ),
         guarded( R"(bcmlt_entry_commit( lbPortEntry, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-                 "commit BCMLT_OPCODE_INSERT" ),
+                 "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
         guarded( R"(bcmlt_entry_free( lbPortEntry ))", "free" ),
-        guarded( R"(bcmlt_entry_allocate( unit, "PC_PORT", &lbPortEntry ))",
-                 ( onUnit + " PC_PORT" ).c_str() ),
+        guarded( R"(bcmlt_entry_allocate( unit, "PC_PORT", &lbPortEntry ))", onUnit + " PC_PORT" ),
         guarded( R"(bcmlt_entry_field_add( lbPortEntry, "PORT_ID", portId ))",
-                 ( "add PORT_ID = " + id ).c_str() ),
+                 "add PORT_ID = " + id ),
         guarded( R"(bcmlt_entry_field_add( lbPortEntry, "ENABLE", 1 ))", "add ENABLE = 1" ),
         guarded( R"(bcmlt_entry_field_add( lbPortEntry, "NUM_LANES", 1 ))", "add NUM_LANES = 1" ),
         guarded( R"(bcmlt_entry_field_add( lbPortEntry, "SPEED", 10000 ))", "add SPEED = 10000" ),
         guarded( R"(bcmlt_entry_commit( lbPortEntry, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-                 "commit BCMLT_OPCODE_INSERT" ),
+                 "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
         guarded( R"(bcmlt_entry_free( lbPortEntry ))", "free" ),
     } );
 }

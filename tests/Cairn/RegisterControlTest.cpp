@@ -47,7 +47,7 @@ const Script mmuScript(
                  "add BCMLT_PT_INSTANCE = 5" ),
         guarded(
             R"(bcmlt_pt_entry_commit( entryHdl, BCMLT_PT_OPCODE_MODIFY, BCMLT_PRIORITY_NORMAL ))",
-            "pt_commit BCMLT_PT_OPCODE_MODIFY" ),
+            "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_MODIFY; pt_commit BCMLT_PT_OPCODE_MODIFY" ),
         guarded( R"(bcmlt_entry_free( entryHdl ))", "free" ),
     } );
 
@@ -66,7 +66,7 @@ const Script mmuThdoScript(
                  "add BCMLT_PT_INSTANCE = 5" ),
         guarded(
             R"(bcmlt_pt_entry_commit( entryHdl, BCMLT_PT_OPCODE_MODIFY, BCMLT_PRIORITY_NORMAL ))",
-            "pt_commit BCMLT_PT_OPCODE_MODIFY" ),
+            "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_MODIFY; pt_commit BCMLT_PT_OPCODE_MODIFY" ),
         guarded( R"(bcmlt_entry_free( entryHdl ))", "free" ),
     } );
 
@@ -123,7 +123,7 @@ const Script bitmapScript(
             "array BITMAP[0] = 0 0 count 2" ),
         guarded(
             R"(bcmlt_pt_entry_commit( IngEnEfilterBitmapEntry, BCMLT_PT_OPCODE_MODIFY, BCMLT_PRIORITY_NORMAL ))",
-            "pt_commit BCMLT_PT_OPCODE_MODIFY" ),
+            "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_MODIFY; pt_commit BCMLT_PT_OPCODE_MODIFY" ),
         guarded( R"(bcmlt_entry_free( IngEnEfilterBitmapEntry ))", "free" ),
     } );
 
@@ -180,12 +180,12 @@ void scriptHashMemory( Script & script, const char * table ) {
     script.add( {
         held( "BCMLT_INVALID_HDL" ),
         unchecked( R"(bcmlt_entry_allocate( unit, hashControl[ i ].c_str(), &entryHdl ))",
-                   ( std::string( "allocate 0 " ) + table ).c_str() ),
+                   std::string( "allocate 0 " ) + table ),
         guarded( R"(bcmlt_entry_field_add( entryHdl, "ROBUST_HASH_EN", 0 ))",
                  "add ROBUST_HASH_EN = 0" ),
         guarded(
             R"(bcmlt_pt_entry_commit( entryHdl, BCMLT_PT_OPCODE_MODIFY, BCMLT_PRIORITY_NORMAL ))",
-            "pt_commit BCMLT_PT_OPCODE_MODIFY" ),
+            "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_MODIFY; pt_commit BCMLT_PT_OPCODE_MODIFY" ),
         guarded( R"(bcmlt_entry_free( entryHdl ))", "free" ),
     } );
 }
@@ -194,7 +194,7 @@ void scriptMissingHashMemory( Script & script, const char * table, int rc = -3 )
     script.add( {
         held( "BCMLT_INVALID_HDL" ),
         unchecked( R"(bcmlt_entry_allocate( unit, hashControl[ i ].c_str(), &entryHdl ))",
-                   ( std::string( "allocate 0 " ) + table ).c_str(), rc ),
+                   std::string( "allocate 0 " ) + table, rc ),
     } );
 }
 
@@ -291,7 +291,7 @@ const Script ingressScript(
         guarded( R"(bcmlt_entry_field_add( ent_hdl, "BITMAP", 0xfffffffe ))",
                  "add BITMAP = 4294967294" ),
         guarded( R"(bcmlt_pt_entry_commit( ent_hdl, BCMLT_PT_OPCODE_SET, BCMLT_PRIORITY_NORMAL ))",
-                 "pt_commit BCMLT_PT_OPCODE_SET" ),
+                 "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_SET; pt_commit BCMLT_PT_OPCODE_SET" ),
         guarded( R"(bcmlt_entry_free( ent_hdl ))", "free" ),
     } );
 
@@ -305,7 +305,7 @@ const Script egressScript(
         held( "BCMLT_INVALID_HDL" ),
         guarded( R"(bcmlt_entry_field_add( ent_hdl, "BITMAP", 0xfffe ))", "add BITMAP = 65534" ),
         guarded( R"(bcmlt_pt_entry_commit( ent_hdl, BCMLT_PT_OPCODE_SET, BCMLT_PRIORITY_NORMAL ))",
-                 "pt_commit BCMLT_PT_OPCODE_SET" ),
+                 "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_SET; pt_commit BCMLT_PT_OPCODE_SET" ),
         guarded( R"(bcmlt_entry_free( ent_hdl ))", "free" ),
     } );
 
@@ -352,14 +352,14 @@ Script eccScript( const char * enable, const char * operation ) {
             held( "BCMLT_INVALID_HDL" ),
             guarded( R"(bcmlt_entry_allocate( unit, "SER_PT_CONTROL", &serPtCtrEntry ))",
                      "allocate 0 SER_PT_CONTROL" ),
-            line( 2, message.c_str() ),
+            line( 2, message ),
             guarded( R"(bcmlt_entry_field_symbol_add( serPtCtrEntry, "PT_ID", mem ))",
                      "symbol PT_ID = ING_TUNNEL_ECN_DECAPm" ),
             guarded( R"(bcmlt_entry_field_add( serPtCtrEntry, "REPORT_SINGLE_BIT_ECC", val ))",
                      operation ),
             guarded(
                 R"(bcmlt_entry_commit( serPtCtrEntry, BCMLT_OPCODE_UPDATE, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_UPDATE" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_UPDATE; commit BCMLT_OPCODE_UPDATE" ),
             guarded( R"(bcmlt_entry_free( serPtCtrEntry ))", "free" ),
         } );
 }

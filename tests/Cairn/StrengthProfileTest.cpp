@@ -63,7 +63,7 @@ const Profile defip128{
                 "add L3_DST_DESTINATION_STRENGTH = 4" ),
             guarded(
                 R"(bcmlt_entry_commit( defip128StrengthEntry, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_INSERT" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
             guarded( R"(bcmlt_entry_free( defip128StrengthEntry ))", "free" ),
         } ) };
 
@@ -93,7 +93,7 @@ const Profile egressInterface{
                 "add OBJ_TABLE_SEL_1 = 2" ),
             guarded(
                 R"(bcmlt_entry_commit( egrL3Oif1StrengthEntry, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_INSERT" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
             guarded( R"(bcmlt_entry_free( egrL3Oif1StrengthEntry ))", "free" ),
         } ) };
 
@@ -120,7 +120,7 @@ const Profile overlayNextHop{
                 "add L2MC_L3MC_L2_OIF_SYS_DST_VALID_STRENGTH = 6" ),
             guarded(
                 R"(bcmlt_entry_commit( nhStrengthEntry, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_INSERT" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
             guarded( R"(bcmlt_entry_free( nhStrengthEntry ))", "free" ),
         } ) };
 
@@ -150,7 +150,7 @@ const Profile egressTunnel{
                 "add SEQ_NUM_STR = 5" ),
             guarded(
                 R"(bcmlt_entry_commit( egrIpTnlStrengthEntry, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_INSERT" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
             guarded( R"(bcmlt_entry_free( egrIpTnlStrengthEntry ))", "free" ),
         } ) };
 
@@ -180,7 +180,7 @@ const Profile underlayNextHop{
                 "add DESTINATION_STRENGTH = 7" ),
             guarded(
                 R"(bcmlt_entry_commit( ingNh2StrengthEntry, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_INSERT" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
             guarded( R"(bcmlt_entry_free( ingNh2StrengthEntry ))", "free" ),
         } ) };
 

@@ -65,7 +65,8 @@ Script programStart( const char * message, int lookupRc ) {
                      "add L2_EIF_ID = 100" ),
             unchecked(
                 R"(bcmlt_entry_commit( l2EifSystemDestinationEntry, BCMLT_OPCODE_LOOKUP, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_LOOKUP", lookupRc ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_LOOKUP; commit BCMLT_OPCODE_LOOKUP",
+                lookupRc ),
         } );
 }
 
@@ -85,7 +86,7 @@ Script insertPortScript( int lookupRc = -27 ) {
                 "add SYSTEM_PORT = 773" ),
             guarded(
                 R"(bcmlt_entry_commit( l2EifSystemDestinationEntry, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_INSERT" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
             guarded( R"(bcmlt_entry_free( l2EifSystemDestinationEntry ))", "free" ),
         } );
 }
@@ -99,7 +100,7 @@ Script updatePortScript( int lookupRc = 0 ) {
                 "add SYSTEM_PORT = 773" ),
             guarded(
                 R"(bcmlt_entry_commit( l2EifSystemDestinationEntry, BCMLT_OPCODE_UPDATE, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_UPDATE" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_UPDATE; commit BCMLT_OPCODE_UPDATE" ),
             guarded( R"(bcmlt_entry_free( l2EifSystemDestinationEntry ))", "free" ),
         } );
 }
@@ -114,7 +115,7 @@ Script insertTrunkScript() {
                 "add TRUNK_ID = 44" ),
             guarded(
                 R"(bcmlt_entry_commit( l2EifSystemDestinationEntry, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_INSERT" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
             guarded( R"(bcmlt_entry_free( l2EifSystemDestinationEntry ))", "free" ),
         } );
 }
@@ -129,7 +130,7 @@ Script updateTrunkScript() {
                 "add TRUNK_ID = 44" ),
             guarded(
                 R"(bcmlt_entry_commit( l2EifSystemDestinationEntry, BCMLT_OPCODE_UPDATE, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_UPDATE" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_UPDATE; commit BCMLT_OPCODE_UPDATE" ),
             guarded( R"(bcmlt_entry_free( l2EifSystemDestinationEntry ))", "free" ),
         } );
 }
@@ -139,7 +140,7 @@ Script deleteScript() {
         .add( {
             guarded(
                 R"(bcmlt_entry_commit( l2EifSystemDestinationEntry, BCMLT_OPCODE_DELETE, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_DELETE" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_DELETE; commit BCMLT_OPCODE_DELETE" ),
             guarded( R"(bcmlt_entry_free( l2EifSystemDestinationEntry ))", "free" ),
         } );
 }
@@ -164,7 +165,8 @@ Script verifyStart( const char * message, int lookupRc ) {
                      "add L2_EIF_ID = 100" ),
             unchecked(
                 R"(bcmlt_entry_commit( l2EifSystemDestinationEntry, BCMLT_OPCODE_LOOKUP, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_LOOKUP", lookupRc ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_LOOKUP; commit BCMLT_OPCODE_LOOKUP",
+                lookupRc ),
         } );
 }
 

@@ -54,17 +54,17 @@ using SystemPortDeathTest = SystemPort;
 Script programStart( const char * op, int lookupRc ) {
     return Script( "programL2IfIngSystemPortTable" )
         .add( {
-            line( 2, ( std::string( "programL2IfIngSystemPortTable system source: 773 unit: 0"
-                                    " modId: 3 port: 5 l2If: 100 op: " ) +
-                       op )
-                         .c_str() ),
+            line( 2, std::string( "programL2IfIngSystemPortTable system source: 773 unit: 0"
+                                  " modId: 3 port: 5 l2If: 100 op: " ) +
+                         op ),
             guarded( R"(bcmlt_entry_allocate( unit, "ING_SYSTEM_PORT_TABLE", &systemPortEntry ))",
                      "allocate 0 ING_SYSTEM_PORT_TABLE" ),
             guarded( R"(bcmlt_entry_field_add( systemPortEntry, "SYSTEM_SOURCE", system_source ))",
                      "add SYSTEM_SOURCE = 773" ),
             unchecked(
                 R"(bcmlt_entry_commit( systemPortEntry, BCMLT_OPCODE_LOOKUP, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_LOOKUP", lookupRc ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_LOOKUP; commit BCMLT_OPCODE_LOOKUP",
+                lookupRc ),
         } );
 }
 
@@ -75,7 +75,7 @@ Script insertScript( int lookupRc = -27 ) {
                      "add L2_IIF = 100" ),
             guarded(
                 R"(bcmlt_entry_commit( systemPortEntry, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_INSERT" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
             guarded( R"(bcmlt_entry_free( systemPortEntry ))", "free" ),
         } );
 }
@@ -87,7 +87,7 @@ Script updateScript( int lookupRc = 0 ) {
                      "add L2_IIF = 100" ),
             guarded(
                 R"(bcmlt_entry_commit( systemPortEntry, BCMLT_OPCODE_UPDATE, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_UPDATE" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_UPDATE; commit BCMLT_OPCODE_UPDATE" ),
             guarded( R"(bcmlt_entry_free( systemPortEntry ))", "free" ),
         } );
 }
@@ -102,7 +102,7 @@ Script insertWithRangeIndexScript() {
                 "add RANGE_TABLE_INDEX = 773" ),
             guarded(
                 R"(bcmlt_entry_commit( systemPortEntry, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_INSERT" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
             guarded( R"(bcmlt_entry_free( systemPortEntry ))", "free" ),
         } );
 }
@@ -117,7 +117,7 @@ Script updateWithRangeIndexScript() {
                 "add RANGE_TABLE_INDEX = 773" ),
             guarded(
                 R"(bcmlt_entry_commit( systemPortEntry, BCMLT_OPCODE_UPDATE, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_UPDATE" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_UPDATE; commit BCMLT_OPCODE_UPDATE" ),
             guarded( R"(bcmlt_entry_free( systemPortEntry ))", "free" ),
         } );
 }
@@ -127,7 +127,7 @@ Script deleteScript() {
         .add( {
             guarded(
                 R"(bcmlt_entry_commit( systemPortEntry, BCMLT_OPCODE_DELETE, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_DELETE" ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_DELETE; commit BCMLT_OPCODE_DELETE" ),
             guarded( R"(bcmlt_entry_free( systemPortEntry ))", "free" ),
         } );
 }
@@ -144,17 +144,17 @@ Script deleteAbsentScript() {
 Script verifyStart( const char * op, int lookupRc ) {
     return Script( "verifyL2IfIngSystemPortTable" )
         .add( {
-            line( 2, ( std::string( "verifyL2IfIngSystemPortTable system source: 773 unit: 0"
-                                    " modId: 3 port: 5 l2If: 100 op: " ) +
-                       op )
-                         .c_str() ),
+            line( 2, std::string( "verifyL2IfIngSystemPortTable system source: 773 unit: 0"
+                                  " modId: 3 port: 5 l2If: 100 op: " ) +
+                         op ),
             guarded( R"(bcmlt_entry_allocate( unit, "ING_SYSTEM_PORT_TABLE", &systemPortEntry ))",
                      "allocate 0 ING_SYSTEM_PORT_TABLE" ),
             guarded( R"(bcmlt_entry_field_add( systemPortEntry, "SYSTEM_SOURCE", system_source ))",
                      "add SYSTEM_SOURCE = 773" ),
             unchecked(
                 R"(bcmlt_entry_commit( systemPortEntry, BCMLT_OPCODE_LOOKUP, BCMLT_PRIORITY_NORMAL ))",
-                "commit BCMLT_OPCODE_LOOKUP", lookupRc ),
+                "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_LOOKUP; commit BCMLT_OPCODE_LOOKUP",
+                lookupRc ),
         } );
 }
 
@@ -414,14 +414,14 @@ TEST_F( SystemPort, InterpreterLockIsReleasedAroundTheIgnoredCallToo ) {
                  "add SYSTEM_SOURCE = 773" ),
         unchecked(
             R"(bcmlt_entry_commit( systemPortEntry, BCMLT_OPCODE_LOOKUP, BCMLT_PRIORITY_NORMAL ))",
-            "commit BCMLT_OPCODE_LOOKUP", -27 ),
+            "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_LOOKUP; commit BCMLT_OPCODE_LOOKUP", -27 ),
         guarded( R"(bcmlt_entry_field_add( systemPortEntry, "L2_IIF", l2If ))",
                  "add L2_IIF = 100" ),
         ignored( R"(bcmlt_entry_field_add( systemPortEntry, "RANGE_TABLE_INDEX", system_source ))",
                  "add RANGE_TABLE_INDEX = 773" ),
         guarded(
             R"(bcmlt_entry_commit( systemPortEntry, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-            "commit BCMLT_OPCODE_INSERT" ),
+            "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
         guarded( R"(bcmlt_entry_free( systemPortEntry ))", "free" ),
     } );
     program( 100, true );

@@ -8,45 +8,49 @@
 
 namespace {
 
-using Support::Script;
+using namespace Support;
 
-class TunnelEcn : public Support::RecipeTest {};
-class TunnelEcnDeathTest : public Support::RecipeTest {};
+class TunnelEcn : public RecipeTest {};
+using TunnelEcnDeathTest = TunnelEcn;
 
 Script encapScript( uint32_t unit, uint32_t index, uint32_t outerEcn ) {
     Script script( "setEgrTunnelEcnEncap" );
     script.keepLock();
-    script.guarded(
-        R"(bcmlt_entry_allocate( unit, "EGR_TUNNEL_ECN_ENCAPm", &egrTunnelEcnEncapEntry ))",
-        { "allocate " + std::to_string( unit ) + " EGR_TUNNEL_ECN_ENCAPm" } );
-    script.guarded( R"(bcmlt_entry_field_add( egrTunnelEcnEncapEntry, "BCMLT_PT_INDEX", index ))",
-                    { "add BCMLT_PT_INDEX = " + std::to_string( index ) } );
-    script.guarded( R"(bcmlt_entry_field_add( egrTunnelEcnEncapEntry, "OUTER_ECN", outerEcn ))",
-                    { "add OUTER_ECN = " + std::to_string( outerEcn ) } );
-    script.guarded(
-        R"(bcmlt_pt_entry_commit( egrTunnelEcnEncapEntry, BCMLT_PT_OPCODE_MODIFY, BCMLT_PRIORITY_NORMAL ))",
-        { "BCMLT_PRIORITY_NORMAL", "BCMLT_PT_OPCODE_MODIFY", "pt_commit BCMLT_PT_OPCODE_MODIFY" } );
-    script.guarded( R"(bcmlt_entry_free( egrTunnelEcnEncapEntry ))", { "free" } );
+    script.add( {
+        guarded(
+            R"(bcmlt_entry_allocate( unit, "EGR_TUNNEL_ECN_ENCAPm", &egrTunnelEcnEncapEntry ))",
+            "allocate " + std::to_string( unit ) + " EGR_TUNNEL_ECN_ENCAPm" ),
+        guarded( R"(bcmlt_entry_field_add( egrTunnelEcnEncapEntry, "BCMLT_PT_INDEX", index ))",
+                 "add BCMLT_PT_INDEX = " + std::to_string( index ) ),
+        guarded( R"(bcmlt_entry_field_add( egrTunnelEcnEncapEntry, "OUTER_ECN", outerEcn ))",
+                 "add OUTER_ECN = " + std::to_string( outerEcn ) ),
+        guarded(
+            R"(bcmlt_pt_entry_commit( egrTunnelEcnEncapEntry, BCMLT_PT_OPCODE_MODIFY, BCMLT_PRIORITY_NORMAL ))",
+            "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_MODIFY; pt_commit BCMLT_PT_OPCODE_MODIFY" ),
+        guarded( R"(bcmlt_entry_free( egrTunnelEcnEncapEntry ))", "free" ),
+    } );
     return script;
 }
 
 Script decapScript( uint32_t unit, uint32_t index, uint32_t innerEcn, int changeEcn ) {
     Script script( "setIngTunnelEcnDecap" );
     script.keepLock();
-    script.guarded(
-        R"(bcmlt_entry_allocate( unit, "ING_TUNNEL_ECN_DECAPm", &ingTunnelEcnDecapEntry ))",
-        { "allocate " + std::to_string( unit ) + " ING_TUNNEL_ECN_DECAPm" } );
-    script.guarded( R"(bcmlt_entry_field_add( ingTunnelEcnDecapEntry, "BCMLT_PT_INDEX", index ))",
-                    { "add BCMLT_PT_INDEX = " + std::to_string( index ) } );
-    script.guarded( R"(bcmlt_entry_field_add( ingTunnelEcnDecapEntry, "INNER_ECN", innerEcn ))",
-                    { "add INNER_ECN = " + std::to_string( innerEcn ) } );
-    script.guarded(
-        R"(bcmlt_entry_field_add( ingTunnelEcnDecapEntry, "CHANGE_INNER_ECN", changeEcn ))",
-        { "add CHANGE_INNER_ECN = " + std::to_string( changeEcn ) } );
-    script.guarded(
-        R"(bcmlt_pt_entry_commit( ingTunnelEcnDecapEntry, BCMLT_PT_OPCODE_MODIFY, BCMLT_PRIORITY_NORMAL ))",
-        { "BCMLT_PRIORITY_NORMAL", "BCMLT_PT_OPCODE_MODIFY", "pt_commit BCMLT_PT_OPCODE_MODIFY" } );
-    script.guarded( R"(bcmlt_entry_free( ingTunnelEcnDecapEntry ))", { "free" } );
+    script.add( {
+        guarded(
+            R"(bcmlt_entry_allocate( unit, "ING_TUNNEL_ECN_DECAPm", &ingTunnelEcnDecapEntry ))",
+            "allocate " + std::to_string( unit ) + " ING_TUNNEL_ECN_DECAPm" ),
+        guarded( R"(bcmlt_entry_field_add( ingTunnelEcnDecapEntry, "BCMLT_PT_INDEX", index ))",
+                 "add BCMLT_PT_INDEX = " + std::to_string( index ) ),
+        guarded( R"(bcmlt_entry_field_add( ingTunnelEcnDecapEntry, "INNER_ECN", innerEcn ))",
+                 "add INNER_ECN = " + std::to_string( innerEcn ) ),
+        guarded(
+            R"(bcmlt_entry_field_add( ingTunnelEcnDecapEntry, "CHANGE_INNER_ECN", changeEcn ))",
+            "add CHANGE_INNER_ECN = " + std::to_string( changeEcn ) ),
+        guarded(
+            R"(bcmlt_pt_entry_commit( ingTunnelEcnDecapEntry, BCMLT_PT_OPCODE_MODIFY, BCMLT_PRIORITY_NORMAL ))",
+            "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_MODIFY; pt_commit BCMLT_PT_OPCODE_MODIFY" ),
+        guarded( R"(bcmlt_entry_free( ingTunnelEcnDecapEntry ))", "free" ),
+    } );
     return script;
 }
 

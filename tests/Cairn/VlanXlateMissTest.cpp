@@ -33,7 +33,7 @@ const Script insertScript(
         held( "isBlocked beta 106" ),
         guarded(
             R"(bcmlt_entry_commit( vlanXlateMissPolicy, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-            "commit BCMLT_OPCODE_INSERT" ),
+            "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
         guarded( R"(bcmlt_entry_free( vlanXlateMissPolicy ))", "free" ),
     } );
 
@@ -51,7 +51,7 @@ const Script updateScript(
         held( "isBlocked beta 106" ),
         guarded(
             R"(bcmlt_entry_commit( vlanXlateMissPolicy, BCMLT_OPCODE_UPDATE, BCMLT_PRIORITY_NORMAL ))",
-            "commit BCMLT_OPCODE_UPDATE" ),
+            "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_UPDATE; commit BCMLT_OPCODE_UPDATE" ),
         guarded( R"(bcmlt_entry_free( vlanXlateMissPolicy ))", "free" ),
     } );
 

@@ -56,7 +56,7 @@ const Script svpScript(
                  "add DEFAULT_NETWORK_SVP = 4660" ),
         guarded(
             R"(bcmlt_entry_commit( tnlL2VxlanControlEntry, BCMLT_OPCODE_UPDATE, BCMLT_PRIORITY_NORMAL ))",
-            "commit BCMLT_OPCODE_UPDATE" ),
+            "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_UPDATE; commit BCMLT_OPCODE_UPDATE" ),
         guarded( R"(bcmlt_entry_free( tnlL2VxlanControlEntry ))", "free" ),
     } );
 
@@ -70,7 +70,7 @@ const Script udpScript(
             "symbol SRC_L4_PORT_SELECT = HASH_ENTROPY" ),
         guarded(
             R"(bcmlt_entry_commit( tnlL2VxlanControlEntry, BCMLT_OPCODE_UPDATE, BCMLT_PRIORITY_NORMAL ))",
-            "commit BCMLT_OPCODE_UPDATE" ),
+            "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_UPDATE; commit BCMLT_OPCODE_UPDATE" ),
         guarded( R"(bcmlt_entry_free( tnlL2VxlanControlEntry ))", "free" ),
     } );
 
@@ -83,7 +83,7 @@ const Script t4xScript(
                  "allocate 0 R_L2_TUNNEL_DEFAULT_NETWORK_SVP" ),
         guarded( R"(bcmlt_entry_field_add( entryHdl, "SVP", 0x1 ))", "add SVP = 1" ),
         unchecked( R"(bcmlt_entry_commit( entryHdl, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-                   "commit BCMLT_OPCODE_INSERT" ),
+                   "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT" ),
         guarded( R"(bcmlt_entry_free( entryHdl ))", "free" ),
     } );
 
@@ -96,7 +96,7 @@ const Script t4xAgainScript(
                  "allocate 0 R_L2_TUNNEL_DEFAULT_NETWORK_SVP" ),
         guarded( R"(bcmlt_entry_field_add( entryHdl, "SVP", 0x1 ))", "add SVP = 1" ),
         unchecked( R"(bcmlt_entry_commit( entryHdl, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ))",
-                   "commit BCMLT_OPCODE_INSERT", -26 ),
+                   "BCMLT_PRIORITY_NORMAL; BCMLT_OPCODE_INSERT; commit BCMLT_OPCODE_INSERT", -26 ),
         line( 4, "void Cairn::setT4XVxlanDefaultNetworkSvp(uint32_t)"
                  " svp entry insertion errored out rc: -26" ),
         guarded( R"(bcmlt_entry_free( entryHdl ))", "free" ),
@@ -115,12 +115,12 @@ const Script setAdaptScript(
         guarded( R"(bcmlt_entry_attrib_set( ent_hdl, BCMLT_ENT_ATTR_GET_FROM_HW ))",
                  "BCMLT_ENT_ATTR_GET_FROM_HW; attrib BCMLT_ENT_ATTR_GET_FROM_HW" ),
         guarded( R"(bcmlt_pt_entry_commit( ent_hdl, BCMLT_PT_OPCODE_GET, BCMLT_PRIORITY_NORMAL ))",
-                 "pt_commit BCMLT_PT_OPCODE_GET" ),
+                 "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_GET; pt_commit BCMLT_PT_OPCODE_GET" ),
         guarded(
             R"(bcmlt_entry_field_add( ent_hdl, "VXLAN_DECAP_ADAPT_LOOKUP_ENABLE", enable ? 1 : 0 ))",
             "add VXLAN_DECAP_ADAPT_LOOKUP_ENABLE = 1" ),
         guarded( R"(bcmlt_pt_entry_commit( ent_hdl, BCMLT_PT_OPCODE_SET, BCMLT_PRIORITY_NORMAL ))",
-                 "pt_commit BCMLT_PT_OPCODE_SET" ),
+                 "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_SET; pt_commit BCMLT_PT_OPCODE_SET" ),
         guarded( R"(bcmlt_entry_free( ent_hdl ))", "free" ),
     } );
 
@@ -134,7 +134,7 @@ const Script getAdaptScript(
         guarded( R"(bcmlt_entry_field_add( ent_hdl, "BCMLT_PT_PORT", port ))",
                  "add BCMLT_PT_PORT = 17" ),
         guarded( R"(bcmlt_pt_entry_commit( ent_hdl, BCMLT_PT_OPCODE_GET, BCMLT_PRIORITY_NORMAL ))",
-                 "pt_commit BCMLT_PT_OPCODE_GET" ),
+                 "BCMLT_PRIORITY_NORMAL; BCMLT_PT_OPCODE_GET; pt_commit BCMLT_PT_OPCODE_GET" ),
         guarded( R"(bcmlt_entry_field_get( ent_hdl, "VXLAN_DECAP_ADAPT_LOOKUP_ENABLE", &val ))",
                  "get VXLAN_DECAP_ADAPT_LOOKUP_ENABLE" ),
         line( 2, "getVxlanDecapAdaptLookup port 17 enable 0" ),

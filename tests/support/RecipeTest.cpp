@@ -50,7 +50,7 @@ std::string operationText( const Interpose::Event & event ) {
     }
 }
 
-// The steps that "; " separates, with what a commit asks put in front of it.
+// The steps that "; " separates.
 std::vector<std::string> stepsOf( const std::string & operation ) {
     std::vector<std::string> steps;
     const std::string separator = "; ";
@@ -59,14 +59,8 @@ std::vector<std::string> stepsOf( const std::string & operation ) {
         steps.push_back( operation.substr( at, end - at ) );
         at = end + separator.size();
     }
-    if ( operation.starts_with( "commit " ) || operation.starts_with( "pt_commit " ) ) {
-        const std::string opcode = operation.substr( operation.find( ' ' ) + 1 );
-        steps.insert( steps.begin(), { "BCMLT_PRIORITY_NORMAL", opcode } );
-    }
     return steps;
 }
-
-std::string rcEnding( int rc ) { return " (rc:" + std::to_string( rc ) + ")"; }
 
 } // namespace
 
@@ -74,56 +68,43 @@ Script & Script::add( std::initializer_list<Step> steps ) {
     for ( const Step & step : steps ) {
         switch ( step.kind ) {
         case Step::Kind::guarded:
-            guarded( step.text, stepsOf( step.operation ), step.number );
+            addHeld( "preCallHook" );
+            addCall( step );
             break;
         case Step::Kind::unchecked:
-            unchecked( step.text, stepsOf( step.operation ), step.number );
-            break;
         case Step::Kind::ignored:
-            ignored( step.text, stepsOf( step.operation ) );
+            addCall( step );
             break;
         case Step::Kind::held:
-            held( step.text );
+            addHeld( step.text );
             break;
         case Step::Kind::line:
-            line( step.number, step.text );
+            addHeld( "CairnLtHelper/" + std::to_string( step.number ) + " " + function_ + ": " +
+                     step.text );
             break;
         }
     }
     return *this;
 }
 
-void Script::call( Step::Kind kind, const std::string & text,
-                   const std::vector<std::string> & steps, const std::string & ending ) {
+void Script::addCall( const Step & step ) {
     const bool movesInterpreterLock = interpreterHeld_ && lockDuringCall_ == "released";
     if ( movesInterpreterLock )
-        held( "interpreter lock released" );
-    for ( const auto & step : steps )
-        lines_.push_back( step + " [" + lockDuringCall_ + "]" );
+        addHeld( "interpreter lock released" );
+    const auto operations = stepsOf( step.operation );
+    for ( const std::string & each : operations )
+        lines_.push_back( each + " [" + lockDuringCall_ + "]" );
     if ( movesInterpreterLock )
-        held( "interpreter lock taken back" );
-    operations_ += steps.empty() ? 0 : 1;
-    calls_.push_back( { text, kind, operations_, lines_.size() } );
-    held( "ApiCairn/4 " + function_ + ": " + text + ending );
+        addHeld( "interpreter lock taken back" );
+    operations_ += operations.empty() ? 0 : 1;
+    calls_.push_back( { step.text, step.kind, operations_, lines_.size() } );
+    lines_.push_back( callLine( step.text, step.kind, step.number ) );
 }
 
-void Script::guarded( const std::string & text, const std::vector<std::string> & steps, int rc ) {
-    held( "preCallHook" );
-    call( Step::Kind::guarded, text, steps, rcEnding( rc ) );
-}
-
-void Script::unchecked( const std::string & text, const std::vector<std::string> & steps, int rc ) {
-    call( Step::Kind::unchecked, text, steps, rcEnding( rc ) );
-}
-
-void Script::ignored( const std::string & text, const std::vector<std::string> & steps ) {
-    call( Step::Kind::ignored, text, steps, " no rc check" );
-}
-
-void Script::held( const std::string & step ) { lines_.push_back( step + " [held]" ); }
-
-void Script::line( int level, const std::string & text ) {
-    held( "CairnLtHelper/" + std::to_string( level ) + " " + function_ + ": " + text );
+std::string Script::callLine( const std::string & text, Step::Kind kind, int rc ) const {
+    return "ApiCairn/4 " + function_ + ": " + text +
+           ( kind == Step::Kind::ignored ? " no rc check" : " (rc:" + std::to_string( rc ) + ")" ) +
+           " [held]";
 }
 
 Cairn::CairnCommonSmData::Ptr
@@ -351,6 +332,30 @@ void expectSameLog( const std::vector<std::string> & expected,
 
 void RecipeTest::expectLog( const Script & script ) const { expectSameLog( script.lines(), log_ ); }
 
+namespace {
+
+// A call that fails and is reported: nothing after the report and the hook.
+void expectReport( const Stop & stop, std::vector<std::string> expected,
+                   const std::string & report ) {
+    expected.insert( expected.end(), { "errmsg [held]", "failureHook [held]" } );
+    expectSameLog( expected, stop.log );
+    EXPECT_EQ( stop.signal, SIGABRT );
+    EXPECT_EQ( stop.standardError, report );
+    ASSERT_EQ( stop.lines.size(), 2u );
+    EXPECT_GT( stop.lines[0], 0 );
+    EXPECT_EQ( stop.lines[0], stop.lines[1] );
+}
+
+// A call that fails without being reported: the recipe goes on.
+void expectNoReport( const Stop & stop, const std::vector<std::string> & expected,
+                     const std::string & text ) {
+    ASSERT_GE( stop.log.size(), expected.size() );
+    expectSameLog( expected, { stop.log.begin(), stop.log.begin() + std::ssize( expected ) } );
+    EXPECT_EQ( stop.standardError.find( text ), std::string::npos ) << stop.standardError;
+}
+
+} // namespace
+
 void RecipeTest::expectEachFailureToStop( const Script & script, const std::string & pretty,
                                           const std::function<void()> & recipe ) {
     ASSERT_FALSE( script.calls().empty() );
@@ -360,37 +365,24 @@ void RecipeTest::expectEachFailureToStop( const Script & script, const std::stri
             continue; // makes no operation; fails with the call before it
         SCOPED_TRACE( "operation " + std::to_string( call.operation ) + ": " + call.text );
         const int rc = -1 - static_cast<int>( i % 30 );
-        const auto stop = stopOf( [&] {
+        const Stop stop = stopOf( [&] {
             inject( "rc=" + std::to_string( rc ) + ",at=" + std::to_string( call.operation ) );
             recipe();
         } );
+        const char * errorText = chip().errmsg( rc );
         auto expected = script.lines();
-        std::string reported = call.text;
+        expected.resize( call.traceLine );
         if ( call.kind == Step::Kind::guarded ) {
-            expected.resize( call.traceLine );
-        } else {
-            expected.resize( call.traceLine + 1 );
-            if ( call.kind == Step::Kind::unchecked )
-                expected.back() = "ApiCairn/4 " + script.function() + ": " + call.text +
-                                  rcEnding( rc ) + " [held]";
-            if ( i + 1 == script.calls().size() || script.calls()[i + 1].text != "rc" ) {
-                ASSERT_GE( stop.log.size(), expected.size() );
-                expectSameLog( expected,
-                               { stop.log.begin(), stop.log.begin() + std::ssize( expected ) } );
-                EXPECT_EQ( stop.standardError.find( call.text ), std::string::npos )
-                    << stop.standardError;
-                continue;
-            }
-            expected.push_back( "preCallHook [held]" );
-            reported = "rc";
+            expectReport( stop, expected, report( call.text, errorText, rc, pretty ) );
+            continue;
         }
-        expected.insert( expected.end(), { "errmsg [held]", "failureHook [held]" } );
-        expectSameLog( expected, stop.log );
-        EXPECT_EQ( stop.signal, SIGABRT );
-        EXPECT_EQ( stop.standardError, report( reported, chip().errmsg( rc ), rc, pretty ) );
-        ASSERT_EQ( stop.lines.size(), 2u );
-        EXPECT_GT( stop.lines[0], 0 );
-        EXPECT_EQ( stop.lines[0], stop.lines[1] );
+        expected.push_back( script.callLine( call.text, call.kind, rc ) );
+        if ( i + 1 < script.calls().size() && script.calls()[i + 1].text == "rc" ) {
+            expected.emplace_back( "preCallHook [held]" );
+            expectReport( stop, expected, report( "rc", errorText, rc, pretty ) );
+        } else {
+            expectNoReport( stop, expected, call.text );
+        }
     }
 }
 

@@ -28,32 +28,32 @@ struct Step {
     enum class Kind { guarded, unchecked, ignored, held, line };
 
     Kind kind;
-    const char * text;
-    const char * operation;
+    std::string text;
+    std::string operation;
     int number; ///< return code, or level of a line
 };
 
 /// A guarded call: hook; without the lock, the constants it asks and its operation; call trace
-/// line. `operation` is as in the log; what is asked before it stands in front, separated by "; ".
-/// The priority and the opcode that a commit asks are understood.
-constexpr Step guarded( const char * text, const char * operation, int rc = 0 ) {
-    return { Step::Kind::guarded, text, operation, rc };
+/// line. `operation` is as in the log; each constant that is asked stands in front of it, in order,
+/// followed by "; ".
+inline Step guarded( std::string text, std::string operation, int rc = 0 ) {
+    return { Step::Kind::guarded, std::move( text ), std::move( operation ), rc };
 }
 /// A guarded call of the bare variable rc.
-constexpr Step guardedRc( int rc = 0 ) { return { Step::Kind::guarded, "rc", "", rc }; }
+inline Step guardedRc( int rc = 0 ) { return guarded( "rc", "", rc ); }
 /// An unchecked call: no hook.
-constexpr Step unchecked( const char * text, const char * operation, int rc = 0 ) {
-    return { Step::Kind::unchecked, text, operation, rc };
+inline Step unchecked( std::string text, std::string operation, int rc = 0 ) {
+    return { Step::Kind::unchecked, std::move( text ), std::move( operation ), rc };
 }
 /// An unchecked call whose result is ignored.
-constexpr Step ignored( const char * text, const char * operation ) {
-    return { Step::Kind::ignored, text, operation, 0 };
+inline Step ignored( std::string text, std::string operation ) {
+    return { Step::Kind::ignored, std::move( text ), std::move( operation ), 0 };
 }
 /// Something that happens with the lock held: a constant query, a stage question.
-constexpr Step held( const char * what ) { return { Step::Kind::held, what, "", 0 }; }
+inline Step held( std::string what ) { return { Step::Kind::held, std::move( what ), "", 0 }; }
 /// A line of "CairnLtHelper" at a level.
-constexpr Step line( int level, const char * text ) {
-    return { Step::Kind::line, text, "", level };
+inline Step line( int level, std::string text ) {
+    return { Step::Kind::line, std::move( text ), "", level };
 }
 
 /// The expected log of one recipe, typed from its description.
@@ -85,20 +85,16 @@ class Script {
     /// From here on the thread also holds the interpreter lock outside of SDK calls.
     void holdInterpreterLock() { interpreterHeld_ = true; }
 
-    /// The steps one by one, for scripts that are not tables; `steps` without "understood" ones.
-    void guarded( const std::string & text, const std::vector<std::string> & steps, int rc = 0 );
-    void unchecked( const std::string & text, const std::vector<std::string> & steps, int rc = 0 );
-    void ignored( const std::string & text, const std::vector<std::string> & steps );
-    void held( const std::string & step );
-    void line( int level, const std::string & text );
-
     const std::string & function() const { return function_; }
     const std::vector<std::string> & lines() const { return lines_; }
     const std::vector<Call> & calls() const { return calls_; }
 
+    /// The call trace line of a call that returned `rc`.
+    std::string callLine( const std::string & text, Step::Kind kind, int rc ) const;
+
   private:
-    void call( Step::Kind kind, const std::string & text, const std::vector<std::string> & steps,
-               const std::string & ending );
+    void addCall( const Step & step );
+    void addHeld( const std::string & what ) { lines_.push_back( what + " [held]" ); }
 
     std::string function_;
     std::string lockDuringCall_ = "released";
@@ -169,10 +165,11 @@ class RecipeTest : public ::testing::Test,
     void expectLog( const Script & script ) const;
 
     /// Runs `recipe` once for each SDK call of its script, in a child process in which that call
-    /// fails and which is otherwise as this one; wants what the kind of the call asks for. A
-    /// guarded call: the log of the script up to there, the error text asked, the failure hook
-    /// called, the report on standard error, and the stop. An unchecked one: its trace line with
-    /// the code, and no report of it; if rc is checked next, the report and the stop of that.
+    /// fails and which is otherwise as this one; wants what the kind of the call asks for:
+    /// - a guarded call, or an unchecked one whose code is checked next: the log of the script up to
+    ///   there, the error text asked, the failure hook called, the report on standard error, and the
+    ///   stop;
+    /// - any other: its trace line, with the code unless that is ignored, and no report of it.
     void expectEachFailureToStop( const Script & script, const std::string & pretty,
                                   const std::function<void()> & recipe );
 
