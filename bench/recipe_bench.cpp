@@ -3,6 +3,7 @@
 #include "sim/Chip.h"
 #include "tests/support/InstructionCount.h"
 #include "tests/support/QuietSdk.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/bare/BareRecipes.h"
 #include "tools/model/Arguments.h"
 #include "tools/model/Model.h"
@@ -24,7 +25,6 @@
 #include <filesystem>
 #include <mutex>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 // Each recipe against the same recipe compiled bare: the same calls, hooks and lock releases, and
@@ -164,16 +164,14 @@ int main( int argc, char ** argv ) {
     Sim::Chip chip;
     chip.addUnit( 0, Sim::referenceSchema() );
     Shim::sdk_ = &chip;
-    const std::filesystem::path folder =
-        std::filesystem::temp_directory_path() / ( "recipe_bench_" + std::to_string( ::getpid() ) );
-    std::filesystem::create_directory( folder );
-    const std::string file = folder / "lines";
+    const Support::TemporaryFolder folder;
+    const std::string file = folder.path( "lines" );
     Fleetlog::OpenOptions options;
-    options.directory = folder;
+    options.directory = folder.path();
     options.timestamps = Fleetlog::Timestamps::tick;
     Fleetlog::TraceHandle ticks( options );
     options.timestamps = Fleetlog::Timestamps::counter;
-    options.directory = folder / "counter";
+    options.directory = folder.path( "counter" );
     std::filesystem::create_directory( options.directory );
     Fleetlog::TraceHandle counters( options );
     const std::lock_guard lock( Kiln::activityLock() );
@@ -184,7 +182,7 @@ int main( int argc, char ** argv ) {
         auto texts = Tool::sampleArguments( recipe, model );
         // What the SDK that does nothing reads back.
         if ( recipe.name == "setOpaqueTagIngress" || recipe.name == "getOpaqueTagIngress" )
-            texts.back() = "1";
+            texts.back().assign( 1, '1' );
         pairs.push_back(
             { &recipe, &bareRecipes()[i], Tool::parseArguments( recipe, texts, model ) } );
         // Once, so that there is what recipes look up, and what they insert.
@@ -200,6 +198,5 @@ int main( int argc, char ** argv ) {
     if ( benchmark::ReportUnrecognizedArguments( argc, argv ) )
         return 2;
     benchmark::RunSpecifiedBenchmarks();
-    std::filesystem::remove_all( folder );
     return 0;
 }

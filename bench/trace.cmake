@@ -1,7 +1,7 @@
 # Included by bench/CMakeLists.txt.
 
 add_executable( trace_bench ${PROJECT_SOURCE_DIR}/bench/trace_bench.cpp )
-target_link_libraries( trace_bench PRIVATE cairn_instruction_count cairn_trace_bench_lttng cairn_lt_objects
+target_link_libraries( trace_bench PRIVATE cairn_test_processes cairn_instruction_count cairn_trace_bench_lttng cairn_lt_objects
                        Cairn::ShimSlot cairn_options benchmark::benchmark )
 
 # Other tracers, where they are installed.
@@ -22,5 +22,5 @@ if( LTTNG_UST_INCLUDE AND LTTNG_UST_LIBRARY )
 endif()
 
 add_executable( trace_reader_bench ${PROJECT_SOURCE_DIR}/bench/trace_reader_bench.cpp )
-target_link_libraries( trace_reader_bench PRIVATE cairn_trace_bench_lttng Cairn::TraceReader
+target_link_libraries( trace_reader_bench PRIVATE cairn_test_processes cairn_trace_bench_lttng Cairn::TraceReader
                        Cairn::Platform cairn_options )

@@ -1,4 +1,5 @@
 #include "bench/trace_bench_lttng.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/TraceOperations.h"
 
 #include <benchmark/benchmark.h>
@@ -13,13 +14,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <initializer_list>
 #include <map>
 #include <memory>
 #include <string>
 #include <sys/mman.h>
-#include <unistd.h>
 #include <vector>
 
 // What a record and a message cost, against the same stores into a mapped ring written by hand (the
@@ -194,13 +193,8 @@ void add( const std::string & name, const std::string & floor = "",
 } // namespace
 
 int main( int argc, char ** argv ) {
-    std::string directory =
-        ( std::filesystem::temp_directory_path() / "trace-bench-XXXXXX" ).string();
-    if ( ::mkdtemp( directory.data() ) == nullptr ) {
-        std::perror( directory.c_str() );
-        return 2;
-    }
-    OpenOptions options{ .directory = directory };
+    const Support::TemporaryFolder folder;
+    OpenOptions options{ .directory = folder.path() };
     Bench made( options );
     bench = &made;
     Support::traceTargets = &made.targets;
@@ -261,6 +255,5 @@ int main( int argc, char ** argv ) {
     benchmark::RunSpecifiedBenchmarks();
 
     defaultFleetlogHandle = nullptr;
-    std::filesystem::remove_all( directory );
     return 0;
 }

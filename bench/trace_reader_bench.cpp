@@ -1,5 +1,6 @@
 #include "bench/trace_bench_lttng.h"
 
+#include "tests/support/TemporaryFolder.h"
 #include "tracereader/TraceReader.h"
 
 #include <Fleetlog/MsgDesc.h>
@@ -9,9 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <filesystem>
 #include <string>
-#include <unistd.h>
 
 // How fast trace files are read: the records decoded, and rendered as text and as JSON to nowhere.
 //
@@ -116,13 +115,8 @@ int main( int argc, char ** argv ) {
         return 0;
     }
 
-    std::string directory =
-        ( std::filesystem::temp_directory_path() / "trace-reader-XXXXXX" ).string();
-    if ( ::mkdtemp( directory.data() ) == nullptr ) {
-        std::perror( directory.c_str() );
-        return 2;
-    }
-    const std::string path = writeTrace( directory, count );
+    const Support::TemporaryFolder folder;
+    const std::string path = writeTrace( folder.path(), count );
     measure( "decoded", path, count, []( const TraceReader::Record & ) {} );
     std::string lines;
     const auto render = [&]( TraceReader::Format format ) {
@@ -135,6 +129,5 @@ int main( int argc, char ** argv ) {
     };
     measure( "text", path, count, render( TraceReader::Format::text ) );
     measure( "JSON", path, count, render( TraceReader::Format::json ) );
-    std::filesystem::remove_all( directory );
     return 0;
 }

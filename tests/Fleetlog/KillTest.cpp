@@ -123,8 +123,7 @@ TEST( KillTest, EveryCompletedRecordOfAKilledWriterIsReadAndNoneIsTorn ) {
     { const TraceFile warmUp( smallRing( directory.path() ), 0 ); } // the clock is measured once
     std::filesystem::remove( directory.file() );
 
-    std::mt19937 random(
-        4711 ); // NOLINT: the same kills each time, as far as the scheduler lets them be
+    std::mt19937 random( 4711 ); // the same kills each time, as far as the scheduler lets them be
     std::uniform_int_distribution<long> delay( 0, 400'000 );
     for ( int kill = 0; kill < kills; ++kill ) {
         const SharedNumber written;
@@ -138,8 +137,7 @@ TEST( KillTest, EveryCompletedRecordOfAKilledWriterIsReadAndNoneIsTorn ) {
         const timespec pause{ .tv_sec = 0, .tv_nsec = delay( random ) };
         ::nanosleep( &pause, nullptr );
         ::kill( child, SIGKILL );
-        int status = 0;
-        ASSERT_EQ( ::waitpid( child, &status, 0 ), child );
+        const int status = Support::statusOf( child );
         ASSERT_TRUE( WIFSIGNALED( status ) && WTERMSIG( status ) == SIGKILL );
 
         const auto reading = Support::read( directory.file() );
@@ -181,8 +179,7 @@ TEST( KillTest, FileIsWholeAfterEveryInstructionOfTheWriter ) {
         writeRecords( file, records, *written );
         return true;
     } );
-    int status = 0;
-    ASSERT_EQ( ::waitpid( child, &status, 0 ), child );
+    int status = Support::statusOf( child );
     if ( !WIFSTOPPED( status ) )
         GTEST_SKIP() << "this process may not trace another";
 
@@ -199,7 +196,7 @@ TEST( KillTest, FileIsWholeAfterEveryInstructionOfTheWriter ) {
         EXPECT_TRUE( whole );
         if ( !whole ) {
             ::kill( child, SIGKILL );
-            ::waitpid( child, &status, 0 );
+            Support::statusOf( child );
             return;
         }
     }

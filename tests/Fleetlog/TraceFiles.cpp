@@ -2,33 +2,14 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <stdexcept>
-#include <sys/wait.h>
-#include <system_error>
-#include <unistd.h>
+#include <utility>
 
 namespace Support {
 
-Directory::Directory() {
-    std::string pattern = ( std::filesystem::temp_directory_path() / "fleetlog-XXXXXX" ).string();
-    if ( ::mkdtemp( pattern.data() ) == nullptr )
-        throw std::system_error( errno, std::generic_category(), pattern );
-    path_ = pattern;
-}
-
-Directory::~Directory() {
-    std::error_code ignored;
-    std::filesystem::remove_all( path_, ignored );
-}
-
 std::vector<std::string> Directory::files() const {
-    return std::filesystem::is_empty( path_ ) ? std::vector<std::string>{}
-                                              : TraceReader::findFiles( path_ );
+    return std::filesystem::is_empty( path() ) ? std::vector<std::string>{}
+                                               : TraceReader::findFiles( path() );
 }
 
 std::string Directory::file() const {
@@ -64,27 +45,9 @@ Reading read( std::vector<std::byte> content ) {
 }
 
 std::vector<std::byte> contentOf( const std::string & path ) {
-    std::ifstream file( path, std::ios::binary );
-    const std::string bytes( std::istreambuf_iterator<char>( file ), {} );
+    const std::string bytes = contents( path );
     const auto * begin = reinterpret_cast<const std::byte *>( bytes.data() );
     return { begin, begin + bytes.size() };
-}
-
-pid_t startChild( const std::function<bool()> & work ) {
-    const pid_t child = ::fork();
-    if ( child < 0 )
-        throw std::system_error( errno, std::generic_category(), "fork" );
-    if ( child == 0 )
-        ::_exit( work() ? 0 : 1 );
-    return child;
-}
-
-int runInChild( const std::function<bool()> & work ) {
-    int status = 0;
-    const pid_t child = startChild( work );
-    if ( ::waitpid( child, &status, 0 ) != child )
-        throw std::system_error( errno, std::generic_category(), "waitpid" );
-    return status;
 }
 
 } // namespace Support

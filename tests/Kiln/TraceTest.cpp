@@ -1,3 +1,5 @@
+#include "tests/support/TemporaryFolder.h"
+
 #include <Kiln/TraceHandle.h>
 #include <Kiln/TraceHelper.h>
 #include <Kiln/TraceSink.h>
@@ -6,12 +8,10 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <system_error>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -137,9 +137,8 @@ TEST_F( Trace, TimeIsWrittenInUtcWithMicroseconds ) {
 }
 
 TEST_F( Trace, FileIsAppendedToAndWholeAtOnce ) {
-    const auto path = std::filesystem::temp_directory_path() /
-                      ( "kiln_trace_test_" + std::to_string( ::getpid() ) );
-    std::ofstream( path ) << "earlier\n";
+    const Support::TemporaryFolder folder;
+    const std::string path = folder.write( "lines", "earlier\n" );
     TraceHandle handle( "TraceTest.file", false );
     Kiln::traceToFile( path );
     std::vector<std::thread> threads;
@@ -160,7 +159,6 @@ TEST_F( Trace, FileIsAppendedToAndWholeAtOnce ) {
         EXPECT_TRUE( line.ends_with( " function: " + std::string( 200, 'x' ) ) ) << line;
     }
     EXPECT_EQ( count, 400 );
-    std::filesystem::remove( path );
 }
 
 TEST_F( Trace, FileThatCannotBeOpenedIsAnErrorAndChangesNothing ) {

@@ -3,6 +3,7 @@
 #include "tests/support/Allocations.h"
 #include "tests/support/InstructionCount.h"
 #include "tests/support/QuietSdk.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/bare/BareRecipes.h"
 #include "tools/model/Arguments.h"
 #include "tools/model/Model.h"
@@ -15,12 +16,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 // What is counted exactly and has a limit: allocations of each recipe, instructions of the guard.
@@ -36,21 +35,15 @@ class Budget : public ::testing::Test {
 /// A folder with an open trace in it.
 class OpenTrace {
   public:
-    OpenTrace()
-        : folder_( std::filesystem::temp_directory_path() /
-                   ( "cairn_budget_" + std::to_string( ::getpid() ) ) ) {
-        std::filesystem::create_directory( folder_ );
+    OpenTrace() {
         Fleetlog::OpenOptions options;
-        options.directory = folder_;
+        options.directory = folder_.path();
         Fleetlog::openDefault( options );
     }
-    ~OpenTrace() {
-        Fleetlog::closeDefault();
-        std::filesystem::remove_all( folder_ );
-    }
+    ~OpenTrace() { Fleetlog::closeDefault(); }
 
   private:
-    std::filesystem::path folder_;
+    Support::TemporaryFolder folder_;
 };
 
 TEST_F( Budget, RecipesAllocateNothingButTheTableNamesThatTheyBuild ) {

@@ -1,10 +1,9 @@
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/TraceOperations.h"
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
-#include <unistd.h>
 
 // What a record and a message may cost, in instructions.
 
@@ -14,16 +13,8 @@ using Fleetlog::Timestamps;
 
 class TraceBudget : public ::testing::Test {
   protected:
-    TraceBudget()
-        : folder_( std::filesystem::temp_directory_path() /
-                   ( "cairn_trace_budget_" + std::to_string( ::getpid() ) ) ) {
-        std::filesystem::create_directory( folder_ );
-        options_.directory = folder_;
-    }
-    ~TraceBudget() override {
-        Support::traceTargets = nullptr;
-        std::filesystem::remove_all( folder_ );
-    }
+    TraceBudget() { options_.directory = folder_.path(); }
+    ~TraceBudget() override { Support::traceTargets = nullptr; }
 
     template <class Operation>
     void expectAtMost( std::uint64_t limit ) {
@@ -44,7 +35,7 @@ class TraceBudget : public ::testing::Test {
         Fleetlog::closeDefault();
     }
 
-    std::filesystem::path folder_;
+    Support::TemporaryFolder folder_;
     Fleetlog::OpenOptions options_;
 };
 

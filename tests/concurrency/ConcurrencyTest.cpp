@@ -2,6 +2,7 @@
 
 #include "interpose/Forwarder.h"
 #include "sim/Chip.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <Fleetlog/TraceHandle.h>
 #include <Kiln/ActivityLock.h>
@@ -15,7 +16,6 @@
 #include <filesystem>
 #include <mutex>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 // Recipes on several threads at once, as agents run them: each thread takes the activity lock, and
@@ -186,11 +186,9 @@ TEST_F( Concurrency, LevelMasksMayChangeWhileRecipesRun ) {
 }
 
 TEST_F( Concurrency, ThreadsRegisterTheSameMessagesEachInAFileOfItsOwn ) {
-    const auto folder = std::filesystem::temp_directory_path() /
-                        ( "cairn_concurrency_" + std::to_string( ::getpid() ) );
-    std::filesystem::create_directory( folder );
+    const Support::TemporaryFolder folder;
     Fleetlog::OpenOptions options;
-    options.directory = folder;
+    options.directory = folder.path();
     options.ringBytes = 64 << 10;
     options.files = Fleetlog::Files::perThread;
     Fleetlog::openDefault( options );
@@ -202,11 +200,10 @@ TEST_F( Concurrency, ThreadsRegisterTheSameMessagesEachInAFileOfItsOwn ) {
     } );
     Fleetlog::closeDefault();
     long files = 0;
-    for ( const auto & file : std::filesystem::directory_iterator( folder ) )
+    for ( const auto & file : std::filesystem::directory_iterator( folder.path() ) )
         files += file.is_regular_file() ? 1 : 0;
     // One a thread that wrote messages, and that of the thread that opened the handle.
     EXPECT_EQ( files, threadCount + 1 );
-    std::filesystem::remove_all( folder );
 }
 
 TEST_F( Concurrency, UpdatesOfOneRowByManyThreadsDoNotMeet ) {

@@ -1,11 +1,12 @@
 #include "tests/support/InstructionCount.h"
 
+#include "tests/support/ChildProcess.h"
+
 #include <cerrno>
 #include <csignal>
 #include <sys/ptrace.h>
 #include <sys/user.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 namespace Support {
 
@@ -13,14 +14,14 @@ namespace Support {
 
 namespace {
 
-[[noreturn]] void runStepped( void ( *work )() ) {
+bool runStepped( void ( *work )() ) {
     work(); // what happens once is not counted: symbols are bound, pages are touched
     if ( ::ptrace( PTRACE_TRACEME, 0, nullptr, nullptr ) != 0 )
-        ::_exit( 1 );
+        return false;
     asm volatile( "int3" );
     work();
     asm volatile( "int3" );
-    ::_exit( 0 );
+    return true;
 }
 
 // Whether the child has stopped behind a breakpoint, and not after a single step. What stopped it
@@ -41,12 +42,7 @@ bool isAtBreakpoint( pid_t child ) {
 } // namespace
 
 std::optional<std::uint64_t> countInstructions( void ( *work )() ) {
-    const pid_t child = ::fork();
-    if ( child < 0 )
-        return std::nullopt;
-    if ( child == 0 )
-        runStepped( work );
-
+    const pid_t child = startChild( [work] { return runStepped( work ); } );
     std::optional<std::uint64_t> count;
     std::uint64_t steps = 0;
     int status = 0;
@@ -66,7 +62,7 @@ std::optional<std::uint64_t> countInstructions( void ( *work )() ) {
             break;
     }
     ::kill( child, SIGKILL );
-    ::waitpid( child, &status, 0 );
+    ::waitpid( child, &status, 0 ); // it may have ended before
     return count;
 }
 

@@ -1,5 +1,7 @@
 #include "tests/support/RecipeTest.h"
 
+#include "tests/support/ChildProcess.h"
+
 #include <ChipModel/ChipProfile.h>
 #include <Kiln/TraceSink.h>
 #include <Shim/Sdk.h>
@@ -10,7 +12,6 @@
 #include <cstdio>
 #include <iterator>
 #include <sstream>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
@@ -280,16 +281,12 @@ Stop RecipeTest::stopOf( const std::function<void()> & recipe ) {
     int logPipe[2];
     if ( ::pipe( errorPipe ) != 0 || ::pipe( logPipe ) != 0 )
         throw std::system_error( errno, std::generic_category(), "pipe" );
-    std::fflush( nullptr ); // or the child writes what is buffered a second time
-    const pid_t child = ::fork();
-    if ( child == 0 ) {
-        const rlimit noCore{ 0, 0 };
-        ::setrlimit( RLIMIT_CORE, &noCore );
+    const pid_t child = startChild( [&] {
         ::dup2( errorPipe[1], STDERR_FILENO );
         logPipe_ = logPipe[1];
         recipe();
-        ::_exit( 0 );
-    }
+        return true;
+    } );
     ::close( errorPipe[1] );
     ::close( logPipe[1] );
     Stop stop;
@@ -301,8 +298,7 @@ Stop RecipeTest::stopOf( const std::function<void()> & recipe ) {
         if ( sourceLine != 0 )
             stop.loggedLines.push_back( sourceLine );
     }
-    int status = 0;
-    ::waitpid( child, &status, 0 );
+    const int status = statusOf( child );
     stop.signal = WIFSIGNALED( status ) ? WTERMSIG( status ) : 0;
     normalise( stop );
     return stop;

@@ -1,15 +1,12 @@
 #include "tests/tools/Program.h"
 
+#include "tests/support/ChildProcess.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <pty.h>
 #include <sstream>
-#include <stdexcept>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -23,41 +20,36 @@ void redirect( int descriptor, const std::string & path ) {
     ::close( file );
 }
 
-// The child of a fork becomes cairn-lt.
-[[noreturn]] void become( const std::vector<std::string> & arguments ) {
+// The child process becomes cairn-lt.
+void become( const std::vector<std::string> & arguments ) {
     std::vector<char *> argv{ const_cast<char *>( "cairn-lt" ) };
     for ( const std::string & argument : arguments )
         argv.push_back( const_cast<char *>( argument.c_str() ) );
     argv.push_back( nullptr );
-    const rlimit noCore{ 0, 0 };
-    ::setrlimit( RLIMIT_CORE, &noCore );
     ::unsetenv( "KILN_TRACE" );
     if ( ::chdir( SOURCE_TREE ) == 0 )
         ::execv( CAIRN_LT, argv.data() );
-    ::_exit( 127 );
 }
 
 } // namespace
 
 Outcome cairnLt( const std::vector<std::string> & arguments, const std::string & outFile ) {
-    const TemporaryFolder folder;
+    const Support::TemporaryFolder folder;
     const std::string out = outFile.empty() ? folder.path( "out" ) : outFile;
     const std::string err = folder.path( "err" );
-    const pid_t child = ::fork();
-    if ( child == 0 ) {
+    const int status = Support::runInChild( [&] {
         redirect( STDOUT_FILENO, out );
         redirect( STDERR_FILENO, err );
         become( arguments );
-    }
-    int status = 0;
-    ::waitpid( child, &status, 0 );
+        return false;
+    } );
     Outcome outcome;
     if ( WIFEXITED( status ) )
         outcome.exitCode = WEXITSTATUS( status );
     if ( WIFSIGNALED( status ) )
         outcome.signal = WTERMSIG( status );
-    outcome.out = outFile.empty() ? contents( out ) : "";
-    outcome.err = contents( err );
+    outcome.out = outFile.empty() ? Support::contents( out ) : "";
+    outcome.err = Support::contents( err );
     return outcome;
 }
 
@@ -67,6 +59,7 @@ std::string cairnLtOnTerminal( const std::vector<std::string> & arguments, const
     if ( child == 0 ) {
         ::setenv( "NO_COLOR", noColor, 1 );
         become( arguments );
+        ::_exit( 1 );
     }
     std::string shown;
     char buffer[4096];
@@ -77,7 +70,7 @@ std::string cairnLtOnTerminal( const std::vector<std::string> & arguments, const
         shown.append( buffer, static_cast<std::size_t>( read ) );
     }
     ::close( terminal );
-    ::waitpid( child, nullptr, 0 );
+    Support::statusOf( child );
     return shown;
 }
 
@@ -94,27 +87,6 @@ std::vector<std::string> linesWith( const std::string & text, const std::string 
     std::erase_if(
         found, [&]( const std::string & line ) { return line.find( part ) == std::string::npos; } );
     return found;
-}
-
-TemporaryFolder::TemporaryFolder()
-    : path_( ( std::filesystem::temp_directory_path() / "cairn-lt-test-XXXXXX" ).string() ) {
-    if ( ::mkdtemp( path_.data() ) == nullptr )
-        throw std::runtime_error( "no temporary folder" );
-}
-
-TemporaryFolder::~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all( path_, ignored );
-}
-
-std::string TemporaryFolder::write( const std::string & name, const std::string & text ) const {
-    std::ofstream( path( name ), std::ios::binary ) << text;
-    return path( name );
-}
-
-std::string contents( const std::string & path ) {
-    std::ifstream file( path, std::ios::binary );
-    return { std::istreambuf_iterator<char>( file ), {} };
 }
 
 } // namespace ToolTest

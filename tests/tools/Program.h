@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/TemporaryFolder.h"
+
 #include <string>
 #include <vector>
 
@@ -27,24 +29,5 @@ std::vector<std::string> lines( const std::string & text );
 
 /// The lines that contain `part`.
 std::vector<std::string> linesWith( const std::string & text, const std::string & part );
-
-/// A folder that is gone when the test is over.
-class TemporaryFolder {
-  public:
-    TemporaryFolder();
-    ~TemporaryFolder();
-    TemporaryFolder( const TemporaryFolder & ) = delete;
-    TemporaryFolder & operator=( const TemporaryFolder & ) = delete;
-
-    std::string path( const std::string & name ) const { return path_ + "/" + name; }
-    /// Writes a file and returns its path.
-    std::string write( const std::string & name, const std::string & contents ) const;
-
-  private:
-    std::string path_;
-};
-
-/// The contents of a file; empty if there is none.
-std::string contents( const std::string & path );
 
 } // namespace ToolTest

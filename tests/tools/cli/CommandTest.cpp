@@ -297,7 +297,7 @@ TEST( RunVerb, RecordsTheOperations ) {
 }
 
 TEST( RunVerb, PrintsWhatAGetterReturns ) {
-    const ToolTest::TemporaryFolder folder;
+    const Support::TemporaryFolder folder;
     const std::string state = folder.path( "chip.json" );
     EXPECT_EQ( cairnLt( { "run", "setOpaqueTagIngress", "0", "3", "--state", state } ).exitCode,
                0 );
@@ -307,7 +307,7 @@ TEST( RunVerb, PrintsWhatAGetterReturns ) {
 }
 
 TEST( RunVerb, AVerifyThatSaysNoIsExitCodeOne ) {
-    const ToolTest::TemporaryFolder folder;
+    const Support::TemporaryFolder folder;
     const std::string state = folder.path( "chip.json" );
     const auto call = [&]( const char * recipe, const char * l2If ) {
         return cairnLt(
@@ -347,13 +347,13 @@ TEST( RunVerb, TakesTheModelOfABringupAndNotItsSteps ) {
 }
 
 TEST( RunVerb, TracesToAFile ) {
-    const ToolTest::TemporaryFolder folder;
+    const Support::TemporaryFolder folder;
     const Outcome run =
         cairnLt( { "run", "setDefip128StrengthProfile", "0", "--trace", "CairnLtHelper/2",
                    "--trace", "ApiCairn/*", "--trace-file", folder.path( "trace" ) } );
     EXPECT_EQ( run.exitCode, 0 );
     EXPECT_EQ( run.err, "" );
-    const std::string trace = ToolTest::contents( folder.path( "trace" ) );
+    const std::string trace = Support::contents( folder.path( "trace" ) );
     EXPECT_EQ( linesWith( trace, " ApiCairn/4 " ).size(), 10u );
     EXPECT_EQ( linesWith( trace, " CairnLtHelper/2 " ).size(), 1u );
 }
@@ -549,7 +549,7 @@ TEST( Stop, AHandleThatStaysInvalid ) {
 }
 
 TEST( Stop, ShowsAndKeepsTheChipAsItWas ) {
-    const ToolTest::TemporaryFolder folder;
+    const Support::TemporaryFolder folder;
     const std::string state = folder.path( "chip.json" );
     const std::string file = folder.write( "x.toml", R"(
 [[chips]]
@@ -634,7 +634,7 @@ TEST( BringupVerb, TellsItsStepsAndResults ) {
 }
 
 TEST( BringupVerb, UnexpectedResultsAreExitCodeOneAndTheRestIsRun ) {
-    const ToolTest::TemporaryFolder folder;
+    const Support::TemporaryFolder folder;
     const std::string file = folder.write( "x.toml", R"(
 [[chips]]
 name = "leaf"
@@ -659,7 +659,7 @@ arguments = [ "leaf", 0, 1, 5, 128, 77, true ]
 }
 
 TEST( BringupVerb, ABadFileRunsNothing ) {
-    const ToolTest::TemporaryFolder folder;
+    const Support::TemporaryFolder folder;
     const std::string state = folder.path( "chip.json" );
     const std::string file = folder.write( "x.toml", R"(
 [[chips]]
@@ -683,7 +683,7 @@ arguments = [ 0 ]
 }
 
 TEST( BringupVerb, ASecondRunOnAKeptChipUpdates ) {
-    const ToolTest::TemporaryFolder folder;
+    const Support::TemporaryFolder folder;
     const std::string file = folder.write( "x.toml", R"(
 [[chips]]
 name = "leaf"
@@ -704,16 +704,16 @@ arguments = [ "leaf", 0, 1, 5, 128, 77, true ]
 }
 
 TEST( BringupVerb, AStateOfAnotherChipIsRefused ) {
-    const ToolTest::TemporaryFolder folder;
+    const Support::TemporaryFolder folder;
     const std::string state = folder.path( "chip.json" );
     cairnLt( { "run", "setOpaqueTagEgress", "0", "--state", state } );
-    const std::string before = ToolTest::contents( state );
+    const std::string before = Support::contents( state );
     Outcome run = cairnLt( { "bringup", "examples/missing-hash-memories.toml", "--state", state } );
     EXPECT_EQ( run.exitCode, 2 );
     EXPECT_EQ( run.err, "cairn-lt: " + state +
                             ": unit 0 is another chip than the one described; name another state "
                             "file, or remove this one to start afresh\n" );
-    EXPECT_EQ( ToolTest::contents( state ), before );
+    EXPECT_EQ( Support::contents( state ), before );
     run =
         cairnLt( { "run", "setOpaqueTagEgress", "1", "--chip", "1=reference", "--state", state } );
     EXPECT_EQ( run.exitCode, 2 );
@@ -723,7 +723,7 @@ TEST( BringupVerb, AStateOfAnotherChipIsRefused ) {
 // --- dump
 
 TEST( Dump, ShowsTheTablesOfAKeptChip ) {
-    const ToolTest::TemporaryFolder folder;
+    const Support::TemporaryFolder folder;
     const std::string state = folder.path( "chip.json" );
     EXPECT_EQ( cairnLt( { "bringup", "examples/bringup.toml", "--state", state } ).exitCode, 0 );
     const Outcome run =
@@ -737,7 +737,7 @@ TEST( Dump, ShowsTheTablesOfAKeptChip ) {
 }
 
 TEST( Dump, TablesWithoutRowsAreNamedIfAskedFor ) {
-    const ToolTest::TemporaryFolder folder;
+    const Support::TemporaryFolder folder;
     const std::string state = folder.path( "chip.json" );
     cairnLt( { "run", "setLoadBalanceRandSeedMem", "0", "7", "--state", state } );
     EXPECT_EQ( cairnLt( { "dump", "--state", state, "PC_PORT" } ).out,
@@ -749,7 +749,7 @@ TEST( Dump, TablesWithoutRowsAreNamedIfAskedFor ) {
 }
 
 TEST( Dump, RowsOfPreloadedTablesAreShownWithAll ) {
-    const ToolTest::TemporaryFolder folder;
+    const Support::TemporaryFolder folder;
     const std::string state = folder.path( "chip.json" );
     cairnLt(
         { "run", "enable1BitEccRpt", "0", "EGR_TUNNEL_ECN_ENCAPm", "true", "--state", state } );
@@ -770,7 +770,7 @@ TEST( Dump, WritesWideRowsAsAFieldALine ) {
 }
 
 TEST( Dump, UnknownNamesAreAnsweredWithTheNearest ) {
-    const ToolTest::TemporaryFolder folder;
+    const Support::TemporaryFolder folder;
     const std::string state = folder.path( "chip.json" );
     cairnLt( { "run", "setOpaqueTagEgress", "0", "--state", state } );
     Outcome run = cairnLt( { "dump", "--state", state, "PC_PROT" } );
@@ -846,14 +846,14 @@ TEST( Explain, ShowsUncheckedCallsAndReleasedLocks ) {
 }
 
 TEST( Explain, BranchesFollowTheChip ) {
-    const ToolTest::TemporaryFolder folder;
+    const Support::TemporaryFolder folder;
     const std::string state = folder.path( "chip.json" );
     cairnLt( { "run", "setLearnCacheEnabled", "0", "true", "--state", state } );
-    const std::string before = ToolTest::contents( state );
+    const std::string before = Support::contents( state );
     const Json recipe = explained( { "setLearnCacheEnabled", "0", "false", "--state", state } )[0];
     EXPECT_EQ( stepsOf( recipe, "call" )[2]["rc"], 0 );
     EXPECT_EQ( stepsOf( recipe, "call" )[4]["opcode"], "BCMLT_OPCODE_UPDATE" );
-    EXPECT_EQ( ToolTest::contents( state ), before );
+    EXPECT_EQ( Support::contents( state ), before );
 }
 
 TEST( Explain, BranchesFollowTheModel ) {

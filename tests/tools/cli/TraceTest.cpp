@@ -1,3 +1,4 @@
+#include "tests/support/ChildProcess.h"
 #include "tests/tools/Program.h"
 
 #include <gtest/gtest.h>
@@ -10,7 +11,6 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -47,7 +47,7 @@ class TraceVerb : public ::testing::Test {
     }
 
   private:
-    ToolTest::TemporaryFolder temporary_;
+    Support::TemporaryFolder temporary_;
 };
 
 TEST_F( TraceVerb, ShowsTheMessagesOfARun ) {
@@ -231,16 +231,14 @@ TEST_F( TraceVerb, BringUpThatIsKilledLeavesWhatItHadSaid ) {
     constexpr int rounds = 14;
     for ( int round = 0; round < rounds; ++round ) {
         std::filesystem::remove_all( folder() );
-        const pid_t child = ::fork();
-        ASSERT_GE( child, 0 );
-        if ( child == 0 ) {
+        const pid_t child = Support::startChild( [&] {
             const int null = ::open( "/dev/null", O_WRONLY );
             ::dup2( null, STDOUT_FILENO );
             if ( ::chdir( SOURCE_TREE ) == 0 )
                 ::execl( CAIRN_LT, "cairn-lt", "bringup", "examples/bringup.toml", "--trace-dir",
                          folder().c_str(), nullptr );
-            ::_exit( 127 );
-        }
+            return false;
+        } );
         while ( !std::filesystem::exists( folder() ) || std::filesystem::is_empty( folder() ) )
             ::usleep( 100 );
         // The file is there; how far the bring-up gets is chance, but for the last round, which is
@@ -249,7 +247,7 @@ TEST_F( TraceVerb, BringUpThatIsKilledLeavesWhatItHadSaid ) {
             ::usleep( static_cast<useconds_t>( 2000 << ( round / 2 ) ) );
             ::kill( child, SIGKILL );
         }
-        ::waitpid( child, nullptr, 0 );
+        Support::statusOf( child );
         const Outcome run = cairnLt( { "trace", folder() } );
         if ( run.exitCode == 2 )
             continue; // killed while the file was being made

@@ -33,7 +33,7 @@ class State : public ::testing::Test {
         return "accepted";
     }
 
-    ToolTest::TemporaryFolder folder_;
+    Support::TemporaryFolder folder_;
 };
 
 // A chip with something of everything: rows of all kinds of tables, arrays, a symbol, a row whose
@@ -121,7 +121,7 @@ TEST_F( State, WhatIsKeptComesBackAsItWas ) {
 
     // A second file of the same chip is the same file.
     Tool::saveState( after, file( "again.json" ) );
-    EXPECT_EQ( ToolTest::contents( file( "again.json" ) ), ToolTest::contents( file() ) );
+    EXPECT_EQ( Support::contents( file( "again.json" ) ), Support::contents( file() ) );
 }
 
 TEST_F( State, ThereIsNothingInAFileThatDoesNotExist ) {

@@ -27,7 +27,7 @@ TEST( Registry, HoldsWhatTheLibraryExports ) {
     // "Cairn::setEgrTunnelEcnEncap(unsigned int, unsigned int, unsigned int)"
     std::set<std::string> exported;
     for ( std::string line :
-          ToolTest::lines( ToolTest::contents( SOURCE_TREE "/Cairn/exports.map" ) ) ) {
+          ToolTest::lines( Support::contents( SOURCE_TREE "/Cairn/exports.map" ) ) ) {
         const auto scope = line.find( "Cairn::" );
         const auto parenthesis = line.find( '(' );
         if ( scope != std::string::npos && parenthesis != std::string::npos )

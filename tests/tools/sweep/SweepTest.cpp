@@ -523,7 +523,7 @@ TEST( Sweep, RecipesAreSweptOnceInTheOrderOfTheList ) {
 }
 
 TEST( Sweep, WorksOnAChipThatLacksInstances ) {
-    const ToolTest::TemporaryFolder folder;
+    const Support::TemporaryFolder folder;
     const std::string chip =
         folder.write( "chip.toml", "base = \"reference\"\n"
                                    "remove = [ \"IPOST_LAG_RAND_NUM_CTRL_2r\", "
@@ -554,7 +554,7 @@ TEST( Sweep, SaysWhatAChipRefusesByItself ) {
 }
 
 TEST( Sweep, TakesAModel ) {
-    const ToolTest::TemporaryFolder folder;
+    const Support::TemporaryFolder folder;
     const std::string model =
         folder.write( "model.toml", "[[chips]]\nname = \"a\"\nunit = 3\nfile = \"reference\"\n" );
     const ToolTest::Outcome run =
