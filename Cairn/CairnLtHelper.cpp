@@ -5,9 +5,7 @@
 
 #include "CairnCommon/CairnCommonUtil.h"
 
-#include <ChipModel/BringupStage.h>
-#include <ChipModel/ChipProfile.h>
-#include <Kiln/Fmt.h>
+#include <CairnPlatform/Adapter.h>
 
 #include <array>
 #include <string>
@@ -18,11 +16,11 @@ namespace Cairn {
 
 void cpuPortInit( Cairn::CairnCommonSmData::Ptr smData ) noexcept {
     CAIRN_RECIPE( "void Cairn::cpuPortInit(Cairn::CairnCommonSmData::Ptr)" );
-    const auto & cpuPorts = smData->cairnCpuPortToIntf;
     uint32_t cpuPortEntry;
-    for ( auto element = cpuPorts.begin(); element != cpuPorts.end(); ++element ) {
-        const uint16_t unit = element->key.unit;
-        const uint16_t portId = element->key.portId;
+    for ( const auto & element : CairnPlatform::elements( CairnPlatform::cpuPorts( *smData ) ) ) {
+        const CairnTypes::CairnPort & port = CairnPlatform::key( element );
+        const uint16_t unit = CairnPlatform::unit( port );
+        const uint16_t portId = CairnPlatform::portId( port );
         CAIRN_CALL( bcmlt_entry_allocate( unit, PC_PORT_PHYS_MAPs, &cpuPortEntry ) );
         CAIRN_CALL( bcmlt_entry_field_add( cpuPortEntry, PORT_IDs, portId ) );
         CAIRN_CALL( bcmlt_entry_field_add( cpuPortEntry, PC_PHYS_PORT_IDs, portId ) );
@@ -41,20 +39,19 @@ void cpuPortInit( Cairn::CairnCommonSmData::Ptr smData ) noexcept {
 void lbPortInit( Cairn::CairnCommonSmData::Ptr smData ) noexcept {
     CAIRN_RECIPE( "void Cairn::lbPortInit(Cairn::CairnCommonSmData::Ptr)" );
     CAIRN_LINE( 9, "lbPortInit" );
-    const auto & recircPorts = smData->cairnInternalRecircIntfToPort;
-    const auto & hwPorts = smData->cairnPortToHwConfigPort;
+    const auto & recircPorts = CairnPlatform::recircPorts( *smData );
+    const auto & hwPorts = CairnPlatform::hwPorts( *smData );
     uint32_t lbPortEntry;
-    for ( auto element = recircPorts.begin(); element != recircPorts.end(); ++element ) {
+    for ( const auto & element : CairnPlatform::elements( recircPorts ) ) {
         // An interface or a port that is not found is programmed with its type's default.
-        const auto found = recircPorts.find( element->key );
-        const CairnTypes::CairnPort port =
-            found != recircPorts.end() ? found->value : CairnTypes::CairnPort();
-        const uint16_t unit = port.unit;
-        const uint16_t portId = port.portId;
-        const auto hwPort = hwPorts.find( port );
-        const uint16_t phyPortId = hwPort != hwPorts.end()
-                                       ? hwPort->value.phyPortId
-                                       : Hardware::Cairn::TridentPortId().phyPortId;
+        const auto * const found =
+            CairnPlatform::find( recircPorts, CairnPlatform::key( element ) );
+        const CairnTypes::CairnPort port = found != nullptr ? *found : CairnTypes::CairnPort();
+        const uint16_t unit = CairnPlatform::unit( port );
+        const uint16_t portId = CairnPlatform::portId( port );
+        const auto * const hwPort = CairnPlatform::find( hwPorts, port );
+        const uint16_t phyPortId = CairnPlatform::phyPortId(
+            hwPort != nullptr ? *hwPort : Hardware::Cairn::TridentPortId() );
         CAIRN_LINE( 8, "lbPortInit" << " portId: " << portId << " phyPortId: " << phyPortId );
         CAIRN_CALL( bcmlt_entry_allocate( unit, "PC_PORT_PHYS_MAP", &lbPortEntry ) );
         CAIRN_CALL( bcmlt_entry_field_add( lbPortEntry, "PORT_ID", portId ) );
@@ -99,9 +96,10 @@ void programL2IfIngSystemPortTable( CairnCentral::ChipInfo chipInfo, uint32_t un
         CAIRN_CALL( bcmlt_entry_field_add( systemPortEntry, "L2_IIF", l2If ) );
         const auto profile = CairnProfile::activeChipProfile( chipInfo );
         CAIRN_ASSERT( profile );
-        const auto chipAttr = profile->feature<CairnCentral::CairnChipAttributes>();
+        const auto chipAttr =
+            CairnCentral::featureOf<CairnCentral::CairnChipAttributes>( *profile );
         CAIRN_ASSERT( chipAttr );
-        if ( chipAttr->hasRangeTableIndex() ) {
+        if ( CairnPlatform::hasRangeTableIndex( *chipAttr ) ) {
             // Chips differ in whether the table takes this field; one that refuses it does without.
             CAIRN_CALL_IGNORED( bcmlt_entry_field_add( systemPortEntry, "RANGE_TABLE_INDEX", system_source ) );
         }
@@ -494,13 +492,13 @@ constexpr uint64_t L3_IPV6_MULTICAST_2_STRENGTH_PROFILE = 6;
 constexpr uint64_t L3_IPV6_MULTICAST_1_STRENGTH_PROFILE = 5;
 
 /// Blocked on chips that run the KOVA profile.
-constexpr CairnCentral::BringupStage mcastV6SkipStage{ 55 };
+constexpr auto mcastV6SkipStage = CairnPlatform::stage( 55 );
 /// Past it, the multicast profiles have three more fields.
-constexpr CairnCentral::BringupStage mcastV6ExtraFieldsStage{ 108 };
+constexpr auto mcastV6ExtraFieldsStage = CairnPlatform::stage( 108 );
 
 /// The chip of a module. Not inline: a chip shares its profile, and its copies are hundreds of bytes of code.
 [[gnu::noinline]] CairnCentral::ChipInfo chipOf( const CairnCommonSmData & sm, uint16_t modId ) {
-    return sm.cairnModId( modId ).chip;
+    return CairnPlatform::chip( sm.cairnModId( modId ) );
 }
 
 } // namespace
@@ -570,7 +568,7 @@ void setL3TnlUnderlayIngNhStrengthProfile( uint32_t unit ) noexcept {
 
 void setMcastV6StrengthProfile( Cairn::CairnCommonSmData::Ptr sm ) noexcept {
     CAIRN_RECIPE( "void Cairn::setMcastV6StrengthProfile(Cairn::CairnCommonSmData::Ptr)" );
-    const uint16_t unit = sm->cairnModIds.begin()->key;
+    const uint16_t unit = CairnPlatform::firstKey( CairnPlatform::modules( *sm ) );
     const CairnCentral::ChipInfo chipInfo = chipOf( *sm, unit );
     if ( isBlocked( chipInfo, mcastV6SkipStage ) ) {
         CAIRN_LINE( 2, "setMcastV6StrengthProfile" << " unit: " << unit << " Skipping for KOVA profile" );
@@ -819,15 +817,15 @@ void enable1BitEccRpt( uint32_t unit, const char * mem, bool enable ) noexcept {
 namespace {
 
 /// While a chip is blocked here, the miss policy is not to be touched.
-constexpr CairnCentral::BringupStage vlanXlateMissStage{ 64 };
+constexpr auto vlanXlateMissStage = CairnPlatform::stage( 64 );
 /// While a chip is blocked here, nobody has made the policy's row yet.
-constexpr CairnCentral::BringupStage vlanXlateMissRowStage{ 106 };
+constexpr auto vlanXlateMissRowStage = CairnPlatform::stage( 106 );
 
 } // namespace
 
 void setVlanXlateMissDrop( Cairn::CairnCommonSmData::Ptr sm ) noexcept {
     CAIRN_RECIPE( "void Cairn::setVlanXlateMissDrop(Cairn::CairnCommonSmData::Ptr)" );
-    const uint16_t unit = sm->cairnModIds.begin()->key;
+    const uint16_t unit = CairnPlatform::firstKey( CairnPlatform::modules( *sm ) );
     const CairnCentral::ChipInfo chipInfo = chipOf( *sm, unit );
     if ( isBlocked( chipInfo, vlanXlateMissStage ) )
         return;

@@ -1,16 +1,13 @@
 #pragma once
 
-#include <ChipModel/CairnCommonSmData.h>
-#include <ChipModel/ChipProfile.h>
-#include <Nacre/DebugAssert.h>
+#include <CairnPlatform/Adapter.h>
 
 // The pieces of the agent's chip model that every user compiles in.
 
 inline Cairn::CairnModInfo Cairn::CairnCommonSmData::cairnModId( uint16_t modId ) const {
-    const auto found = cairnModIds.find( modId );
-    if ( found == cairnModIds.end() )
-        return {};
-    return found->value;
+    const CairnModInfo * const found =
+        CairnPlatform::find( CairnPlatform::modules( *this ), modId );
+    return found != nullptr ? *found : CairnModInfo();
 }
 
 namespace CairnCentral {
@@ -24,6 +21,14 @@ inline constexpr int noChipLine = 213;
 inline constexpr int maxPortsLine = 225;
 
 } // namespace Impl
+
+/// The profile's feature of type `T`: looked up by its type, and cast down with a check. Null if the
+/// profile has none, or has something else under that type.
+template <class T>
+Nacre::Ptr<T> featureOf( const Asic::ChipProfile & profile ) noexcept {
+    const Nacre::Ptr<Asic::Feature> found = CairnPlatform::kilnTypeFeature<T>( profile );
+    return Nacre::Ptr<T>( found ? dynamic_cast<T *>( &*found ) : nullptr );
+}
 
 /// The system port number of port `port` on module `modId`, of a chip whose modules have `maxPorts`
 /// ports.
@@ -45,8 +50,8 @@ inline int32_t SYSPORT_FROM_MODPORT( ChipInfo chipInfo, uint16_t modId, uint16_t
                                Impl::noChipLine );
     }
     if ( const auto profile = CairnProfile::activeChipProfile( chipInfo ) ) {
-        if ( const auto feature = profile->feature<CairnCommon::CairnCommonFeatureAttributes>() )
-            return feature->sysportFromModport( modId, port, maxPorts );
+        if ( const auto feature = featureOf<CairnCommon::CairnCommonFeatureAttributes>( *profile ) )
+            return CairnPlatform::sysport( *feature, modId, port, maxPorts );
     }
     if ( maxPorts > 255 ) {
         Nacre::Platform::DebugStream message;

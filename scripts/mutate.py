@@ -44,7 +44,7 @@ OPCODES = {
 MACHINERY = [
     ("Cairn/internal/GuardedCall.h", "| enabled ) < 0", "| enabled ) <= 0"),
     ("Cairn/internal/GuardedCall.h", "| enabled ) < 0", "| enabled ) < -1"),
-    ("Cairn/internal/GuardedCall.h", "31 - Kiln::TraceFacility::level4", "31 - Kiln::TraceFacility::level3"),
+    ("Cairn/internal/GuardedCall.h", "31 - callTraceLevel", "30 - callTraceLevel"),
     ("Cairn/internal/GuardedCall.h", """::Cairn::preCallHook();                                                          \\
         int cairnRc_;""", "int cairnRc_;"),
     ("Cairn/internal/GuardedCall.h", """::Cairn::preCallHook();                                                          \\
@@ -55,17 +55,17 @@ MACHINERY = [
             ( rc ) =""", "( rc ) ="),
     ("Cairn/internal/GuardedCall.h", """const ::Kiln::ActivityUnlockAnchor cairnUnlocked_;                 \\
             static_cast<void>""", "static_cast<void>"),
-    ("Cairn/internal/GuardedCall.h", """if ( cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) [[unlikely]] \\
+    ("Cairn/internal/GuardedCall.h", """if ( ::Cairn::isEnabled( cairnApi_, ::Cairn::callTraceLevel ) ) [[unlikely]] \\
             ::Cairn::traceCall(""",
-     """if ( ( rc ) >= 0 && cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) \\
+     """if ( ( rc ) >= 0 && ::Cairn::isEnabled( cairnApi_, ::Cairn::callTraceLevel ) ) \\
             ::Cairn::traceCall("""),
-    ("Cairn/internal/GuardedCall.h", """if ( cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) [[unlikely]] \\
+    ("Cairn/internal/GuardedCall.h", """if ( ::Cairn::isEnabled( cairnApi_, ::Cairn::callTraceLevel ) ) [[unlikely]] \\
             ::Cairn::traceCall(""",
-     """if ( cairnApi_.enabled( ::Kiln::TraceFacility::level3 ) ) \\
+     """if ( ::Cairn::isEnabled( cairnApi_, 3 ) ) \\
             ::Cairn::traceCall("""),
-    ("Cairn/internal/GuardedCall.h", """if ( cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) [[unlikely]] \\
+    ("Cairn/internal/GuardedCall.h", """if ( ::Cairn::isEnabled( cairnApi_, ::Cairn::callTraceLevel ) ) [[unlikely]] \\
             ::Cairn::traceIgnoredCall(""",
-     """if ( cairnApi_.enabled( ::Kiln::TraceFacility::level3 ) ) \\
+     """if ( ::Cairn::isEnabled( cairnApi_, 3 ) ) \\
             ::Cairn::traceIgnoredCall("""),
     ("Cairn/internal/GuardedCall.cpp", "if ( rc < 0 )", "if ( rc <= 0 )"),
     ("Cairn/internal/GuardedCall.cpp", "if ( rc < 0 )", "if ( rc < -1 )"),
@@ -81,55 +81,55 @@ MACHINERY = [
     ("Cairn/internal/GuardedCall.cpp", '" no rc check"', '" no check"'),
     ("Cairn/internal/GuardedCall.cpp", "std::to_string( line )", "std::to_string( line + 1 )"),
     ("Cairn/internal/GuardedCall.cpp", "sourceFile, line,", "sourceFile, line + 1,"),
-    ("Cairn/internal/GuardedCall.cpp", "Kiln::TraceFacility::level4, sourceFile", "Kiln::TraceFacility::level3, sourceFile"),
+    ("Cairn/internal/GuardedCall.cpp", "CairnPlatform::level( callTraceLevel )", "CairnPlatform::level( callTraceLevel - 1 )"),
     ("Cairn/internal/GuardedCall.cpp", "recipe.function );", "recipe.pretty );"),
     ("Cairn/internal/GuardedCall.cpp", "__assert_fail( expression, sourceFile,", '__assert_fail( expression, "",'),
     ("Cairn/internal/GuardedCall.cpp", "recipe.pretty );", "recipe.function );"),
     ("Cairn/internal/TraceHandles.cpp", '"ApiCairn", false', '"ApiCairn", true'),
     ("Cairn/internal/TraceHandles.cpp", '"CairnLtHelper", false', '"CairnLtHelper", true'),
-    ("Cairn/internal/TraceHandles.cpp", "everyLevel = ~0u", "everyLevel = 0u"),
+    ("Cairn/internal/TraceHandles.cpp", "everyLevel{ ~uint32_t( 0 ) }", "everyLevel{ uint32_t( 0 ) }"),
     ("Cairn/internal/SdkNames.h", "static_cast<int>( unit )", "static_cast<int>( unit + 1 )"),
     ("Cairn/internal/SdkNames.h", "bcmlt_entry_commit( handle, askOpcode, priorityValue )",
      "bcmlt_entry_commit( handle, priorityValue, askOpcode )"),
     ("Cairn/internal/SdkNames.h", "bcmlt_pt_entry_commit( handle, askOpcode, priorityValue )",
      "bcmlt_pt_entry_commit( handle, priorityValue, askOpcode )"),
-    ("Cairn/internal/SdkNames.h", """const uint32_t priorityValue = askPriority;
+    ("Cairn/internal/SdkNames.h", """const typename SdkConstant<priority>::Value priorityValue = askPriority;
     return Shim::sdk_->bcmlt_entry_commit( handle, askOpcode, priorityValue );""",
      """const uint32_t opcodeValue = askOpcode;
     return Shim::sdk_->bcmlt_entry_commit( handle, opcodeValue, askPriority );"""),
-    ("Cairn/internal/SdkNames.h", """const uint32_t priorityValue = askPriority;
+    ("Cairn/internal/SdkNames.h", """const typename SdkConstant<priority>::Value priorityValue = askPriority;
     return Shim::sdk_->bcmlt_pt_entry_commit( handle, askOpcode, priorityValue );""",
      """const uint32_t opcodeValue = askOpcode;
     return Shim::sdk_->bcmlt_pt_entry_commit( handle, opcodeValue, askPriority );"""),
-    ("Cairn/internal/TraceMessage.h", "index - 1 < file.initialisedLength() - 1 && ", ""),
-    ("Cairn/internal/TraceMessage.h", "index - 1 < file.initialisedLength() - 1", "index < file.initialisedLength()"),
+    ("Cairn/internal/TraceMessage.h", "index - 1 < CairnPlatform::highestSite( file ) && ", ""),
+    ("Cairn/internal/TraceMessage.h", "index - 1 < CairnPlatform::highestSite", "index <= CairnPlatform::highestSite"),
     ("platform/Fleetlog/MsgDesc.cpp", "if ( file_->isRegistered( header_.id ) )", "if ( false )"),
     ("platform/Fleetlog/TraceFile.cpp", "registeredBeyond_.clear();", ""),
     ("Cairn/internal/TraceMessage.h", "if ( !msgIdInitialized( *file, id ) ||", "if ( id == 0 ||"),
     ("Cairn/internal/TraceMessage.h", "if ( !msgIdInitialized( file, id ) )", "if ( id == 0 )"),
     ("Cairn/internal/TraceMessage.h", "if ( !msgIdInitialized( file, id ) )", "if ( true )"),
-    ("Cairn/internal/TraceMessage.h", "ring.put2( value )", "ring.put4( value )"),
+    ("Cairn/internal/TraceMessage.h", "put2( ring, value )", "put4( ring, value )"),
     ("Cairn/internal/TraceMessage.h", "ring.endMsg();", ""),
     ("Cairn/internal/TraceMessage.h", """writeRecord( file, id, values... );
     writeMessageText( site, values... );""", "writeRecord( file, id, values... );"),
-    ("Cairn/internal/TraceMessage.h", "if ( messagesMayBeEnabled( Kiln::TraceFacility::level2 ) ) [[unlikely]]",
-     "if ( messagesMayBeEnabled( Kiln::TraceFacility::level3 ) )"),
-    ("Cairn/internal/TraceMessage.cpp", "messagesMayBeEnabled( Kiln::TraceFacility::level2 ) ? nullptr : nowhere()",
+    ("Cairn/internal/TraceMessage.h", "if ( messagesMayBeEnabled( messageLevel ) ) [[unlikely]]",
+     "if ( messagesMayBeEnabled( messageLevel + 1 ) )"),
+    ("Cairn/internal/TraceMessage.cpp", "messagesMayBeEnabled( messageLevel ) ? nullptr : nowhere()",
      "nowhere()"),
-    ("Cairn/internal/TraceMessage.cpp", "handle->multiThread() != 0 ? handle->mtTraceFile()",
-     "messagesMayBeEnabled( Kiln::TraceFacility::level2 ) ? nullptr : handle->multiThread() != 0 ? handle->mtTraceFile()"),
-    ("Cairn/internal/TraceMessage.h", "if ( !_defaultTraceHandle().enabled( Kiln::TraceFacility::level2 ) )",
-     "if ( !_defaultTraceHandle().enabled( Kiln::TraceFacility::level1 ) )"),
-    ("Cairn/internal/TraceHandles.h", "&& _defaultTraceHandle().enabled( level )", ""),
-    ("Cairn/internal/TraceMessage.cpp", "handle->multiThread() != 0", "handle->multiThread() == 0"),
+    ("Cairn/internal/TraceMessage.cpp", "return CairnPlatform::isMultiThread( *handle )",
+     "return messagesMayBeEnabled( messageLevel ) ? nullptr : CairnPlatform::isMultiThread( *handle )"),
+    ("Cairn/internal/TraceMessage.h", "if ( !messagesEnabled( messageLevel ) )",
+     "if ( !messagesEnabled( messageLevel - 1 ) )"),
+    ("Cairn/internal/TraceHandles.h", "&& isEnabled( CairnPlatform::levelMask( _defaultTraceHandle() ), level )", ""),
+    ("Cairn/internal/TraceMessage.cpp", "CairnPlatform::isMultiThread( *handle )", "!CairnPlatform::isMultiThread( *handle )"),
     ("Cairn/internal/TraceMessage.cpp", "if ( handle == nullptr ) [[unlikely]]", "if ( false )"),
     ("Cairn/internal/TraceMessage.cpp", "sourceFile, site.line );", "sourceFile, site.line + 1 );"),
     ("Cairn/internal/TraceMessage.cpp", "descriptor << site.recipe->function;", ""),
     ("Cairn/internal/TraceMessage.cpp", "descriptor.finish();", ""),
     ("Cairn/internal/TraceMessage.cpp", "Twinlog::twinlogFixed_ << site.recipe->function;", ""),
-    ("Cairn/internal/TraceMessage.cpp", "if ( !_defaultTraceHandle().enabled( Kiln::TraceFacility::level2 ) )", "if ( false )"),
-    ("Cairn/internal/TraceMessage.cpp", "line( _defaultTraceHandle(), Kiln::TraceFacility::level2,",
-     "line( _defaultTraceHandle(), Kiln::TraceFacility::level1,"),
+    ("Cairn/internal/TraceMessage.cpp", "if ( !messagesEnabled( messageLevel ) )", "if ( false )"),
+    ("Cairn/internal/TraceMessage.cpp", "CairnPlatform::level( messageLevel )",
+     "CairnPlatform::level( messageLevel - 1 )"),
     ("CairnCommon/CairnCommonUtil.h", "maxPorts > 255", "maxPorts > 256"),
     ("CairnCommon/CairnCommonUtil.h", "<< 8 |", "<< 7 |"),
     ("CairnCommon/CairnCommonUtil.h", "port == 0 ? maxPorts", "port == 1 ? maxPorts"),
@@ -231,14 +231,13 @@ def recipe_mutants(lines):
             ("isBlocked(", "!isBlocked("),
             ("isUnblocked(", "!isUnblocked("),
             ("isUnblocked(", "!isBlocked("),
-            ("chipAttr->hasRangeTableIndex()", "!chipAttr->hasRangeTableIndex()"),
+            ("CairnPlatform::hasRangeTableIndex(", "!CairnPlatform::hasRangeTableIndex("),
             ("static_cast<uint16_t>( val )", "static_cast<uint8_t>( val )"),
             ("static_cast<uint16_t>( modId )", "static_cast<uint8_t>( modId )"),
             ("static_cast<uint16_t>( port )", "static_cast<uint8_t>( port )"),
-            ("= element->key.unit", "= element->key.portId"),
-            ("= port.unit", "= port.portId"),
-            ("found->value : CairnTypes::CairnPort()", "found->value : found->value"),
-            ("hwPort->value.phyPortId : Hardware::Cairn::TridentPortId().phyPortId", "hwPort->value.phyPortId : portId"),
+            ("= CairnPlatform::unit( port )", "= CairnPlatform::portId( port )"),
+            ("? *found : CairnTypes::CairnPort()", "? *found : *found"),
+            ("? *hwPort : Hardware::Cairn::TridentPortId()", "? *hwPort : *hwPort"),
         ]:
             # The stop of an assertion is asked for by name; what is asserted is text.
             if old in line and not macro.startswith("CALL"):
@@ -249,7 +248,7 @@ def recipe_mutants(lines):
         if constant:
             value = int(constant.group(2)) ^ 1
             yield i, f"{constant.group(2)} to {value}", [line.replace(f"= {constant.group(2)}", f"= {value}")], 1
-        stage = re.match(r".*BringupStage \w+\{ (\d+) \};", line)
+        stage = re.match(r".*CairnPlatform::stage\( (\d+) \);", line)
         if stage:
             yield i, "another stage", [line.replace(stage.group(1), str(int(stage.group(1)) + 1))], 1
         fixed = re.match(r"    const uint64_t val = (\d+);", line)

@@ -30,7 +30,7 @@ room_of() {
     case $1 in
         Shim/*) echo shim ;;
         Fleetlog/Format.h) echo traceformat ;;
-        Kiln/* | Fleetlog/* | Twinlog/* | Nacre/* | ChipModel/*) echo platform ;;
+        CairnPlatform/* | Kiln/* | Fleetlog/* | Twinlog/* | Nacre/* | ChipModel/*) echo platform ;;
         tools/*/*) echo "${1%/*}" ;;
         shim/* | platform/* | CairnCommon/* | Cairn/* | text/* | interpose/* | sim/* | tracereader/* | \
             tools/* | tests/* | bench/*)

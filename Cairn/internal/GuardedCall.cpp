@@ -1,7 +1,5 @@
 #include "Cairn/internal/GuardedCall.h"
 
-#include <Kiln/TraceHelper.h>
-
 #include <iostream>
 #include <string>
 
@@ -18,9 +16,9 @@ std::string position( const char * text, int line ) {
 }
 
 void writeTraceLine( int line, const Recipe & recipe, const std::string & text ) {
-    Kiln::TraceHelper traceLine( apiCairn, Kiln::TraceFacility::level4, sourceFile, line,
+    Kiln::TraceHelper traceLine( apiCairn, CairnPlatform::level( callTraceLevel ), sourceFile, line,
                                  recipe.function );
-    traceLine.stream() << text;
+    CairnPlatform::stream( traceLine ) << text;
 }
 
 [[noreturn]] void failCall( const char * text, int line, const Recipe & recipe, int rc ) {

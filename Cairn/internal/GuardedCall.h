@@ -4,7 +4,7 @@
 #include "Cairn/internal/SdkNames.h"
 #include "Cairn/internal/TraceHandles.h"
 
-#include <Kiln/ActivityLock.h>
+#include <CairnPlatform/Adapter.h>
 
 // The guarded call: every SDK call of a recipe is observable, loud and final.
 //
@@ -32,6 +32,9 @@
 
 namespace Cairn {
 
+/// The level of the call trace lines.
+inline constexpr int callTraceLevel = 4;
+
 // A call site hands over its text, line and recipe one by one. A descriptor of them would have two addresses for
 // the loader to relocate, at each site and in each process; so they are constants of the site's cold code.
 
@@ -57,10 +60,9 @@ void preCallHook() noexcept;
 
 /// Steps 5 and 6 of a guarded call, in one jump: the level's bit of the mask, moved to the place of the sign,
 /// is negative as a failure is.
-inline void judgeCall( const Kiln::TraceHandle & api, const char * text, int line,
+inline void judgeCall( const CairnPlatform::LevelMask & api, const char * text, int line,
                        const Recipe & recipe, int rc ) noexcept {
-    const uint32_t mask = api.mask().load( std::memory_order_relaxed );
-    const uint32_t enabled = mask << ( 31 - Kiln::TraceFacility::level4 );
+    const uint32_t enabled = CairnPlatform::read( api ) << ( 31 - callTraceLevel );
     if ( static_cast<int>( static_cast<uint32_t>( rc ) | enabled ) < 0 ) [[unlikely]]
         settleCall( text, line, recipe, rc );
 }
@@ -91,7 +93,7 @@ inline void judgeCall( const Kiln::TraceHandle & api, const char * text, int lin
             const ::Kiln::ActivityUnlockAnchor cairnUnlocked_;                                     \
             ( rc ) = __VA_ARGS__;                                                                  \
         }                                                                                          \
-        if ( cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) [[unlikely]]                     \
+        if ( ::Cairn::isEnabled( cairnApi_, ::Cairn::callTraceLevel ) ) [[unlikely]]               \
             ::Cairn::traceCall( #__VA_ARGS__, __LINE__, cairnRecipe_, rc );                        \
     } while ( false )
 
@@ -101,7 +103,7 @@ inline void judgeCall( const Kiln::TraceHandle & api, const char * text, int lin
             const ::Kiln::ActivityUnlockAnchor cairnUnlocked_;                                     \
             static_cast<void>( __VA_ARGS__ );                                                      \
         }                                                                                          \
-        if ( cairnApi_.enabled( ::Kiln::TraceFacility::level4 ) ) [[unlikely]]                     \
+        if ( ::Cairn::isEnabled( cairnApi_, ::Cairn::callTraceLevel ) ) [[unlikely]]               \
             ::Cairn::traceIgnoredCall( #__VA_ARGS__, __LINE__, cairnRecipe_ );                     \
     } while ( false )
 

@@ -49,10 +49,11 @@ consteval bool spellsSignature( std::string_view pretty, std::string_view spelle
 
 /// First statement of every recipe: states its signature as the assertion stop prints it. Compilers spell
 /// __PRETTY_FUNCTION__ each in its own way, so the text is written out; that it is the signature of the
-/// function it stands in is checked at compile time. The recipe's own copy of the handle "ApiCairn" is a pointer
-/// that the compiler can keep in a register from call to call; the level mask behind it is read at each.
+/// function it stands in is checked at compile time. The level mask of "ApiCairn" is
+/// looked up once, as a reference that the compiler can keep in a register, and read at each call.
 #define CAIRN_RECIPE( pretty )                                                                     \
     static_assert( ::Cairn::spellsSignature( pretty, __PRETTY_FUNCTION__ ),                        \
                    "CAIRN_RECIPE: write the signature of this function" );                         \
     static constexpr ::Cairn::Recipe cairnRecipe_{ __func__, pretty };                             \
-    [[maybe_unused]] const ::Kiln::TraceHandle cairnApi_ = ::Cairn::apiCairn
+    [[maybe_unused]] const ::CairnPlatform::LevelMask & cairnApi_ =                                \
+        ::CairnPlatform::levelMask( ::Cairn::apiCairn )

@@ -2,6 +2,9 @@
 
 #include <Shim/Sdk.h>
 
+#include <cstdint>
+#include <type_traits>
+
 // The SDK's names as C++ entities. A recipe spells its calls as the SDK's documentation does, and the
 // text of the call is printed as written, so these must not be macros. Each name asks Shim::sdk_ when it
 // is evaluated, each time anew; nothing is kept.
@@ -11,6 +14,9 @@
 
 namespace Cairn {
 
+/// The shim's class, whatever the host calls it.
+using Sdk = std::remove_pointer_t<decltype( Shim::sdk_ )>;
+
 /// A constant of the SDK whose value only the shim knows.
 template <auto ask>
 struct SdkConstant {
@@ -18,24 +24,24 @@ struct SdkConstant {
     operator Value() const noexcept { return ( Shim::sdk_->*ask )(); }
 };
 
-inline constexpr SdkConstant<&Shim::Sdk::BCMLT_ENT_ATTR_GET_FROM_HW> BCMLT_ENT_ATTR_GET_FROM_HW;
-inline constexpr SdkConstant<&Shim::Sdk::BCMLT_OPCODE_DELETE> BCMLT_OPCODE_DELETE;
-inline constexpr SdkConstant<&Shim::Sdk::BCMLT_OPCODE_INSERT> BCMLT_OPCODE_INSERT;
-inline constexpr SdkConstant<&Shim::Sdk::BCMLT_OPCODE_LOOKUP> BCMLT_OPCODE_LOOKUP;
-inline constexpr SdkConstant<&Shim::Sdk::BCMLT_OPCODE_UPDATE> BCMLT_OPCODE_UPDATE;
-inline constexpr SdkConstant<&Shim::Sdk::BCMLT_PRIORITY_NORMAL> BCMLT_PRIORITY_NORMAL;
-inline constexpr SdkConstant<&Shim::Sdk::BCMLT_PT_OPCODE_GET> BCMLT_PT_OPCODE_GET;
-inline constexpr SdkConstant<&Shim::Sdk::BCMLT_PT_OPCODE_MODIFY> BCMLT_PT_OPCODE_MODIFY;
-inline constexpr SdkConstant<&Shim::Sdk::BCMLT_PT_OPCODE_SET> BCMLT_PT_OPCODE_SET;
-inline constexpr SdkConstant<&Shim::Sdk::BCMLT_INVALID_HDL> BCMLT_INVALID_HDL;
+inline constexpr SdkConstant<&Sdk::BCMLT_ENT_ATTR_GET_FROM_HW> BCMLT_ENT_ATTR_GET_FROM_HW;
+inline constexpr SdkConstant<&Sdk::BCMLT_OPCODE_DELETE> BCMLT_OPCODE_DELETE;
+inline constexpr SdkConstant<&Sdk::BCMLT_OPCODE_INSERT> BCMLT_OPCODE_INSERT;
+inline constexpr SdkConstant<&Sdk::BCMLT_OPCODE_LOOKUP> BCMLT_OPCODE_LOOKUP;
+inline constexpr SdkConstant<&Sdk::BCMLT_OPCODE_UPDATE> BCMLT_OPCODE_UPDATE;
+inline constexpr SdkConstant<&Sdk::BCMLT_PRIORITY_NORMAL> BCMLT_PRIORITY_NORMAL;
+inline constexpr SdkConstant<&Sdk::BCMLT_PT_OPCODE_GET> BCMLT_PT_OPCODE_GET;
+inline constexpr SdkConstant<&Sdk::BCMLT_PT_OPCODE_MODIFY> BCMLT_PT_OPCODE_MODIFY;
+inline constexpr SdkConstant<&Sdk::BCMLT_PT_OPCODE_SET> BCMLT_PT_OPCODE_SET;
+inline constexpr SdkConstant<&Sdk::BCMLT_INVALID_HDL> BCMLT_INVALID_HDL;
 
-inline constexpr SdkConstant<&Shim::Sdk::ENABLEs> ENABLEs;
-inline constexpr SdkConstant<&Shim::Sdk::NUM_LANESs> NUM_LANESs;
-inline constexpr SdkConstant<&Shim::Sdk::PC_PHYS_PORT_IDs> PC_PHYS_PORT_IDs;
-inline constexpr SdkConstant<&Shim::Sdk::PC_PORT_PHYS_MAPs> PC_PORT_PHYS_MAPs;
-inline constexpr SdkConstant<&Shim::Sdk::PC_PORTs> PC_PORTs;
-inline constexpr SdkConstant<&Shim::Sdk::PORT_IDs> PORT_IDs;
-inline constexpr SdkConstant<&Shim::Sdk::SPEEDs> SPEEDs;
+inline constexpr SdkConstant<&Sdk::ENABLEs> ENABLEs;
+inline constexpr SdkConstant<&Sdk::NUM_LANESs> NUM_LANESs;
+inline constexpr SdkConstant<&Sdk::PC_PHYS_PORT_IDs> PC_PHYS_PORT_IDs;
+inline constexpr SdkConstant<&Sdk::PC_PORT_PHYS_MAPs> PC_PORT_PHYS_MAPs;
+inline constexpr SdkConstant<&Sdk::PC_PORTs> PC_PORTs;
+inline constexpr SdkConstant<&Sdk::PORT_IDs> PORT_IDs;
+inline constexpr SdkConstant<&Sdk::SPEEDs> SPEEDs;
 
 inline int bcmlt_entry_allocate( uint32_t unit, const char * table, uint32_t * handle ) noexcept {
     return Shim::sdk_->bcmlt_entry_allocate( static_cast<int>( unit ), table, handle );
@@ -48,7 +54,7 @@ inline int bcmlt_entry_attrib_set( uint32_t handle, uint32_t attribute ) noexcep
 template <auto opcode, auto priority>
 int bcmlt_entry_commit( uint32_t handle, const SdkConstant<opcode> & askOpcode,
                         const SdkConstant<priority> & askPriority ) noexcept {
-    const uint32_t priorityValue = askPriority;
+    const typename SdkConstant<priority>::Value priorityValue = askPriority;
     return Shim::sdk_->bcmlt_entry_commit( handle, askOpcode, priorityValue );
 }
 
@@ -77,7 +83,7 @@ inline int bcmlt_entry_free( uint32_t handle ) noexcept {
 template <auto opcode, auto priority>
 int bcmlt_pt_entry_commit( uint32_t handle, const SdkConstant<opcode> & askOpcode,
                            const SdkConstant<priority> & askPriority ) noexcept {
-    const uint32_t priorityValue = askPriority;
+    const typename SdkConstant<priority>::Value priorityValue = askPriority;
     return Shim::sdk_->bcmlt_pt_entry_commit( handle, askOpcode, priorityValue );
 }
 

@@ -4,17 +4,17 @@ namespace Cairn {
 
 namespace {
 
-constinit const Kiln::TraceFacility::Mask everyLevel = ~0u;
+constinit const CairnPlatform::LevelMask everyLevel{ ~uint32_t( 0 ) };
 
 } // namespace
 
 Kiln::TraceHandle apiCairn( "ApiCairn", false );
 
-constinit std::atomic<const Kiln::TraceFacility::Mask *> defaultMask = &everyLevel;
+constinit std::atomic<const CairnPlatform::LevelMask *> defaultMask = &everyLevel;
 
 Kiln::TraceHandle & _defaultTraceHandle() {
     static Kiln::TraceHandle handle( "CairnLtHelper", false );
-    defaultMask.store( &handle.mask(), std::memory_order_release );
+    defaultMask.store( &CairnPlatform::levelMask( handle ), std::memory_order_release );
     return handle;
 }
 

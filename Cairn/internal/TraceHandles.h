@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Kiln/TraceHandle.h>
+#include <CairnPlatform/Adapter.h>
 
 #include <atomic>
 
@@ -16,18 +16,26 @@ __attribute__( ( visibility( "hidden" ) ) ) Kiln::TraceHandle & _defaultTraceHan
 
 /// The level mask of "CairnLtHelper", to be tested without a call. Until the handle is created this is a mask
 /// with every level on, so that who would trace goes on to _defaultTraceHandle() and creates it.
-extern __attribute__( ( visibility( "hidden" ) ) ) std::atomic<const Kiln::TraceFacility::Mask *>
+extern __attribute__( ( visibility( "hidden" ) ) ) std::atomic<const CairnPlatform::LevelMask *>
     defaultMask;
 
+/// The level of the dual trace messages.
+inline constexpr int messageLevel = 2;
+
+/// Whether the level is enabled in the mask, which is read at this moment.
+inline bool isEnabled( const CairnPlatform::LevelMask & mask, int level ) noexcept {
+    return ( CairnPlatform::read( mask ) & ( 1u << level ) ) != 0;
+}
+
 /// Whether the level of "CairnLtHelper" may be enabled: false is certain.
-inline bool messagesMayBeEnabled( Kiln::TraceFacility::FacilityLevel level ) noexcept {
-    const Kiln::TraceFacility::Mask * const mask = defaultMask.load( std::memory_order_acquire );
-    return ( mask->load( std::memory_order_relaxed ) & ( 1u << level ) ) != 0;
+inline bool messagesMayBeEnabled( int level ) noexcept {
+    return isEnabled( *defaultMask.load( std::memory_order_acquire ), level );
 }
 
 /// Whether the level of "CairnLtHelper" is enabled.
-inline bool messagesEnabled( Kiln::TraceFacility::FacilityLevel level ) {
-    return messagesMayBeEnabled( level ) && _defaultTraceHandle().enabled( level );
+inline bool messagesEnabled( int level ) {
+    return messagesMayBeEnabled( level ) &&
+           isEnabled( CairnPlatform::levelMask( _defaultTraceHandle() ), level );
 }
 
 } // namespace Cairn

@@ -1,7 +1,5 @@
 #include "Cairn/internal/TraceMessage.h"
 
-#include <Fleetlog/MsgDesc.h>
-
 #include <string>
 
 namespace Cairn {
@@ -10,7 +8,7 @@ namespace {
 
 /// By itself, so that the way to a file is the shorter one.
 [[gnu::noinline]] Fleetlog::TraceFile * withoutHandle() noexcept {
-    return messagesMayBeEnabled( Kiln::TraceFacility::level2 ) ? nullptr : nowhere();
+    return messagesMayBeEnabled( messageLevel ) ? nullptr : nowhere();
 }
 
 } // namespace
@@ -20,7 +18,8 @@ Fleetlog::TraceFile * messageFile() noexcept {
         std::atomic_ref( Fleetlog::defaultFleetlogHandle ).load( std::memory_order_acquire );
     if ( handle == nullptr ) [[unlikely]]
         return withoutHandle();
-    return handle->multiThread() != 0 ? handle->mtTraceFile() : handle->traceFile();
+    return CairnPlatform::isMultiThread( *handle ) ? handle->mtTraceFile()
+                                                   : CairnPlatform::traceFile( *handle );
 }
 
 unsigned registerMessage( Fleetlog::TraceFile & file, const MessageSite & site,
@@ -28,7 +27,7 @@ unsigned registerMessage( Fleetlog::TraceFile & file, const MessageSite & site,
     Fleetlog::MsgDesc descriptor( &file, &msgId, sourceFile, site.line );
     for ( const char letter : site.letters ) {
         const char text[] = { letter, '\0' };
-        descriptor.formatString().put( text );
+        CairnPlatform::formatString( descriptor ).put( text );
     }
     descriptor << site.recipe->function;
     for ( const char * const piece : site.pieces )
@@ -46,17 +45,17 @@ void writePieces( const MessageSite & site ) noexcept {
 void writeMessageLine( const MessageSite & site,
                        const Twinlog::FleetlogConverter & text ) noexcept {
     // Asked anew: building the text took a while.
-    if ( !_defaultTraceHandle().enabled( Kiln::TraceFacility::level2 ) )
+    if ( !messagesEnabled( messageLevel ) )
         return;
-    Kiln::TraceHelper line( _defaultTraceHandle(), Kiln::TraceFacility::level2, sourceFile,
+    Kiln::TraceHelper line( _defaultTraceHandle(), CairnPlatform::level( messageLevel ), sourceFile,
                             site.line, site.recipe->function );
-    const std::string copy = text.text();
-    line.stream() << copy;
+    const std::string copy = CairnPlatform::text( text );
+    CairnPlatform::stream( line ) << copy;
 }
 
-TraceLine::TraceLine( Kiln::TraceFacility::FacilityLevel level, int line,
-                      const Recipe & recipe ) noexcept
-    : line_( _defaultTraceHandle(), level, sourceFile, line, recipe.function ) {}
+TraceLine::TraceLine( int level, int line, const Recipe & recipe ) noexcept
+    : line_( _defaultTraceHandle(), CairnPlatform::level( level ), sourceFile, line,
+             recipe.function ) {}
 
 TraceLine::~TraceLine() = default;
 

@@ -3,9 +3,7 @@
 #include "Cairn/internal/Recipe.h"
 #include "Cairn/internal/TraceHandles.h"
 
-#include <Fleetlog/TraceHandle.h>
-#include <Kiln/TraceHelper.h>
-#include <Twinlog/FleetlogConverter.h>
+#include <CairnPlatform/Adapter.h>
 
 #include <atomic>
 #include <concepts>
@@ -82,9 +80,9 @@ struct MessageArguments {
 
     static consteval bool fit() {
         return ( std::size_t( 0 ) + ... +
-                 ( letterOf<Arguments> == 'p' ? 2 + Fleetlog::maxTextBytes
+                 ( letterOf<Arguments> == 'p' ? 2 + CairnPlatform::maxTextBytes
                                               : sizeof( Arguments ) ) ) <=
-               Fleetlog::maxPayloadBytes;
+               CairnPlatform::maxPayloadBytes;
     }
 };
 
@@ -112,7 +110,8 @@ inline unsigned identifierOf( int & msgId ) noexcept {
 inline bool msgIdInitialized( const Fleetlog::TraceFile & file, unsigned msgId ) noexcept {
     // 0 becomes the highest number. In the width of an address, so that nothing is widened.
     const std::size_t index = msgId;
-    return index - 1 < file.initialisedLength() - 1 && file.initialised()[index] != 0;
+    return index - 1 < CairnPlatform::highestSite( file ) &&
+           CairnPlatform::initialisedSites( file )[index] != 0;
 }
 
 /// Registers the site in the file, and gives it an identifier if it has none. Returns it.
@@ -120,16 +119,16 @@ inline bool msgIdInitialized( const Fleetlog::TraceFile & file, unsigned msgId )
 registerMessage( Fleetlog::TraceFile & file, const MessageSite & site, int & msgId ) noexcept;
 
 inline void putValue( Fleetlog::RingBuf & ring, std::uint32_t value ) noexcept {
-    ring.put4( value );
+    CairnPlatform::put4( ring, value );
 }
 inline void putValue( Fleetlog::RingBuf & ring, int value ) noexcept {
-    ring.put4( static_cast<std::uint32_t>( value ) );
+    CairnPlatform::put4( ring, static_cast<std::uint32_t>( value ) );
 }
 inline void putValue( Fleetlog::RingBuf & ring, std::uint16_t value ) noexcept {
-    ring.put2( value );
+    CairnPlatform::put2( ring, value );
 }
 inline void putValue( Fleetlog::RingBuf & ring, std::same_as<bool> auto value ) noexcept {
-    ring.put1( value );
+    CairnPlatform::put1( ring, value );
 }
 [[gnu::always_inline]] inline void putValue( Fleetlog::RingBuf & ring,
                                              const char * value ) noexcept {
@@ -145,7 +144,7 @@ void writeMessageLine( const MessageSite & site, const Twinlog::FleetlogConverte
 template <class... Values>
 [[gnu::cold, gnu::noinline]] void writeMessageText( const MessageSite & site,
                                                     Values... values ) noexcept {
-    if ( !_defaultTraceHandle().enabled( Kiln::TraceFacility::level2 ) )
+    if ( !messagesEnabled( messageLevel ) )
         return;
     Twinlog::FleetlogConverter text;
     writePieces( site );
@@ -156,7 +155,7 @@ template <class... Values>
 template <class... Values>
 [[gnu::always_inline]] inline void writeRecord( Fleetlog::TraceFile & file, unsigned msgId,
                                                 Values... values ) noexcept {
-    Fleetlog::RingBuf & ring = *file.ringBuf();
+    Fleetlog::RingBuf & ring = CairnPlatform::ringBuf( file );
     ring.startMsg( &file, static_cast<int>( msgId ) );
     ( putValue( ring, values ), ... );
     ring.endMsg();
@@ -190,11 +189,12 @@ template <class... Values>
                                     int & msgId, Values... values ) noexcept {
     if ( file != nullptr ) {
         const unsigned id = identifierOf( msgId );
-        if ( !msgIdInitialized( *file, id ) || !file->ringBuf()->hasRoom() ) [[unlikely]]
+        if ( !msgIdInitialized( *file, id ) ||
+             !CairnPlatform::hasRoom( CairnPlatform::ringBuf( *file ) ) ) [[unlikely]]
             return writeRareMessage( *file, site, msgId, values... );
         writeRecord( *file, id, values... );
     }
-    if ( messagesMayBeEnabled( Kiln::TraceFacility::level2 ) ) [[unlikely]]
+    if ( messagesMayBeEnabled( messageLevel ) ) [[unlikely]]
         writeMessageText( site, values... );
 }
 
@@ -210,13 +210,12 @@ template <class... Values>
 /// One plain line. Every operation ends the process if it throws.
 class TraceLine {
   public:
-    [[gnu::cold]] TraceLine( Kiln::TraceFacility::FacilityLevel level, int line,
-                             const Recipe & recipe ) noexcept;
+    [[gnu::cold]] TraceLine( int level, int line, const Recipe & recipe ) noexcept;
     [[gnu::cold]] ~TraceLine();
 
     template <class Value>
     TraceLine & operator<<( const Value & value ) noexcept {
-        line_.stream() << value;
+        CairnPlatform::stream( line_ ) << value;
         return *this;
     }
 
@@ -246,9 +245,8 @@ class TraceLine {
 
 #define CAIRN_LINE( level, ... )                                                                   \
     do {                                                                                           \
-        static_assert( ( level ) >= 0 && ( level ) < ::Kiln::TraceFacility::levelCount,            \
+        static_assert( ( level ) >= 0 && ( level ) < ::CairnPlatform::levelCount,                  \
                        "CAIRN_LINE: no such level" );                                              \
-        constexpr auto cairnLevel_ = static_cast<::Kiln::TraceFacility::FacilityLevel>( level );   \
-        if ( ::Cairn::messagesEnabled( cairnLevel_ ) ) [[unlikely]]                                \
-            ::Cairn::TraceLine( cairnLevel_, __LINE__, cairnRecipe_ ) << __VA_ARGS__;              \
+        if ( ::Cairn::messagesEnabled( level ) ) [[unlikely]]                                      \
+            ::Cairn::TraceLine( level, __LINE__, cairnRecipe_ ) << __VA_ARGS__;                    \
     } while ( false )
