@@ -96,8 +96,7 @@ void programL2IfIngSystemPortTable( CairnCentral::ChipInfo chipInfo, uint32_t un
         CAIRN_CALL( bcmlt_entry_field_add( systemPortEntry, "L2_IIF", l2If ) );
         const auto profile = CairnProfile::activeChipProfile( chipInfo );
         CAIRN_ASSERT( profile );
-        const auto chipAttr =
-            CairnCentral::featureOf<CairnCentral::CairnChipAttributes>( *profile );
+        const CairnCentral::FeatureOf<CairnCentral::CairnChipAttributes> chipAttr( *profile );
         CAIRN_ASSERT( chipAttr );
         if ( CairnPlatform::hasRangeTableIndex( *chipAttr ) ) {
             // Chips differ in whether the table takes this field; one that refuses it does without.

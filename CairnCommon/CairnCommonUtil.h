@@ -22,13 +22,22 @@ inline constexpr int maxPortsLine = 225;
 
 } // namespace Impl
 
-/// The profile's feature of type `T`: looked up by its type, and cast down with a check. Null if the
-/// profile has none, or has something else under that type.
+/// A profile's feature of type `T`, looked up by its type and cast down with a check; kept alive while this
+/// lives. Tests as false if the profile has none, or has something else under that type.
 template <class T>
-Nacre::Ptr<T> featureOf( const Asic::ChipProfile & profile ) noexcept {
-    const Nacre::Ptr<Asic::Feature> found = CairnPlatform::kilnTypeFeature<T>( profile );
-    return Nacre::Ptr<T>( found ? dynamic_cast<T *>( &*found ) : nullptr );
-}
+class FeatureOf {
+  public:
+    explicit FeatureOf( const Asic::ChipProfile & profile )
+        : found_( CairnPlatform::kilnTypeFeature<T>( profile ) ),
+          feature_( found_ ? dynamic_cast<T *>( &*found_ ) : nullptr ) {}
+
+    explicit operator bool() const noexcept { return feature_ != nullptr; }
+    T & operator*() const noexcept { return *feature_; }
+
+  private:
+    Nacre::Ptr<Asic::Feature> found_;
+    T * feature_;
+};
 
 /// The system port number of port `port` on module `modId`, of a chip whose modules have `maxPorts`
 /// ports.
@@ -50,7 +59,8 @@ inline int32_t SYSPORT_FROM_MODPORT( ChipInfo chipInfo, uint16_t modId, uint16_t
                                Impl::noChipLine );
     }
     if ( const auto profile = CairnProfile::activeChipProfile( chipInfo ) ) {
-        if ( const auto feature = featureOf<CairnCommon::CairnCommonFeatureAttributes>( *profile ) )
+        if ( const FeatureOf<CairnCommon::CairnCommonFeatureAttributes> feature( *profile );
+             feature )
             return CairnPlatform::sysport( *feature, modId, port, maxPorts );
     }
     if ( maxPorts > 255 ) {

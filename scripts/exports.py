@@ -3,6 +3,9 @@
 
     scripts/exports.py            writes the list
     scripts/exports.py --check    compares it, and fails if it is not current
+    scripts/exports.py --print [TYPE=PRINTED...]
+                                  prints it for a host whose types mangle otherwise: TYPE as the header spells it,
+                                  PRINTED as c++filt prints the host's
 """
 
 import pathlib
@@ -61,6 +64,15 @@ def exports():
 
 
 def main():
+    if sys.argv[1:2] == ["--print"]:
+        for argument in sys.argv[2:]:
+            spelling, separator, printed = argument.partition("=")
+            if not separator or spelling not in DEMANGLED:
+                sys.exit(f"exports.py: {argument!r} is not TYPE=PRINTED with one of the types "
+                         f"{', '.join(DEMANGLED)}")
+            DEMANGLED[spelling] = printed
+        print(exports(), end="")
+        return
     if sys.argv[1:] not in ([], ["--check"]):
         sys.exit(__doc__.strip())
     text = exports()

@@ -2,6 +2,8 @@
 
 #include "Cairn/internal/TraceHandles.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <string_view>
 
 // What every output of a recipe names: the source file, the function, the signature.
@@ -19,29 +21,37 @@ struct Recipe {
     const char * pretty;
 };
 
+/// Takes the next piece of a signature off its text: a name, a qualifier with its "::", or a character that is
+/// neither. Blanks before "*" and qualifiers "Cairn::" are passed over: compilers differ in both.
+consteval std::string_view nextPiece( std::string_view & text ) {
+    constexpr std::string_view ownQualifier = "Cairn::";
+    constexpr std::string_view inNames =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_";
+    while ( text.starts_with( ownQualifier ) || text.starts_with( " *" ) )
+        text.remove_prefix( text.starts_with( " *" ) ? 1 : ownQualifier.size() );
+    std::size_t length = std::min( text.find_first_not_of( inNames ), text.size() );
+    if ( length == 0 && !text.empty() )
+        length = 1;
+    else if ( text.substr( length ).starts_with( "::" ) )
+        length += 2;
+    const std::string_view piece = text.substr( 0, length );
+    text.remove_prefix( length );
+    return piece;
+}
+
 /// Whether `pretty` is the signature that the compiler spells as `spelled`, but for what compilers spell
-/// differently: blanks before "*", and the qualification of names of this namespace in the arguments.
+/// differently. A qualifier that only the compiler has is that of an inline namespace, in which a host keeps its
+/// types.
 consteval bool spellsSignature( std::string_view pretty, std::string_view spelled ) {
-    constexpr std::string_view qualifier = "Cairn::";
-    const auto skip = [qualifier]( std::string_view & text ) {
-        while ( !text.empty() ) {
-            if ( text.starts_with( qualifier ) )
-                text.remove_prefix( qualifier.size() );
-            else if ( text.starts_with( " *" ) )
-                text.remove_prefix( 1 );
-            else
-                return;
-        }
-    };
     for ( ;; ) {
-        skip( pretty );
-        skip( spelled );
-        if ( pretty.empty() || spelled.empty() )
-            return pretty.empty() && spelled.empty();
-        if ( pretty.front() != spelled.front() )
+        const std::string_view expected = nextPiece( pretty );
+        std::string_view found = nextPiece( spelled );
+        while ( found != expected && found.ends_with( "::" ) )
+            found = nextPiece( spelled );
+        if ( found != expected )
             return false;
-        pretty.remove_prefix( 1 );
-        spelled.remove_prefix( 1 );
+        if ( expected.empty() )
+            return true;
     }
 }
 

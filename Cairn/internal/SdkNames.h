@@ -47,8 +47,10 @@ inline int bcmlt_entry_allocate( uint32_t unit, const char * table, uint32_t * h
     return Shim::sdk_->bcmlt_entry_allocate( static_cast<int>( unit ), table, handle );
 }
 
-inline int bcmlt_entry_attrib_set( uint32_t handle, uint32_t attribute ) noexcept {
-    return Shim::sdk_->bcmlt_entry_attrib_set( handle, attribute );
+template <auto attribute>
+int bcmlt_entry_attrib_set( uint32_t handle,
+                            const SdkConstant<attribute> & askAttribute ) noexcept {
+    return Shim::sdk_->bcmlt_entry_attrib_set( handle, askAttribute );
 }
 
 template <auto opcode, auto priority>

@@ -148,7 +148,7 @@ template <class... Values>
         return;
     Twinlog::FleetlogConverter text;
     writePieces( site );
-    static_cast<void>( ( text << ... << values ) );
+    ( static_cast<void>( text << values ), ... );
     writeMessageLine( site, text );
 }
 
