@@ -60,22 +60,6 @@ void counting( bool isSet ) noexcept {
         CAIRN_LINE( 8, "counting" << " evaluated: " << ++evaluations );
 }
 
-// Locals whose names a careless macro could have chosen, and each construct where a single
-// statement is allowed.
-void hostile( uint32_t file, uint32_t site, uint32_t id, uint32_t ring, uint32_t text ) noexcept {
-    CAIRN_RECIPE( "void MessageTest::hostile(uint32_t, uint32_t, uint32_t, uint32_t, uint32_t)" );
-    uint32_t values = 6, line = 7, level = 8;
-    for ( int msgId = 0; msgId < 1; ++msgId )
-        CAIRN_MESSAGE( "iiiiiiii", ( " ", "%s", "%s", "%s", "%s", "%s", "%s", "%s", "%s" ), file, site, id, ring, text, values, line, level );
-    switch ( level ) {
-    case 8:
-        CAIRN_LINE( 3, cairnRecipe_.pretty << " " << file );
-        break;
-    default:
-        CAIRN_MESSAGE( "i", ( " not here ", "%s" ), file );
-    }
-}
-
 void skip( uint16_t unit ) noexcept {
     CAIRN_RECIPE( "void MessageTest::skip(uint16_t)" );
     CAIRN_LINE( 2, "skip" << " unit: " << unit << " Skipping" );
@@ -386,18 +370,6 @@ TEST_F( TraceMessageTest, ArgumentsAreEvaluatedOnceAndThoseOfAPlainLineOnlyIfItI
                    "CairnLtHelper/2 Cairn/CairnLtHelper counting: counting evaluated: 2",
                    "CairnLtHelper/8 Cairn/CairnLtHelper counting: counting evaluated: 3" } ) );
     EXPECT_EQ( recorded(), std::vector<std::string>{ "counting evaluated: 2" } );
-}
-
-TEST_F( TraceMessageTest, MacrosWorkAmongHostileNamesAndAsSingleStatements ) {
-    enable( 2 );
-    enable( 3 );
-    hostile( 1, 2, 3, 4, 5 );
-    EXPECT_EQ(
-        lines_,
-        ( std::vector<std::string>{
-            "CairnLtHelper/2 Cairn/CairnLtHelper hostile: hostile 12345678",
-            "CairnLtHelper/3 Cairn/CairnLtHelper hostile: void MessageTest::hostile(uint32_t, "
-            "uint32_t, uint32_t, uint32_t, uint32_t) 1" } ) );
 }
 
 TEST_F( TraceMessageTest, PlainLineLeavesNoRecord ) {
