@@ -1,5 +1,7 @@
 #pragma once
 
+#include "sim/Rc.h"
+#include "sim/Rows.h"
 #include "sim/Schema.h"
 
 #include <Shim/Sdk.h>
@@ -62,43 +64,6 @@
 
 namespace Sim {
 
-/// Return codes of the simulated SDK. errmsg() has the text of each.
-enum class Rc : int {
-    ok = 0,
-    nullArgument = -1,       ///< a null pointer where a name, a value or a place for one belongs
-    unknownUnit = -2,        ///< no such unit
-    unknownTable = -3,       ///< the unit has no such table
-    unknownField = -4,       ///< the table has no such field
-    unknownSymbol = -5,      ///< the field has no such symbol
-    unknownHandle = -6,      ///< never handed out
-    useAfterFree = -7,       ///< an operation on an entry that was freed
-    doubleFree = -8,         ///< a free of an entry that was freed
-    tooManyEntries = -9,     ///< 65,535 entries are allocated
-    wrongCommitKind = -10,   ///< a logical commit of a physical table or the other way round
-    unknownOpcode = -11,     ///< not an opcode of this commit
-    unknownPriority = -12,   ///< not a priority
-    unknownAttribute = -13,  ///< not an attribute, or not one of this kind of table
-    valueTooWide = -14,      ///< the value has more bits than the field
-    valueNotAllowed = -15,   ///< a number that is none of the field's symbols
-    symbolOnNumber = -16,    ///< a symbol for a field that has none
-    arrayField = -17,        ///< a scalar operation on an array field
-    scalarField = -18,       ///< an array operation on a scalar field
-    elementOutOfRange = -19, ///< array elements beyond the end of the field
-    indexOutOfRange = -20,   ///< row index beyond the end of the table
-    instanceOutOfRange = -21,
-    portOutOfRange = -22,
-    notPerPort = -23,      ///< a port for a table that has none
-    addressMissing = -24,  ///< a physical row without an index, instance or port that is needed
-    keyMissing = -25,      ///< a logical row without one of its key fields
-    entryExists = -26,     ///< INSERT of a row that exists
-    entryNotFound = -27,   ///< LOOKUP, UPDATE or DELETE of a row that does not
-    tableFull = -28,       ///< INSERT into a table that is full
-    fieldNotCarried = -29, ///< a read of a field that the entry does not hold
-    outOfMemory = -30,     ///< the host has no memory left
-};
-
-constexpr int toInt( Rc rc ) { return static_cast<int>( rc ); }
-
 /// An entry that was allocated and not yet freed.
 struct LiveEntry {
     uint32_t handle = 0;
@@ -108,46 +73,7 @@ struct LiveEntry {
     bool operator==( const LiveEntry & ) const = default;
 };
 
-/// Which row of a table.
-struct RowId {
-    /// Physical tables.
-    uint32_t index = 0;
-    uint32_t instance = 0;
-    uint32_t port = 0;
-    /// Logical tables: the values of the key fields, in the order of the schema.
-    std::vector<uint64_t> key = {};
-
-    bool operator==( const RowId & ) const = default;
-};
-
-/// The contents of one row as plain values. The vectors hold one item for each element of each
-/// field, in the order of the schema (a scalar field is one element).
-struct RowImage {
-    RowId id;
-    /// Logical tables: the row. Physical tables: the cached row.
-    std::vector<uint64_t> values = {};
-    /// Which elements somebody wrote: a commit that carried them, or pokeHardware(). The others
-    /// hold their initial or their reset value.
-    std::vector<bool> written = {};
-    /// Somebody wrote the row. False only for rows that a preloaded table has from the start.
-    bool touched = false;
-    /// Physical tables: the row in the hardware if it differs from the cached one, else empty.
-    std::vector<uint64_t> hardware = {};
-
-    bool operator==( const RowImage & ) const = default;
-};
-
-/// Which of the two copies of a physical row.
-enum class Copy {
-    cache,
-    hardware,
-};
-
-/// Which rows of a table.
-enum class Rows {
-    touched, ///< those that somebody wrote
-    stored,  ///< these, and the rows that a preloaded table has from the start
-};
+struct ChipState;
 
 class Chip final : public Shim::Sdk {
   public:
@@ -276,8 +202,7 @@ class Chip final : public Shim::Sdk {
     void failureHook() noexcept override;
 
   private:
-    struct State;
-    std::unique_ptr<State> state_;
+    std::unique_ptr<ChipState> state_;
 };
 
 } // namespace Sim

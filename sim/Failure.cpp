@@ -1,5 +1,6 @@
 #include "sim/Failure.h"
 
+#include "sim/Constants.h"
 #include "sim/TableState.h"
 #include "text/NearestName.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "sim/Chip.h"
+#include "sim/Rc.h"
 #include "sim/Schema.h"
 
 #include <array>
@@ -12,18 +12,6 @@
 // A failed operation of the simulated chip, and how it is put into words. Internal to the chip.
 
 namespace Sim {
-
-// The numbers of the SDK's constants. The first digit tells the kind.
-constexpr uint32_t invalidHandle = 0;
-constexpr uint32_t opcodeDelete = 1001;
-constexpr uint32_t opcodeInsert = 1002;
-constexpr uint32_t opcodeLookup = 1003;
-constexpr uint32_t opcodeUpdate = 1004;
-constexpr uint32_t ptOpcodeGet = 2001;
-constexpr uint32_t ptOpcodeModify = 2002;
-constexpr uint32_t ptOpcodeSet = 2003;
-constexpr uint32_t priorityNormal = 3001;
-constexpr uint32_t attrGetFromHw = 4001;
 
 /// The beginning of a name, kept without an allocation.
 using NameCopy = std::array<char, 128>;

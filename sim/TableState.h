@@ -1,7 +1,7 @@
 #pragma once
 
-#include "sim/Chip.h"
 #include "sim/RowStore.h"
+#include "sim/Rows.h"
 #include "sim/Schema.h"
 
 #include <array>
