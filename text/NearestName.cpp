@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstddef>
+#include <iterator>
 #include <vector>
 
 namespace Text {
@@ -56,6 +57,27 @@ std::string_view nearestName( std::string_view wanted, std::span<const std::stri
 std::string nearestHint( std::string_view wanted, std::span<const std::string_view> names ) {
     const std::string_view nearest = nearestName( wanted, names );
     return nearest.empty() ? std::string() : "; the nearest name is " + std::string( nearest );
+}
+
+std::string nameHint( std::string_view wanted, std::span<const std::string_view> names ) {
+    const std::string_view nearest = nearestName( wanted, names );
+    if ( !nearest.empty() )
+        return "; the nearest is " + std::string( nearest );
+    // Half a name is not near by the letters that are missing.
+    std::vector<std::string_view> candidates;
+    std::copy_if( names.begin(), names.end(), std::back_inserter( candidates ),
+                  [&]( std::string_view name ) { return name.starts_with( wanted ); } );
+    if ( candidates.empty() )
+        candidates.assign( names.begin(), names.end() );
+    constexpr std::size_t few = 12;
+    if ( candidates.empty() || candidates.size() > few )
+        return {};
+    std::string text = candidates.size() == 1 ? "; there is " : "; there are ";
+    for ( std::size_t i = 0; i < candidates.size(); ++i ) {
+        text += i == 0 ? "" : i + 1 == candidates.size() ? " and " : ", ";
+        text += candidates[i];
+    }
+    return text;
 }
 
 } // namespace Text

@@ -1,5 +1,6 @@
 #include "tools/cli/CommandLine.h"
 
+#include "text/NearestName.h"
 #include "tools/cli/Verbs.h"
 #include "tools/model/Input.h"
 
@@ -296,14 +297,14 @@ class CommandLine {
 
     void checkVerb( int argc, const char * const * argv ) const {
         if ( argc < 2 )
-            throw BadInput( "no verb" + nameHint( "", verbNames() ) +
+            throw BadInput( "no verb" + Text::nameHint( "", verbNames() ) +
                             "; \"cairn-lt --help\" tells more" );
         const std::string_view first = argv[1];
         const auto names = verbNames();
         if ( !first.starts_with( '-' ) &&
              std::find( names.begin(), names.end(), first ) == names.end() )
             throw BadInput( "there is no verb \"" + std::string( first ) + "\"" +
-                            nameHint( first, names ) + "; \"cairn-lt --help\" tells more" );
+                            Text::nameHint( first, names ) + "; \"cairn-lt --help\" tells more" );
     }
 
     // The verb of the command line; the program itself if there is none.
@@ -336,7 +337,7 @@ class CommandLine {
         }
         const std::vector<std::string_view> views( names.begin(), names.end() );
         return "there is no option \"" + extra + "\"" +
-               nameHint( extra.substr( 0, extra.find( '=' ) ), views );
+               Text::nameHint( extra.substr( 0, extra.find( '=' ) ), views );
     }
 
     CLI::App app_;

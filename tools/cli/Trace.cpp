@@ -1,3 +1,5 @@
+#include "text/Numbers.h"
+#include "text/Time.h"
 #include "tools/cli/Verbs.h"
 #include "tools/model/Arguments.h"
 #include "tools/model/Input.h"
@@ -8,8 +10,6 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
-#include <ctime>
 #include <thread>
 
 namespace Tool {
@@ -25,38 +25,12 @@ constexpr std::size_t outputChunk = 1 << 16;
 // How often a file that is followed is looked at again.
 constexpr std::chrono::milliseconds pollPause( 50 );
 
-std::string utc( std::int64_t nanoseconds ) {
-    std::int64_t second = nanoseconds / 1'000'000'000;
-    std::int64_t fraction = nanoseconds % 1'000'000'000;
-    if ( fraction < 0 ) {
-        --second;
-        fraction += 1'000'000'000;
-    }
-    const std::time_t time = second;
-    std::tm parts{};
-    gmtime_r( &time, &parts );
-    char text[64];
-    const std::size_t length = std::strftime( text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts );
-    std::snprintf( text + length, sizeof text - length, ".%09ldZ", static_cast<long>( fraction ) );
-    return text;
-}
-
-// "2026-03-01T07:30:00.25Z": the fraction and the Z may be left out.
 std::int64_t parseTime( const std::string & text, const std::string & option ) {
-    std::tm parts{};
-    const char * rest = ::strptime( text.c_str(), "%Y-%m-%dT%H:%M:%S", &parts );
-    std::int64_t fraction = 0;
-    if ( rest != nullptr && *rest == '.' ) {
-        std::int64_t unit = 100'000'000;
-        for ( ++rest; *rest >= '0' && *rest <= '9'; ++rest, unit /= 10 )
-            fraction += ( *rest - '0' ) * unit;
-    }
-    if ( rest != nullptr && *rest == 'Z' )
-        ++rest;
-    if ( rest == nullptr || *rest != '\0' )
+    const auto time = Text::parseUtc( text );
+    if ( !time )
         throw BadInput( option + ": \"" + text +
                         "\" is not a time in UTC, as in 2026-03-01T07:30:00.25" );
-    return static_cast<std::int64_t>( ::timegm( &parts ) ) * 1'000'000'000 + fraction;
+    return *time;
 }
 
 // "FILE:LINE", "LINE" or "FILE".
@@ -64,7 +38,7 @@ void parseSite( const std::string & text, TraceReader::Filter & filter ) {
     const auto colon = text.rfind( ':' );
     std::string number = colon == std::string::npos ? text : text.substr( colon + 1 );
     std::uint64_t line = 0;
-    if ( parseNumber( number, line ) && line <= UINT32_MAX ) {
+    if ( Text::parseNumber( number, line ) && line <= UINT32_MAX ) {
         filter.line = static_cast<std::uint32_t>( line );
         filter.file = colon == std::string::npos ? "" : text.substr( 0, colon );
     } else if ( colon == std::string::npos ) {
@@ -202,7 +176,7 @@ Json infoJson( const TraceReader::File & file ) {
              { "program", info.program },
              { "process", info.process },
              { "thread", info.thread },
-             { "opened", utc( info.openTime ) },
+             { "opened", Text::utc( info.openTime ) },
              { "closed", info.isClosed },
              { "timestamps", info.timestamps },
              { "counterRate", info.counterRate },

@@ -1,11 +1,13 @@
 #include "tools/explain/Explain.h"
 
+#include "text/Numbers.h"
 #include "tools/explain/Explanation.h"
 #include "tools/model/Arguments.h"
 #include "tools/model/Files.h"
 #include "tools/model/Input.h"
 #include "tools/run/Output.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -21,35 +23,17 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-std::string joined( const std::vector<std::string> & words, const char * separator ) {
-    std::string text;
-    for ( const std::string & word : words )
-        text += ( text.empty() ? "" : separator ) + word;
-    return text;
-}
-
-// Large numbers are masks and patterns as often as amounts, so they are shown both ways.
-std::string numberText( uint64_t value ) {
-    std::string text = std::to_string( value );
-    if ( value <= 255 )
-        return text;
-    std::string hex;
-    for ( ; value != 0; value >>= 4 )
-        hex.insert( hex.begin(), "0123456789abcdef"[value & 0xF] );
-    return text + " (0x" + hex + ")";
-}
-
 std::string valuesText( const std::vector<uint64_t> & values ) {
     if ( values.empty() )
         return "nothing";
     const bool same = std::all_of( values.begin(), values.end(),
                                    [&]( uint64_t value ) { return value == values.front(); } );
     if ( same && values.size() > 1 )
-        return numberText( values.front() ) + " each";
+        return Text::numberBothWays( values.front() ) + " each";
     std::vector<std::string> texts;
     for ( const uint64_t value : values )
-        texts.push_back( numberText( value ) );
-    return joined( texts, ", " );
+        texts.push_back( Text::numberBothWays( value ) );
+    return fmt::format( "{}", fmt::join( texts, ", " ) );
 }
 
 std::string withoutPrefix( std::string_view text, std::string_view prefix ) {
@@ -197,7 +181,7 @@ std::vector<std::string> notesOf( const SeenCall & call, const LockUse & use ) {
     if ( call.lockHeld && use.released )
         notes.push_back( "activity lock kept" );
     if ( !call.constants.empty() )
-        notes.push_back( "asks " + joined( call.constants, ", " ) );
+        notes.push_back( "asks " + fmt::format( "{}", fmt::join( call.constants, ", " ) ) );
     return notes;
 }
 
@@ -251,7 +235,10 @@ std::string textOf( const Explanation & explanation, const Describer & describer
             const Phrase phrase = describer.phrase( *call );
             const auto notes = notesOf( *call, use );
             line( std::to_string( ++number ), phrase.verb,
-                  phrase.object + ( notes.empty() ? "" : "  [" + joined( notes, "; " ) + "]" ) );
+                  phrase.object +
+                      ( notes.empty()
+                            ? ""
+                            : "  [" + fmt::format( "{}", fmt::join( notes, "; " ) ) + "]" ) );
         } else if ( const auto * constant = std::get_if<SeenConstant>( &seen ) ) {
             line( "", "constant", "asks " + constant->name );
         } else if ( const auto * question = std::get_if<SeenQuestion>( &seen ) ) {
@@ -291,7 +278,7 @@ std::string markdownOf( const Explanation & explanation, const Describer & descr
             const auto notes = notesOf( *call, use );
             line( std::to_string( ++number ),
                   phrase.verb + " " + phrase.object +
-                      ( notes.empty() ? "" : "; " + joined( notes, "; " ) ),
+                      ( notes.empty() ? "" : "; " + fmt::format( "{}", fmt::join( notes, "; " ) ) ),
                   code( call->text ) );
         } else if ( const auto * constant = std::get_if<SeenConstant>( &seen ) ) {
             line( "", "asks " + constant->name, "" );
@@ -306,7 +293,7 @@ std::string markdownOf( const Explanation & explanation, const Describer & descr
     }
     const auto lines = remarks( explanation );
     if ( !lines.empty() )
-        text += "\n" + joined( lines, " " ) + "\n";
+        text += "\n" + fmt::format( "{}", fmt::join( lines, " " ) ) + "\n";
     return text;
 }
 

@@ -1,5 +1,7 @@
 #include "tools/model/Arguments.h"
 
+#include "text/NearestName.h"
+#include "text/Numbers.h"
 #include "tools/model/Input.h"
 #include "tools/model/Model.h"
 
@@ -42,7 +44,7 @@ uint64_t parseInteger( const Recipe & recipe, const Parameter & parameter, std::
     const uint64_t top = std::min( largest( parameter.type ), parameter.limit );
     const std::string range = "write 0 to " + std::to_string( top );
     uint64_t number = 0;
-    if ( !parseNumber( text, number ) ) {
+    if ( !Text::parseNumber( text, number ) ) {
         const bool digits =
             !text.empty() && text.find_first_not_of( "0123456789" ) == std::string_view::npos;
         if ( !digits )
@@ -82,7 +84,8 @@ CairnCentral::ChipInfo findChip( const Recipe & recipe, const Parameter & parame
     std::vector<std::string_view> names;
     for ( const ChipDescription & each : model.chips )
         names.push_back( each.info.name().view() );
-    refuse( recipe, parameter, "there is no chip " + quoted( name ) + nameHint( name, names ) );
+    refuse( recipe, parameter,
+            "there is no chip " + quoted( name ) + Text::nameHint( name, names ) );
 }
 
 } // namespace
@@ -150,7 +153,7 @@ const Recipe & needRecipe( std::string_view name ) {
     std::vector<std::string_view> names;
     for ( const Recipe & each : recipes() )
         names.push_back( each.name );
-    throw BadInput( "there is no recipe " + quoted( name ) + nameHint( name, names ) +
+    throw BadInput( "there is no recipe " + quoted( name ) + Text::nameHint( name, names ) +
                     "; \"cairn-lt list\" shows all" );
 }
 
@@ -196,7 +199,7 @@ Result parseResult( const Recipe & recipe, std::string_view text ) {
     }
     case ResultType::uint16: {
         uint64_t number = 0;
-        if ( !parseNumber( text, number ) || number > std::numeric_limits<uint16_t>::max() )
+        if ( !Text::parseNumber( text, number ) || number > std::numeric_limits<uint16_t>::max() )
             throw BadInput( what + quoted( text ) + " is not a uint16_t; write 0 to 65535" );
         return static_cast<uint16_t>( number );
     }

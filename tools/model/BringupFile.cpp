@@ -1,5 +1,6 @@
 #include "tools/model/BringupFile.h"
 
+#include "text/NearestName.h"
 #include "tools/model/Arguments.h"
 #include "tools/model/ChipFile.h"
 #include "tools/model/Files.h"
@@ -160,7 +161,8 @@ class Reader {
         std::vector<std::string_view> names;
         for ( const ChipDescription & chip : model().chips )
             names.push_back( chip.info.name().view() );
-        toml_.refuse( node.line, "there is no chip \"" + name + "\"" + nameHint( name, names ) );
+        toml_.refuse( node.line,
+                      "there is no chip \"" + name + "\"" + Text::nameHint( name, names ) );
     }
 
     int needUnit( const TomlNode & node ) {
@@ -375,7 +377,7 @@ class Reader {
                     names.push_back( each.name );
                 toml_.refuse( value.line, std::string( step.recipe->name ) +
                                               " has no parameter \"" + key + "\"" +
-                                              nameHint( key, names ) );
+                                              Text::nameHint( key, names ) );
             }
         }
         for ( std::size_t i = 0; i < parameters.size(); ++i ) {
@@ -466,7 +468,7 @@ class Reader {
         const Sim::Table * table = schema.find( step.table );
         if ( table == nullptr )
             toml_.refuse( tableNode.line, "there is no table \"" + step.table + "\"" +
-                                              nameHint( step.table, schema.tableNames() ) );
+                                              Text::nameHint( step.table, schema.tableNames() ) );
         if ( !table->isPhysical() )
             toml_.refuse( tableNode.line,
                           step.table + " is a logical table; only registers and memories change "
@@ -476,7 +478,7 @@ class Reader {
         const Sim::Field * field = table->find( step.field );
         if ( field == nullptr )
             toml_.refuse( fieldNode.line, step.table + " has no field \"" + step.field + "\"" +
-                                              nameHint( step.field, table->fieldNames() ) );
+                                              Text::nameHint( step.field, table->fieldNames() ) );
         step.value = toml_.number( toml_.need( node, "value", "poke" ), field->maximum(),
                                    step.table + "." + step.field );
         step.index = readPlace( node, "index", table->size.rows );

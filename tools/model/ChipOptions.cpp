@@ -1,5 +1,6 @@
 #include "tools/model/ChipOptions.h"
 
+#include "text/Numbers.h"
 #include "tools/model/BringupFile.h"
 #include "tools/model/ChipFile.h"
 #include "tools/model/Input.h"
@@ -23,7 +24,8 @@ std::pair<std::optional<int>, std::string> splitChip( const std::string & text )
         return { {}, text };
     uint64_t unit = 0;
     constexpr uint64_t largestUnit = 65535;
-    if ( !parseNumber( std::string_view( text ).substr( 0, equals ), unit ) || unit > largestUnit )
+    if ( !Text::parseNumber( std::string_view( text ).substr( 0, equals ), unit ) ||
+         unit > largestUnit )
         throw BadInput( "--chip " + text + ": the unit is too large; write 0 to 65535" );
     return { static_cast<int>( unit ), text.substr( equals + 1 ) };
 }

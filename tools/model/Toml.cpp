@@ -1,5 +1,7 @@
 #include "tools/model/Toml.h"
 
+#include "text/NearestName.h"
+#include "text/Numbers.h"
 #include "tools/model/Input.h"
 
 #include <toml++/toml.h>
@@ -124,7 +126,7 @@ void TomlReader::expectKeys( const TomlNode & table, std::initializer_list<std::
     for ( const auto & [key, value] : table.members ) {
         if ( std::find( keys.begin(), keys.end(), key ) == keys.end() )
             refuse( value.line, std::string( what ) + " has no key \"" + key + "\"" +
-                                    nameHint( key, { keys.begin(), keys.size() } ) );
+                                    Text::nameHint( key, { keys.begin(), keys.size() } ) );
     }
 }
 
@@ -141,7 +143,7 @@ uint64_t TomlReader::number( const TomlNode & node, uint64_t maximum,
     // TOML's integers end at 63 bits; larger numbers are written as texts.
     uint64_t number = 0;
     if ( node.kind == TomlNode::Kind::text ) {
-        if ( !parseNumber( node.text, number ) )
+        if ( !Text::parseNumber( node.text, number ) )
             refuse( node.line, std::string( what ) + ": \"" + node.text +
                                    "\" is not an unsigned number; write it in decimal, or in "
                                    "hexadecimal after 0x" );

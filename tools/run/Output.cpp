@@ -1,5 +1,6 @@
 #include "tools/run/Output.h"
 
+#include "text/Escape.h"
 #include "tools/model/Files.h"
 #include "tools/model/Input.h"
 
@@ -11,25 +12,6 @@
 namespace Tool {
 
 namespace {
-
-// The text as one line, whatever names it quotes.
-std::string onOneLine( std::string_view text ) {
-    std::string line;
-    for ( const char c : text ) {
-        const auto byte = static_cast<unsigned char>( c );
-        if ( byte >= 0x20 && byte != 0x7F ) {
-            line += c;
-        } else if ( c == '\n' ) {
-            line += "\\n";
-        } else {
-            constexpr const char * digits = "0123456789abcdef";
-            line += "\\x";
-            line += digits[byte >> 4];
-            line += digits[byte & 0xF];
-        }
-    }
-    return line;
-}
 
 bool coloured() {
     const char * noColor = std::getenv( "NO_COLOR" );
@@ -54,7 +36,7 @@ void print( std::string_view text ) {
 }
 
 void complain( std::string_view message ) {
-    writeAll( STDERR_FILENO, "cairn-lt: " + onOneLine( message ) + "\n" );
+    writeAll( STDERR_FILENO, "cairn-lt: " + Text::printable( message ) + "\n" );
 }
 
 std::string heading( std::string_view text ) {

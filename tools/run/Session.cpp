@@ -4,6 +4,7 @@
 #include "interpose/FaultInjector.h"
 #include "interpose/Recorder.h"
 #include "sim/Chip.h"
+#include "text/NearestName.h"
 #include "tools/model/Arguments.h"
 #include "tools/model/Input.h"
 #include "tools/model/State.h"
@@ -58,7 +59,7 @@ void checkNames( const Interpose::Fault & fault, const Model & model, const std:
                             const std::vector<std::string_view> & names ) {
         if ( name && std::find( names.begin(), names.end(), *name ) == names.end() )
             throw BadInput( option + ": there is no " + what + " \"" + *name + "\"" +
-                            nameHint( *name, names ) );
+                            Text::nameHint( *name, names ) );
     };
     check( fault.table, "table", tables );
     check( fault.field, "field", fields );

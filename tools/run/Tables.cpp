@@ -1,8 +1,12 @@
 #include "tools/run/Tables.h"
 
+#include "text/Columns.h"
+#include "text/NearestName.h"
+#include "text/Numbers.h"
 #include "tools/model/Input.h"
 #include "tools/run/Output.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -53,20 +57,9 @@ std::vector<std::pair<const char *, uint32_t>> placeOf( const Sim::Table & table
 
 // --- Text
 
-// Small numbers are read in decimal, large ones (bitmaps, patterns) in hexadecimal.
-std::string numberText( uint64_t value ) {
-    constexpr uint64_t largestDecimal = 99999;
-    if ( value <= largestDecimal )
-        return std::to_string( value );
-    std::string text;
-    for ( ; value != 0; value >>= 4 )
-        text.insert( text.begin(), "0123456789abcdef"[value & 0xF] );
-    return "0x" + text;
-}
-
 std::string elementText( const Sim::Field & field, uint64_t value, bool written ) {
     const Sim::Symbol * symbol = field.findSymbol( value );
-    const std::string text = symbol != nullptr ? symbol->name : numberText( value );
+    const std::string text = symbol != nullptr ? symbol->name : Text::numberForTable( value );
     return written ? text : "(" + text + ")";
 }
 
@@ -88,11 +81,6 @@ std::string fieldText( const Sim::Field & field, const std::vector<uint64_t> & v
     return text;
 }
 
-struct TextRow {
-    std::vector<std::string> cells;
-    std::string note;
-};
-
 std::string tableTitle( int unit, const Sim::Table & table ) {
     const Sim::TableSize & size = table.size;
     std::string text = heading( table.name ) + "  unit " + std::to_string( unit ) + ", " +
@@ -105,65 +93,40 @@ std::string tableTitle( int unit, const Sim::Table & table ) {
     return text + "\n";
 }
 
-std::string padded( const std::string & text, std::size_t width ) {
-    return text + std::string( width - std::min( width, text.size() ), ' ' );
-}
-
-std::string asColumns( const std::vector<std::string> & names, const std::vector<TextRow> & rows,
-                       const std::vector<std::size_t> & widths ) {
-    const auto line = [&]( const std::vector<std::string> & cells, const std::string & note ) {
-        std::string text;
-        for ( std::size_t i = 0; i < cells.size(); ++i )
-            text += "  " + padded( cells[i], widths[i] );
-        text += note.empty() ? "" : "  " + note;
-        text.erase( text.find_last_not_of( ' ' ) + 1 );
-        return text + "\n";
-    };
-    std::string text = line( names, "" );
-    for ( const TextRow & row : rows )
-        text += line( row.cells, row.note );
-    return text;
-}
-
-std::string asBlocks( const std::vector<std::string> & names, const std::vector<TextRow> & rows ) {
-    std::size_t width = 0;
-    for ( const std::string & name : names )
-        width = std::max( width, name.size() );
-    std::string text;
-    for ( const TextRow & row : rows ) {
-        if ( &row != &rows.front() )
-            text += "  --\n";
-        for ( std::size_t i = 0; i < names.size(); ++i )
-            text += "  " + padded( names[i], width ) + "  " + row.cells[i] + "\n";
-        text += row.note.empty() ? "" : "  " + row.note + "\n";
-    }
-    return text;
-}
-
 std::string tableText( int unit, const Sim::Table & table,
                        const std::vector<Sim::RowImage> & images ) {
     if ( images.empty() )
         return tableTitle( unit, table ) + "  no rows\n";
 
-    std::vector<std::string> names;
+    Text::Columns::Line names;
     for ( const auto & [name, value] : placeOf( table, images.front().id ) )
         names.emplace_back( name );
     for ( const Sim::Field & field : table.fields )
         names.push_back( field.name );
 
-    std::vector<TextRow> rows;
+    // A row a line or, where that is too wide, a field a line.
+    Text::Columns rows;
+    Text::Columns blocks;
+    rows.add( names );
     const auto addRow = [&]( const Sim::RowImage & image, const std::vector<uint64_t> & values,
                              const char * note ) {
-        TextRow row;
+        Text::Columns::Line cells;
         for ( const auto & [name, value] : placeOf( table, image.id ) )
-            row.cells.push_back( std::to_string( value ) );
+            cells.push_back( fmt::to_string( value ) );
         std::size_t element = 0;
         for ( const Sim::Field & field : table.fields ) {
-            row.cells.push_back( fieldText( field, values, image.written, element ) );
+            cells.push_back( fieldText( field, values, image.written, element ) );
             element += field.length;
         }
-        row.note = note;
-        rows.push_back( std::move( row ) );
+        if ( &image != &images.front() || values.data() != image.values.data() )
+            blocks.addRemark( "--" );
+        for ( std::size_t i = 0; i < names.size(); ++i )
+            blocks.add( { names[i], cells[i] } );
+        if ( *note != '\0' ) {
+            blocks.addRemark( note );
+            cells.emplace_back( note );
+        }
+        rows.add( std::move( cells ) );
     };
     for ( const Sim::RowImage & image : images ) {
         addRow( image, image.values, image.hardware.empty() ? "" : "in the SDK's cache" );
@@ -172,17 +135,8 @@ std::string tableText( int unit, const Sim::Table & table,
     }
 
     constexpr std::size_t lineWidth = 100;
-    std::vector<std::size_t> widths;
-    std::size_t total = 0;
-    for ( std::size_t i = 0; i < names.size(); ++i ) {
-        std::size_t width = names[i].size();
-        for ( const TextRow & row : rows )
-            width = std::max( width, row.cells[i].size() );
-        widths.push_back( width );
-        total += width + 2;
-    }
     return tableTitle( unit, table ) +
-           ( total <= lineWidth ? asColumns( names, rows, widths ) : asBlocks( names, rows ) );
+           ( rows.width( names.size() ) <= lineWidth ? rows : blocks ).text();
 }
 
 // --- JSON
@@ -242,7 +196,8 @@ void checkSelection( const Sim::Chip & chip, const TableSelection & selection ) 
     }
     for ( const std::string & table : selection.tables ) {
         if ( std::find( names.begin(), names.end(), table ) == names.end() )
-            throw BadInput( "there is no table \"" + table + "\"" + nameHint( table, names ) );
+            throw BadInput( "there is no table \"" + table + "\"" +
+                            Text::nameHint( table, names ) );
     }
 }
 

@@ -1,5 +1,6 @@
 #include "tools/sweep/Sweep.h"
 
+#include "text/Columns.h"
 #include "tools/model/Arguments.h"
 #include "tools/model/Files.h"
 #include "tools/sweep/SweepRunner.h"
@@ -27,40 +28,7 @@ std::string counted( std::size_t count, const std::string & noun ) {
 
 // --- Text
 
-// Lines of cells under each other; the last cell of a line takes what it needs.
-class Grid {
-  public:
-    using Line = std::vector<std::string>;
-
-    void add( Line line ) { lines_.push_back( std::move( line ) ); }
-    /// A line of its own, outside the columns.
-    void addRemark( std::string remark ) { lines_.push_back( { std::move( remark ) } ); }
-
-    std::string text() const {
-        std::vector<std::size_t> widths;
-        for ( const Line & line : lines_ ) {
-            widths.resize( std::max( widths.size(), line.size() ) );
-            for ( std::size_t i = 0; i + 1 < line.size(); ++i )
-                widths[i] = std::max( widths[i], line[i].size() );
-        }
-        std::string text;
-        for ( const Line & line : lines_ ) {
-            text += " ";
-            for ( std::size_t i = 0; i < line.size(); ++i ) {
-                text += " " + line[i];
-                if ( i + 1 < line.size() )
-                    text += std::string( widths[i] - line[i].size() + 1, ' ' );
-            }
-            text += "\n";
-        }
-        return text;
-    }
-
-  private:
-    std::vector<Line> lines_;
-};
-
-void addDifferences( Grid & grid, const std::vector<std::string> & differences ) {
+void addDifferences( Text::Columns & grid, const std::vector<std::string> & differences ) {
     for ( const std::string & difference : differences )
         grid.addRemark( "    " + difference );
 }
@@ -73,7 +41,8 @@ std::string callText( const SweepFaultReport & fault ) {
     return std::to_string( fault.fault.call + 1 ) + " " + fault.call;
 }
 
-void addFault( Grid & grid, const SweepCaseReport & report, const SweepFaultReport & fault ) {
+void addFault( Text::Columns & grid, const SweepCaseReport & report,
+               const SweepFaultReport & fault ) {
     grid.add( { std::string( report.plan->name ), callText( fault ), toText( fault.fault.kind ),
                 verdict( fault.differences, fault.expected ) } );
     addDifferences( grid, fault.differences );
@@ -88,8 +57,8 @@ std::string undisturbedVerdict( const SweepCaseReport & report ) {
 
 // A line a case; what is not as expected in full.
 std::string summaryOf( const std::vector<const SweepCaseReport *> & reports ) {
-    Grid cases;
-    Grid unexpected;
+    Text::Columns cases;
+    Text::Columns unexpected;
     cases.add( { "CASE", "CALLS", "FAULTS", "VERDICT" } );
     for ( const SweepCaseReport * report : reports ) {
         const std::string name( report->plan->name );
@@ -121,7 +90,7 @@ std::string summaryOf( const std::vector<const SweepCaseReport *> & reports ) {
 
 // A line a fault.
 std::string allOf( const std::vector<const SweepCaseReport *> & reports ) {
-    Grid grid;
+    Text::Columns grid;
     grid.add( { "CASE", "CALL", "FAULT", "VERDICT" } );
     for ( const SweepCaseReport * report : reports ) {
         const std::string name( report->plan->name );

@@ -1,0 +1,23 @@
+#include "text/Time.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+constexpr std::int64_t halfPastSeven = 1'772'350'200'250'000'000; // 2026-03-01
+
+TEST( TimeTest, IsWrittenWithNanoseconds ) {
+    EXPECT_EQ( Text::utc( halfPastSeven ), "2026-03-01T07:30:00.250000000Z" );
+    EXPECT_EQ( Text::utc( 0 ), "1970-01-01T00:00:00.000000000Z" );
+    EXPECT_EQ( Text::utc( -1 ), "1969-12-31T23:59:59.999999999Z" );
+}
+
+TEST( TimeTest, IsReadWithAndWithoutAFraction ) {
+    EXPECT_EQ( Text::parseUtc( "2026-03-01T07:30:00.25" ), halfPastSeven );
+    EXPECT_EQ( Text::parseUtc( "2026-03-01T07:30:00.250000000Z" ), halfPastSeven );
+    EXPECT_EQ( Text::parseUtc( "2026-03-01T07:30:00Z" ), halfPastSeven - 250'000'000 );
+    for ( const char * text : { "", "2026-03-01", "07:30:00", "2026-03-01T07:30:00.25+01:00" } )
+        EXPECT_EQ( Text::parseUtc( text ), std::nullopt ) << text;
+}
+
+} // namespace
