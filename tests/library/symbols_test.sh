@@ -34,4 +34,11 @@ foreign=$( LC_ALL=C comm -23 <( printf '%s\n' "$undefined" ) <( printf '%s\n' "$
     grep -vx _ZN4Shim4sdk_E | grep -vE "$runtime" || true )
 check "The list of undefined symbols that are neither platform, shim nor runtime" "" "$foreign"
 
+# What the library exports it never asks the loader for: another definition in the process would be called instead.
+relocated=$( readelf -rW "$library" | grep -oE '\b_Z[A-Za-z0-9_]+' | LC_ALL=C sort -u )
+own=$( nm -D --defined-only "$library" | awk '{ print $NF }' | LC_ALL=C sort -u )
+[ -n "$relocated" ] || { echo "no relocation of a C++ symbol found: readelf prints them otherwise"; failed=1; }
+check "The list of own symbols with a relocation (link with -Bsymbolic-functions)" "" \
+    "$( LC_ALL=C comm -12 <( printf '%s\n' "$relocated" ) <( printf '%s\n' "$own" ) )"
+
 exit $failed

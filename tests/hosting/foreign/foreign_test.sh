@@ -33,7 +33,8 @@ for compiler in "$@"; do
     "$compiler" "${flags[@]}" -shared "$here/Framework.cpp" -o libAgent.so
 
     # The agent's types mangle otherwise. With the list of our own types the link fails, and says which names it misses.
-    link=( "$compiler" -shared -Wl,-soname,libCairnLtHelper.so -Wl,--no-undefined-version -L. "${objects[@]}" -lAgent
+    link=( "$compiler" -shared -Wl,-soname,libCairnLtHelper.so -Wl,--no-undefined-version -Wl,-Bsymbolic-functions
+        -L. "${objects[@]}" -lAgent
         -o libCairnLtHelper.so )
     if "${link[@]}" -Wl,--version-script="$source_tree/Cairn/exports.map" 2>link.log; then
         echo "$compiler: the list of exports names what is not there, and the link does not fail"
