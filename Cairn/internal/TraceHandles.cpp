@@ -4,6 +4,9 @@ namespace Cairn {
 
 namespace {
 
+/// Looked at by the loader alone.
+[[gnu::used]] void ( *const counterpart )() noexcept = CairnPlatform::counterpart;
+
 constinit const CairnPlatform::LevelMask everyLevel{ ~uint32_t( 0 ) };
 
 } // namespace

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <CairnPlatform/Layout.h>
 #include <ChipModel/BringupStage.h>
 #include <ChipModel/CairnCommonSmData.h>
 #include <ChipModel/ChipProfile.h>
@@ -24,6 +25,13 @@
 // All of it is inline and costs nothing: a guarded call and a message are counted with it.
 
 namespace CairnPlatform {
+
+// The pair ---------------------------------------------------------------------------------------
+
+/// A symbol that the library needs of the platform, so that another one does not load; null if the
+/// two cannot be parted.
+inline constexpr void ( *counterpart )() noexcept =
+    libraryAndPlatformMustBeBuiltFromTheSameHeaders<Layout::sum()>;
 
 // Kiln: levels and masks -------------------------------------------------------------------------
 

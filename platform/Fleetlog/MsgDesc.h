@@ -21,6 +21,10 @@
 // use them too (std::atomic_ref). One file is registered in by one thread at a time, as for its
 // ring.
 
+namespace CairnPlatform {
+struct Layout;
+}
+
 namespace Fleetlog {
 
 class TraceFile;
@@ -63,6 +67,8 @@ class MsgDesc {
     static constexpr std::size_t maxBytes = 2048;
 
   private:
+    friend struct CairnPlatform::Layout;
+
     void beginPieces() noexcept;
     void append( const char * text, std::size_t length ) noexcept;
     bool write() noexcept;

@@ -19,6 +19,10 @@
 // Threads: one writer at a time. A ring of a thread's own file belongs to that thread; a ring that
 // a process shares is written with the activity lock held.
 
+namespace CairnPlatform {
+struct Layout;
+}
+
 namespace Fleetlog {
 
 class TraceFile;
@@ -119,6 +123,7 @@ class RingBuf {
     }
 
   private:
+    friend struct CairnPlatform::Layout;
     friend class TraceFile;
 
     /// One byte that is not a character: a store of a character could change any object.

@@ -78,6 +78,7 @@ class TraceFile {
     void refreshTick() noexcept;
 
   private:
+    friend struct CairnPlatform::Layout;
     friend class MsgDesc;
     friend class RingBuf;
     friend class Registry;

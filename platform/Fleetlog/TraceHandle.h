@@ -43,6 +43,8 @@ class TraceHandle {
     TraceFile * mtTraceFile() noexcept;
 
   private:
+    friend struct CairnPlatform::Layout;
+
     void makeThreadFile();
     TraceFile * openThreadFile() noexcept;
 

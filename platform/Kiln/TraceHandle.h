@@ -25,6 +25,10 @@
 // Threads: everything here may be used from any thread. A mask is one relaxed atomic word; a change
 // reaches other threads soon, not at once.
 
+namespace CairnPlatform {
+struct Layout;
+}
+
 namespace Kiln {
 
 /// A named source of trace lines. Facilities are never destroyed: one that is on file stays valid
@@ -61,6 +65,7 @@ class TraceFacility {
 
   private:
     friend class FacilityTable;
+    friend struct CairnPlatform::Layout;
     explicit TraceFacility( std::string_view name ) : name_( name ) {}
 
     Mask mask_{ 0 };

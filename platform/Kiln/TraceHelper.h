@@ -49,6 +49,8 @@ class TraceHelper {
     TraceStream & stream() noexcept { return stream_; }
 
   private:
+    friend struct CairnPlatform::Layout;
+
     TraceHandle & handle_;
     TraceFacility::FacilityLevel level_;
     const char * file_;

@@ -1,3 +1,4 @@
+#include <CairnPlatform/Layout.h>
 #include <ChipModel/BringupStage.h>
 #include <ChipModel/CairnCommonSmData.h>
 #include <ChipModel/ChipProfile.h>
@@ -16,6 +17,8 @@
 
 // The smallest platform that a host can bring: what the library imports, and no more. Trace lines
 // are printed, the activity lock is nobody's, there is no trace file and no chip has a profile.
+
+CAIRN_PLATFORM_LAYOUT
 
 namespace Kiln {
 

@@ -17,8 +17,11 @@ libraries=$( dirname "$( find "$work/moved" -name libCairnLtHelper.so )" )
 
 # Only what was installed may be found.
 export PKG_CONFIG_PATH=$libraries/pkgconfig
+# Headers of another version: lines have one more member.
+cp -r "$work/moved/include/CairnLtHelper" "$work/other"
+sed -i 's/^    TraceStream stream_;/    int added_;\n&/' "$work/other/Kiln/TraceHelper.h"
 cmake -S "$here" -B "$work/host" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" \
-    -DCMAKE_PREFIX_PATH="$work/moved" >/dev/null
+    -DCMAKE_PREFIX_PATH="$work/moved" -DOTHER_HEADERS="$work/other" >/dev/null
 cmake --build "$work/host" >"$work/build.log" || {
     cat "$work/build.log"
     exit 1
@@ -50,4 +53,12 @@ check "What the host built with pkg-config printed" "$( grep -v MESSAGE <<<"$cal
     "$( LD_LIBRARY_PATH=$libraries "$work/host/host_pc" )"
 check "What the host with its own platform printed" "${calls/MESSAGE/$own_line}" \
     "$( LD_LIBRARY_PATH=$work/host:$libraries "$work/host/host" )"
+if LD_LIBRARY_PATH=$work/host/other:$libraries "$work/host/host" >"$work/other.log" 2>&1; then
+    echo "The library loads with a platform that was built from other headers"
+    failed=1
+elif ! grep -q "undefined symbol: .*libraryAndPlatformMustBeBuiltFromTheSameHeaders" "$work/other.log"; then
+    echo "What stops a library whose platform was built from other headers does not say so:"
+    cat "$work/other.log"
+    failed=1
+fi
 exit $failed

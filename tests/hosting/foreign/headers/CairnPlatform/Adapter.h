@@ -7,6 +7,8 @@
 
 namespace CairnPlatform {
 
+inline constexpr void ( *counterpart )() noexcept = nullptr;
+
 inline constexpr int levelCount = 12;
 
 constexpr Kiln::TraceFacility::FacilityLevel level( int number ) noexcept {

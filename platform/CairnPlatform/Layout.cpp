@@ -1,0 +1,3 @@
+#include <CairnPlatform/Layout.h>
+
+CAIRN_PLATFORM_LAYOUT
