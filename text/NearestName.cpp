@@ -29,7 +29,7 @@ std::size_t editDistance( std::string_view from, std::string_view to ) {
         row[0] = i;
         for ( std::size_t j = 1; j <= to.size(); ++j ) {
             const bool same = sameLetter( from[i - 1], to[j - 1] );
-            row[j] = std::min( { last[j] + 1, row[j - 1] + 1, last[j - 1] + !same } );
+            row[j] = std::min( { last[j] + 1, row[j - 1] + 1, last[j - 1] + ( same ? 0u : 1u ) } );
             if ( i > 1 && j > 1 && sameLetter( from[i - 1], to[j - 2] ) &&
                  sameLetter( from[i - 2], to[j - 1] ) ) {
                 row[j] = std::min( row[j], beforeLast[j - 2] + 1 );

@@ -93,7 +93,8 @@ MessageArguments<Arguments...> messageArguments( Arguments... );
 consteval std::size_t countPlaceholders( std::span<const char * const> pieces ) {
     std::size_t count = 0;
     for ( const std::string_view piece : pieces )
-        for ( std::size_t at = 0; ( at = piece.find( "%s", at ) ) != piece.npos; at += 2 )
+        for ( std::size_t at = 0; ( at = piece.find( "%s", at ) ) != std::string_view::npos;
+              at += 2 )
             ++count;
     return count;
 }

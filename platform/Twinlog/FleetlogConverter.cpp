@@ -24,7 +24,7 @@ FleetlogConverter & FleetlogConverter::operator<<( const char * value ) {
     constexpr std::string_view placeholder = "%s";
     const std::string_view rest = twinlogFixed_.text().substr( used_ );
     const std::size_t at = rest.find( placeholder );
-    if ( at == rest.npos ) {
+    if ( at == std::string_view::npos ) {
         text_ += rest;
         text_ += ' ';
         used_ += rest.size();

@@ -301,7 +301,7 @@ TEST_F( SourceLine, LinesArePositiveAndIncreaseWithinARecipe ) {
         for ( const int line : lines ) {
             // A loop comes back to lines that have been seen.
             const bool isNew = seen.empty() || line > *seen.rbegin();
-            EXPECT_TRUE( isNew || seen.count( line ) != 0 ) << line;
+            EXPECT_TRUE( isNew || seen.contains( line ) ) << line;
             seen.insert( line );
         }
         repeated += seen.size() < lines.size() ? 1 : 0;

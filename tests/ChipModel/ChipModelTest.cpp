@@ -136,7 +136,7 @@ TEST( Ptr, ObjectLivesAsLongAsItsLastShare ) {
     {
         auto other = one;
         const Nacre::Ptr<Counted> moved = std::move( other );
-        EXPECT_FALSE( other );
+        EXPECT_FALSE( other ); // NOLINT(bugprone-use-after-move): a share that was moved is empty
         one = nullptr;
         EXPECT_EQ( alive, 1 );
         EXPECT_EQ( moved.get(), moved.operator->() );
@@ -152,7 +152,7 @@ TEST( Ptr, SharesMayBeCopiedOnSeveralThreads ) {
         for ( int i = 0; i < 4; ++i )
             threads.emplace_back( [shared] {
                 for ( int k = 0; k < 1000; ++k )
-                    const auto copy = shared;
+                    const auto copy = shared; // NOLINT(performance-unnecessary-copy-initialization)
             } );
         for ( auto & thread : threads )
             thread.join();

@@ -224,13 +224,13 @@ TEST( ChipErrorTest, TheLastErrorIsThatOfTheThreadAndTheChip ) {
     Sim::Chip chip;
     Sim::Chip other;
     chip.addUnit( 0, smallSchema() );
-    Entry( chip, "NONE" );
+    const Entry none( chip, "NONE" );
     const std::string mine = chip.lastError();
     EXPECT_EQ( mine, "unit 0 has no table NONE" );
     EXPECT_EQ( other.lastError(), "" );
     std::thread( [&] {
         EXPECT_EQ( chip.lastError(), "" );
-        Entry( chip, "ONEr", 1 );
+        const Entry noUnit( chip, "ONEr", 1 );
         EXPECT_EQ( chip.lastError(), "there is no unit 1; the chip has units 0" );
     } ).join();
     EXPECT_EQ( chip.lastError(), mine );

@@ -143,7 +143,7 @@ TEST( ReferenceSchemaTest, HasEveryTableAndFieldOfTheRecipes ) {
         }
         std::size_t keys = 0;
         for ( const Field & field : table->fields ) {
-            keys += field.role == FieldRole::key;
+            keys += field.role == FieldRole::key ? 1 : 0;
         }
         EXPECT_EQ( keys, wanted.keys.size() ) << wanted.table << ": no other key";
     }

@@ -89,9 +89,8 @@ inline Sim::Schema smallSchema() {
 /// unless its allocate failed.
 class Entry {
   public:
-    Entry( Sim::Chip & chip, const char * table, int unit = 0 ) : chip_( chip ) {
-        allocated_ = rc( chip_.bcmlt_entry_allocate( unit, table, &handle_ ) );
-    }
+    Entry( Sim::Chip & chip, const char * table, int unit = 0 )
+        : chip_( chip ), allocated_( rc( chip.bcmlt_entry_allocate( unit, table, &handle_ ) ) ) {}
     ~Entry() {
         if ( allocated_ == Sim::Rc::ok ) {
             chip_.bcmlt_entry_free( handle_ );
@@ -145,7 +144,7 @@ class Entry {
 
     Sim::Chip & chip_;
     uint32_t handle_ = 0;
-    Sim::Rc allocated_ = Sim::Rc::ok;
+    Sim::Rc allocated_;
 };
 
 } // namespace SimTest

@@ -22,8 +22,8 @@ TemporaryFolder::~TemporaryFolder() {
 
 std::string TemporaryFolder::path( const std::string & name ) const { return path_ + "/" + name; }
 
-std::string TemporaryFolder::write( const std::string & name, const std::string & text ) const {
-    std::ofstream( path( name ), std::ios::binary ) << text;
+std::string TemporaryFolder::write( const std::string & name, const std::string & contents ) const {
+    std::ofstream( path( name ), std::ios::binary ) << contents;
     return path( name );
 }
 

@@ -26,7 +26,7 @@ TEST( Registry, HoldsEachRecipeOnce ) {
 TEST( Registry, HoldsWhatTheLibraryExports ) {
     // "Cairn::setEgrTunnelEcnEncap(unsigned int, unsigned int, unsigned int)"
     std::set<std::string> exported;
-    for ( std::string line :
+    for ( const std::string & line :
           ToolTest::lines( Support::contents( SOURCE_TREE "/Cairn/exports.map" ) ) ) {
         const auto scope = line.find( "Cairn::" );
         const auto parenthesis = line.find( '(' );
