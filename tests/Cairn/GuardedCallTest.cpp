@@ -131,9 +131,9 @@ class NotingInterpreterLock final : public Kiln::InterpreterLock {
     NotingSdk & sdk_;
 };
 
-class GuardedCall : public ::testing::Test {
+class GuardedCallTest : public ::testing::Test {
   protected:
-    GuardedCall() {
+    GuardedCallTest() {
         Kiln::activityLock().lock();
         Shim::sdk_ = &sdk;
         Kiln::traceToCallback( [this]( const Kiln::TraceLine & line ) {
@@ -147,7 +147,7 @@ class GuardedCall : public ::testing::Test {
                               std::string( line.text.substr( position.size() ) ) );
         } );
     }
-    ~GuardedCall() override {
+    ~GuardedCallTest() override {
         Kiln::traceToStandardError();
         Kiln::traceOff();
         Shim::sdk_ = nullptr;
@@ -159,23 +159,23 @@ class GuardedCall : public ::testing::Test {
     std::vector<std::string> traced;
 };
 
-using GuardedCallDeathTest = GuardedCall;
+using GuardedCallDeathTest = GuardedCallTest;
 
 constexpr char commitText[] =
     "bcmlt_entry_commit( handle, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL )";
 
-TEST_F( GuardedCall, HookComesFirstThenTheConstantsAndTheOperationWithoutTheLock ) {
+TEST_F( GuardedCallTest, HookComesFirstThenTheConstantsAndTheOperationWithoutTheLock ) {
     GuardTest::commit( 9 );
     EXPECT_EQ( sdk.notes, ( Notes{ "hook+", "priority-", "insert-", "commit-" } ) );
     EXPECT_TRUE( Kiln::activityLock().heldByThisThread() );
 }
 
-TEST_F( GuardedCall, LockKeptVariantHoldsTheLockThroughout ) {
+TEST_F( GuardedCallTest, LockKeptVariantHoldsTheLockThroughout ) {
     GuardTest::commitLockKept( 9 );
     EXPECT_EQ( sdk.notes, ( Notes{ "hook+", "priority+", "insert+", "commit+" } ) );
 }
 
-TEST_F( GuardedCall, UncheckedCallHasNoHookAndKeepsTheResult ) {
+TEST_F( GuardedCallTest, UncheckedCallHasNoHookAndKeepsTheResult ) {
     sdk.rc = -5;
     traceCalls();
     EXPECT_EQ( GuardTest::commitUnchecked( 9 ), -5 );
@@ -183,7 +183,7 @@ TEST_F( GuardedCall, UncheckedCallHasNoHookAndKeepsTheResult ) {
     EXPECT_EQ( traced, ( Notes{ std::string( "commitUnchecked|" ) + commitText + " (rc:-5)" } ) );
 }
 
-TEST_F( GuardedCall, IgnoredCallHasNoHookAndItsLineSaysSo ) {
+TEST_F( GuardedCallTest, IgnoredCallHasNoHookAndItsLineSaysSo ) {
     sdk.rc = -5;
     traceCalls();
     GuardTest::commitIgnored( 9 );
@@ -191,7 +191,7 @@ TEST_F( GuardedCall, IgnoredCallHasNoHookAndItsLineSaysSo ) {
     EXPECT_EQ( traced, ( Notes{ std::string( "commitIgnored|" ) + commitText + " no rc check" } ) );
 }
 
-TEST_F( GuardedCall, PreCallHookRunsOncePerGuardedCallAndNotForUncheckedCalls ) {
+TEST_F( GuardedCallTest, PreCallHookRunsOncePerGuardedCallAndNotForUncheckedCalls ) {
     GuardTest::commit( 9 );
     GuardTest::commitLockKept( 9 );
     GuardTest::bareRc( 0 );
@@ -201,7 +201,7 @@ TEST_F( GuardedCall, PreCallHookRunsOncePerGuardedCallAndNotForUncheckedCalls ) 
     EXPECT_EQ( std::count( sdk.notes.begin(), sdk.notes.end(), "hook+" ), 3 );
 }
 
-TEST_F( GuardedCall, InterpreterLockIsReleasedFirstAndTakenBackLast ) {
+TEST_F( GuardedCallTest, InterpreterLockIsReleasedFirstAndTakenBackLast ) {
     NotingInterpreterLock interpreter( sdk );
     Kiln::setInterpreterLock( &interpreter );
     GuardTest::commit( 9 );
@@ -210,7 +210,7 @@ TEST_F( GuardedCall, InterpreterLockIsReleasedFirstAndTakenBackLast ) {
                                    "commit-", "interpreter taken+" } ) );
 }
 
-TEST_F( GuardedCall, InterpreterLockOfAnotherThreadIsLeftAlone ) {
+TEST_F( GuardedCallTest, InterpreterLockOfAnotherThreadIsLeftAlone ) {
     NotingInterpreterLock interpreter( sdk );
     interpreter.held = false;
     Kiln::setInterpreterLock( &interpreter );
@@ -220,7 +220,7 @@ TEST_F( GuardedCall, InterpreterLockOfAnotherThreadIsLeftAlone ) {
     EXPECT_FALSE( interpreter.held );
 }
 
-TEST_F( GuardedCall, ZeroAndPositiveCodesAreSuccessAndAreTracedAsReturned ) {
+TEST_F( GuardedCallTest, ZeroAndPositiveCodesAreSuccessAndAreTracedAsReturned ) {
     traceCalls();
     for ( const int rc : { 0, 1, 2147483647 } ) {
         traced.clear();
@@ -231,7 +231,7 @@ TEST_F( GuardedCall, ZeroAndPositiveCodesAreSuccessAndAreTracedAsReturned ) {
     }
 }
 
-TEST_F( GuardedCall, SuccessWritesNothingWithLevelFourOff ) {
+TEST_F( GuardedCallTest, SuccessWritesNothingWithLevelFourOff ) {
     Kiln::traceSettings( { { "ApiCairn", 0x3EFu } } );
     GuardTest::commit( 9 );
     GuardTest::commitUnchecked( 9 );
@@ -239,7 +239,7 @@ TEST_F( GuardedCall, SuccessWritesNothingWithLevelFourOff ) {
     EXPECT_TRUE( traced.empty() );
 }
 
-TEST_F( GuardedCall, TheLevelIsReadAfreshAtEachCall ) {
+TEST_F( GuardedCallTest, TheLevelIsReadAfreshAtEachCall ) {
     GuardTest::commit( 9 );
     traceCalls();
     GuardTest::commit( 9 );
@@ -248,14 +248,14 @@ TEST_F( GuardedCall, TheLevelIsReadAfreshAtEachCall ) {
     EXPECT_EQ( traced.size(), 1u );
 }
 
-TEST_F( GuardedCall, BareVariableIsAGuardedCallInFull ) {
+TEST_F( GuardedCallTest, BareVariableIsAGuardedCallInFull ) {
     traceCalls();
     GuardTest::bareRc( 3 );
     EXPECT_EQ( sdk.notes, ( Notes{ "hook+" } ) );
     EXPECT_EQ( traced, ( Notes{ "bareRc|rc (rc:3)" } ) );
 }
 
-TEST_F( GuardedCall, AssertionThatHoldsHasNoHooksAndAsksTheShim ) {
+TEST_F( GuardedCallTest, AssertionThatHoldsHasNoHooksAndAsksTheShim ) {
     GuardTest::assertHandle( 76 );
     EXPECT_EQ( sdk.notes, ( Notes{ "invalid+" } ) );
 }
@@ -269,11 +269,11 @@ class LevelsAtStart : public ::testing::Environment {
 [[maybe_unused]] auto * const levelsAtStart =
     testing::AddGlobalTestEnvironment( new LevelsAtStart );
 
-TEST_F( GuardedCall, CallTraceHandleEnablesNoLevelByItself ) {
+TEST_F( GuardedCallTest, CallTraceHandleEnablesNoLevelByItself ) {
     EXPECT_EQ( LevelsAtStart::mask, 0u );
 }
 
-TEST_F( GuardedCall, DefaultHandleIsMadeOnFirstUseAndStaysTheSame ) {
+TEST_F( GuardedCallTest, DefaultHandleIsMadeOnFirstUseAndStaysTheSame ) {
     auto & handle = Cairn::_defaultTraceHandle();
     EXPECT_EQ( &handle, &Cairn::_defaultTraceHandle() );
     EXPECT_EQ( handle.facility().name(), "CairnLtHelper" );

@@ -12,7 +12,7 @@ using namespace Support;
 
 const Sim::RowId rowZero{ .index = 0, .instance = 0, .port = 0, .key = { 0 } };
 
-class LearnCache : public RecipeTest {
+class LearnCacheTest : public RecipeTest {
   protected:
     /// Puts the row of LEARN_L2_VIEW there, with a key mask of its own.
     void putDataRow( uint64_t learnCache ) {
@@ -28,7 +28,7 @@ class LearnCache : public RecipeTest {
         return chip().value( 0, "LEARN_CACHE_DROP_CONTROL", rowZero, field );
     }
 };
-using LearnCacheDeathTest = LearnCache;
+using LearnCacheDeathTest = LearnCacheTest;
 
 constexpr char dataPretty[] = "void Cairn::setLearnCacheEnabled(uint32_t, bool)";
 constexpr char dropPretty[] = "void Cairn::setLearnCacheDropEnabled(uint32_t, bool)";
@@ -119,21 +119,21 @@ Script dropUpdate() {
         } );
 }
 
-TEST_F( LearnCache, EmptyTableIsLookedUpInVainAndTheRowIsInserted ) {
+TEST_F( LearnCacheTest, EmptyTableIsLookedUpInVainAndTheRowIsInserted ) {
     Cairn::setLearnCacheEnabled( 0, true );
     expectLog( dataInsert() );
     EXPECT_EQ( dataRow( "LEARN_CACHE" ), 1u );
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( LearnCache, EmptyDropTableIsLookedUpInVainAndTheRowIsInserted ) {
+TEST_F( LearnCacheTest, EmptyDropTableIsLookedUpInVainAndTheRowIsInserted ) {
     Cairn::setLearnCacheDropEnabled( 3, false );
     expectLog( dropInsert() );
     EXPECT_EQ( chip().value( 3, "LEARN_CACHE_DROP_CONTROL", rowZero, "LEARN_CACHE" ), 0u );
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( LearnCache, PresentRowIsUpdatedFromOneToZeroWhenDisabled ) {
+TEST_F( LearnCacheTest, PresentRowIsUpdatedFromOneToZeroWhenDisabled ) {
     putDataRow( 1 );
     Cairn::setLearnCacheEnabled( 0, false );
     expectLog( dataUpdate() );
@@ -141,7 +141,7 @@ TEST_F( LearnCache, PresentRowIsUpdatedFromOneToZeroWhenDisabled ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( LearnCache, PresentDropRowIsUpdatedOnTheSecondCall ) {
+TEST_F( LearnCacheTest, PresentDropRowIsUpdatedOnTheSecondCall ) {
     Cairn::setLearnCacheDropEnabled( 0, false );
     EXPECT_EQ( dropRow( "LEARN_CACHE" ), 0u );
     clearLog();
@@ -151,33 +151,33 @@ TEST_F( LearnCache, PresentDropRowIsUpdatedOnTheSecondCall ) {
     EXPECT_EQ( chip().rowCount( 0, "LEARN_CACHE_DROP_CONTROL" ), 1u );
 }
 
-TEST_F( LearnCache, UpdateChangesNothingButLearnCache ) {
+TEST_F( LearnCacheTest, UpdateChangesNothingButLearnCache ) {
     putDataRow( 1 );
     Cairn::setLearnCacheEnabled( 0, false );
     EXPECT_EQ( dataRow( "KEY_MASK" ), 0x1234u );
 }
 
-TEST_F( LearnCache, RowIsNeverDeletedWhenDisabled ) {
+TEST_F( LearnCacheTest, RowIsNeverDeletedWhenDisabled ) {
     Cairn::setLearnCacheEnabled( 0, true );
     Cairn::setLearnCacheEnabled( 0, false );
     EXPECT_EQ( chip().rowCount( 0, "LEARN_CACHE_DATA_CONTROL" ), 1u );
     EXPECT_EQ( dataRow( "LEARN_CACHE" ), 0u );
 }
 
-TEST_F( LearnCache, AnyNegativeLookupCodeLeadsToInsert ) {
+TEST_F( LearnCacheTest, AnyNegativeLookupCodeLeadsToInsert ) {
     inject( "op=commit,rc=-5" );
     Cairn::setLearnCacheEnabled( 0, true );
     expectLog( dataInsert( -5 ) );
 }
 
-TEST_F( LearnCache, AnyPositiveLookupCodeLeadsToUpdate ) {
+TEST_F( LearnCacheTest, AnyPositiveLookupCodeLeadsToUpdate ) {
     putDataRow( 1 );
     inject( "op=commit,rc=7" );
     Cairn::setLearnCacheEnabled( 0, false );
     expectLog( dataUpdate( 7 ) );
 }
 
-TEST_F( LearnCache, InterpreterLockIsReleasedAroundGuardedAndUncheckedCallsAlike ) {
+TEST_F( LearnCacheTest, InterpreterLockIsReleasedAroundGuardedAndUncheckedCallsAlike ) {
     holdInterpreterLock();
     Script script( "setLearnCacheEnabled" );
     script.holdInterpreterLock();
@@ -201,7 +201,7 @@ TEST_F( LearnCache, InterpreterLockIsReleasedAroundGuardedAndUncheckedCallsAlike
     expectLog( script );
 }
 
-TEST_F( LearnCache, NoMessageAndWithoutTheCallTraceNoOutput ) {
+TEST_F( LearnCacheTest, NoMessageAndWithoutTheCallTraceNoOutput ) {
     Cairn::setLearnCacheEnabled( 0, true );
     Cairn::setLearnCacheDropEnabled( 0, true );
     EXPECT_TRUE( logOf( "CairnLtHelper" ).empty() );

@@ -76,7 +76,7 @@ Script memScript() {
     return script;
 }
 
-class LoadBalanceSeed : public RecipeTest {
+class LoadBalanceSeedTest : public RecipeTest {
   protected:
     void useChipWithout( std::initializer_list<const char *> tables ) {
         auto schema = Sim::referenceSchema();
@@ -89,9 +89,9 @@ class LoadBalanceSeed : public RecipeTest {
         return chip().value( 0, table, onlyRow, field, element );
     }
 };
-using LoadBalanceSeedDeathTest = LoadBalanceSeed;
+using LoadBalanceSeedDeathTest = LoadBalanceSeedTest;
 
-TEST_F( LoadBalanceSeed, AllThreeRegistersGetTheSeed ) {
+TEST_F( LoadBalanceSeedTest, AllThreeRegistersGetTheSeed ) {
     setLoadBalanceRandSeedCtrl( 0, 12345 );
     expectLog( ctrlScript() );
     for ( const char * table : { "IPOST_LAG_RAND_NUM_CTRL_0r", "IPOST_LAG_RAND_NUM_CTRL_1r",
@@ -103,7 +103,7 @@ TEST_F( LoadBalanceSeed, AllThreeRegistersGetTheSeed ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( LoadBalanceSeed, AllThreeMemoriesGetTheSeedInTheirFirstElement ) {
+TEST_F( LoadBalanceSeedTest, AllThreeMemoriesGetTheSeedInTheirFirstElement ) {
     setLoadBalanceRandSeedMem( 0, 12345 );
     expectLog( memScript() );
     for ( const char * table : { "IPOST_LAG_RAND_NUM_SEED_0m", "IPOST_LAG_RAND_NUM_SEED_1m",
@@ -114,7 +114,7 @@ TEST_F( LoadBalanceSeed, AllThreeMemoriesGetTheSeedInTheirFirstElement ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( LoadBalanceSeed, MissingSecondRegisterEndsTheRecipeAfterTheFirst ) {
+TEST_F( LoadBalanceSeedTest, MissingSecondRegisterEndsTheRecipeAfterTheFirst ) {
     useChipWithout( { "IPOST_LAG_RAND_NUM_CTRL_1r" } );
     setLoadBalanceRandSeedCtrl( 0, 12345 );
     Script script = ctrlStart();
@@ -127,7 +127,7 @@ TEST_F( LoadBalanceSeed, MissingSecondRegisterEndsTheRecipeAfterTheFirst ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( LoadBalanceSeed, MissingSecondMemoryEndsTheRecipeAfterTheFirst ) {
+TEST_F( LoadBalanceSeedTest, MissingSecondMemoryEndsTheRecipeAfterTheFirst ) {
     useChipWithout( { "IPOST_LAG_RAND_NUM_SEED_1m" } );
     setLoadBalanceRandSeedMem( 0, 12345 );
     Script script = memStart();
@@ -138,7 +138,7 @@ TEST_F( LoadBalanceSeed, MissingSecondMemoryEndsTheRecipeAfterTheFirst ) {
     EXPECT_NE( value( "IPOST_LAG_RAND_NUM_SEED_2m", "SEED" ), 12345u );
 }
 
-TEST_F( LoadBalanceSeed, MissingLastInstanceIsSkippedWithItsNumber ) {
+TEST_F( LoadBalanceSeedTest, MissingLastInstanceIsSkippedWithItsNumber ) {
     useChipWithout( { "IPOST_LAG_RAND_NUM_CTRL_2r", "IPOST_LAG_RAND_NUM_SEED_2m" } );
     setLoadBalanceRandSeedCtrl( 0, 12345 );
     Script ctrl = ctrlStart();
@@ -157,7 +157,7 @@ TEST_F( LoadBalanceSeed, MissingLastInstanceIsSkippedWithItsNumber ) {
     expectLog( mem );
 }
 
-TEST_F( LoadBalanceSeed, ChipWithoutAnyInstanceLeavesTheEntryMessageAndOneSkipMessage ) {
+TEST_F( LoadBalanceSeedTest, ChipWithoutAnyInstanceLeavesTheEntryMessageAndOneSkipMessage ) {
     useChipWithout( { "IPOST_LAG_RAND_NUM_CTRL_0r", "IPOST_LAG_RAND_NUM_CTRL_1r",
                       "IPOST_LAG_RAND_NUM_CTRL_2r", "IPOST_LAG_RAND_NUM_SEED_0m",
                       "IPOST_LAG_RAND_NUM_SEED_1m", "IPOST_LAG_RAND_NUM_SEED_2m" } );
@@ -175,7 +175,7 @@ TEST_F( LoadBalanceSeed, ChipWithoutAnyInstanceLeavesTheEntryMessageAndOneSkipMe
     EXPECT_EQ( chip().failureCount(), 0u );
 }
 
-TEST_F( LoadBalanceSeed, PositiveAllocateCodeCountsAsMissing ) {
+TEST_F( LoadBalanceSeedTest, PositiveAllocateCodeCountsAsMissing ) {
     inject( "op=allocate,table=IPOST_LAG_RAND_NUM_CTRL_1r,rc=3" );
     inject( "op=allocate,table=IPOST_LAG_RAND_NUM_SEED_0m,rc=1" );
     setLoadBalanceRandSeedCtrl( 0, 12345 );
@@ -192,7 +192,7 @@ TEST_F( LoadBalanceSeed, PositiveAllocateCodeCountsAsMissing ) {
     expectLog( mem );
 }
 
-TEST_F( LoadBalanceSeed, PositiveCodeOfTheSeedIsSuccessAndIsTracedTwice ) {
+TEST_F( LoadBalanceSeedTest, PositiveCodeOfTheSeedIsSuccessAndIsTracedTwice ) {
     useChipWithout( { "IPOST_LAG_RAND_NUM_CTRL_1r", "IPOST_LAG_RAND_NUM_SEED_1m" } );
     inject( "op=field_add,rc=9" );
     inject( "op=field_array_add,rc=8" );
@@ -211,7 +211,7 @@ TEST_F( LoadBalanceSeed, PositiveCodeOfTheSeedIsSuccessAndIsTracedTwice ) {
     expectLog( mem );
 }
 
-TEST_F( LoadBalanceSeed, SeedsOfZeroAndOfAllBitsAreWrittenUnchanged ) {
+TEST_F( LoadBalanceSeedTest, SeedsOfZeroAndOfAllBitsAreWrittenUnchanged ) {
     for ( const uint32_t seed : { 0u, 4294967295u } ) {
         clearLog();
         setLoadBalanceRandSeedCtrl( 0, seed );
@@ -232,7 +232,7 @@ TEST_F( LoadBalanceSeed, SeedsOfZeroAndOfAllBitsAreWrittenUnchanged ) {
     }
 }
 
-TEST_F( LoadBalanceSeed, LocksAreReleasedAndTakenBackAroundTheBareCheckOfTheCode ) {
+TEST_F( LoadBalanceSeedTest, LocksAreReleasedAndTakenBackAroundTheBareCheckOfTheCode ) {
     useChipWithout( { "IPOST_LAG_RAND_NUM_CTRL_1r" } );
     holdInterpreterLock();
     Script script( "setLoadBalanceRandSeedCtrl" );
@@ -245,7 +245,7 @@ TEST_F( LoadBalanceSeed, LocksAreReleasedAndTakenBackAroundTheBareCheckOfTheCode
     expectLog( script );
 }
 
-TEST_F( LoadBalanceSeed, LocksAreReleasedAndTakenBackAroundTheBareCheckOfTheMemoriesCode ) {
+TEST_F( LoadBalanceSeedTest, LocksAreReleasedAndTakenBackAroundTheBareCheckOfTheMemoriesCode ) {
     useChipWithout( { "IPOST_LAG_RAND_NUM_SEED_1m" } );
     holdInterpreterLock();
     Script script( "setLoadBalanceRandSeedMem" );
@@ -258,7 +258,7 @@ TEST_F( LoadBalanceSeed, LocksAreReleasedAndTakenBackAroundTheBareCheckOfTheMemo
     expectLog( script );
 }
 
-TEST_F( LoadBalanceSeed, MessagesComeAtLevelTwo ) {
+TEST_F( LoadBalanceSeedTest, MessagesComeAtLevelTwo ) {
     expectMessagesAtTheirLevels( ctrlScript(), [] { setLoadBalanceRandSeedCtrl( 0, 12345 ); } );
     expectMessagesAtTheirLevels( memScript(), [] { setLoadBalanceRandSeedMem( 0, 12345 ); } );
     Script skipped = memStart();

@@ -121,9 +121,9 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-class MacroHygiene : public testing::Test {
+class MacroHygieneTest : public testing::Test {
   protected:
-    MacroHygiene() {
+    MacroHygieneTest() {
         Kiln::activityLock().lock();
         Shim::sdk_ = &chip_;
         Kiln::traceSettings( { { "ApiCairn", 1u << 4 }, { "CairnLtHelper", 1u << 2 } } );
@@ -134,7 +134,7 @@ class MacroHygiene : public testing::Test {
         } );
         HygieneTest::evaluations = 0;
     }
-    ~MacroHygiene() override {
+    ~MacroHygieneTest() override {
         Kiln::traceToStandardError();
         Kiln::traceOff();
         Shim::sdk_ = nullptr;
@@ -145,7 +145,7 @@ class MacroHygiene : public testing::Test {
     Lines lines_;
 };
 
-TEST_F( MacroHygiene, EachIsOneStatementOfABranchAndEvaluatesOnce ) {
+TEST_F( MacroHygieneTest, EachIsOneStatementOfABranchAndEvaluatesOnce ) {
     for ( int which = 0; which < 7; ++which ) {
         HygieneTest::branches( which );
         EXPECT_EQ( HygieneTest::evaluations, static_cast<std::uint32_t>( which ) + 1 );
@@ -155,7 +155,7 @@ TEST_F( MacroHygiene, EachIsOneStatementOfABranchAndEvaluatesOnce ) {
                                 "branches which: 5", "branches which: 6" } ) );
 }
 
-TEST_F( MacroHygiene, EachIsOneStatementOfACaseAndTakesCommas ) {
+TEST_F( MacroHygieneTest, EachIsOneStatementOfACaseAndTakesCommas ) {
     for ( int which = 0; which < 7; ++which ) {
         HygieneTest::cases( which );
         EXPECT_EQ( HygieneTest::evaluations, static_cast<std::uint32_t>( which ) + 1 );
@@ -165,7 +165,7 @@ TEST_F( MacroHygiene, EachIsOneStatementOfACaseAndTakesCommas ) {
                                 "cases sum: 8", "cases sum: 9" } ) );
 }
 
-TEST_F( MacroHygiene, EachIsOneStatementOfALoop ) {
+TEST_F( MacroHygieneTest, EachIsOneStatementOfALoop ) {
     HygieneTest::loops();
     EXPECT_EQ( HygieneTest::evaluations, 14u );
     EXPECT_EQ( lines_,
@@ -175,7 +175,7 @@ TEST_F( MacroHygiene, EachIsOneStatementOfALoop ) {
                         "loops i: 1", "loops i: 0", "loops i: 1" } ) );
 }
 
-TEST_F( MacroHygiene, LocalNamesAreThoseOfTheCaller ) {
+TEST_F( MacroHygieneTest, LocalNamesAreThoseOfTheCaller ) {
     EXPECT_EQ( HygieneTest::hostileNames( 1, 2, 3, 4, 5 ), 10 );
     EXPECT_EQ(
         lines_,
@@ -184,7 +184,7 @@ TEST_F( MacroHygiene, LocalNamesAreThoseOfTheCaller ) {
                  "hostileNames line: 3 level: 8 pieces: 10", "hostileNames 10 9 10 11" } ) );
 }
 
-TEST_F( MacroHygiene, ValuesOfALineThatIsOffAreNotEvaluatedThoseOfAllOthersAre ) {
+TEST_F( MacroHygieneTest, ValuesOfALineThatIsOffAreNotEvaluatedThoseOfAllOthersAre ) {
     Kiln::traceOff();
     for ( int which = 0; which < 7; ++which )
         HygieneTest::branches( which );

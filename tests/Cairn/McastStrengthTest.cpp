@@ -128,15 +128,15 @@ const Script
                     line( 2, "setMcastV6StrengthProfile unit: 3 Skipping for KOVA profile" ),
                 } );
 
-class McastStrength : public RecipeTest {
+class McastStrengthTest : public RecipeTest {
   protected:
     // The first module of the walk is not the one with the lowest number.
     const Cairn::CairnCommonSmData::Ptr state =
         sharedState( { { 3, "beta" }, { 0, "alpha" }, { 7, "gamma" } } );
 };
-using McastStrengthDeathTest = McastStrength;
+using McastStrengthDeathTest = McastStrengthTest;
 
-TEST_F( McastStrength, UnblockedChipGetsNineFieldsInEachTable ) {
+TEST_F( McastStrengthTest, UnblockedChipGetsNineFieldsInEachTable ) {
     setMcastV6StrengthProfile( state );
     expectLog( bothTables( true, true ) );
     for ( const auto & field : chip().schema( 3 )->find( table2 )->fields ) {
@@ -147,7 +147,7 @@ TEST_F( McastStrength, UnblockedChipGetsNineFieldsInEachTable ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( McastStrength, ChipBlockedAt108GetsSixFieldsInEachTable ) {
+TEST_F( McastStrengthTest, ChipBlockedAt108GetsSixFieldsInEachTable ) {
     blockedStages = { threeFieldStage };
     setMcastV6StrengthProfile( state );
     expectLog( bothTables( false, false ) );
@@ -160,13 +160,13 @@ TEST_F( McastStrength, ChipBlockedAt108GetsSixFieldsInEachTable ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( McastStrength, ChipThatIsNeitherBlockedNorUnblockedAt108GetsSixFields ) {
+TEST_F( McastStrengthTest, ChipThatIsNeitherBlockedNorUnblockedAt108GetsSixFields ) {
     neitherStages = { threeFieldStage };
     setMcastV6StrengthProfile( state );
     expectLog( bothTables( false, false ) );
 }
 
-TEST_F( McastStrength, ThreeFieldQuestionIsAskedAfreshForTheSecondTable ) {
+TEST_F( McastStrengthTest, ThreeFieldQuestionIsAskedAfreshForTheSecondTable ) {
     onEntry = [this]( const std::string & entry ) {
         if ( entry.starts_with( "allocate 3 L3_IPV6_MULTICAST_1" ) )
             blockedStages = { threeFieldStage };
@@ -175,7 +175,7 @@ TEST_F( McastStrength, ThreeFieldQuestionIsAskedAfreshForTheSecondTable ) {
     expectLog( bothTables( true, false ) );
 }
 
-TEST_F( McastStrength, SecondTableIsOnlyAllocatedWhenTheFirstEntryIsFree ) {
+TEST_F( McastStrengthTest, SecondTableIsOnlyAllocatedWhenTheFirstEntryIsFree ) {
     setMcastV6StrengthProfile( state );
     std::vector<std::string> outline;
     for ( const auto & entry : log() )
@@ -188,7 +188,7 @@ TEST_F( McastStrength, SecondTableIsOnlyAllocatedWhenTheFirstEntryIsFree ) {
     EXPECT_EQ( outline, expected );
 }
 
-TEST_F( McastStrength, OnlyTheFirstModuleOfTheWalkIsProgrammed ) {
+TEST_F( McastStrengthTest, OnlyTheFirstModuleOfTheWalkIsProgrammed ) {
     setMcastV6StrengthProfile( state );
     EXPECT_EQ( chip().rowCount( 3, table2 ), 1u );
     EXPECT_EQ( chip().rowCount( 0, table2 ), 0u );
@@ -197,7 +197,7 @@ TEST_F( McastStrength, OnlyTheFirstModuleOfTheWalkIsProgrammed ) {
     EXPECT_TRUE( logOf( "isUnblocked alpha" ).empty() );
 }
 
-TEST_F( McastStrength, ChangesOfTheStateWhileTheLockIsGivenUpHaveNoEffect ) {
+TEST_F( McastStrengthTest, ChangesOfTheStateWhileTheLockIsGivenUpHaveNoEffect ) {
     onEntry = [this]( const std::string & entry ) {
         if ( !entry.starts_with( "allocate 3 L3_IPV6_MULTICAST_2" ) )
             return;
@@ -208,13 +208,13 @@ TEST_F( McastStrength, ChangesOfTheStateWhileTheLockIsGivenUpHaveNoEffect ) {
     expectLog( bothTables( true, true ) );
 }
 
-TEST_F( McastStrength, ChipWithTheKovaProfileIsSkippedWithOneLine ) {
+TEST_F( McastStrengthTest, ChipWithTheKovaProfileIsSkippedWithOneLine ) {
     blockedStages = { kovaStage, threeFieldStage };
     setMcastV6StrengthProfile( state );
     expectLog( skipScript );
 }
 
-TEST_F( McastStrength, SkipIsSilentWithLevelTwoOff ) {
+TEST_F( McastStrengthTest, SkipIsSilentWithLevelTwoOff ) {
     blockedStages = { kovaStage };
     Kiln::traceOff();
     testing::internal::CaptureStderr();
@@ -223,7 +223,7 @@ TEST_F( McastStrength, SkipIsSilentWithLevelTwoOff ) {
     EXPECT_EQ( log(), std::vector<std::string>{ "isBlocked beta 55 [held]" } );
 }
 
-TEST_F( McastStrength, UnitIsShownAsAnUnsignedSixteenBitNumber ) {
+TEST_F( McastStrengthTest, UnitIsShownAsAnUnsignedSixteenBitNumber ) {
     blockedStages = { kovaStage };
     setMcastV6StrengthProfile( sharedState( { { 65535, "delta" } } ) );
     EXPECT_EQ( logOf( "CairnLtHelper" ),
@@ -232,7 +232,7 @@ TEST_F( McastStrength, UnitIsShownAsAnUnsignedSixteenBitNumber ) {
                                          "profile [held]" } );
 }
 
-TEST_F( McastStrength, MessagesComeAtLevelTwo ) {
+TEST_F( McastStrengthTest, MessagesComeAtLevelTwo ) {
     expectMessagesAtTheirLevels( bothTables( true, true ),
                                  [this] { setMcastV6StrengthProfile( state ); } );
     blockedStages = { kovaStage };

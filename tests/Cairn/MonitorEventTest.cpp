@@ -55,7 +55,7 @@ Script dropScript( int lookupRc = -25 ) {
         } );
 }
 
-class MonitorEvent : public RecipeTest {
+class MonitorEventTest : public RecipeTest {
   protected:
     std::optional<uint64_t> value( int unit, const char * table, const char * event,
                                    const char * field ) {
@@ -75,9 +75,9 @@ class MonitorEvent : public RecipeTest {
         useSchema( schema );
     }
 };
-using MonitorEventDeathTest = MonitorEvent;
+using MonitorEventDeathTest = MonitorEventTest;
 
-TEST_F( MonitorEvent, TraceEventIsInsertedWithTheCpuActionInFiveGuardedCalls ) {
+TEST_F( MonitorEventTest, TraceEventIsInsertedWithTheCpuActionInFiveGuardedCalls ) {
     Cairn::programMonTraceCpu( 3, "L3_URPF_FAIL" );
     expectLog( traceScript( "L3_URPF_FAIL" ) );
     EXPECT_EQ( logOf( "preCallHook" ).size(), 5u );
@@ -86,7 +86,7 @@ TEST_F( MonitorEvent, TraceEventIsInsertedWithTheCpuActionInFiveGuardedCalls ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( MonitorEvent, OneLineRecipesAreTheTraceRecipeUnderItsNameWithAFixedEvent ) {
+TEST_F( MonitorEventTest, OneLineRecipesAreTheTraceRecipeUnderItsNameWithAFixedEvent ) {
     Cairn::programPacketTraceForTtlError( 3 );
     expectLog( traceScript( "L3_TTL_ERROR" ) );
     clearLog();
@@ -99,7 +99,7 @@ TEST_F( MonitorEvent, OneLineRecipesAreTheTraceRecipeUnderItsNameWithAFixedEvent
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( MonitorEvent, DropEventIsInsertedWithCpuOnAndLoopbackOffInSixGuardedCalls ) {
+TEST_F( MonitorEventTest, DropEventIsInsertedWithCpuOnAndLoopbackOffInSixGuardedCalls ) {
     Cairn::programPacketDropForMtuError( 0 );
     expectLog( dropScript() );
     EXPECT_EQ( logOf( "preCallHook" ).size(), 6u );
@@ -109,19 +109,19 @@ TEST_F( MonitorEvent, DropEventIsInsertedWithCpuOnAndLoopbackOffInSixGuardedCall
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( MonitorEvent, DropEventGoesOnAfterAnyNegativeLookupCodeAndTracesIt ) {
+TEST_F( MonitorEventTest, DropEventGoesOnAfterAnyNegativeLookupCodeAndTracesIt ) {
     inject( "op=commit,rc=-2000000000" );
     Cairn::programPacketDropForMtuError( 0 );
     expectLog( dropScript( -2000000000 ) );
 }
 
-TEST_F( MonitorEvent, NeitherRecipeAsksForTheInvalidHandle ) {
+TEST_F( MonitorEventTest, NeitherRecipeAsksForTheInvalidHandle ) {
     Cairn::programMonTraceCpu( 0, "L3_URPF_FAIL" );
     Cairn::programPacketDropForMtuError( 0 );
     EXPECT_TRUE( logOf( "BCMLT_INVALID_HDL" ).empty() );
 }
 
-TEST_F( MonitorEvent, MessagesComeAtLevelTwo ) {
+TEST_F( MonitorEventTest, MessagesComeAtLevelTwo ) {
     expectMessagesAtTheirLevels( traceScript( "L3_HDR_ERROR" ),
                                  [] { Cairn::programPacketTraceForL3HdrError( 3 ); } );
     expectMessagesAtTheirLevels( dropScript(), [] { Cairn::programPacketDropForMtuError( 0 ); } );

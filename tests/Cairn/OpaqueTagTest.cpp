@@ -10,7 +10,7 @@ using namespace Support;
 
 const Sim::RowId onlyRow;
 
-class OpaqueTag : public RecipeTest {
+class OpaqueTagTest : public RecipeTest {
   protected:
     std::optional<uint64_t> value( const char * table, const char * field ) {
         return chip().value( 0, table, onlyRow, field );
@@ -29,7 +29,7 @@ class OpaqueTag : public RecipeTest {
 
     Sim::Schema schema = Sim::referenceSchema();
 };
-using OpaqueTagDeathTest = OpaqueTag;
+using OpaqueTagDeathTest = OpaqueTagTest;
 
 // The pairs whose recipes take nothing but the unit.
 
@@ -286,7 +286,7 @@ const Script getTaggedScript(
         guarded( R"(bcmlt_entry_free( ent_hdl ))", "free" ),
     } );
 
-TEST_F( OpaqueTag, SettersWriteTheFieldsOfTheirRegisterAndNothingElse ) {
+TEST_F( OpaqueTagTest, SettersWriteTheFieldsOfTheirRegisterAndNothingElse ) {
     for ( const auto * pair : pairs ) {
         SCOPED_TRACE( pair->table );
         clearLog();
@@ -296,7 +296,7 @@ TEST_F( OpaqueTag, SettersWriteTheFieldsOfTheirRegisterAndNothingElse ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( OpaqueTag, GettersReadTheFieldsOfTheirRegisterValidFirst ) {
+TEST_F( OpaqueTagTest, GettersReadTheFieldsOfTheirRegisterValidFirst ) {
     for ( const auto * pair : pairs ) {
         SCOPED_TRACE( pair->table );
         pair->set( 0 );
@@ -307,7 +307,7 @@ TEST_F( OpaqueTag, GettersReadTheFieldsOfTheirRegisterValidFirst ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( OpaqueTag, GetterAfterItsSetterReturns0x8100 ) {
+TEST_F( OpaqueTagTest, GetterAfterItsSetterReturns0x8100 ) {
     for ( const auto * pair : pairs ) {
         SCOPED_TRACE( pair->table );
         pair->set( 3 );
@@ -317,7 +317,7 @@ TEST_F( OpaqueTag, GetterAfterItsSetterReturns0x8100 ) {
     EXPECT_EQ( Cairn::getOpaqueTagIngress( 3, 9 ), 33024 );
 }
 
-TEST_F( OpaqueTag, TagTypeThatIsNotZeroIsTheSecondOfSevenGuardedCalls ) {
+TEST_F( OpaqueTagTest, TagTypeThatIsNotZeroIsTheSecondOfSevenGuardedCalls ) {
     Cairn::setOpaqueTagIngress( 0, 255 );
     expectLog( setTaggedScript );
     EXPECT_EQ( logOf( "preCallHook" ).size(), 7u );
@@ -328,20 +328,20 @@ TEST_F( OpaqueTag, TagTypeThatIsNotZeroIsTheSecondOfSevenGuardedCalls ) {
     EXPECT_EQ( value( taggedTable, "ETHERTYPE" ), 0x8100u );
 }
 
-TEST_F( OpaqueTag, TagTypeOfOneIsWritten ) {
+TEST_F( OpaqueTagTest, TagTypeOfOneIsWritten ) {
     Cairn::setOpaqueTagIngress( 0, 1 );
     EXPECT_EQ( value( taggedTable, "OPAQUE_TAG_TYPE" ), 1u );
     EXPECT_EQ( Cairn::getOpaqueTagIngress( 0, 1 ), 0x8100 );
 }
 
-TEST_F( OpaqueTag, TagTypeOfZeroIsNotWrittenAndLeavesSixGuardedCalls ) {
+TEST_F( OpaqueTagTest, TagTypeOfZeroIsNotWrittenAndLeavesSixGuardedCalls ) {
     Cairn::setOpaqueTagIngress( 3, 0 );
     expectLog( setUntaggedScript );
     EXPECT_EQ( logOf( "preCallHook" ).size(), 6u );
     EXPECT_EQ( logOf( "ApiCairn/4" ).size(), 6u );
 }
 
-TEST_F( OpaqueTag, TagTypeIsReadAndComparedAfterTheTagSize ) {
+TEST_F( OpaqueTagTest, TagTypeIsReadAndComparedAfterTheTagSize ) {
     Cairn::setOpaqueTagIngress( 0, 255 );
     clearLog();
     EXPECT_EQ( Cairn::getOpaqueTagIngress( 0, 255 ), 0x8100 );
@@ -349,14 +349,14 @@ TEST_F( OpaqueTag, TagTypeIsReadAndComparedAfterTheTagSize ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( OpaqueTag, TagTypeOfZeroIsReadToo ) {
+TEST_F( OpaqueTagTest, TagTypeOfZeroIsReadToo ) {
     Cairn::setOpaqueTagIngress( 0, 0 );
     clearLog();
     EXPECT_EQ( Cairn::getOpaqueTagIngress( 0, 0 ), 0x8100 );
     expectLog( getTaggedScript );
 }
 
-TEST_F( OpaqueTag, OnlyTheLowSixteenBitsOfAWiderEthertypeAreReturned ) {
+TEST_F( OpaqueTagTest, OnlyTheLowSixteenBitsOfAWiderEthertypeAreReturned ) {
     setField( "EGR_EPMOD_L2_OPAQUE_TAG_CONFIGr", "ETHERTYPE", 64, 0xFFFF'0001'0000'88A8 );
     setField( "INNER_L2_OPAQUE_TAG_CONFIGr", "ETHERTYPE", 32, 0xABCD'1234 );
     setField( "INNER_L2_OPAQUE_TAG_CONFIGr", "VALID", 1, 1 );
@@ -365,12 +365,12 @@ TEST_F( OpaqueTag, OnlyTheLowSixteenBitsOfAWiderEthertypeAreReturned ) {
     EXPECT_EQ( Cairn::getInnerOpaqueTagIngress( 0 ), 0x1234 );
 }
 
-TEST_F( OpaqueTag, EgressModifierGetterNeverStopsOnAValue ) {
+TEST_F( OpaqueTagTest, EgressModifierGetterNeverStopsOnAValue ) {
     EXPECT_EQ( Cairn::getInnerOpaqueTagEgressEpmod( 0 ), 0xA5A5 );
     expectLog( epmod.getScript );
 }
 
-TEST_F( OpaqueTag, NoRecipeWritesAMessage ) {
+TEST_F( OpaqueTagTest, NoRecipeWritesAMessage ) {
     for ( const auto * pair : pairs ) {
         pair->set( 0 );
         pair->get( 0 );

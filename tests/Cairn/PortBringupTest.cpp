@@ -32,7 +32,7 @@ Sim::RowId portRow( uint64_t portId ) {
     return row;
 }
 
-class PortBringup : public RecipeTest {
+class PortBringupTest : public RecipeTest {
   protected:
     void addCpuPort( uint16_t unit, uint16_t portId ) {
         state->cairnCpuPortToIntf.set( port( unit, portId ), IntfId{ 7000u + portId } );
@@ -55,7 +55,7 @@ class PortBringup : public RecipeTest {
 
     Cairn::CairnCommonSmData::Ptr state = Nacre::make<Cairn::CairnCommonSmData>();
 };
-using PortBringupDeathTest = PortBringup;
+using PortBringupDeathTest = PortBringupTest;
 
 void scriptCpuPort( Script & script, uint32_t unit, uint32_t portId ) {
     const std::string onUnit = "allocate " + std::to_string( unit );
@@ -117,7 +117,7 @@ void scriptLoopbackPort( Script & script, uint32_t unit, uint32_t portId, uint32
 
 // CPU ports
 
-TEST_F( PortBringup, CpuPortIsInsertedIntoBothTablesUnderNamesOfTheShim ) {
+TEST_F( PortBringupTest, CpuPortIsInsertedIntoBothTablesUnderNamesOfTheShim ) {
     addCpuPort( 0, 5 );
     Cairn::cpuPortInit( state );
     Script script( "cpuPortInit" );
@@ -126,7 +126,7 @@ TEST_F( PortBringup, CpuPortIsInsertedIntoBothTablesUnderNamesOfTheShim ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( PortBringup, CpuPortsAreInsertedInTheOrderOfTheMapEachOnItsUnit ) {
+TEST_F( PortBringupTest, CpuPortsAreInsertedInTheOrderOfTheMapEachOnItsUnit ) {
     addCpuPort( 3, 200 );
     addCpuPort( 0, 0 );
     addCpuPort( 0, 65535 );
@@ -141,20 +141,20 @@ TEST_F( PortBringup, CpuPortsAreInsertedInTheOrderOfTheMapEachOnItsUnit ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( PortBringup, CpuPortIsMappedToThePhysicalPortOfTheSameNumber ) {
+TEST_F( PortBringupTest, CpuPortIsMappedToThePhysicalPortOfTheSameNumber ) {
     addCpuPort( 0, 77 );
     addHardware( port( 0, 77 ), 5 ); // not looked at
     Cairn::cpuPortInit( state );
     expectPort( 0, 77, 77 );
 }
 
-TEST_F( PortBringup, CpuPortsHaveNoMessage ) {
+TEST_F( PortBringupTest, CpuPortsHaveNoMessage ) {
     addCpuPort( 0, 5 );
     Cairn::cpuPortInit( state );
     EXPECT_TRUE( logOf( "CairnLtHelper" ).empty() );
 }
 
-TEST_F( PortBringup, EmptyMapsInsertNothingAndLeaveNoCallTrace ) {
+TEST_F( PortBringupTest, EmptyMapsInsertNothingAndLeaveNoCallTrace ) {
     Cairn::cpuPortInit( state );
     EXPECT_TRUE( log().empty() );
     Cairn::lbPortInit( state );
@@ -163,7 +163,7 @@ TEST_F( PortBringup, EmptyMapsInsertNothingAndLeaveNoCallTrace ) {
 
 // Loopback ports
 
-TEST_F( PortBringup, LoopbackPortIsInsertedIntoBothTablesWithItsPhysicalPort ) {
+TEST_F( PortBringupTest, LoopbackPortIsInsertedIntoBothTablesWithItsPhysicalPort ) {
     addLoopback( 100, port( 3, 9 ) );
     addHardware( port( 3, 9 ), 260 );
     Cairn::lbPortInit( state );
@@ -174,7 +174,7 @@ TEST_F( PortBringup, LoopbackPortIsInsertedIntoBothTablesWithItsPhysicalPort ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( PortBringup, LoopbackPortsAreInsertedInTheOrderOfTheMapEachOnItsUnit ) {
+TEST_F( PortBringupTest, LoopbackPortsAreInsertedInTheOrderOfTheMapEachOnItsUnit ) {
     addLoopback( 500, port( 0, 65534 ) );
     addLoopback( 2, port( 3, 1 ) );
     addLoopback( 300, port( 0, 12 ) );
@@ -190,7 +190,7 @@ TEST_F( PortBringup, LoopbackPortsAreInsertedInTheOrderOfTheMapEachOnItsUnit ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( PortBringup, LoopbackPortWithoutHardwarePortGetsPhysicalPortZero ) {
+TEST_F( PortBringupTest, LoopbackPortWithoutHardwarePortGetsPhysicalPortZero ) {
     addLoopback( 100, port( 0, 9 ) );
     addHardware( port( 3, 9 ), 260 ); // another unit's
     Cairn::lbPortInit( state );
@@ -200,7 +200,7 @@ TEST_F( PortBringup, LoopbackPortWithoutHardwarePortGetsPhysicalPortZero ) {
     expectPort( 0, 9, 0 );
 }
 
-TEST_F( PortBringup, SpeedLanesAndEnableAreTheSameForBothKinds ) {
+TEST_F( PortBringupTest, SpeedLanesAndEnableAreTheSameForBothKinds ) {
     addCpuPort( 0, 1 );
     addCpuPort( 0, 1022 );
     addLoopback( 1, port( 0, 2 ) );
@@ -214,7 +214,7 @@ TEST_F( PortBringup, SpeedLanesAndEnableAreTheSameForBothKinds ) {
     EXPECT_EQ( logOf( "add ENABLE" ), std::vector<std::string>( 4, "add ENABLE = 1 [released]" ) );
 }
 
-TEST_F( PortBringup, MapsMayChangeWhileTheLockIsGivenUp ) {
+TEST_F( PortBringupTest, MapsMayChangeWhileTheLockIsGivenUp ) {
     addLoopback( 1, port( 0, 21 ) );
     addLoopback( 2, port( 0, 22 ) );
     addLoopback( 3, port( 0, 23 ) );
@@ -233,7 +233,7 @@ TEST_F( PortBringup, MapsMayChangeWhileTheLockIsGivenUp ) {
     expectLog( script );
 }
 
-TEST_F( PortBringup, LoopbackMessagesComeAtLevelsEightAndNine ) {
+TEST_F( PortBringupTest, LoopbackMessagesComeAtLevelsEightAndNine ) {
     addLoopback( 100, port( 0, 9 ) );
     addLoopback( 101, port( 3, 10 ) );
     Script script( "lbPortInit", { line( 9, "lbPortInit" ) } );
@@ -242,7 +242,7 @@ TEST_F( PortBringup, LoopbackMessagesComeAtLevelsEightAndNine ) {
     expectMessagesAtTheirLevels( script, [this] { Cairn::lbPortInit( state ); } );
 }
 
-TEST_F( PortBringup, NothingIsWrittenWithAllLevelsOff ) {
+TEST_F( PortBringupTest, NothingIsWrittenWithAllLevelsOff ) {
     addCpuPort( 0, 5 );
     addLoopback( 100, port( 0, 9 ) );
     Kiln::traceOff();

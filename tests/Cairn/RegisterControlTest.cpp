@@ -17,7 +17,7 @@ constexpr char eccPretty[] = "void Cairn::enable1BitEccRpt(uint32_t, const char*
 
 const Sim::RowId onlyRow;
 
-class RegisterControl : public RecipeTest {
+class RegisterControlTest : public RecipeTest {
   protected:
     void useChipWithout( std::initializer_list<const char *> tables ) {
         auto schema = Sim::referenceSchema();
@@ -30,7 +30,7 @@ class RegisterControl : public RecipeTest {
         return chip().value( 0, table, row, field, element );
     }
 };
-using RegisterControlDeathTest = RegisterControl;
+using RegisterControlDeathTest = RegisterControlTest;
 
 // Queue scheduler
 
@@ -78,7 +78,7 @@ Sim::RowId pipe( uint32_t instance ) {
 
 constexpr char mmuTable[] = "MMU_QSCH_SPECIAL_CONFIGr";
 
-TEST_F( RegisterControl, MmuConfigWithoutTheFlagIsSixCallsThatNeverNameThdoInfo ) {
+TEST_F( RegisterControlTest, MmuConfigWithoutTheFlagIsSixCallsThatNeverNameThdoInfo ) {
     Cairn::mmuSpecialConfigInitPipe( 0, 5, false );
     expectLog( mmuScript );
     EXPECT_EQ( logOf( "preCallHook" ).size(), 6u );
@@ -87,7 +87,7 @@ TEST_F( RegisterControl, MmuConfigWithoutTheFlagIsSixCallsThatNeverNameThdoInfo 
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( RegisterControl, MmuConfigWithTheFlagIsSevenCallsAndClearsThdoInfo ) {
+TEST_F( RegisterControlTest, MmuConfigWithTheFlagIsSevenCallsAndClearsThdoInfo ) {
     Cairn::mmuSpecialConfigInitPipe( 0, 5, true );
     expectLog( mmuThdoScript );
     EXPECT_EQ( logOf( "preCallHook" ).size(), 7u );
@@ -95,14 +95,14 @@ TEST_F( RegisterControl, MmuConfigWithTheFlagIsSevenCallsAndClearsThdoInfo ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( RegisterControl, MmuConfigKeepsOtherFieldsAndOtherPipes ) {
+TEST_F( RegisterControlTest, MmuConfigKeepsOtherFieldsAndOtherPipes ) {
     Cairn::mmuSpecialConfigInitPipe( 0, 5, true );
     EXPECT_EQ( value( mmuTable, "REFRESH_TIMER", pipe( 5 ) ), 0xA5u );
     EXPECT_EQ( value( mmuTable, "ENABLE_THDO_INFO", pipe( 4 ) ), 1u );
     EXPECT_EQ( chip().rowCount( 0, mmuTable ), 1u );
 }
 
-TEST_F( RegisterControl, MmuConfigIsNeverSwitchedBackOn ) {
+TEST_F( RegisterControlTest, MmuConfigIsNeverSwitchedBackOn ) {
     Cairn::mmuSpecialConfigInitPipe( 0, 5, true );
     Cairn::mmuSpecialConfigInitPipe( 0, 5, false );
     EXPECT_EQ( value( mmuTable, "ENABLE_THDO_INFO", pipe( 5 ) ), 0u );
@@ -127,7 +127,7 @@ const Script bitmapScript(
         guarded( R"(bcmlt_entry_free( IngEnEfilterBitmapEntry ))", "free" ),
     } );
 
-TEST_F( RegisterControl, BitmapWordsAreClearedInRowZeroAndTheOthersStay ) {
+TEST_F( RegisterControlTest, BitmapWordsAreClearedInRowZeroAndTheOthersStay ) {
     Cairn::resetIngEnEfilterBitMap( 0, 128 );
     expectLog( bitmapScript );
     for ( uint32_t word = 0; word < 64; ++word )
@@ -138,7 +138,7 @@ TEST_F( RegisterControl, BitmapWordsAreClearedInRowZeroAndTheOthersStay ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( RegisterControl, BitmapBitsBecomeWholeWordsOf64Bits ) {
+TEST_F( RegisterControlTest, BitmapBitsBecomeWholeWordsOf64Bits ) {
     const struct {
         uint32_t bits;
         const char * operation;
@@ -158,7 +158,7 @@ TEST_F( RegisterControl, BitmapBitsBecomeWholeWordsOf64Bits ) {
     }
 }
 
-TEST_F( RegisterControl, LargestBitmapIsCleared ) {
+TEST_F( RegisterControlTest, LargestBitmapIsCleared ) {
     Cairn::resetIngEnEfilterBitMap( 0, 4096 );
     const auto arrays = logOf( "array BITMAP[0] = 0 0 0 " );
     ASSERT_EQ( arrays.size(), 1u );
@@ -167,7 +167,7 @@ TEST_F( RegisterControl, LargestBitmapIsCleared ) {
         EXPECT_EQ( value( "ING_EN_EFILTER_BITMAPm", "BITMAP", onlyRow, word ), 0u ) << word;
 }
 
-TEST_F( RegisterControl, WordsOfTheBitmapAreCountedIn32Bits ) {
+TEST_F( RegisterControlTest, WordsOfTheBitmapAreCountedIn32Bits ) {
     // The sum wraps to 62 bits, which are no word.
     Cairn::resetIngEnEfilterBitMap( 0, 4294967295u );
     EXPECT_EQ( logOf( "array" ),
@@ -215,7 +215,7 @@ Script hashScript() {
     return script;
 }
 
-TEST_F( RegisterControl, RobustHashIsSwitchedOffInAllFiveMemories ) {
+TEST_F( RegisterControlTest, RobustHashIsSwitchedOffInAllFiveMemories ) {
     Cairn::setEmRobustHashDisable( 0 );
     expectLog( hashScript() );
     for ( const char * table : { "EFTA30_E2T_00_HASH_CONTROLm", "EFTA30_E2T_01_HASH_CONTROLm",
@@ -227,7 +227,7 @@ TEST_F( RegisterControl, RobustHashIsSwitchedOffInAllFiveMemories ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( RegisterControl, ChipWithoutTheFirstTwoHashMemoriesGetsTheLastThreeSilently ) {
+TEST_F( RegisterControlTest, ChipWithoutTheFirstTwoHashMemoriesGetsTheLastThreeSilently ) {
     useChipWithout( { "EFTA30_E2T_00_HASH_CONTROLm", "EFTA30_E2T_01_HASH_CONTROLm" } );
     Cairn::setEmRobustHashDisable( 0 );
     Script script = hashStart();
@@ -242,7 +242,7 @@ TEST_F( RegisterControl, ChipWithoutTheFirstTwoHashMemoriesGetsTheLastThreeSilen
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( RegisterControl, MissingMiddleAndLastHashMemoriesAreSkipped ) {
+TEST_F( RegisterControlTest, MissingMiddleAndLastHashMemoriesAreSkipped ) {
     useChipWithout( { "IFTA30_E2T_00_HASH_CONTROLm", "IFTA40_E2T_01_HASH_CONTROLm" } );
     Cairn::setEmRobustHashDisable( 0 );
     Script script = hashStart();
@@ -254,7 +254,7 @@ TEST_F( RegisterControl, MissingMiddleAndLastHashMemoriesAreSkipped ) {
     expectLog( script );
 }
 
-TEST_F( RegisterControl, ChipWithoutHashMemoriesLeavesTheEntryMessageOnly ) {
+TEST_F( RegisterControlTest, ChipWithoutHashMemoriesLeavesTheEntryMessageOnly ) {
     inject( "op=allocate,rc=-3,always" );
     Cairn::setEmRobustHashDisable( 0 );
     Script script = hashStart();
@@ -266,7 +266,7 @@ TEST_F( RegisterControl, ChipWithoutHashMemoriesLeavesTheEntryMessageOnly ) {
     expectLog( script );
 }
 
-TEST_F( RegisterControl, PositiveAllocateCodeSkipsAHashMemoryToo ) {
+TEST_F( RegisterControlTest, PositiveAllocateCodeSkipsAHashMemoryToo ) {
     inject( "op=allocate,rc=2,at=4" );
     Cairn::setEmRobustHashDisable( 0 );
     Script script = hashStart();
@@ -309,21 +309,21 @@ const Script egressScript(
         guarded( R"(bcmlt_entry_free( ent_hdl ))", "free" ),
     } );
 
-TEST_F( RegisterControl, IngressFlexCountersEnableAllActionsOf32BitsButTheFirst ) {
+TEST_F( RegisterControlTest, IngressFlexCountersEnableAllActionsOf32BitsButTheFirst ) {
     Cairn::setFlexctrIngressCounterActionEnable( 0 );
     expectLog( ingressScript );
     EXPECT_EQ( value( "FLEX_CTR_ING_COUNTER_ACTION_ENABLEr", "BITMAP" ), 0xFFFFFFFEu );
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( RegisterControl, EgressFlexCountersEnableAllActionsOf16BitsButTheFirst ) {
+TEST_F( RegisterControlTest, EgressFlexCountersEnableAllActionsOf16BitsButTheFirst ) {
     Cairn::setFlexctrEgressCounterActionEnable( 0 );
     expectLog( egressScript );
     EXPECT_EQ( value( "FLEX_CTR_EGR_COUNTER_ACTION_ENABLEr", "BITMAP" ), 0xFFFEu );
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( RegisterControl, FlexCounterRegistersAreReplacedWhole ) {
+TEST_F( RegisterControlTest, FlexCounterRegistersAreReplacedWhole ) {
     auto schema = Sim::referenceSchema();
     for ( const char * table :
           { "FLEX_CTR_ING_COUNTER_ACTION_ENABLEr", "FLEX_CTR_EGR_COUNTER_ACTION_ENABLEr" } ) {
@@ -364,7 +364,7 @@ Script eccScript( const char * enable, const char * operation ) {
         } );
 }
 
-class EccReport : public RegisterControl {
+class EccReportTest : public RegisterControlTest {
   protected:
     std::optional<uint64_t> report( const char * memory, const char * field ) {
         Sim::RowId row;
@@ -378,7 +378,7 @@ class EccReport : public RegisterControl {
     }
 };
 
-TEST_F( EccReport, ReportIsSwitchedOnForTheNamedMemoryOnly ) {
+TEST_F( EccReportTest, ReportIsSwitchedOnForTheNamedMemoryOnly ) {
     Cairn::enable1BitEccRpt( 0, "ING_TUNNEL_ECN_DECAPm", true );
     expectLog( eccScript( "true", "add REPORT_SINGLE_BIT_ECC = 1" ) );
     EXPECT_EQ( report( "ING_TUNNEL_ECN_DECAPm", "REPORT_SINGLE_BIT_ECC" ), 1u );
@@ -387,7 +387,7 @@ TEST_F( EccReport, ReportIsSwitchedOnForTheNamedMemoryOnly ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( EccReport, ReportIsSwitchedOffWithAnUpdateToZero ) {
+TEST_F( EccReportTest, ReportIsSwitchedOffWithAnUpdateToZero ) {
     Cairn::enable1BitEccRpt( 0, "ING_TUNNEL_ECN_DECAPm", true );
     clearLog();
     Cairn::enable1BitEccRpt( 0, "ING_TUNNEL_ECN_DECAPm", false );
@@ -397,7 +397,7 @@ TEST_F( EccReport, ReportIsSwitchedOffWithAnUpdateToZero ) {
 
 // Messages
 
-TEST_F( RegisterControl, MessagesComeAtLevelTwo ) {
+TEST_F( RegisterControlTest, MessagesComeAtLevelTwo ) {
     expectMessagesAtTheirLevels( hashScript(), [] { Cairn::setEmRobustHashDisable( 0 ); } );
     expectMessagesAtTheirLevels( ingressScript,
                                  [] { Cairn::setFlexctrIngressCounterActionEnable( 0 ); } );

@@ -64,9 +64,9 @@ std::map<uint32_t, std::vector<std::string>> piecesOf( const std::string & path 
     return sites;
 }
 
-class RingRecord : public RecipeTest {
+class RingRecordTest : public RecipeTest {
   protected:
-    RingRecord() {
+    RingRecordTest() {
         Fleetlog::openDefault( { .directory = directory_.path(),
                                  .ringBytes = 1 << 16,
                                  .descriptorBytes = 1 << 14,
@@ -76,7 +76,7 @@ class RingRecord : public RecipeTest {
         profile->addFeature( Nacre::make<CairnCentral::CairnChipAttributes>( false ) );
         CairnProfile::setActiveChipProfile( chipInfo, profile );
     }
-    ~RingRecord() override { Fleetlog::closeDefault(); }
+    ~RingRecordTest() override { Fleetlog::closeDefault(); }
 
     /// What was written to the ring since the last call.
     std::vector<Message> newMessages() {
@@ -120,7 +120,7 @@ class RingRecord : public RecipeTest {
     std::unique_ptr<TraceReader::File> file_;
 };
 
-TEST_F( RingRecord, SystemPortMessages ) {
+TEST_F( RingRecordTest, SystemPortMessages ) {
     expectMessages(
         [&] { Cairn::programL2IfIngSystemPortTable( chipInfo, 3, 65539, 5, 128, 65535, true ); },
         { { "iiiisb",
@@ -137,7 +137,7 @@ TEST_F( RingRecord, SystemPortMessages ) {
             { "773", "3", "65539", "5", "65535", "1" } } } );
 }
 
-TEST_F( RingRecord, SystemPortMessagesOfAnAbsentMapping ) {
+TEST_F( RingRecordTest, SystemPortMessagesOfAnAbsentMapping ) {
     expectMessages(
         [&] { Cairn::programL2IfIngSystemPortTable( chipInfo, 3, 4, 65542, 128, 7, false ); },
         { { "iiiisb",
@@ -160,7 +160,7 @@ TEST_F( RingRecord, SystemPortMessagesOfAnAbsentMapping ) {
             { "1030", "3", "65542" } } } );
 }
 
-TEST_F( RingRecord, SystemDestinationMessages ) {
+TEST_F( RingRecordTest, SystemDestinationMessages ) {
     expectMessages(
         [&] {
             Cairn::programL2EifSystemDestinationTable( chipInfo, 3, 4, 5, 128, 65535, false, true );
@@ -191,7 +191,7 @@ TEST_F( RingRecord, SystemDestinationMessages ) {
             { "3", "6", "4", "100", "1", "1" } } } );
 }
 
-TEST_F( RingRecord, SystemDestinationMessagesOfAnAbsentDestination ) {
+TEST_F( RingRecordTest, SystemDestinationMessagesOfAnAbsentDestination ) {
     expectMessages(
         [&] {
             Cairn::programL2EifSystemDestinationTable( chipInfo, 0, 4, 5, 128, 101, true, false );
@@ -219,7 +219,7 @@ TEST_F( RingRecord, SystemDestinationMessagesOfAnAbsentDestination ) {
             { "65535" } } } );
 }
 
-TEST_F( RingRecord, StrengthProfileMessages ) {
+TEST_F( RingRecordTest, StrengthProfileMessages ) {
     const struct {
         const char * name;
         void ( *set )( uint32_t );
@@ -238,7 +238,7 @@ TEST_F( RingRecord, StrengthProfileMessages ) {
                             { "3", "HANDLE" } } } );
 }
 
-TEST_F( RingRecord, MulticastStrengthMessages ) {
+TEST_F( RingRecordTest, MulticastStrengthMessages ) {
     expectMessages(
         [&] {
             Cairn::setMcastV6StrengthProfile( sharedState( { { 3, "alpha" } } ) );
@@ -251,7 +251,7 @@ TEST_F( RingRecord, MulticastStrengthMessages ) {
             { "3", "HANDLE" } } } );
 }
 
-TEST_F( RingRecord, MonitorEventMessages ) {
+TEST_F( RingRecordTest, MonitorEventMessages ) {
     expectMessages( [] { Cairn::programMonTraceCpu( 3, "L3_URPF_FAIL" ); },
                     { { "ip",
                         { "programMonTraceCpu", " unit: ", "%s", " errorType: ", "%s" },
@@ -264,7 +264,7 @@ TEST_F( RingRecord, MonitorEventMessages ) {
                     { { "i", { "programPacketDropForMtuError", " unit: ", "%s" }, { "3" } } } );
 }
 
-TEST_F( RingRecord, LoadBalanceSeedMessages ) {
+TEST_F( RingRecordTest, LoadBalanceSeedMessages ) {
     expectMessages( [] { Cairn::setLoadBalanceRandSeedCtrl( 0, 4294967295u ); },
                     { { "ii",
                         { "setLoadBalanceRandSeedCtrl", " unit: ", "%s", " seed: ", "%s" },
@@ -285,7 +285,7 @@ TEST_F( RingRecord, LoadBalanceSeedMessages ) {
           { "i", { "setLoadBalanceRandSeedMem", " skipping register ", "%s" }, { "1" } } } );
 }
 
-TEST_F( RingRecord, RegisterControlMessages ) {
+TEST_F( RingRecordTest, RegisterControlMessages ) {
     expectMessages( [] { Cairn::setEmRobustHashDisable( 3 ); },
                     { { "i", { "setEmRobustHashDisable", " unit: ", "%s" }, { "3" } } } );
     expectMessages(
@@ -301,7 +301,7 @@ TEST_F( RingRecord, RegisterControlMessages ) {
                         { "3", "HANDLE", "ING_TUNNEL_ECN_DECAPm", "1" } } } );
 }
 
-TEST_F( RingRecord, VlanXlateMissMessage ) {
+TEST_F( RingRecordTest, VlanXlateMissMessage ) {
     blockedStages = { 106 };
     expectMessages(
         [&] {
@@ -310,7 +310,7 @@ TEST_F( RingRecord, VlanXlateMissMessage ) {
         { { "s", { "setVlanXlateMissDrop", " unit: ", "%s" }, { "3" } } } );
 }
 
-TEST_F( RingRecord, RecordsAreWrittenWithAllLevelsOff ) {
+TEST_F( RingRecordTest, RecordsAreWrittenWithAllLevelsOff ) {
     Kiln::traceOff();
     clearLog();
     expectMessages( [] { Cairn::setEmRobustHashDisable( 3 ); },
@@ -318,7 +318,7 @@ TEST_F( RingRecord, RecordsAreWrittenWithAllLevelsOff ) {
     EXPECT_TRUE( logOf( "CairnLtHelper" ).empty() );
 }
 
-TEST_F( RingRecord, PlainLinesHaveNoRecord ) {
+TEST_F( RingRecordTest, PlainLinesHaveNoRecord ) {
     blockedStages = { 55 };
     auto loopback = sharedState( {} );
     loopback->cairnInternalRecircIntfToPort.set( Netbase::IntfId{ 7 },
@@ -340,7 +340,7 @@ TEST_F( RingRecord, PlainLinesHaveNoRecord ) {
     EXPECT_EQ( logOf( "CairnLtHelper/9" ).size(), 1u );
 }
 
-TEST_F( RingRecord, RecipesWithoutMessagesLeaveNoRecord ) {
+TEST_F( RingRecordTest, RecipesWithoutMessagesLeaveNoRecord ) {
     auto cpu = sharedState( {} );
     cpu->cairnCpuPortToIntf.set( CairnTypes::CairnPort{ 1, 0, 5, 0 }, Netbase::IntfId{ 7 } );
     expectMessages(
@@ -360,7 +360,7 @@ TEST_F( RingRecord, RecipesWithoutMessagesLeaveNoRecord ) {
         {} );
 }
 
-TEST_F( RingRecord, RecordIsInTheRingBeforeTheLineIsWritten ) {
+TEST_F( RingRecordTest, RecordIsInTheRingBeforeTheLineIsWritten ) {
     std::vector<size_t> recordsAtLine;
     size_t records = 0;
     Kiln::traceToCallback( [&]( const Kiln::TraceLine & line ) {

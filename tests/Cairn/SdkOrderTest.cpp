@@ -20,7 +20,7 @@ size_t place( Operation operation ) {
     return ( std::bit_cast<MemberPointer>( operation ).offsetPlusOne - 1 ) / sizeof( void * ) + 1;
 }
 
-TEST( SdkOrder, OperationsStandInTheDocumentedOrder ) {
+TEST( SdkOrderTest, OperationsStandInTheDocumentedOrder ) {
     using Shim::Sdk;
     EXPECT_EQ( place( &Sdk::errmsg ), 1u );
     EXPECT_EQ( place( &Sdk::BCMLT_ENT_ATTR_GET_FROM_HW ), 2u );

@@ -216,9 +216,9 @@ TEST_F( SignatureDeathTest, EachRecipeStopsUnderItsOwnSignature ) {
 
 // Source lines: every recipe and branch is run, and where its lines came from is written down.
 
-class SourceLine : public RecipeTest {
+class SourceLineTest : public RecipeTest {
   protected:
-    SourceLine() {
+    SourceLineTest() {
         auto profile = Nacre::make<Asic::ChipProfile>();
         profile->addFeature( Nacre::make<CairnCentral::CairnChipAttributes>( true ) );
         CairnProfile::setActiveChipProfile( chipInfo, profile );
@@ -292,7 +292,7 @@ class SourceLine : public RecipeTest {
     std::map<int, std::set<std::string>> sites;
 };
 
-TEST_F( SourceLine, LinesArePositiveAndIncreaseWithinARecipe ) {
+TEST_F( SourceLineTest, LinesArePositiveAndIncreaseWithinARecipe ) {
     size_t repeated = 0;
     runAll( [&] {
         ASSERT_FALSE( lines.empty() );
@@ -310,7 +310,7 @@ TEST_F( SourceLine, LinesArePositiveAndIncreaseWithinARecipe ) {
     EXPECT_EQ( repeated, 3u );
 }
 
-TEST_F( SourceLine, NoTwoCallsOrMessagesOfTheLibraryShareALine ) {
+TEST_F( SourceLineTest, NoTwoCallsOrMessagesOfTheLibraryShareALine ) {
     runAll( [] {} );
     EXPECT_EQ( sites.size(), 317u ); // all calls and messages of the 47 recipes
     for ( const auto & [line, texts] : sites )

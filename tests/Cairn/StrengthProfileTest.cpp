@@ -187,7 +187,7 @@ const Profile underlayNextHop{
 const Profile * const profiles[] = { &defip128, &egressInterface, &overlayNextHop, &egressTunnel,
                                      &underlayNextHop };
 
-class StrengthProfile : public RecipeTest {
+class StrengthProfileTest : public RecipeTest {
   protected:
     std::optional<uint64_t> value( int unit, const Profile & profile, const std::string & field ) {
         Sim::RowId row;
@@ -195,9 +195,9 @@ class StrengthProfile : public RecipeTest {
         return chip().value( unit, profile.table, row, field );
     }
 };
-using StrengthProfileDeathTest = StrengthProfile;
+using StrengthProfileDeathTest = StrengthProfileTest;
 
-TEST_F( StrengthProfile, FreshUnitGetsAllocateMessageFieldsInsertAndFreeAndNothingElse ) {
+TEST_F( StrengthProfileTest, FreshUnitGetsAllocateMessageFieldsInsertAndFreeAndNothingElse ) {
     for ( const auto * profile : profiles ) {
         SCOPED_TRACE( profile->table );
         clearLog();
@@ -207,7 +207,7 @@ TEST_F( StrengthProfile, FreshUnitGetsAllocateMessageFieldsInsertAndFreeAndNothi
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( StrengthProfile, RowHoldsItsStrengthsAndTheOtherFieldsTheirReset ) {
+TEST_F( StrengthProfileTest, RowHoldsItsStrengthsAndTheOtherFieldsTheirReset ) {
     for ( const auto * profile : profiles ) {
         SCOPED_TRACE( profile->table );
         profile->set( 3 );
@@ -225,7 +225,7 @@ TEST_F( StrengthProfile, RowHoldsItsStrengthsAndTheOtherFieldsTheirReset ) {
     }
 }
 
-TEST_F( StrengthProfile, RouteProfileCarriesNoKeyAndFourInAllSevenFields ) {
+TEST_F( StrengthProfileTest, RouteProfileCarriesNoKeyAndFourInAllSevenFields ) {
     Cairn::setDefip128StrengthProfile( 0 );
     const auto adds = logOf( "add " );
     ASSERT_EQ( adds.size(), 7u );
@@ -233,7 +233,7 @@ TEST_F( StrengthProfile, RouteProfileCarriesNoKeyAndFourInAllSevenFields ) {
         EXPECT_TRUE( add.ends_with( "_STRENGTH = 4 [released]" ) ) << add;
 }
 
-TEST_F( StrengthProfile, UnderlayWritesSevenTwiceAndOverlaySixWithoutADestination ) {
+TEST_F( StrengthProfileTest, UnderlayWritesSevenTwiceAndOverlaySixWithoutADestination ) {
     Cairn::setL3TnlUnderlayIngNhStrengthProfile( 0 );
     EXPECT_EQ( value( 0, underlayNextHop, "L2MC_L3MC_L2_OIF_SYS_DST_VALID_STRENGTH" ), 7u );
     EXPECT_EQ( value( 0, underlayNextHop, "DESTINATION_STRENGTH" ), 7u );
@@ -243,7 +243,7 @@ TEST_F( StrengthProfile, UnderlayWritesSevenTwiceAndOverlaySixWithoutADestinatio
     EXPECT_TRUE( logOf( "add DESTINATION_STRENGTH" ).empty() );
 }
 
-TEST_F( StrengthProfile, TunnelIndexAndSequenceNumberShareFiveAndTheObjectSelectorHasTwo ) {
+TEST_F( StrengthProfileTest, TunnelIndexAndSequenceNumberShareFiveAndTheObjectSelectorHasTwo ) {
     Cairn::setL3TnlOverlayEgrL3Oif1StrengthProfile( 0 );
     Cairn::setL3TnlOverlayEgrIpTnlStrengthProfile( 0 );
     EXPECT_EQ( value( 0, egressInterface, "TUNNEL_IDX_STR" ), 5u );
@@ -251,7 +251,7 @@ TEST_F( StrengthProfile, TunnelIndexAndSequenceNumberShareFiveAndTheObjectSelect
     EXPECT_EQ( value( 0, egressInterface, "OBJ_TABLE_SEL_1" ), 2u );
 }
 
-TEST_F( StrengthProfile, NoTableIsReadBeforeItIsWritten ) {
+TEST_F( StrengthProfileTest, NoTableIsReadBeforeItIsWritten ) {
     for ( const auto * profile : profiles )
         profile->set( 0 );
     EXPECT_TRUE( logOf( "commit BCMLT_OPCODE_LOOKUP" ).empty() );
@@ -259,7 +259,7 @@ TEST_F( StrengthProfile, NoTableIsReadBeforeItIsWritten ) {
     EXPECT_EQ( logOf( "commit " ).size(), 5u );
 }
 
-TEST_F( StrengthProfile, MessageShowsTheUnitAndTheHandleJustAllocated ) {
+TEST_F( StrengthProfileTest, MessageShowsTheUnitAndTheHandleJustAllocated ) {
     // The second handle is not the first one.
     const uint32_t units[] = { 0, 3 };
     for ( const uint32_t unit : units ) {
@@ -273,7 +273,7 @@ TEST_F( StrengthProfile, MessageShowsTheUnitAndTheHandleJustAllocated ) {
     }
 }
 
-TEST_F( StrengthProfile, MessagesComeAtLevelTwo ) {
+TEST_F( StrengthProfileTest, MessagesComeAtLevelTwo ) {
     for ( const auto * profile : profiles )
         expectMessagesAtTheirLevels( profile->script, [&] { profile->set( 0 ); } );
 }

@@ -23,7 +23,7 @@ constexpr char table[] = "L2_EIF_SYSTEM_DESTINATION";
 
 // All scripts are of interface 100. The port is port 5 of module 3 with 128 ports a module: system
 // port 773. The trunk is trunk 44, given with the same module.
-class SystemDestination : public RecipeTest {
+class SystemDestinationTest : public RecipeTest {
   protected:
     void programPort( bool op ) {
         programL2EifSystemDestinationTable( chipInfo, 0, 3, 5, 128, 100, false, op );
@@ -52,7 +52,7 @@ class SystemDestination : public RecipeTest {
 
     const CairnCentral::ChipInfo chipInfo{ "alpha", 1, 2, 3 };
 };
-using SystemDestinationDeathTest = SystemDestination;
+using SystemDestinationDeathTest = SystemDestinationTest;
 
 Script programStart( const char * message, int lookupRc ) {
     return Script( "programL2EifSystemDestinationTable" )
@@ -220,7 +220,7 @@ Script verifyAbsentScript() {
 
 // Programming
 
-TEST_F( SystemDestination, PortDestinationIsInsertedWithItsSystemPortOnly ) {
+TEST_F( SystemDestinationTest, PortDestinationIsInsertedWithItsSystemPortOnly ) {
     programPort( true );
     expectLog( insertPortScript() );
     EXPECT_EQ( field( "SYSTEM_PORT" ), 773u );
@@ -228,7 +228,7 @@ TEST_F( SystemDestination, PortDestinationIsInsertedWithItsSystemPortOnly ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( SystemDestination, PortDestinationThatIsThereIsUpdatedAndKeepsIsTrunk ) {
+TEST_F( SystemDestinationTest, PortDestinationThatIsThereIsUpdatedAndKeepsIsTrunk ) {
     putTrunk( 1, 44 );
     programPort( true );
     expectLog( updatePortScript() );
@@ -237,7 +237,7 @@ TEST_F( SystemDestination, PortDestinationThatIsThereIsUpdatedAndKeepsIsTrunk ) 
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( SystemDestination, TrunkDestinationIsInsertedWithIsTrunkAndTrunkId ) {
+TEST_F( SystemDestinationTest, TrunkDestinationIsInsertedWithIsTrunkAndTrunkId ) {
     programTrunk( true );
     expectLog( insertTrunkScript() );
     EXPECT_EQ( field( "IS_TRUNK" ), 1u );
@@ -246,7 +246,7 @@ TEST_F( SystemDestination, TrunkDestinationIsInsertedWithIsTrunkAndTrunkId ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( SystemDestination, TrunkDestinationThatIsThereIsUpdated ) {
+TEST_F( SystemDestinationTest, TrunkDestinationThatIsThereIsUpdated ) {
     putPort();
     programTrunk( true );
     expectLog( updateTrunkScript() );
@@ -255,7 +255,7 @@ TEST_F( SystemDestination, TrunkDestinationThatIsThereIsUpdated ) {
     EXPECT_EQ( field( "SYSTEM_PORT" ), 773u );
 }
 
-TEST_F( SystemDestination, AnyNegativeLookupCodeMeansInsertAndAnyOtherUpdate ) {
+TEST_F( SystemDestinationTest, AnyNegativeLookupCodeMeansInsertAndAnyOtherUpdate ) {
     inject( "op=commit,rc=-9,at=1" );
     inject( "op=commit,rc=4,at=3" );
     programPort( true );
@@ -265,7 +265,7 @@ TEST_F( SystemDestination, AnyNegativeLookupCodeMeansInsertAndAnyOtherUpdate ) {
     expectLog( updatePortScript( 4 ) );
 }
 
-TEST_F( SystemDestination, DeletingRemovesTheDestination ) {
+TEST_F( SystemDestinationTest, DeletingRemovesTheDestination ) {
     putPort();
     programPort( false );
     expectLog( deleteScript() );
@@ -273,7 +273,7 @@ TEST_F( SystemDestination, DeletingRemovesTheDestination ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( SystemDestination, DeletingAnAbsentDestinationWritesAMessageAndCommitsNothing ) {
+TEST_F( SystemDestinationTest, DeletingAnAbsentDestinationWritesAMessageAndCommitsNothing ) {
     programPort( false );
     expectLog( deleteAbsentScript() );
     EXPECT_EQ( logOf( "commit" ),
@@ -281,7 +281,7 @@ TEST_F( SystemDestination, DeletingAnAbsentDestinationWritesAMessageAndCommitsNo
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( SystemDestination, PositiveLookupCodeMeansThatTheDestinationIsThere ) {
+TEST_F( SystemDestinationTest, PositiveLookupCodeMeansThatTheDestinationIsThere ) {
     putPort();
     inject( "op=commit,rc=4,always" );
     EXPECT_TRUE( verifyPort( true ) );
@@ -292,7 +292,7 @@ TEST_F( SystemDestination, PositiveLookupCodeMeansThatTheDestinationIsThere ) {
     EXPECT_EQ( rowCount(), 0u );
 }
 
-TEST_F( SystemDestination, DeletingATrunkAddsNeitherTrunkFieldNorSystemPort ) {
+TEST_F( SystemDestinationTest, DeletingATrunkAddsNeitherTrunkFieldNorSystemPort ) {
     putTrunk( 1, 44 );
     programTrunk( false );
     EXPECT_EQ( log().front(), "CairnLtHelper/2 programL2EifSystemDestinationTable:"
@@ -302,7 +302,7 @@ TEST_F( SystemDestination, DeletingATrunkAddsNeitherTrunkFieldNorSystemPort ) {
     EXPECT_EQ( rowCount(), 0u );
 }
 
-TEST_F( SystemDestination, ArgumentsReachMessageAndChipUnchangedButForTheNumbering ) {
+TEST_F( SystemDestinationTest, ArgumentsReachMessageAndChipUnchangedButForTheNumbering ) {
     // Module and port are numbered by their low 16 bits and shown whole.
     programL2EifSystemDestinationTable( chipInfo, 3, 0x1'0004, 0xF'0007, 128, 65535, false, true );
     EXPECT_EQ( log().front(),
@@ -321,20 +321,20 @@ TEST_F( SystemDestination, ArgumentsReachMessageAndChipUnchangedButForTheNumberi
                " l2If: 65535 lag: false op: true [held]" );
 }
 
-TEST_F( SystemDestination, PortZeroIsNumberedByTheNumberOfPorts ) {
+TEST_F( SystemDestinationTest, PortZeroIsNumberedByTheNumberOfPorts ) {
     programL2EifSystemDestinationTable( chipInfo, 0, 3, 0, 128, 100, false, true );
     EXPECT_EQ( field( "SYSTEM_PORT" ), 896u );
     EXPECT_TRUE( verifyL2EifSystemDestinationTable( chipInfo, 0, 3, 0, 128, 100, false, true ) );
 }
 
-TEST_F( SystemDestination, PortIsNumberedByItsLowSixteenBits ) {
+TEST_F( SystemDestinationTest, PortIsNumberedByItsLowSixteenBits ) {
     programL2EifSystemDestinationTable( chipInfo, 0, 3, 65536, 128, 100, false, true ); // port 0
     EXPECT_EQ( field( "SYSTEM_PORT" ), 896u );
     programL2EifSystemDestinationTable( chipInfo, 0, 3, 256, 128, 100, false, true ); // not port 0
     EXPECT_EQ( field( "SYSTEM_PORT" ), 768u );
 }
 
-TEST_F( SystemDestination, ChipWithANumberingOfItsOwnGetsItsNumberInWholeBits ) {
+TEST_F( SystemDestinationTest, ChipWithANumberingOfItsOwnGetsItsNumberInWholeBits ) {
     auto profile = Nacre::make<Asic::ChipProfile>();
     profile->addFeature( Nacre::make<CairnCommon::CairnCommonFeatureAttributes>( 16u ) );
     CairnProfile::setActiveChipProfile( chipInfo, profile );
@@ -347,14 +347,14 @@ TEST_F( SystemDestination, ChipWithANumberingOfItsOwnGetsItsNumberInWholeBits ) 
 
 // Verifying
 
-TEST_F( SystemDestination, VerifyOfAPortReadsIsTrunkAndThenTheSystemPort ) {
+TEST_F( SystemDestinationTest, VerifyOfAPortReadsIsTrunkAndThenTheSystemPort ) {
     putPort();
     EXPECT_TRUE( verifyPort( true ) );
     expectLog( verifyPortScript() );
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( SystemDestination, VerifyOfAPortIgnoresIsTrunk ) {
+TEST_F( SystemDestinationTest, VerifyOfAPortIgnoresIsTrunk ) {
     for ( const uint64_t isTrunk : { 0u, 1u } ) {
         putRow( 0, table,
                 { { "L2_EIF_ID", 100 }, { "IS_TRUNK", isTrunk }, { "SYSTEM_PORT", 773 } } );
@@ -362,32 +362,32 @@ TEST_F( SystemDestination, VerifyOfAPortIgnoresIsTrunk ) {
     }
 }
 
-TEST_F( SystemDestination, VerifyOfAPortWithADifferentSystemPortIsFalse ) {
+TEST_F( SystemDestinationTest, VerifyOfAPortWithADifferentSystemPortIsFalse ) {
     putRow( 0, table, { { "L2_EIF_ID", 100 }, { "SYSTEM_PORT", 774 } } );
     EXPECT_FALSE( verifyPort( true ) );
     expectLog( verifyPortScript() );
 }
 
-TEST_F( SystemDestination, VerifyOfATrunkReadsIsTrunkAndThenTheTrunkId ) {
+TEST_F( SystemDestinationTest, VerifyOfATrunkReadsIsTrunkAndThenTheTrunkId ) {
     putTrunk( 1, 44 );
     EXPECT_TRUE( verifyTrunk( true ) );
     expectLog( verifyTrunkScript() );
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( SystemDestination, VerifyOfATrunkWhoseIsTrunkIsZeroIsFalse ) {
+TEST_F( SystemDestinationTest, VerifyOfATrunkWhoseIsTrunkIsZeroIsFalse ) {
     putTrunk( 0, 44 );
     EXPECT_FALSE( verifyTrunk( true ) );
     expectLog( verifyTrunkScript() );
 }
 
-TEST_F( SystemDestination, VerifyOfATrunkWithADifferentTrunkIdIsFalse ) {
+TEST_F( SystemDestinationTest, VerifyOfATrunkWithADifferentTrunkIdIsFalse ) {
     putTrunk( 1, 45 );
     EXPECT_FALSE( verifyTrunk( true ) );
     expectLog( verifyTrunkScript() );
 }
 
-TEST_F( SystemDestination, VerifyTakesAnyIsTrunkButZeroAndComparesTheWholeTrunkId ) {
+TEST_F( SystemDestinationTest, VerifyTakesAnyIsTrunkButZeroAndComparesTheWholeTrunkId ) {
     auto schema = Sim::referenceSchema();
     for ( auto & each : schema.find( table )->fields )
         if ( each.name == "IS_TRUNK" || each.name == "TRUNK_ID" )
@@ -399,7 +399,7 @@ TEST_F( SystemDestination, VerifyTakesAnyIsTrunkButZeroAndComparesTheWholeTrunkI
     EXPECT_FALSE( verifyTrunk( true ) );
 }
 
-TEST_F( SystemDestination, VerifyOfAMissingDestinationIsTrueAndReadsNothing ) {
+TEST_F( SystemDestinationTest, VerifyOfAMissingDestinationIsTrueAndReadsNothing ) {
     EXPECT_TRUE( verifyPort( true ) );
     expectLog( verifyMissingScript( verifyPortMessage ) );
     clearLog();
@@ -408,20 +408,20 @@ TEST_F( SystemDestination, VerifyOfAMissingDestinationIsTrueAndReadsNothing ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( SystemDestination, VerifyOfAbsenceIsFalseWhileTheDestinationIsThere ) {
+TEST_F( SystemDestinationTest, VerifyOfAbsenceIsFalseWhileTheDestinationIsThere ) {
     putPort();
     EXPECT_FALSE( verifyPort( false ) );
     expectLog( verifyStillThereScript() );
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( SystemDestination, VerifyOfAbsenceIsTrueAndSaysSoWhenTheDestinationIsGone ) {
+TEST_F( SystemDestinationTest, VerifyOfAbsenceIsTrueAndSaysSoWhenTheDestinationIsGone ) {
     EXPECT_TRUE( verifyPort( false ) );
     expectLog( verifyAbsentScript() );
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( SystemDestination, ProgramVerifyChangeDeleteAndVerifyAgain ) {
+TEST_F( SystemDestinationTest, ProgramVerifyChangeDeleteAndVerifyAgain ) {
     programPort( true );
     EXPECT_TRUE( verifyPort( true ) );
     EXPECT_FALSE( verifyTrunk( true ) );
@@ -436,7 +436,7 @@ TEST_F( SystemDestination, ProgramVerifyChangeDeleteAndVerifyAgain ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( SystemDestination, DestinationsOfOtherInterfacesStayAsTheyAre ) {
+TEST_F( SystemDestinationTest, DestinationsOfOtherInterfacesStayAsTheyAre ) {
     programL2EifSystemDestinationTable( chipInfo, 0, 3, 6, 128, 101, false, true );
     programPort( true );
     programPort( false );
@@ -444,7 +444,7 @@ TEST_F( SystemDestination, DestinationsOfOtherInterfacesStayAsTheyAre ) {
     EXPECT_TRUE( verifyL2EifSystemDestinationTable( chipInfo, 0, 3, 6, 128, 101, false, true ) );
 }
 
-TEST_F( SystemDestination, MessagesComeAtLevelTwo ) {
+TEST_F( SystemDestinationTest, MessagesComeAtLevelTwo ) {
     expectMessagesAtTheirLevels( insertPortScript(), [this] { programPort( true ); } );
     expectMessagesAtTheirLevels( insertTrunkScript(), [this] { programTrunk( true ); } );
     expectMessagesAtTheirLevels( deleteAbsentScript(), [this] { programPort( false ); } );

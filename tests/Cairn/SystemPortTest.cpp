@@ -24,9 +24,9 @@ constexpr char verifyPretty[] =
 constexpr uint32_t wideNumbering = 16;
 
 // All scripts are of module 3, port 5 with 128 ports a module: system source 773.
-class SystemPort : public RecipeTest {
+class SystemPortTest : public RecipeTest {
   protected:
-    SystemPort() { giveAttributes( false ); }
+    SystemPortTest() { giveAttributes( false ); }
 
     void giveAttributes( bool hasRangeTableIndex ) {
         auto profile = Nacre::make<Asic::ChipProfile>();
@@ -49,7 +49,7 @@ class SystemPort : public RecipeTest {
 
     const CairnCentral::ChipInfo chipInfo{ "alpha", 1, 2, 3 };
 };
-using SystemPortDeathTest = SystemPort;
+using SystemPortDeathTest = SystemPortTest;
 
 Script programStart( const char * op, int lookupRc ) {
     return Script( "programL2IfIngSystemPortTable" )
@@ -188,7 +188,7 @@ Script verifyAbsentScript() {
 
 // Programming
 
-TEST_F( SystemPort, MappingThatIsNotThereIsInserted ) {
+TEST_F( SystemPortTest, MappingThatIsNotThereIsInserted ) {
     program( 100, true );
     expectLog( insertScript() );
     EXPECT_EQ( field( 773, "L2_IIF" ), 100u );
@@ -196,7 +196,7 @@ TEST_F( SystemPort, MappingThatIsNotThereIsInserted ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( SystemPort, ProgrammingTwiceInsertsAndThenUpdates ) {
+TEST_F( SystemPortTest, ProgrammingTwiceInsertsAndThenUpdates ) {
     program( 99, true );
     clearLog();
     program( 100, true );
@@ -206,7 +206,7 @@ TEST_F( SystemPort, ProgrammingTwiceInsertsAndThenUpdates ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( SystemPort, AnyNegativeLookupCodeMeansInsertAndAnyOtherUpdate ) {
+TEST_F( SystemPortTest, AnyNegativeLookupCodeMeansInsertAndAnyOtherUpdate ) {
     inject( "op=commit,rc=-9,at=1" );
     inject( "op=commit,rc=4,at=3" );
     program( 100, true );
@@ -216,7 +216,7 @@ TEST_F( SystemPort, AnyNegativeLookupCodeMeansInsertAndAnyOtherUpdate ) {
     expectLog( updateScript( 4 ) );
 }
 
-TEST_F( SystemPort, RangeTableIndexIsWrittenWhenTheChipAttributesAskForIt ) {
+TEST_F( SystemPortTest, RangeTableIndexIsWrittenWhenTheChipAttributesAskForIt ) {
     giveAttributes( true );
     program( 100, true );
     expectLog( insertWithRangeIndexScript() );
@@ -226,7 +226,7 @@ TEST_F( SystemPort, RangeTableIndexIsWrittenWhenTheChipAttributesAskForIt ) {
     expectLog( updateWithRangeIndexScript() );
 }
 
-TEST_F( SystemPort, RangeTableIndexThatFailsIsIgnored ) {
+TEST_F( SystemPortTest, RangeTableIndexThatFailsIsIgnored ) {
     giveAttributes( true );
     inject( "op=field_add,field=RANGE_TABLE_INDEX,rc=-4,always" );
     program( 100, true );
@@ -237,7 +237,7 @@ TEST_F( SystemPort, RangeTableIndexThatFailsIsIgnored ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( SystemPort, RangeTableIndexIsNotAddedWhenDeleting ) {
+TEST_F( SystemPortTest, RangeTableIndexIsNotAddedWhenDeleting ) {
     giveAttributes( true );
     program( 100, true );
     clearLog();
@@ -245,7 +245,7 @@ TEST_F( SystemPort, RangeTableIndexIsNotAddedWhenDeleting ) {
     expectLog( deleteScript() );
 }
 
-TEST_F( SystemPort, DeletingRemovesTheMapping ) {
+TEST_F( SystemPortTest, DeletingRemovesTheMapping ) {
     program( 100, true );
     clearLog();
     program( 100, false );
@@ -254,7 +254,7 @@ TEST_F( SystemPort, DeletingRemovesTheMapping ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( SystemPort, DeletingAnAbsentMappingWritesAMessageAndCommitsNothing ) {
+TEST_F( SystemPortTest, DeletingAnAbsentMappingWritesAMessageAndCommitsNothing ) {
     program( 100, false );
     expectLog( deleteAbsentScript() );
     EXPECT_EQ( logOf( "commit" ),
@@ -262,7 +262,7 @@ TEST_F( SystemPort, DeletingAnAbsentMappingWritesAMessageAndCommitsNothing ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( SystemPort, PositiveLookupCodeMeansThatTheMappingIsThere ) {
+TEST_F( SystemPortTest, PositiveLookupCodeMeansThatTheMappingIsThere ) {
     program( 100, true );
     inject( "op=commit,rc=4,always" );
     EXPECT_TRUE( verify( 100, true ) );
@@ -272,13 +272,13 @@ TEST_F( SystemPort, PositiveLookupCodeMeansThatTheMappingIsThere ) {
     EXPECT_EQ( rowCount(), 0u );
 }
 
-TEST_F( SystemPort, DeletingNeedsNoProfile ) {
+TEST_F( SystemPortTest, DeletingNeedsNoProfile ) {
     CairnProfile::clearActiveChipProfiles();
     program( 100, false );
     expectLog( deleteAbsentScript() );
 }
 
-TEST_F( SystemPort, ArgumentsReachMessageAndChipUnchangedButForTheNumbering ) {
+TEST_F( SystemPortTest, ArgumentsReachMessageAndChipUnchangedButForTheNumbering ) {
     // Module and port are numbered by their low 16 bits and shown whole.
     programL2IfIngSystemPortTable( chipInfo, 3, 0x1'0004, 0xF'0007, 128, 65535, true );
     EXPECT_EQ( log().front(),
@@ -290,20 +290,20 @@ TEST_F( SystemPort, ArgumentsReachMessageAndChipUnchangedButForTheNumbering ) {
     EXPECT_EQ( logOf( "allocate 3 ING_SYSTEM_PORT_TABLE" ).size(), 1u );
 }
 
-TEST_F( SystemPort, PortZeroIsNumberedByTheNumberOfPorts ) {
+TEST_F( SystemPortTest, PortZeroIsNumberedByTheNumberOfPorts ) {
     programL2IfIngSystemPortTable( chipInfo, 0, 3, 0, 128, 100, true );
     EXPECT_EQ( field( 896, "L2_IIF" ), 100u );
     EXPECT_TRUE( verifyL2IfIngSystemPortTable( chipInfo, 0, 3, 0, 128, 100, true ) );
 }
 
-TEST_F( SystemPort, PortIsNumberedByItsLowSixteenBits ) {
+TEST_F( SystemPortTest, PortIsNumberedByItsLowSixteenBits ) {
     programL2IfIngSystemPortTable( chipInfo, 0, 3, 65536, 128, 100, true ); // port 0
     EXPECT_EQ( field( 896, "L2_IIF" ), 100u );
     programL2IfIngSystemPortTable( chipInfo, 0, 3, 256, 128, 101, true ); // not port 0
     EXPECT_EQ( field( 768, "L2_IIF" ), 101u );
 }
 
-TEST_F( SystemPort, ChipWithANumberingOfItsOwnIsKeyedByIt ) {
+TEST_F( SystemPortTest, ChipWithANumberingOfItsOwnIsKeyedByIt ) {
     auto profile = Nacre::make<Asic::ChipProfile>();
     profile->addFeature( Nacre::make<CairnCentral::CairnChipAttributes>( false ) );
     profile->addFeature( Nacre::make<CairnCommon::CairnCommonFeatureAttributes>( wideNumbering ) );
@@ -317,7 +317,7 @@ TEST_F( SystemPort, ChipWithANumberingOfItsOwnIsKeyedByIt ) {
 
 // Verifying
 
-TEST_F( SystemPort, VerifyOfAPresentMappingReadsItsInterface ) {
+TEST_F( SystemPortTest, VerifyOfAPresentMappingReadsItsInterface ) {
     program( 100, true );
     clearLog();
     EXPECT_TRUE( verify( 100, true ) );
@@ -325,7 +325,7 @@ TEST_F( SystemPort, VerifyOfAPresentMappingReadsItsInterface ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( SystemPort, VerifyOfAPresentMappingWithADifferentInterfaceIsFalse ) {
+TEST_F( SystemPortTest, VerifyOfAPresentMappingWithADifferentInterfaceIsFalse ) {
     program( 101, true );
     clearLog();
     EXPECT_FALSE( verify( 100, true ) );
@@ -333,7 +333,7 @@ TEST_F( SystemPort, VerifyOfAPresentMappingWithADifferentInterfaceIsFalse ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( SystemPort, VerifyComparesTheWholeInterfaceThatTheHardwareHolds ) {
+TEST_F( SystemPortTest, VerifyComparesTheWholeInterfaceThatTheHardwareHolds ) {
     auto schema = Sim::referenceSchema();
     for ( auto & each : schema.find( "ING_SYSTEM_PORT_TABLE" )->fields )
         if ( each.name == "L2_IIF" )
@@ -345,13 +345,13 @@ TEST_F( SystemPort, VerifyComparesTheWholeInterfaceThatTheHardwareHolds ) {
     EXPECT_TRUE( verify( 100, true ) );
 }
 
-TEST_F( SystemPort, VerifyOfAMissingMappingIsFalseAndReadsNothing ) {
+TEST_F( SystemPortTest, VerifyOfAMissingMappingIsFalseAndReadsNothing ) {
     EXPECT_FALSE( verify( 100, true ) );
     expectLog( verifyMissingScript() );
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( SystemPort, VerifyOfAbsenceIsFalseWhileTheMappingIsThere ) {
+TEST_F( SystemPortTest, VerifyOfAbsenceIsFalseWhileTheMappingIsThere ) {
     program( 100, true );
     clearLog();
     EXPECT_FALSE( verify( 100, false ) );
@@ -359,7 +359,7 @@ TEST_F( SystemPort, VerifyOfAbsenceIsFalseWhileTheMappingIsThere ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( SystemPort, VerifyOfAbsenceAfterDeleteIsTrueAndSaysSo ) {
+TEST_F( SystemPortTest, VerifyOfAbsenceAfterDeleteIsTrueAndSaysSo ) {
     program( 100, true );
     program( 100, false );
     clearLog();
@@ -368,13 +368,13 @@ TEST_F( SystemPort, VerifyOfAbsenceAfterDeleteIsTrueAndSaysSo ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( SystemPort, VerifyNeedsNoProfile ) {
+TEST_F( SystemPortTest, VerifyNeedsNoProfile ) {
     putRow( 0, "ING_SYSTEM_PORT_TABLE", { { "SYSTEM_SOURCE", 773 }, { "L2_IIF", 100 } } );
     CairnProfile::clearActiveChipProfiles();
     EXPECT_TRUE( verify( 100, true ) );
 }
 
-TEST_F( SystemPort, ProgramVerifyChangeDeleteAndVerifyAgain ) {
+TEST_F( SystemPortTest, ProgramVerifyChangeDeleteAndVerifyAgain ) {
     program( 100, true );
     EXPECT_TRUE( verify( 100, true ) );
     EXPECT_FALSE( verify( 100, false ) );
@@ -389,7 +389,7 @@ TEST_F( SystemPort, ProgramVerifyChangeDeleteAndVerifyAgain ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( SystemPort, MappingsOfOtherPortsStayAsTheyAre ) {
+TEST_F( SystemPortTest, MappingsOfOtherPortsStayAsTheyAre ) {
     programL2IfIngSystemPortTable( chipInfo, 0, 3, 6, 128, 60, true );
     programL2IfIngSystemPortTable( chipInfo, 0, 4, 5, 128, 45, true );
     program( 100, true );
@@ -400,7 +400,7 @@ TEST_F( SystemPort, MappingsOfOtherPortsStayAsTheyAre ) {
 
 // Output
 
-TEST_F( SystemPort, InterpreterLockIsReleasedAroundTheIgnoredCallToo ) {
+TEST_F( SystemPortTest, InterpreterLockIsReleasedAroundTheIgnoredCallToo ) {
     giveAttributes( true );
     holdInterpreterLock();
     Script script( "programL2IfIngSystemPortTable" );
@@ -428,7 +428,7 @@ TEST_F( SystemPort, InterpreterLockIsReleasedAroundTheIgnoredCallToo ) {
     expectLog( script );
 }
 
-TEST_F( SystemPort, MessagesComeAtLevelTwo ) {
+TEST_F( SystemPortTest, MessagesComeAtLevelTwo ) {
     expectMessagesAtTheirLevels( insertScript(), [this] { program( 100, true ); } );
     expectMessagesAtTheirLevels( deleteAbsentScript(), [this] { program( 100, false ); } );
     expectMessagesAtTheirLevels( verifyMissingScript(), [this] { verify( 100, true ); } );

@@ -10,8 +10,8 @@ namespace {
 
 using namespace Support;
 
-class TunnelEcn : public RecipeTest {};
-using TunnelEcnDeathTest = TunnelEcn;
+class TunnelEcnTest : public RecipeTest {};
+using TunnelEcnDeathTest = TunnelEcnTest;
 
 Script encapScript( uint32_t unit, uint32_t index, uint32_t outerEcn ) {
     Script script( "setEgrTunnelEcnEncap" );
@@ -54,19 +54,19 @@ Script decapScript( uint32_t unit, uint32_t index, uint32_t innerEcn, int change
     return script;
 }
 
-TEST_F( TunnelEcn, EncapMakesItsFiveCallsInOrderWithTheLockKept ) {
+TEST_F( TunnelEcnTest, EncapMakesItsFiveCallsInOrderWithTheLockKept ) {
     Cairn::setEgrTunnelEcnEncap( 0, 5, 2 );
     expectLog( encapScript( 0, 5, 2 ) );
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( TunnelEcn, DecapMakesItsSixCallsInOrderWithTheLockKept ) {
+TEST_F( TunnelEcnTest, DecapMakesItsSixCallsInOrderWithTheLockKept ) {
     Cairn::setIngTunnelEcnDecap( 3, 7, 1, true );
     expectLog( decapScript( 3, 7, 1, 1 ) );
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( TunnelEcn, EachCallHasALineOfItsOwnAndLinesIncrease ) {
+TEST_F( TunnelEcnTest, EachCallHasALineOfItsOwnAndLinesIncrease ) {
     Cairn::setEgrTunnelEcnEncap( 0, 5, 2 );
     Cairn::setIngTunnelEcnDecap( 0, 5, 2, true );
     ASSERT_EQ( sourceLines().size(), 11u );
@@ -75,14 +75,14 @@ TEST_F( TunnelEcn, EachCallHasALineOfItsOwnAndLinesIncrease ) {
         EXPECT_LT( sourceLines()[i - 1], sourceLines()[i] );
 }
 
-TEST_F( TunnelEcn, DecapWithoutChangeStillWritesInnerEcn ) {
+TEST_F( TunnelEcnTest, DecapWithoutChangeStillWritesInnerEcn ) {
     Cairn::setIngTunnelEcnDecap( 0, 9, 3, false );
     expectLog( decapScript( 0, 9, 3, 0 ) );
     EXPECT_EQ( chip().value( 0, "ING_TUNNEL_ECN_DECAPm", { .index = 9 }, "INNER_ECN" ), 3u );
     EXPECT_EQ( chip().value( 0, "ING_TUNNEL_ECN_DECAPm", { .index = 9 }, "CHANGE_INNER_ECN" ), 0u );
 }
 
-TEST_F( TunnelEcn, ModifyKeepsTheOtherFieldsOfTheRow ) {
+TEST_F( TunnelEcnTest, ModifyKeepsTheOtherFieldsOfTheRow ) {
     const auto * table = chip().schema( 0 )->find( "EGR_TUNNEL_ECN_ENCAPm" );
     ASSERT_NE( table, nullptr );
     ASSERT_GT( table->fields.size(), 1u );
@@ -93,7 +93,7 @@ TEST_F( TunnelEcn, ModifyKeepsTheOtherFieldsOfTheRow ) {
     }
 }
 
-TEST_F( TunnelEcn, CallingTwiceWritesTheSameRowTwiceAndLeavesTheSameResult ) {
+TEST_F( TunnelEcnTest, CallingTwiceWritesTheSameRowTwiceAndLeavesTheSameResult ) {
     Cairn::setEgrTunnelEcnEncap( 0, 5, 2 );
     clearLog();
     Cairn::setEgrTunnelEcnEncap( 0, 5, 2 );
@@ -101,7 +101,7 @@ TEST_F( TunnelEcn, CallingTwiceWritesTheSameRowTwiceAndLeavesTheSameResult ) {
     EXPECT_EQ( chip().value( 0, "EGR_TUNNEL_ECN_ENCAPm", { .index = 5 }, "OUTER_ECN" ), 2u );
 }
 
-TEST_F( TunnelEcn, PositiveCodesAreSuccessAndAreTracedAsReturned ) {
+TEST_F( TunnelEcnTest, PositiveCodesAreSuccessAndAreTracedAsReturned ) {
     inject( "op=pt_entry_commit,rc=17" );
     Cairn::setEgrTunnelEcnEncap( 0, 5, 2 );
     const auto traced = logOf( "ApiCairn/4" );
@@ -110,7 +110,7 @@ TEST_F( TunnelEcn, PositiveCodesAreSuccessAndAreTracedAsReturned ) {
     EXPECT_TRUE( traced[3].ends_with( "BCMLT_PRIORITY_NORMAL ) (rc:17) [held]" ) ) << traced[3];
 }
 
-TEST_F( TunnelEcn, NothingIsWrittenAnywhereWithTheCallTraceOff ) {
+TEST_F( TunnelEcnTest, NothingIsWrittenAnywhereWithTheCallTraceOff ) {
     Kiln::traceOff();
     testing::internal::CaptureStderr();
     Cairn::setEgrTunnelEcnEncap( 0, 5, 2 );
@@ -119,7 +119,7 @@ TEST_F( TunnelEcn, NothingIsWrittenAnywhereWithTheCallTraceOff ) {
     EXPECT_TRUE( logOf( "CairnLtHelper" ).empty() );
 }
 
-TEST_F( TunnelEcn, RecipesHaveNoMessageOfTheirOwn ) {
+TEST_F( TunnelEcnTest, RecipesHaveNoMessageOfTheirOwn ) {
     Cairn::setEgrTunnelEcnEncap( 0, 5, 2 );
     Cairn::setIngTunnelEcnDecap( 0, 5, 2, true );
     EXPECT_TRUE( logOf( "CairnLtHelper" ).empty() );

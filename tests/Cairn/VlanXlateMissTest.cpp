@@ -55,7 +55,7 @@ const Script updateScript(
         guarded( R"(bcmlt_entry_free( vlanXlateMissPolicy ))", "free" ),
     } );
 
-class VlanXlateMiss : public RecipeTest {
+class VlanXlateMissTest : public RecipeTest {
   protected:
     void putPolicy() { putRow( 3, table, { { "OPAQUE_CTRL_ID", 9 }, { "POLICY_STRENGTH", 6 } } ); }
     std::optional<uint64_t> policy( const char * field ) {
@@ -65,9 +65,9 @@ class VlanXlateMiss : public RecipeTest {
     // The first module of the walk is not the one with the lowest number.
     const Cairn::CairnCommonSmData::Ptr state = sharedState( { { 3, "beta" }, { 0, "alpha" } } );
 };
-using VlanXlateMissDeathTest = VlanXlateMiss;
+using VlanXlateMissDeathTest = VlanXlateMissTest;
 
-TEST_F( VlanXlateMiss, ChipBlockedAt64IsLeftAloneWithoutAMessage ) {
+TEST_F( VlanXlateMissTest, ChipBlockedAt64IsLeftAloneWithoutAMessage ) {
     blockedStages = { actStage, updateStage };
     setVlanXlateMissDrop( state );
     EXPECT_EQ( log(), std::vector<std::string>{ "isBlocked beta 64 [held]" } );
@@ -75,7 +75,7 @@ TEST_F( VlanXlateMiss, ChipBlockedAt64IsLeftAloneWithoutAMessage ) {
     EXPECT_EQ( chip().rowCount( 3, table ), 0u );
 }
 
-TEST_F( VlanXlateMiss, ChipBlockedAt106ButNotAt64GetsAnInsert ) {
+TEST_F( VlanXlateMissTest, ChipBlockedAt106ButNotAt64GetsAnInsert ) {
     blockedStages = { updateStage };
     setVlanXlateMissDrop( state );
     expectLog( insertScript );
@@ -83,7 +83,7 @@ TEST_F( VlanXlateMiss, ChipBlockedAt106ButNotAt64GetsAnInsert ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( VlanXlateMiss, ChipPast106GetsAnUpdate ) {
+TEST_F( VlanXlateMissTest, ChipPast106GetsAnUpdate ) {
     putPolicy();
     setVlanXlateMissDrop( state );
     expectLog( updateScript );
@@ -92,7 +92,7 @@ TEST_F( VlanXlateMiss, ChipPast106GetsAnUpdate ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( VlanXlateMiss, StagesAreAskedByIsBlockedAlone ) {
+TEST_F( VlanXlateMissTest, StagesAreAskedByIsBlockedAlone ) {
     // Neither blocked nor unblocked: not blocked is what counts.
     neitherStages = { actStage, updateStage };
     putPolicy();
@@ -100,7 +100,7 @@ TEST_F( VlanXlateMiss, StagesAreAskedByIsBlockedAlone ) {
     expectLog( updateScript );
 }
 
-TEST_F( VlanXlateMiss, SecondStageIsAskedAtItsOwnMoment ) {
+TEST_F( VlanXlateMissTest, SecondStageIsAskedAtItsOwnMoment ) {
     onEntry = [this]( const std::string & entry ) {
         if ( entry == "add OPAQUE_CTRL_ID = 4 [released]" )
             blockedStages = { actStage, updateStage };
@@ -109,7 +109,7 @@ TEST_F( VlanXlateMiss, SecondStageIsAskedAtItsOwnMoment ) {
     expectLog( insertScript );
 }
 
-TEST_F( VlanXlateMiss, InsertDuringBringupThenUpdateAfterIt ) {
+TEST_F( VlanXlateMissTest, InsertDuringBringupThenUpdateAfterIt ) {
     blockedStages = { updateStage };
     setVlanXlateMissDrop( state );
     blockedStages.clear();
@@ -119,7 +119,7 @@ TEST_F( VlanXlateMiss, InsertDuringBringupThenUpdateAfterIt ) {
     EXPECT_EQ( chip().rowCount( 3, table ), 1u );
 }
 
-TEST_F( VlanXlateMiss, OnlyTheFirstModuleOfTheWalkIsUsedAndItsKeyIsTheUnit ) {
+TEST_F( VlanXlateMissTest, OnlyTheFirstModuleOfTheWalkIsUsedAndItsKeyIsTheUnit ) {
     blockedStages = { updateStage };
     setVlanXlateMissDrop( state );
     EXPECT_EQ( logOf( "allocate" ),
@@ -128,7 +128,7 @@ TEST_F( VlanXlateMiss, OnlyTheFirstModuleOfTheWalkIsUsedAndItsKeyIsTheUnit ) {
     EXPECT_EQ( chip().rowCount( 0, table ), 0u );
 }
 
-TEST_F( VlanXlateMiss, ChangesOfTheStateWhileTheLockIsGivenUpHaveNoEffect ) {
+TEST_F( VlanXlateMissTest, ChangesOfTheStateWhileTheLockIsGivenUpHaveNoEffect ) {
     blockedStages = { updateStage };
     onEntry = [this]( const std::string & entry ) {
         if ( entry.starts_with( "allocate" ) )
@@ -138,7 +138,7 @@ TEST_F( VlanXlateMiss, ChangesOfTheStateWhileTheLockIsGivenUpHaveNoEffect ) {
     expectLog( insertScript );
 }
 
-TEST_F( VlanXlateMiss, MessageComesAtLevelTwo ) {
+TEST_F( VlanXlateMissTest, MessageComesAtLevelTwo ) {
     blockedStages = { updateStage };
     expectMessagesAtTheirLevels( insertScript, [this] { setVlanXlateMissDrop( state ); } );
 }

@@ -27,7 +27,7 @@ Sim::RowId portRow( uint32_t port ) {
     return row;
 }
 
-class Vxlan : public RecipeTest {
+class VxlanTest : public RecipeTest {
   protected:
     std::optional<uint64_t> control( int unit, const char * field ) {
         return chip().value( unit, "TNL_L2_VXLAN_CONTROL", onlyRow, field );
@@ -45,7 +45,7 @@ class Vxlan : public RecipeTest {
         useSchema( schema );
     }
 };
-using VxlanDeathTest = Vxlan;
+using VxlanDeathTest = VxlanTest;
 
 const Script svpScript(
     "setVxlanDefaultNetworkSvp",
@@ -141,7 +141,7 @@ const Script getAdaptScript(
         guarded( R"(bcmlt_entry_free( ent_hdl ))", "free" ),
     } );
 
-TEST_F( Vxlan, DefaultNetworkSvpIsUpdatedInTheControlTable ) {
+TEST_F( VxlanTest, DefaultNetworkSvpIsUpdatedInTheControlTable ) {
     Cairn::setVxlanDefaultNetworkSvp( 3, 0x1234 );
     expectLog( svpScript );
     EXPECT_EQ( control( 3, "DEFAULT_NETWORK_SVP" ), 0x1234u );
@@ -149,7 +149,7 @@ TEST_F( Vxlan, DefaultNetworkSvpIsUpdatedInTheControlTable ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( Vxlan, UdpSourcePortIsTheHashEntropy ) {
+TEST_F( VxlanTest, UdpSourcePortIsTheHashEntropy ) {
     Cairn::setVxlanUdpSourcePortSel( 0, 1 );
     expectLog( udpScript );
     const auto * field =
@@ -158,7 +158,7 @@ TEST_F( Vxlan, UdpSourcePortIsTheHashEntropy ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( Vxlan, UdpSourcePortSelectionMakesTheSameCallsWhateverItsSecondArgument ) {
+TEST_F( VxlanTest, UdpSourcePortSelectionMakesTheSameCallsWhateverItsSecondArgument ) {
     Cairn::setVxlanUdpSourcePortSel( 0, 0 );
     expectLog( udpScript );
     clearLog();
@@ -166,21 +166,21 @@ TEST_F( Vxlan, UdpSourcePortSelectionMakesTheSameCallsWhateverItsSecondArgument 
     expectLog( udpScript );
 }
 
-TEST_F( Vxlan, ControlTableRecipesNeverAskForTheInvalidHandle ) {
+TEST_F( VxlanTest, ControlTableRecipesNeverAskForTheInvalidHandle ) {
     Cairn::setVxlanDefaultNetworkSvp( 0, 1 );
     Cairn::setVxlanUdpSourcePortSel( 0, 0 );
     EXPECT_TRUE( logOf( "BCMLT_INVALID_HDL" ).empty() );
     EXPECT_TRUE( logOf( "CairnLtHelper" ).empty() );
 }
 
-TEST_F( Vxlan, T4XDefaultNetworkSvpIsInsertedAsOne ) {
+TEST_F( VxlanTest, T4XDefaultNetworkSvpIsInsertedAsOne ) {
     Cairn::setT4XVxlanDefaultNetworkSvp( 0 );
     expectLog( t4xScript );
     EXPECT_EQ( chip().value( 0, "R_L2_TUNNEL_DEFAULT_NETWORK_SVP", onlyRow, "SVP" ), 1u );
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( Vxlan, T4XSecondInsertFailsIsTracedAndToleratedAndTheEntryFreed ) {
+TEST_F( VxlanTest, T4XSecondInsertFailsIsTracedAndToleratedAndTheEntryFreed ) {
     Cairn::setT4XVxlanDefaultNetworkSvp( 0 );
     clearLog();
     testing::internal::CaptureStderr();
@@ -192,7 +192,7 @@ TEST_F( Vxlan, T4XSecondInsertFailsIsTracedAndToleratedAndTheEntryFreed ) {
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( Vxlan, T4XPositiveInsertCodeIsSuccessWithoutTheErrorLine ) {
+TEST_F( VxlanTest, T4XPositiveInsertCodeIsSuccessWithoutTheErrorLine ) {
     inject( "op=commit,rc=6" );
     Cairn::setT4XVxlanDefaultNetworkSvp( 0 );
     EXPECT_EQ( logOf( "CairnLtHelper/4" ).size(), 0u );
@@ -202,7 +202,7 @@ TEST_F( Vxlan, T4XPositiveInsertCodeIsSuccessWithoutTheErrorLine ) {
                1u );
 }
 
-TEST_F( Vxlan, T4XMessagesComeAtLevelsThreeAndFour ) {
+TEST_F( VxlanTest, T4XMessagesComeAtLevelsThreeAndFour ) {
     expectMessagesAtTheirLevels( t4xScript, [] { Cairn::setT4XVxlanDefaultNetworkSvp( 0 ); } );
     expectMessagesAtTheirLevels( t4xAgainScript, [this] {
         inject( "op=commit,rc=-26" );
@@ -210,14 +210,14 @@ TEST_F( Vxlan, T4XMessagesComeAtLevelsThreeAndFour ) {
     } );
 }
 
-TEST_F( Vxlan, AdaptLookupIsReadFromTheHardwareChangedAndWrittenBack ) {
+TEST_F( VxlanTest, AdaptLookupIsReadFromTheHardwareChangedAndWrittenBack ) {
     Cairn::setVxlanDecapAdaptLookup( 0, 17, true );
     expectLog( setAdaptScript );
     EXPECT_EQ( chip().value( 0, adaptRegister, portRow( 17 ), adaptField ), 1u );
     EXPECT_EQ( chip().liveEntryCount(), 0u );
 }
 
-TEST_F( Vxlan, DisablingAdaptLookupWritesZeroAndKeepsWhatTheHardwareHeld ) {
+TEST_F( VxlanTest, DisablingAdaptLookupWritesZeroAndKeepsWhatTheHardwareHeld ) {
     Cairn::setVxlanDecapAdaptLookup( 0, 17, true );
     ASSERT_EQ( chip().pokeHardware( 0, adaptRegister, portRow( 17 ), "VT_KEY_TYPE", 9 ),
                Sim::Rc::ok );
@@ -237,14 +237,14 @@ TEST_F( Vxlan, DisablingAdaptLookupWritesZeroAndKeepsWhatTheHardwareHeld ) {
     }
 }
 
-TEST_F( Vxlan, OtherPortsOfTheAdaptRegisterStayAsTheyAre ) {
+TEST_F( VxlanTest, OtherPortsOfTheAdaptRegisterStayAsTheyAre ) {
     Cairn::setVxlanDecapAdaptLookup( 0, 17, true );
     EXPECT_FALSE( Cairn::getVxlanDecapAdaptLookup( 0, 16 ) );
     EXPECT_FALSE( Cairn::getVxlanDecapAdaptLookup( 3, 17 ) );
     EXPECT_TRUE( Cairn::getVxlanDecapAdaptLookup( 0, 17 ) );
 }
 
-TEST_F( Vxlan, AdaptLookupIsReadWithoutTheHardwareAttribute ) {
+TEST_F( VxlanTest, AdaptLookupIsReadWithoutTheHardwareAttribute ) {
     EXPECT_FALSE( Cairn::getVxlanDecapAdaptLookup( 0, 17 ) );
     expectLog( getAdaptScript );
     EXPECT_EQ( chip().liveEntryCount(), 0u );
@@ -253,7 +253,7 @@ TEST_F( Vxlan, AdaptLookupIsReadWithoutTheHardwareAttribute ) {
     EXPECT_FALSE( Cairn::getVxlanDecapAdaptLookup( 0, 17 ) );
 }
 
-TEST_F( Vxlan, AdaptLookupIsOnForEveryValueButZero ) {
+TEST_F( VxlanTest, AdaptLookupIsOnForEveryValueButZero ) {
     useAdaptField( 4, 1 );
     EXPECT_TRUE( Cairn::getVxlanDecapAdaptLookup( 0, 17 ) );
     useAdaptField( 4, 2 );
@@ -262,7 +262,7 @@ TEST_F( Vxlan, AdaptLookupIsOnForEveryValueButZero ) {
     EXPECT_FALSE( Cairn::getVxlanDecapAdaptLookup( 0, 17 ) );
 }
 
-TEST_F( Vxlan, AdaptLookupIsReadAndShownIn64Bits ) {
+TEST_F( VxlanTest, AdaptLookupIsReadAndShownIn64Bits ) {
     useAdaptField( 64, uint64_t( 1 ) << 32 );
     EXPECT_TRUE( Cairn::getVxlanDecapAdaptLookup( 0, 17 ) );
     EXPECT_EQ(
@@ -271,14 +271,14 @@ TEST_F( Vxlan, AdaptLookupIsReadAndShownIn64Bits ) {
                                   "getVxlanDecapAdaptLookup port 17 enable 4294967296 [held]" } );
 }
 
-TEST_F( Vxlan, AdaptLookupMessagesComeAtLevelTwo ) {
+TEST_F( VxlanTest, AdaptLookupMessagesComeAtLevelTwo ) {
     expectMessagesAtTheirLevels( setAdaptScript,
                                  [] { Cairn::setVxlanDecapAdaptLookup( 0, 17, true ); } );
     expectMessagesAtTheirLevels( getAdaptScript,
                                  [] { (void)Cairn::getVxlanDecapAdaptLookup( 0, 17 ); } );
 }
 
-TEST_F( Vxlan, NothingIsWrittenWithAllLevelsOff ) {
+TEST_F( VxlanTest, NothingIsWrittenWithAllLevelsOff ) {
     Kiln::traceOff();
     testing::internal::CaptureStderr();
     Cairn::setT4XVxlanDefaultNetworkSvp( 0 );

@@ -21,7 +21,7 @@ using CairnTypes::CairnPort;
 // ChipInfo
 // -------------------------------------------------------------------------------------------
 
-TEST( ChipInfo, DefaultMeansNoChip ) {
+TEST( ChipInfoTest, DefaultMeansNoChip ) {
     const ChipInfo one;
     const ChipInfo other;
     EXPECT_TRUE( ChipInfo::isEq( &one, &other ) );
@@ -31,7 +31,7 @@ TEST( ChipInfo, DefaultMeansNoChip ) {
     EXPECT_EQ( one.third(), 0u );
 }
 
-TEST( ChipInfo, CopiesAreEqualAndEachMemberCounts ) {
+TEST( ChipInfoTest, CopiesAreEqualAndEachMemberCounts ) {
     const ChipInfo chip( "chip", 1, 2, 3 );
     const ChipInfo copy = chip;
     EXPECT_TRUE( ChipInfo::isEq( &chip, &copy ) );
@@ -58,7 +58,7 @@ std::vector<std::string> contents( const Map & map ) {
     return out;
 }
 
-TEST( HashMap, FindsWhatWasSetAndNothingElse ) {
+TEST( HashMapTest, FindsWhatWasSetAndNothingElse ) {
     Map map;
     EXPECT_TRUE( map.empty() );
     EXPECT_EQ( map.find( 5 ), map.end() );
@@ -70,7 +70,7 @@ TEST( HashMap, FindsWhatWasSetAndNothingElse ) {
     EXPECT_EQ( map.find( 6 ), map.end() );
 }
 
-TEST( HashMap, IteratesInTheOrderInWhichKeysWereFirstSet ) {
+TEST( HashMapTest, IteratesInTheOrderInWhichKeysWereFirstSet ) {
     Map map;
     for ( const int key : { 9, 1, 5, 3 } )
         map.set( static_cast<std::uint16_t>( key ), "a" );
@@ -78,7 +78,7 @@ TEST( HashMap, IteratesInTheOrderInWhichKeysWereFirstSet ) {
     EXPECT_EQ( contents( map ), ( std::vector<std::string>{ "9a", "1b", "5a", "3a" } ) );
 }
 
-TEST( HashMap, ErasesAtBothEndsAndInTheMiddle ) {
+TEST( HashMapTest, ErasesAtBothEndsAndInTheMiddle ) {
     Map map;
     for ( const int key : { 1, 2, 3, 4 } )
         map.set( static_cast<std::uint16_t>( key ), "" );
@@ -94,7 +94,7 @@ TEST( HashMap, ErasesAtBothEndsAndInTheMiddle ) {
     EXPECT_EQ( contents( map ), ( std::vector<std::string>{ "8" } ) );
 }
 
-TEST( HashMap, IteratorsSurviveChangesElsewhere ) {
+TEST( HashMapTest, IteratorsSurviveChangesElsewhere ) {
     Map map;
     map.set( 1, "" );
     map.set( 2, "" );
@@ -117,7 +117,7 @@ TEST( HashMapDeathTest, DereferencingAnEmptyIteratorIsFatal ) {
 // Fmt, Ptr
 // -------------------------------------------------------------------------------------------
 
-TEST( Fmt, PutsTheNumberInPlace ) {
+TEST( FmtTest, PutsTheNumberInPlace ) {
     EXPECT_STREQ( Kiln::_fmt( "IPOST_LAG_RAND_NUM_CTRL_%dr", 2 ).charPtr(),
                   "IPOST_LAG_RAND_NUM_CTRL_2r" );
     EXPECT_STREQ( Kiln::_fmt( "%d%%%d%s", -1 ).charPtr(), "-1%-1%s" );
@@ -130,7 +130,7 @@ struct Counted : Nacre::PtrInterface {
     int & alive_;
 };
 
-TEST( Ptr, ObjectLivesAsLongAsItsLastShare ) {
+TEST( PtrTest, ObjectLivesAsLongAsItsLastShare ) {
     int alive = 0;
     auto one = Nacre::make<Counted>( alive );
     {
@@ -144,7 +144,7 @@ TEST( Ptr, ObjectLivesAsLongAsItsLastShare ) {
     EXPECT_EQ( alive, 0 );
 }
 
-TEST( Ptr, SharesMayBeCopiedOnSeveralThreads ) {
+TEST( PtrTest, SharesMayBeCopiedOnSeveralThreads ) {
     int alive = 0;
     {
         const auto shared = Nacre::make<Counted>( alive );
@@ -163,7 +163,7 @@ TEST( Ptr, SharesMayBeCopiedOnSeveralThreads ) {
 // The shared state
 // -----------------------------------------------------------------------------------
 
-TEST( SmData, UnknownModuleIsTheDefaultRecord ) {
+TEST( SmDataTest, UnknownModuleIsTheDefaultRecord ) {
     const auto sm = Nacre::make<CairnCommonSmData>();
     const CairnModInfo info = sm->cairnModId( 9 );
     const ChipInfo noChip;
@@ -176,7 +176,7 @@ TEST( SmData, UnknownModuleIsTheDefaultRecord ) {
     EXPECT_EQ( info.fifth, 128u );
 }
 
-TEST( SmData, KnownModuleIsACopyOfAllMembers ) {
+TEST( SmDataTest, KnownModuleIsACopyOfAllMembers ) {
     const auto sm = Nacre::make<CairnCommonSmData>();
     sm->cairnModIds.set( 9, { "module", ChipInfo( "chip", 1, 2, 3 ), 4, 5, 6, 7, 8 } );
     const CairnModInfo info = sm->cairnModId( 9 );
@@ -189,7 +189,7 @@ TEST( SmData, KnownModuleIsACopyOfAllMembers ) {
     EXPECT_EQ( info.fifth, 8u );
 }
 
-TEST( SmData, DefaultPortIsTheDocumentedOne ) {
+TEST( SmDataTest, DefaultPortIsTheDocumentedOne ) {
     const CairnPort port;
     EXPECT_EQ( port.slot, 0xDEAD );
     EXPECT_EQ( port.unit, 0xFFFF );
@@ -201,9 +201,9 @@ TEST( SmData, DefaultPortIsTheDocumentedOne ) {
 // Profiles and stages
 // --------------------------------------------------------------------------------
 
-class ChipModel : public ::testing::Test {
+class ChipModelTest : public ::testing::Test {
   protected:
-    ~ChipModel() override {
+    ~ChipModelTest() override {
         CairnProfile::clearActiveChipProfiles();
         CairnCentral::clearBlockedStages();
         Nacre::setDebugAssertStops( false );
@@ -211,7 +211,7 @@ class ChipModel : public ::testing::Test {
     const ChipInfo chip{ "chip", 1, 2, 3 };
 };
 
-TEST_F( ChipModel, FeaturesAreFoundByTheirType ) {
+TEST_F( ChipModelTest, FeaturesAreFoundByTheirType ) {
     EXPECT_FALSE( CairnProfile::activeChipProfile( chip ) );
     const auto profile = Nacre::make<Asic::ChipProfile>();
     CairnProfile::setActiveChipProfile( chip, profile );
@@ -224,7 +224,7 @@ TEST_F( ChipModel, FeaturesAreFoundByTheirType ) {
     EXPECT_FALSE( profile->feature<CairnCommon::CairnCommonFeatureAttributes>() );
 }
 
-TEST_F( ChipModel, StagesAreBlockedPerChipAndUnblockedOtherwise ) {
+TEST_F( ChipModelTest, StagesAreBlockedPerChipAndUnblockedOtherwise ) {
     constexpr BringupStage stage{ 55 };
     EXPECT_FALSE( isBlocked( chip, stage ) );
     EXPECT_TRUE( isUnblocked( chip, stage ) );
@@ -240,8 +240,8 @@ TEST_F( ChipModel, StagesAreBlockedPerChipAndUnblockedOtherwise ) {
 // Numbering of system ports
 // --------------------------------------------------------------------------
 
-using Sysport = ChipModel;
-using SysportDeathTest = ChipModel;
+using SysportTest = ChipModelTest;
+using SysportDeathTest = ChipModelTest;
 using CairnCentral::SYSPORT_FROM_MODPORT;
 
 std::string reportsOf( const ChipInfo & chip, std::uint16_t modId, std::uint16_t port,
@@ -251,20 +251,20 @@ std::string reportsOf( const ChipInfo & chip, std::uint16_t modId, std::uint16_t
     return testing::internal::GetCapturedStderr();
 }
 
-TEST_F( Sysport, WithoutProfileModuleThreePortFiveIs773 ) {
+TEST_F( SysportTest, WithoutProfileModuleThreePortFiveIs773 ) {
     EXPECT_EQ( reportsOf( chip, 3, 5, 128, 773 ), "" );
 }
 
-TEST_F( Sysport, WithoutProfilePortZeroIsNumberedByMaxPorts ) {
+TEST_F( SysportTest, WithoutProfilePortZeroIsNumberedByMaxPorts ) {
     EXPECT_EQ( reportsOf( chip, 3, 0, 128, 896 ), "" );
 }
 
-TEST_F( Sysport, WithoutProfileOnlyTheLowEightBitsOfThePortCount ) {
+TEST_F( SysportTest, WithoutProfileOnlyTheLowEightBitsOfThePortCount ) {
     EXPECT_EQ( reportsOf( chip, 3, 0x1FF, 128, 3 * 256 + 0xFF ), "" );
     EXPECT_EQ( reportsOf( chip, 3, 0x100, 128, 3 * 256 ), "" );
 }
 
-TEST_F( Sysport, MoreThan255PortsAreReportedAndNumberedAllTheSame ) {
+TEST_F( SysportTest, MoreThan255PortsAreReportedAndNumberedAllTheSame ) {
     EXPECT_EQ( reportsOf( chip, 3, 5, 256, 773 ),
                "CairnCommon/CairnCommonUtil:225 SYSPORT_FROM_MODPORT: maxPorts: 256invalid\n" );
     EXPECT_EQ( reportsOf( chip, 3, 0, 256, 3 * 256 | 256 ),
@@ -272,12 +272,12 @@ TEST_F( Sysport, MoreThan255PortsAreReportedAndNumberedAllTheSame ) {
     EXPECT_EQ( reportsOf( chip, 3, 5, 255, 773 ), "" );
 }
 
-TEST_F( Sysport, NoChipIsReportedAndNumberedAllTheSame ) {
+TEST_F( SysportTest, NoChipIsReportedAndNumberedAllTheSame ) {
     EXPECT_EQ( reportsOf( ChipInfo(), 3, 5, 128, 773 ),
                "CairnCommon/CairnCommonUtil:213 SYSPORT_FROM_MODPORT: chipInfo NULL\n" );
 }
 
-TEST_F( Sysport, FeatureNumbersThePortsItself ) {
+TEST_F( SysportTest, FeatureNumbersThePortsItself ) {
     const auto profile = Nacre::make<Asic::ChipProfile>();
     CairnProfile::setActiveChipProfile( chip, profile );
     // A profile without the feature numbers as no profile does, and checks as it does.
@@ -287,7 +287,7 @@ TEST_F( Sysport, FeatureNumbersThePortsItself ) {
     EXPECT_EQ( reportsOf( chip, 3, 0, 1024, 3 * 1024 ), "" );
 }
 
-TEST_F( Sysport, HighestModuleKeepsItsBits ) {
+TEST_F( SysportTest, HighestModuleKeepsItsBits ) {
     EXPECT_EQ( reportsOf( chip, 0xFFFF, 0xFF, 128, 0xFFFFFF ), "" );
     EXPECT_EQ( static_cast<std::uint32_t>( SYSPORT_FROM_MODPORT( chip, 0, 0, 0xFFFFFFFFu ) ),
                0xFFFFFFFFu );

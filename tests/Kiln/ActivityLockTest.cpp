@@ -11,7 +11,7 @@ namespace {
 
 using Kiln::activityLock;
 
-TEST( ActivityLock, KnowsItsOwner ) {
+TEST( ActivityLockTest, KnowsItsOwner ) {
     EXPECT_FALSE( activityLock().heldByThisThread() );
     activityLock().lock();
     EXPECT_TRUE( activityLock().heldByThisThread() );
@@ -20,7 +20,7 @@ TEST( ActivityLock, KnowsItsOwner ) {
     EXPECT_FALSE( activityLock().heldByThisThread() );
 }
 
-TEST( ActivityLock, AnchorReleasesForItsLifetime ) {
+TEST( ActivityLockTest, AnchorReleasesForItsLifetime ) {
     const std::lock_guard held( activityLock() );
     {
         const Kiln::UnlockAnchor unlocked( activityLock() );
@@ -54,7 +54,7 @@ class NotedInterpreterLock final : public Kiln::InterpreterLock {
     std::vector<std::string> notes;
 };
 
-TEST( ActivityLock, CombinedAnchorReleasesTheInterpreterFirstAndTakesItBackLast ) {
+TEST( ActivityLockTest, CombinedAnchorReleasesTheInterpreterFirstAndTakesItBackLast ) {
     NotedInterpreterLock interpreter;
     EXPECT_EQ( Kiln::setInterpreterLock( &interpreter ), nullptr );
     {
@@ -71,7 +71,7 @@ TEST( ActivityLock, CombinedAnchorReleasesTheInterpreterFirstAndTakesItBackLast 
     EXPECT_EQ( interpreter.notes, ( std::vector<std::string>{ "release with", "acquire with" } ) );
 }
 
-TEST( ActivityLock, InterpreterLockThatIsNotHeldIsLeftAlone ) {
+TEST( ActivityLockTest, InterpreterLockThatIsNotHeldIsLeftAlone ) {
     NotedInterpreterLock interpreter;
     interpreter.held = false;
     Kiln::setInterpreterLock( &interpreter );
@@ -81,7 +81,7 @@ TEST( ActivityLock, InterpreterLockThatIsNotHeldIsLeftAlone ) {
     EXPECT_TRUE( interpreter.notes.empty() );
 }
 
-TEST( ActivityLock, ExcludesUnderContention ) {
+TEST( ActivityLockTest, ExcludesUnderContention ) {
     int counter = 0;
     std::vector<std::thread> threads;
     for ( int i = 0; i < 4; ++i )

@@ -20,9 +20,9 @@ using Kiln::TraceFacility;
 using Kiln::TraceHandle;
 using Kiln::TraceHelper;
 
-class Trace : public ::testing::Test {
+class TraceTest : public ::testing::Test {
   protected:
-    ~Trace() override {
+    ~TraceTest() override {
         Kiln::traceToStandardError();
         Kiln::traceOff();
     }
@@ -40,9 +40,9 @@ class Trace : public ::testing::Test {
     }
 };
 
-using TraceDeathTest = Trace;
+using TraceDeathTest = TraceTest;
 
-TEST_F( Trace, HandlesOfOneNameShareAFacility ) {
+TEST_F( TraceTest, HandlesOfOneNameShareAFacility ) {
     TraceHandle one( "TraceTest.shared", false );
     TraceHandle other( "TraceTest.shared", false );
     EXPECT_EQ( &one.facility(), &other.facility() );
@@ -52,14 +52,14 @@ TEST_F( Trace, HandlesOfOneNameShareAFacility ) {
     EXPECT_FALSE( other.enabled( TraceFacility::level3 ) );
 }
 
-TEST_F( Trace, OnByDefaultMeansLevelZeroUnlessSomethingWasSet ) {
+TEST_F( TraceTest, OnByDefaultMeansLevelZeroUnlessSomethingWasSet ) {
     EXPECT_EQ( TraceHandle( "TraceTest.on", true ).facility().mask(), 1u );
     EXPECT_EQ( TraceHandle( "TraceTest.off", false ).facility().mask(), 0u );
     set( "TraceTest.told/3" );
     EXPECT_EQ( TraceHandle( "TraceTest.told", true ).facility().mask(), 1u << 3 );
 }
 
-TEST_F( Trace, SettingsReachHandlesMadeBeforeAndAfter ) {
+TEST_F( TraceTest, SettingsReachHandlesMadeBeforeAndAfter ) {
     TraceHandle before( "TraceTest.before", false );
     set( "TraceTest.before/4,TraceTest.after/2-9" );
     TraceHandle after( "TraceTest.after", false );
@@ -72,13 +72,13 @@ TEST_F( Trace, SettingsReachHandlesMadeBeforeAndAfter ) {
     EXPECT_EQ( TraceHandle( "TraceTest.after2", false ).facility().mask(), 0u );
 }
 
-TEST_F( Trace, StarMatchesAnyEnding ) {
+TEST_F( TraceTest, StarMatchesAnyEnding ) {
     TraceHandle handle( "TraceTest.star", false );
     set( "TraceTest.st*/*" );
     EXPECT_EQ( handle.facility().mask(), 0x3FFu );
 }
 
-TEST_F( Trace, BadSettingsAreNamed ) {
+TEST_F( TraceTest, BadSettingsAreNamed ) {
     for ( const char * text : { "ApiCairn", "ApiCairn/", "ApiCairn/10", "ApiCairn/9-2", "/4",
                                 "ApiCairn/4x", "ApiCairn/-1", "A/1,,B/2", "A/1-" } ) {
         std::string error;
@@ -91,7 +91,7 @@ TEST_F( Trace, BadSettingsAreNamed ) {
     EXPECT_NE( error.find( "\"B/x\"" ), std::string::npos );
 }
 
-TEST_F( Trace, StreamWritesEachTypeInItsForm ) {
+TEST_F( TraceTest, StreamWritesEachTypeInItsForm ) {
     Kiln::TraceStream stream;
     stream << "text " << std::string( "string " ) << true << " " << false << " " << -5 << " " << 5u
            << " " << 18446744073709551615ul << " " << static_cast<unsigned short>( 65535 ) << " "
@@ -99,7 +99,7 @@ TEST_F( Trace, StreamWritesEachTypeInItsForm ) {
     EXPECT_EQ( stream.text(), "text string true false -5 5 18446744073709551615 65535 (null)" );
 }
 
-TEST_F( Trace, CallbackSeesEveryPartOfTheLine ) {
+TEST_F( TraceTest, CallbackSeesEveryPartOfTheLine ) {
     TraceHandle handle( "TraceTest.callback", false );
     std::vector<std::string> seen;
     Kiln::traceToCallback( [&]( const Kiln::TraceLine & line ) {
@@ -113,7 +113,7 @@ TEST_F( Trace, CallbackSeesEveryPartOfTheLine ) {
         seen, ( std::vector<std::string>{ "TraceTest.callback/4 dir/File:12 function hello 1" } ) );
 }
 
-TEST_F( Trace, LineCarriesTimeThreadFacilityLevelPositionFunctionAndText ) {
+TEST_F( TraceTest, LineCarriesTimeThreadFacilityLevelPositionFunctionAndText ) {
     TraceHandle handle( "TraceTest.stderr", false );
     testing::internal::CaptureStderr();
     write( handle, "hello world" );
@@ -129,14 +129,14 @@ TEST_F( Trace, LineCarriesTimeThreadFacilityLevelPositionFunctionAndText ) {
                          " TraceTest.stderr/4 dir/File:12 function: hello world\n" );
 }
 
-TEST_F( Trace, TimeIsWrittenInUtcWithMicroseconds ) {
+TEST_F( TraceTest, TimeIsWrittenInUtcWithMicroseconds ) {
     using namespace std::chrono;
     const system_clock::time_point time{ seconds( 86400 ) + microseconds( 42 ) };
     const Kiln::TraceLine line{ time, 7, "F", TraceFacility::level9, "a/B", 3, "f", "t" };
     EXPECT_EQ( Kiln::formatTraceLine( line ), "1970-01-02T00:00:00.000042Z 7 F/9 a/B:3 f: t" );
 }
 
-TEST_F( Trace, FileIsAppendedToAndWholeAtOnce ) {
+TEST_F( TraceTest, FileIsAppendedToAndWholeAtOnce ) {
     const Support::TemporaryFolder folder;
     const std::string path = folder.write( "lines", "earlier\n" );
     TraceHandle handle( "TraceTest.file", false );
@@ -161,7 +161,7 @@ TEST_F( Trace, FileIsAppendedToAndWholeAtOnce ) {
     EXPECT_EQ( count, 400 );
 }
 
-TEST_F( Trace, FileThatCannotBeOpenedIsAnErrorAndChangesNothing ) {
+TEST_F( TraceTest, FileThatCannotBeOpenedIsAnErrorAndChangesNothing ) {
     TraceHandle handle( "TraceTest.nofile", false );
     EXPECT_THROW( Kiln::traceToFile( "/nonexistent/trace" ), std::system_error );
     testing::internal::CaptureStderr();

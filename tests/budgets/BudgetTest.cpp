@@ -26,10 +26,10 @@
 
 namespace {
 
-class Budget : public ::testing::Test {
+class BudgetTest : public ::testing::Test {
   protected:
-    Budget() { Shim::sdk_ = &Support::quietSdk(); }
-    ~Budget() override { Shim::sdk_ = nullptr; }
+    BudgetTest() { Shim::sdk_ = &Support::quietSdk(); }
+    ~BudgetTest() override { Shim::sdk_ = nullptr; }
 };
 
 /// A folder with an open trace in it.
@@ -46,7 +46,7 @@ class OpenTrace {
     Support::TemporaryFolder folder_;
 };
 
-TEST_F( Budget, RecipesAllocateNothingButTheTableNamesThatTheyBuild ) {
+TEST_F( BudgetTest, RecipesAllocateNothingButTheTableNamesThatTheyBuild ) {
     // A text of more than a few characters is two pieces of memory when it is shared, and one when
     // not.
     const std::map<std::string_view, std::uint64_t> names{ { "setLoadBalanceRandSeedCtrl", 3 * 2 },
@@ -114,7 +114,7 @@ Made made( const Counted & what ) {
 
 // Of each recipe against the same recipe compiled without guard and messages. A message or a line
 // that nobody wants may take what a message to the binary trace may.
-TEST_F( Budget, GuardAddsAtMostTwelveInstructionsToEachCallOfEachRecipe ) {
+TEST_F( BudgetTest, GuardAddsAtMostTwelveInstructionsToEachCallOfEachRecipe ) {
     const Tool::Model model =
         Tool::defaultModel( { Tool::defaultChip( 0, Sim::referenceSchema(), "reference" ) } );
     const auto state = Tool::applyModel( model );

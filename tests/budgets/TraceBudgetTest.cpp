@@ -11,10 +11,10 @@ namespace {
 
 using Fleetlog::Timestamps;
 
-class TraceBudget : public ::testing::Test {
+class TraceBudgetTest : public ::testing::Test {
   protected:
-    TraceBudget() { options_.directory = folder_.path(); }
-    ~TraceBudget() override { Support::traceTargets = nullptr; }
+    TraceBudgetTest() { options_.directory = folder_.path(); }
+    ~TraceBudgetTest() override { Support::traceTargets = nullptr; }
 
     template <class Operation>
     void expectAtMost( std::uint64_t limit ) {
@@ -39,35 +39,35 @@ class TraceBudget : public ::testing::Test {
     Fleetlog::OpenOptions options_;
 };
 
-TEST_F( TraceBudget, RecordOfTwoValuesWithoutTimestampTakesAtMost16Instructions ) {
+TEST_F( TraceBudgetTest, RecordOfTwoValuesWithoutTimestampTakesAtMost16Instructions ) {
     expectAtMost<Support::RecordTwoValues<Timestamps::none>>( 16 );
 }
 
-TEST_F( TraceBudget, RecordOfTwoValuesWithTickTakesAtMost18Instructions ) {
+TEST_F( TraceBudgetTest, RecordOfTwoValuesWithTickTakesAtMost18Instructions ) {
     expectAtMost<Support::RecordTwoValues<Timestamps::tick>>( 18 );
 }
 
-TEST_F( TraceBudget, RecordOfTwoValuesWithCounterTakesAtMost22Instructions ) {
+TEST_F( TraceBudgetTest, RecordOfTwoValuesWithCounterTakesAtMost22Instructions ) {
     expectAtMost<Support::RecordTwoValues<Timestamps::counter>>( 22 );
 }
 
-TEST_F( TraceBudget, RecordOfAValueAndATextOf20CharactersTakesAtMost60Instructions ) {
+TEST_F( TraceBudgetTest, RecordOfAValueAndATextOf20CharactersTakesAtMost60Instructions ) {
     expectAtMost<Support::RecordText<Timestamps::none>>( 60 );
     expectAtMost<Support::RecordText<Timestamps::tick>>( 60 );
     expectAtMost<Support::RecordText<Timestamps::counter>>( 60 );
 }
 
-TEST_F( TraceBudget, RecordOfAValueAndATextOf12CharactersTakesAtMost60Instructions ) {
+TEST_F( TraceBudgetTest, RecordOfAValueAndATextOf12CharactersTakesAtMost60Instructions ) {
     using Support::TraceTargets;
     expectAtMost<Support::RecordText<Timestamps::none, &TraceTargets::shortText>>( 60 );
     expectAtMost<Support::RecordText<Timestamps::counter, &TraceTargets::shortText>>( 60 );
 }
 
-TEST_F( TraceBudget, MessageOfTwoValuesToTheFileOfTheProcessTakesAtMost60Instructions ) {
+TEST_F( TraceBudgetTest, MessageOfTwoValuesToTheFileOfTheProcessTakesAtMost60Instructions ) {
     expectMessageAtMost<Support::MessageTwoValues>( 60, Fleetlog::Files::perProcess );
 }
 
-TEST_F( TraceBudget, MessageOfTwoValuesToTheFileOfTheThreadTakesAtMost60Instructions ) {
+TEST_F( TraceBudgetTest, MessageOfTwoValuesToTheFileOfTheThreadTakesAtMost60Instructions ) {
     expectMessageAtMost<Support::MessageTwoValues>( 60, Fleetlog::Files::perThread );
 }
 

@@ -77,13 +77,13 @@ class Interpreter final : public Kiln::InterpreterLock {
     std::atomic<std::thread::id> owner_{};
 };
 
-class Concurrency : public ::testing::Test {
+class ConcurrencyTest : public ::testing::Test {
   protected:
-    Concurrency() {
+    ConcurrencyTest() {
         sdk.chip.addUnit( 0, Sim::referenceSchema() );
         Shim::sdk_ = &sdk;
     }
-    ~Concurrency() override {
+    ~ConcurrencyTest() override {
         Fleetlog::closeDefault();
         Kiln::setInterpreterLock( nullptr );
         Kiln::traceToStandardError();
@@ -117,7 +117,7 @@ std::uint32_t rowOf( int thread, int round ) {
     return static_cast<std::uint32_t>( thread * 64 + round % 64 );
 }
 
-TEST_F( Concurrency, OtherThreadsGetInWhileTheLockIsGivenUp ) {
+TEST_F( ConcurrencyTest, OtherThreadsGetInWhileTheLockIsGivenUp ) {
     sdk.waitForCompany = true;
     onThreads( threadCount, 100, []( int thread, int round ) {
         const std::lock_guard lock( Kiln::activityLock() );
@@ -130,7 +130,7 @@ TEST_F( Concurrency, OtherThreadsGetInWhileTheLockIsGivenUp ) {
     EXPECT_EQ( sdk.chip.liveEntryCount(), 0u );
 }
 
-TEST_F( Concurrency, LockKeptRecipesAreAloneInTheSdk ) {
+TEST_F( ConcurrencyTest, LockKeptRecipesAreAloneInTheSdk ) {
     onThreads( threadCount, 100, []( int thread, int round ) {
         const std::lock_guard lock( Kiln::activityLock() );
         Cairn::setEgrTunnelEcnEncap( 0, rowOf( thread, round ), 2 );
@@ -143,7 +143,7 @@ TEST_F( Concurrency, LockKeptRecipesAreAloneInTheSdk ) {
                    2u );
 }
 
-TEST_F( Concurrency, InterpreterLockIsGivenUpAroundEachCall ) {
+TEST_F( ConcurrencyTest, InterpreterLockIsGivenUpAroundEachCall ) {
     sdk.waitForCompany = true;
     Interpreter interpreter;
     Kiln::setInterpreterLock( &interpreter );
@@ -162,7 +162,7 @@ TEST_F( Concurrency, InterpreterLockIsGivenUpAroundEachCall ) {
     EXPECT_GT( sdk.mostInside.load(), 1 );
 }
 
-TEST_F( Concurrency, LevelMasksMayChangeWhileRecipesRun ) {
+TEST_F( ConcurrencyTest, LevelMasksMayChangeWhileRecipesRun ) {
     std::atomic<int> lines{ 0 };
     Kiln::traceToCallback( [&]( const Kiln::TraceLine & ) { ++lines; } );
     std::atomic<bool> done{ false };
@@ -185,7 +185,7 @@ TEST_F( Concurrency, LevelMasksMayChangeWhileRecipesRun ) {
     EXPECT_EQ( sdk.chip.liveEntryCount(), 0u );
 }
 
-TEST_F( Concurrency, ThreadsRegisterTheSameMessagesEachInAFileOfItsOwn ) {
+TEST_F( ConcurrencyTest, ThreadsRegisterTheSameMessagesEachInAFileOfItsOwn ) {
     const Support::TemporaryFolder folder;
     Fleetlog::OpenOptions options;
     options.directory = folder.path();
@@ -206,7 +206,7 @@ TEST_F( Concurrency, ThreadsRegisterTheSameMessagesEachInAFileOfItsOwn ) {
     EXPECT_EQ( files, threadCount + 1 );
 }
 
-TEST_F( Concurrency, UpdatesOfOneRowByManyThreadsDoNotMeet ) {
+TEST_F( ConcurrencyTest, UpdatesOfOneRowByManyThreadsDoNotMeet ) {
     // The row is there first: look-up and write are two steps, and of two threads that both miss,
     // the second INSERT stops the process.
     {
