@@ -12,7 +12,7 @@
 
 namespace Cairn {
 
-// Port bring-up --------------------------------------------------------------------------------------
+// --- Port bring-up
 
 void cpuPortInit( Cairn::CairnCommonSmData::Ptr smData ) noexcept {
     CAIRN_RECIPE( "void Cairn::cpuPortInit(Cairn::CairnCommonSmData::Ptr)" );
@@ -68,7 +68,7 @@ void lbPortInit( Cairn::CairnCommonSmData::Ptr smData ) noexcept {
     }
 }
 
-// System ports and destinations ----------------------------------------------------------------------
+// --- System ports and destinations
 
 namespace {
 
@@ -211,7 +211,7 @@ bool verifyL2EifSystemDestinationTable( CairnCentral::ChipInfo chipInfo, uint32_
     return result;
 }
 
-// VXLAN controls -------------------------------------------------------------------------------------
+// --- VXLAN controls
 
 void setVxlanDefaultNetworkSvp( uint32_t unit, uint32_t svp ) noexcept {
     CAIRN_RECIPE( "void Cairn::setVxlanDefaultNetworkSvp(uint32_t, uint32_t)" );
@@ -274,7 +274,7 @@ bool getVxlanDecapAdaptLookup( uint32_t unit, uint32_t port ) noexcept {
     return val != 0;
 }
 
-// Tunnel ECN maps ------------------------------------------------------------------------------------
+// --- Tunnel ECN maps
 //
 // These two recipes keep the activity lock.
 
@@ -300,7 +300,7 @@ void setIngTunnelEcnDecap( uint32_t unit, uint32_t index, uint32_t innerEcn,
     CAIRN_CALL_LOCK_KEPT( bcmlt_entry_free( ingTunnelEcnDecapEntry ) );
 }
 
-// Opaque tags ----------------------------------------------------------------------------------------
+// --- Opaque tags
 
 void setOpaqueTagIngress( uint32_t unit, uint8_t tagType ) noexcept {
     CAIRN_RECIPE( "void Cairn::setOpaqueTagIngress(uint32_t, uint8_t)" );
@@ -468,7 +468,7 @@ uint16_t getInnerOpaqueTagEgressEpmod( uint32_t unit ) noexcept {
     return etherType;
 }
 
-// Forwarding strength profiles -----------------------------------------------------------------------
+// --- Forwarding strength profiles
 //
 // The constants' names are part of the printed call texts. Those of the multicast profiles are named like
 // the table whose fields they are written to.
@@ -609,7 +609,7 @@ void setMcastV6StrengthProfile( Cairn::CairnCommonSmData::Ptr sm ) noexcept {
     CAIRN_CALL( bcmlt_entry_free( v6Mcast1StrengthEntry ) );
 }
 
-// Learn cache ----------------------------------------------------------------------------------------
+// --- Learn cache
 
 void setLearnCacheEnabled( uint32_t unit, bool enable ) noexcept {
     CAIRN_RECIPE( "void Cairn::setLearnCacheEnabled(uint32_t, bool)" );
@@ -645,7 +645,7 @@ void setLearnCacheDropEnabled( uint32_t unit, bool enable ) noexcept {
     CAIRN_CALL( bcmlt_entry_free( learnCacheDropEntry ) );
 }
 
-// Monitor trace and drop events ----------------------------------------------------------------------
+// --- Monitor trace and drop events
 
 void programMonTraceCpu( uint32_t unit, const char * errorType ) noexcept {
     CAIRN_RECIPE( "void Cairn::programMonTraceCpu(uint32_t, const char*)" );
@@ -686,7 +686,7 @@ void programPacketDropForMtuError( uint32_t unit ) noexcept {
     CAIRN_CALL( bcmlt_entry_free( packetDropEntry ) );
 }
 
-// Load-balance random seeds --------------------------------------------------------------------------
+// --- Load-balance random seeds
 //
 // The first instance that a chip lacks ends the recipe: chips have their instances numbered from 0 up.
 
@@ -729,7 +729,7 @@ void setLoadBalanceRandSeedMem( uint32_t unit, uint32_t seed ) noexcept {
     }
 }
 
-// Register and memory controls -----------------------------------------------------------------------
+// --- Register and memory controls
 
 void mmuSpecialConfigInitPipe( uint32_t unit, uint32_t data_pipe, bool disableThdoInfo ) noexcept {
     CAIRN_RECIPE( "void Cairn::mmuSpecialConfigInitPipe(uint32_t, uint32_t, bool)" );
@@ -811,13 +811,13 @@ void enable1BitEccRpt( uint32_t unit, const char * mem, bool enable ) noexcept {
     CAIRN_CALL( bcmlt_entry_free( serPtCtrEntry ) );
 }
 
-// VLAN translation miss policy -----------------------------------------------------------------------
+// --- VLAN translation miss policy
 
 namespace {
 
 /// While a chip is blocked here, the miss policy is not to be touched.
 constexpr auto vlanXlateMissStage = CairnPlatform::stage( 64 );
-/// While a chip is blocked here, nobody has made the policy's row yet.
+/// While a chip is blocked here, the policy's row does not exist yet.
 constexpr auto vlanXlateMissRowStage = CairnPlatform::stage( 106 );
 
 } // namespace

@@ -44,7 +44,7 @@
 
 namespace Cairn {
 
-// Port bring-up --------------------------------------------------------------------------------------
+// --- Port bring-up
 
 /// Inserts the CPU ports into the port tables, once per bring-up.
 ///
@@ -64,7 +64,7 @@ void cpuPortInit( Cairn::CairnCommonSmData::Ptr smData ) noexcept;
 /// Messages: plain lines, at level 9 on entry and at level 8 for each port.
 void lbPortInit( Cairn::CairnCommonSmData::Ptr smData ) noexcept;
 
-// System ports and destinations ----------------------------------------------------------------------
+// --- System ports and destinations
 //
 // A port is numbered by CairnCentral::SYSPORT_FROM_MODPORT from the low 16 bits of `modId` and of the port,
 // and `maxPorts`, the number of ports a module has (below 256, unless the chip numbers its ports itself).
@@ -109,7 +109,7 @@ bool verifyL2EifSystemDestinationTable( CairnCentral::ChipInfo chipInfo, uint32_
                                         uint32_t modId, uint32_t portOrLagId, uint32_t maxPorts,
                                         uint16_t l2If, bool lag, bool op ) noexcept;
 
-// VXLAN controls -------------------------------------------------------------------------------------
+// --- VXLAN controls
 
 /// Sets the default network source virtual port. Logical table "TNL_L2_VXLAN_CONTROL", no key:
 /// DEFAULT_NETWORK_SVP = `svp`. UPDATE.
@@ -140,7 +140,7 @@ void setVxlanDecapAdaptLookup( uint32_t unit, uint32_t port, bool enable ) noexc
 /// value read.
 bool getVxlanDecapAdaptLookup( uint32_t unit, uint32_t port ) noexcept;
 
-// Tunnel ECN maps ------------------------------------------------------------------------------------
+// --- Tunnel ECN maps
 
 /// Sets the outer-header ECN of one row of the egress tunnel encapsulation map.
 ///
@@ -160,7 +160,7 @@ void setEgrTunnelEcnEncap( uint32_t unit, uint32_t index, uint32_t outerEcn ) no
 void setIngTunnelEcnDecap( uint32_t unit, uint32_t index, uint32_t innerEcn,
                            bool changeEcn ) noexcept;
 
-// Opaque tags ----------------------------------------------------------------------------------------
+// --- Opaque tags
 //
 // Each pair owns one register, without index or port. The setter writes it whole (PT SET): ETHERTYPE 0x8100
 // and the fields its comment names; fields it does not name take their reset value. The getter reads it (PT
@@ -198,7 +198,7 @@ void setInnerOpaqueTagEgressEpmod( uint32_t unit ) noexcept;
 /// Reads "EGR_EPMOD_L2_OPAQUE_TAG_CONFIGr". Asserts no value, so it never stops on one.
 uint16_t getInnerOpaqueTagEgressEpmod( uint32_t unit ) noexcept;
 
-// Forwarding strength profiles -----------------------------------------------------------------------
+// --- Forwarding strength profiles
 //
 // Logical tables, INSERT of fixed strengths: a profile that is there stops the process. A message with the
 // entry handle follows each allocate.
@@ -235,7 +235,7 @@ void setL3TnlUnderlayIngNhStrengthProfile( uint32_t unit ) noexcept;
 /// process (assertion "iter_" of the collection).
 void setMcastV6StrengthProfile( Cairn::CairnCommonSmData::Ptr sm ) noexcept;
 
-// Learn cache ----------------------------------------------------------------------------------------
+// --- Learn cache
 //
 // LEARN_CACHE = 1 or 0, by UPDATE if a LOOKUP finds the row, else by INSERT: any failed LOOKUP counts as an
 // absent row. No messages.
@@ -246,7 +246,7 @@ void setLearnCacheEnabled( uint32_t unit, bool enable ) noexcept;
 /// Logical table "LEARN_CACHE_DROP_CONTROL", key EVENT_ID = symbol L2_DST_DISCARD.
 void setLearnCacheDropEnabled( uint32_t unit, bool enable ) noexcept;
 
-// Monitor trace and drop events ----------------------------------------------------------------------
+// --- Monitor trace and drop events
 //
 // INSERT: an event that is there stops the process. A message comes first, before any SDK call.
 
@@ -268,7 +268,7 @@ void programPacketTraceForTtlError( uint32_t unit ) noexcept;
 /// Assertion: "rc < 0" of a LOOKUP that is committed before the key is added, and so must fail.
 void programPacketDropForMtuError( uint32_t unit ) noexcept;
 
-// Load-balance random seeds --------------------------------------------------------------------------
+// --- Load-balance random seeds
 //
 // `seed`, all 32 bits, into SEED of three instances, by PT MODIFY. An instance whose allocate returns anything
 // but 0, positive codes included, is taken as absent: a message, and the recipe returns without trying the
@@ -280,7 +280,7 @@ void setLoadBalanceRandSeedCtrl( uint32_t unit, uint32_t seed ) noexcept;
 /// Memories "IPOST_LAG_RAND_NUM_SEED_0m" to "IPOST_LAG_RAND_NUM_SEED_2m"; SEED is an array field, element 0.
 void setLoadBalanceRandSeedMem( uint32_t unit, uint32_t seed ) noexcept;
 
-// Register and memory controls -----------------------------------------------------------------------
+// --- Register and memory controls
 
 /// The queue scheduler's special configuration of one data pipe. Register "MMU_QSCH_SPECIAL_CONFIGr",
 /// BCMLT_PT_INDEX 0, BCMLT_PT_INSTANCE = `data_pipe`: DISABLE_CMIC_COSMASK 1, and ENABLE_THDO_INFO 0 if
@@ -313,7 +313,7 @@ void setFlexctrEgressCounterActionEnable( uint32_t unit ) noexcept;
 /// NUL-terminated and kept alive by the caller during the call. A message follows the allocate.
 void enable1BitEccRpt( uint32_t unit, const char * mem, bool enable ) noexcept;
 
-// VLAN translation miss policy -----------------------------------------------------------------------
+// --- VLAN translation miss policy
 
 /// Sets the policy for packets whose VLAN translation misses. Logical table "R_VLAN_XLATE_MISS_POLICY", no key:
 /// OPAQUE_CTRL_ID 4. INSERT while the chip is blocked at stage 106, UPDATE after that; no LOOKUP, so the wrong

@@ -28,8 +28,8 @@
 #include <vector>
 
 // Each recipe against the same recipe compiled bare: the same calls, hooks and lock releases, and
-// nothing around them. On the simulated chip, in turn within one run, so that the machine's moods
-// meet them alike; of each the shortest time. Then with the calls traced.
+// nothing around them. Both run on the simulated chip, alternating within one run, so that a change of
+// the machine's speed affects both; the shortest time of each counts. Then with the calls traced.
 //
 // bare_ns, recipe_ns, ratio      nothing is traced
 // tick_ratio, counter_ratio      messages go to the binary trace, with these timestamps
@@ -42,9 +42,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The chip as recipes find it when they are called again: what was inserted is there, so that an
-// INSERT is made an UPDATE of the same row.
-class AgainAndAgain final : public Interpose::Forwarder {
+// The chip as a repeated recipe finds it: the row exists, so that an INSERT becomes an UPDATE of it.
+class InsertAsUpdate final : public Interpose::Forwarder {
   public:
     using Forwarder::Forwarder;
     std::uint32_t BCMLT_OPCODE_INSERT() noexcept override { return inner().BCMLT_OPCODE_UPDATE(); }
@@ -86,7 +85,7 @@ double tracedNanoseconds( const Pair & pair ) {
     return cost.nanoseconds;
 }
 
-// How many operations of the SDK the recipe makes.
+// The number of SDK operations that the recipe makes.
 std::size_t operations( const Pair & pair, Shim::Sdk & sdk ) {
     Interpose::Recorder recorder( sdk );
     Shim::sdk_ = &recorder;
@@ -98,7 +97,7 @@ std::size_t operations( const Pair & pair, Shim::Sdk & sdk ) {
         } ) );
 }
 
-// How many lines and messages it has.
+// The number of its lines and messages.
 int lines( const Pair & pair ) {
     int count = 0;
     Kiln::traceToCallback( [&]( const Kiln::TraceLine & ) { ++count; } );
@@ -109,14 +108,14 @@ int lines( const Pair & pair ) {
     return count;
 }
 
-// Plain functions, as a child process is stepped through them.
+// Plain functions: countInstructions() steps a child process through them.
 const Pair * counted = nullptr;
 void runGuarded() { counted->guarded->invoke( counted->arguments, state ); }
 void runBare() { counted->bare->invoke( counted->arguments, state ); }
 
 void measure( benchmark::State & benchmarkState, const Pair & pair, Sim::Chip & chip,
               const std::array<Fleetlog::TraceHandle *, 2> & traces, const std::string & file ) {
-    AgainAndAgain again( chip );
+    InsertAsUpdate again( chip );
     auto & counters = benchmarkState.counters;
     counters["calls"] = static_cast<double>( operations( pair, again ) );
     Shim::sdk_ = &again;
@@ -180,12 +179,12 @@ int main( int argc, char ** argv ) {
     for ( std::size_t i = 0; i < Tool::recipes().size(); ++i ) {
         const Tool::Recipe & recipe = Tool::recipes()[i];
         auto texts = Tool::sampleArguments( recipe, model );
-        // What the SDK that does nothing reads back.
+        // The value that the quiet SDK reads back.
         if ( recipe.name == "setOpaqueTagIngress" || recipe.name == "getOpaqueTagIngress" )
             texts.back().assign( 1, '1' );
         pairs.push_back(
             { &recipe, &bareRecipes()[i], Tool::parseArguments( recipe, texts, model ) } );
-        // Once, so that there is what recipes look up, and what they insert.
+        // Once beforehand, so that the rows exist that recipes look up or insert.
         recipe.invoke( pairs.back().arguments, state );
     }
     for ( const Pair & pair : pairs )

@@ -232,8 +232,8 @@ This run: {machine}.
 ## The guarded call
 
 A recipe against the same recipe compiled bare: the same shim calls, hooks and lock releases by the same compiler, and
-nothing around them. On the simulated chip, behind a shim that makes an INSERT an UPDATE of what is there by now, in turn
-within one run. The dearest is {worst["name"]}. A ratio moves by 0.01 from run to run.
+nothing around them. Both run on the simulated chip, alternating within one run; the row exists after the first time, so
+an INSERT is made an UPDATE of it. The highest ratio is that of {worst["name"]}. A ratio moves by 0.01 from run to run.
 Above the limit of 1.05 in this run: {over}.
 
 - *SDK calls* are those of one run on the simulated chip; *hot bytes* are the whole function, which may have more calls

@@ -12,12 +12,12 @@
 
 #include <malloc.h>
 
-// What a visit to a row of the simulated chip costs, from 1,000 to 1,000,000 rows. One iteration
+// The cost of a visit to a row of the simulated chip, from 1,000 to 1,000,000 rows. One iteration
 // is one entry from allocate to free: five SDK operations.
 //
 // In order, rows are visited as agents do: one after the other. At random, every visit to the large
-// table goes to memory that no near cache holds; `bareArray` shows what that alone costs here: one
-// read of an array of the same size.
+// table misses the near caches; `bareArray` shows what that alone costs: one read of an array of the
+// same size.
 
 namespace {
 

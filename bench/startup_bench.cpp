@@ -9,12 +9,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// What it takes to load the library into a process that has not got it: finding it, mapping it, its
-// relocations, its start code. Each load is made by a process of its own, which takes the time and
+// The time to load the library into a process that does not have it: finding it, mapping it, its
+// relocations, its start code. Each load happens in a process of its own, which measures it and
 // ends.
 //
-// The library asks its host for Shim::sdk_; this is the host. What the platform takes is shown by
-// itself, and is in the other figure, too.
+// This program is the host: it defines Shim::sdk_. The platform is measured by itself, too, and is
+// part of the library's figure.
 
 namespace {
 

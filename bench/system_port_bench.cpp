@@ -12,9 +12,9 @@
 #include <cstdlib>
 #include <mutex>
 
-// System-port mappings programmed, verified and removed, from 1,000 to 65,536 of them. What one
-// operation costs should not depend on how many there are; the counter "allocations" is what one
-// recipe takes from the heap, the simulated chip's own rows included only while it grows.
+// System-port mappings programmed, verified and removed, from 1,000 to 65,536 of them. The cost of an
+// operation should not depend on their number. The counter "allocations" is the heap allocations of
+// one recipe; the simulated chip's own rows count only while it grows.
 
 namespace {
 

@@ -55,7 +55,7 @@ class HandRing {
         store( at + 16, one );
         const std::size_t length = std::min<std::size_t>( std::strlen( text ), maxTextBytes );
         store( at + 20, static_cast<std::uint16_t>( length ) );
-        // A call of the library's function: what compilers make of a small bound is slower.
+        // The C library's function: the code that compilers make for a small bound is slower.
         std::size_t hidden = length;
         benchmark::DoNotOptimize( hidden );
         std::memcpy( at + 22, text, hidden );
@@ -101,7 +101,7 @@ struct Bench {
 #if defined( TRACE_BENCH_SPDLOG )
     std::shared_ptr<spdlog::logger> spdlog = std::make_shared<spdlog::logger>(
         "bench", std::make_shared<spdlog::sinks::null_sink_st>() );
-    // What the thread behind it has not taken away in time is overwritten, as in a ring.
+    // What its thread does not fetch in time is overwritten, as in a ring.
     std::shared_ptr<spdlog::details::thread_pool> pool =
         std::make_shared<spdlog::details::thread_pool>( 8192, 1 );
     std::shared_ptr<spdlog::logger> asynchronous = std::make_shared<spdlog::async_logger>(
@@ -111,9 +111,9 @@ struct Bench {
 };
 Bench * bench = nullptr;
 
-// The operations --------------------------------------------------------------------------------
+// --- The operations
 //
-// Those of the trace itself are Support's; here are the ones that they are compared with.
+// The trace's own operations are in tests/support/; these are the ones to compare them with.
 
 template <bool isCounted>
 struct HandTwoValues {
@@ -164,7 +164,7 @@ struct LttngText {
     }
 };
 
-// Running them ----------------------------------------------------------------------------------
+// --- Running them
 
 // The default handle is `handle` while the operation runs. The label names what it is compared
 // with.

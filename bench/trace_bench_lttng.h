@@ -6,7 +6,7 @@
 
 namespace TraceBenchLttng {
 
-/// Whether a tracing session records these events: otherwise they cost nothing and tell nothing.
+/// Whether a tracing session records these events. Without one they cost nothing, and are not measured.
 bool isTraced();
 
 void twoValues( std::uint32_t unit, std::uint32_t seed );

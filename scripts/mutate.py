@@ -287,7 +287,7 @@ class Workshop:
                   "-DCAIRN_WERROR=OFF", "-DCAIRN_BUILD_BENCHMARKS=OFF"], check=True)
         self.run(["cmake", "--build", str(self.build), "--target", *TESTS], check=True)
         if not self.passes(TESTS):
-            sys.exit("mutate.py: the tests fail on the tree as it is; mend that first")
+            sys.exit("mutate.py: the tests fail without a mutant; mend that first")
 
     def run(self, command, check=False, seconds=600):
         return subprocess.run(command, cwd=self.tree, check=check, timeout=seconds,

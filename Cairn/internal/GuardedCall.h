@@ -35,10 +35,10 @@ namespace Cairn {
 /// The level of the call trace lines.
 inline constexpr int callTraceLevel = 4;
 
-// A call site hands over its text, line and recipe one by one. A descriptor of them would have two addresses for
-// the loader to relocate, at each site and in each process; so they are constants of the site's cold code.
+// A call site passes its text, line and recipe one by one, as constants of its cold code. A descriptor would hold two
+// addresses that the loader relocates, for each site and in each process.
 
-/// Step 1. A function, because the way through the shim's table would be 8 bytes more at each of some 280 sites.
+/// Step 1. A function: a call through the shim's virtual table would take 8 bytes more at each of some 280 sites.
 void preCallHook() noexcept;
 
 /// Steps 5 and 6 once there is something to do: the failure report, the failure hook and the assertion
@@ -58,8 +58,8 @@ void preCallHook() noexcept;
 [[noreturn, gnu::cold, gnu::noinline]] void stopByAssertion( const char * expression, int line,
                                                              const Recipe & recipe ) noexcept;
 
-/// Steps 5 and 6 of a guarded call, in one jump: the level's bit of the mask, moved to the place of the sign,
-/// is negative as a failure is.
+/// Steps 5 and 6 of a guarded call. One test covers both: the level's bit of the mask is shifted to the sign bit, so
+/// the result is negative if the call failed or the level is on.
 inline void judgeCall( const CairnPlatform::LevelMask & api, const char * text, int line,
                        const Recipe & recipe, int rc ) noexcept {
     const uint32_t enabled = CairnPlatform::read( api ) << ( 31 - callTraceLevel );

@@ -4,7 +4,7 @@ namespace Cairn {
 
 namespace {
 
-/// Looked at by the loader alone.
+/// Only the loader reads it.
 [[gnu::used]] void ( *const counterpart )() noexcept = CairnPlatform::counterpart;
 
 constinit const CairnPlatform::LevelMask everyLevel{ ~uint32_t( 0 ) };

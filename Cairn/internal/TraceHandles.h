@@ -15,7 +15,7 @@ extern __attribute__( ( visibility( "hidden" ) ) ) Kiln::TraceHandle apiCairn;
 __attribute__( ( visibility( "hidden" ) ) ) Kiln::TraceHandle & _defaultTraceHandle();
 
 /// The level mask of "CairnLtHelper", to be tested without a call. Until the handle is created this is a mask
-/// with every level on, so that who would trace goes on to _defaultTraceHandle() and creates it.
+/// with every level on, so that the first line or message calls _defaultTraceHandle() and creates it.
 extern __attribute__( ( visibility( "hidden" ) ) ) std::atomic<const CairnPlatform::LevelMask *>
     defaultMask;
 

@@ -26,14 +26,14 @@
 
 namespace CairnPlatform {
 
-// The pair ---------------------------------------------------------------------------------------
+// --- The pair
 
 /// A symbol that the library needs of the platform, so that another one does not load; null if the
 /// two cannot be parted.
 inline constexpr void ( *counterpart )() noexcept =
     libraryAndPlatformMustBeBuiltFromTheSameHeaders<Layout::sum()>;
 
-// Kiln: levels and masks -------------------------------------------------------------------------
+// --- Kiln: levels and masks
 
 /// How many levels a facility has, from 0.
 inline constexpr int levelCount = Kiln::TraceFacility::levelCount;
@@ -55,12 +55,12 @@ inline std::uint32_t read( const LevelMask & mask ) noexcept {
     return mask.load( std::memory_order_relaxed );
 }
 
-// Kiln: lines ------------------------------------------------------------------------------------
+// --- Kiln: lines
 
 /// What the text of an open line is written to.
 inline Kiln::TraceStream & stream( Kiln::TraceHelper & line ) noexcept { return line.stream(); }
 
-// Fleetlog: files and their sites ----------------------------------------------------------------
+// --- Fleetlog: files and their sites
 
 /// The handle's first field: whether each thread has a file of its own.
 inline bool isMultiThread( const Fleetlog::TraceHandle & handle ) noexcept {
@@ -91,7 +91,7 @@ inline Fleetlog::MsgFormatString & formatString( Fleetlog::MsgDesc & descriptor 
     return descriptor.formatString();
 }
 
-// Fleetlog: records ------------------------------------------------------------------------------
+// --- Fleetlog: records
 
 /// The longest text of a record, and what the values of a record may take up: 4, 2 or 1 byte for a
 /// number, 2 bytes and the text for a text. Compile-time limits of the messages.
@@ -107,12 +107,12 @@ inline void put4( Fleetlog::RingBuf & ring, std::uint32_t value ) noexcept { rin
 inline void put2( Fleetlog::RingBuf & ring, std::uint16_t value ) noexcept { ring.put2( value ); }
 inline void put1( Fleetlog::RingBuf & ring, std::uint8_t value ) noexcept { ring.put1( value ); }
 
-// Twinlog ----------------------------------------------------------------------------------------
+// --- Twinlog
 
 /// The finished text: the pieces with the values in their places.
 inline std::string text( const Twinlog::FleetlogConverter & converter ) { return converter.text(); }
 
-// The chip model: ports and modules --------------------------------------------------------------
+// --- The chip model: ports and modules
 
 inline std::uint16_t unit( const CairnTypes::CairnPort & port ) noexcept { return port.unit; }
 inline std::uint16_t portId( const CairnTypes::CairnPort & port ) noexcept { return port.portId; }
@@ -151,7 +151,7 @@ const typename Map::Value * find( const Map & map, const typename Map::Key & key
     return found == map.end() ? nullptr : &found->value;
 }
 
-// The chip model: profiles and stages ------------------------------------------------------------
+// --- The chip model: profiles and stages
 
 /// The profile's feature of this type as the profile keeps it, or null.
 template <class T>

@@ -220,7 +220,7 @@ void reportLoss( std::string_view why ) noexcept {
         std::snprintf( line, sizeof line, "%.*s; messages of process %d are not recorded\n",
                        static_cast<int>( why.size() ), why.data(), static_cast<int>( ::getpid() ) );
     const auto kept = std::min( static_cast<std::size_t>( length ), sizeof line - 1 );
-    // Nobody is left to tell if standard error does not take it.
+    // If standard error fails, too, there is no place left to report it.
     [[maybe_unused]] const auto written = ::write( STDERR_FILENO, line, kept );
 }
 

@@ -40,7 +40,7 @@ extern FixedStream twinlogFixed_;
 /// that contains "%s" takes no other value's place. Values are written as a trace line writes them:
 /// integers in decimal, bool as "true" or "false", a null text as "(null)".
 ///
-/// A "%s" that gets no value stays as it is. A value without a "%s" is appended after a blank.
+/// A "%s" without a value is left in the text. A value without a "%s" is appended after a blank.
 class FleetlogConverter {
   public:
     /// Begins a message: clears twinlogFixed_.

@@ -115,7 +115,7 @@ void scriptLoopbackPort( Script & script, uint32_t unit, uint32_t portId, uint32
     } );
 }
 
-// CPU ports
+// --- CPU ports
 
 TEST_F( PortBringupTest, CpuPortIsInsertedIntoBothTablesUnderNamesOfTheShim ) {
     addCpuPort( 0, 5 );
@@ -161,7 +161,7 @@ TEST_F( PortBringupTest, EmptyMapsInsertNothingAndLeaveNoCallTrace ) {
     expectLog( Script( "lbPortInit", { line( 9, "lbPortInit" ) } ) );
 }
 
-// Loopback ports
+// --- Loopback ports
 
 TEST_F( PortBringupTest, LoopbackPortIsInsertedIntoBothTablesWithItsPhysicalPort ) {
     addLoopback( 100, port( 3, 9 ) );
@@ -254,7 +254,7 @@ TEST_F( PortBringupTest, NothingIsWrittenWithAllLevelsOff ) {
     EXPECT_TRUE( logOf( "CairnLtHelper" ).empty() );
 }
 
-// Stops
+// --- Stops
 
 TEST_F( PortBringupDeathTest, EachCallForACpuPortStopsTheProcess ) {
     addCpuPort( 0, 5 );

@@ -32,7 +32,7 @@ class RegisterControlTest : public RecipeTest {
 };
 using RegisterControlDeathTest = RegisterControlTest;
 
-// Queue scheduler
+// --- Queue scheduler
 
 const Script mmuScript(
     "mmuSpecialConfigInitPipe",
@@ -108,7 +108,7 @@ TEST_F( RegisterControlTest, MmuConfigIsNeverSwitchedBackOn ) {
     EXPECT_EQ( value( mmuTable, "ENABLE_THDO_INFO", pipe( 5 ) ), 0u );
 }
 
-// Egress-filter bitmap
+// --- Egress-filter bitmap
 
 const Script bitmapScript(
     "resetIngEnEfilterBitMap",
@@ -174,7 +174,7 @@ TEST_F( RegisterControlTest, WordsOfTheBitmapAreCountedIn32Bits ) {
                std::vector<std::string>{ "array BITMAP[0] = count 0 [released]" } );
 }
 
-// Robust hashing
+// --- Robust hashing
 
 void scriptHashMemory( Script & script, const char * table ) {
     script.add( {
@@ -278,7 +278,7 @@ TEST_F( RegisterControlTest, PositiveAllocateCodeSkipsAHashMemoryToo ) {
     expectLog( script );
 }
 
-// Flex counters
+// --- Flex counters
 
 const Script ingressScript(
     "setFlexctrIngressCounterActionEnable",
@@ -340,7 +340,7 @@ TEST_F( RegisterControlTest, FlexCounterRegistersAreReplacedWhole ) {
     EXPECT_EQ( value( "FLEX_CTR_EGR_COUNTER_ACTION_ENABLEr", "OTHER" ), 0u );
 }
 
-// Single-bit ECC errors
+// --- Single-bit ECC errors
 
 Script eccScript( const char * enable, const char * operation ) {
     const std::string message = std::string( "enable1BitEccRpt unit: 0 entry handle: HANDLE"
@@ -395,7 +395,7 @@ TEST_F( EccReportTest, ReportIsSwitchedOffWithAnUpdateToZero ) {
     EXPECT_EQ( report( "ING_TUNNEL_ECN_DECAPm", "REPORT_SINGLE_BIT_ECC" ), 0u );
 }
 
-// Messages
+// --- Messages
 
 TEST_F( RegisterControlTest, MessagesComeAtLevelTwo ) {
     expectMessagesAtTheirLevels( hashScript(), [] { Cairn::setEmRobustHashDisable( 0 ); } );
@@ -411,7 +411,7 @@ TEST_F( RegisterControlTest, MessagesComeAtLevelTwo ) {
     expectMessagesAtTheirLevels( bitmapScript, [] { Cairn::resetIngEnEfilterBitMap( 0, 128 ); } );
 }
 
-// Stops
+// --- Stops
 
 TEST_F( RegisterControlDeathTest, EachCallOfTheMmuConfigAndTheBitmapStopsTheProcess ) {
     expectEachFailureToStop( mmuScript, mmuPretty,

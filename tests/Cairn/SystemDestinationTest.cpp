@@ -218,7 +218,7 @@ Script verifyAbsentScript() {
         } );
 }
 
-// Programming
+// --- Programming
 
 TEST_F( SystemDestinationTest, PortDestinationIsInsertedWithItsSystemPortOnly ) {
     programPort( true );
@@ -345,7 +345,7 @@ TEST_F( SystemDestinationTest, ChipWithANumberingOfItsOwnGetsItsNumberInWholeBit
         verifyL2EifSystemDestinationTable( chipInfo, 0, 0x8000, 1, 128, 100, false, true ) );
 }
 
-// Verifying
+// --- Verifying
 
 TEST_F( SystemDestinationTest, VerifyOfAPortReadsIsTrunkAndThenTheSystemPort ) {
     putPort();
@@ -453,7 +453,7 @@ TEST_F( SystemDestinationTest, MessagesComeAtLevelTwo ) {
     expectMessagesAtTheirLevels( verifyAbsentScript(), [this] { verifyPort( false ); } );
 }
 
-// Stops
+// --- Stops
 
 TEST_F( SystemDestinationDeathTest, EachGuardedCallOfTheProgrammingStopsTheProcess ) {
     const auto port = [this] { programPort( true ); };

@@ -20,7 +20,7 @@ constexpr char verifyPretty[] =
     "bool Cairn::verifyL2IfIngSystemPortTable(CairnCentral::ChipInfo, uint32_t, uint32_t, "
     "uint32_t, uint32_t, uint16_t, bool)";
 
-/// What numbers its ports by 16 bits for the port, so that large module ids reach the top bit.
+/// A numbering with 16 bits for the port, so that large module ids reach the top bit.
 constexpr uint32_t wideNumbering = 16;
 
 // All scripts are of module 3, port 5 with 128 ports a module: system source 773.
@@ -186,7 +186,7 @@ Script verifyAbsentScript() {
         } );
 }
 
-// Programming
+// --- Programming
 
 TEST_F( SystemPortTest, MappingThatIsNotThereIsInserted ) {
     program( 100, true );
@@ -315,7 +315,7 @@ TEST_F( SystemPortTest, ChipWithANumberingOfItsOwnIsKeyedByIt ) {
     EXPECT_TRUE( verifyL2IfIngSystemPortTable( chipInfo, 0, 0x8000, 1, 128, 100, true ) );
 }
 
-// Verifying
+// --- Verifying
 
 TEST_F( SystemPortTest, VerifyOfAPresentMappingReadsItsInterface ) {
     program( 100, true );
@@ -398,7 +398,7 @@ TEST_F( SystemPortTest, MappingsOfOtherPortsStayAsTheyAre ) {
     EXPECT_TRUE( verifyL2IfIngSystemPortTable( chipInfo, 0, 4, 5, 128, 45, true ) );
 }
 
-// Output
+// --- Output
 
 TEST_F( SystemPortTest, InterpreterLockIsReleasedAroundTheIgnoredCallToo ) {
     giveAttributes( true );
@@ -435,7 +435,7 @@ TEST_F( SystemPortTest, MessagesComeAtLevelTwo ) {
     expectMessagesAtTheirLevels( verifyAbsentScript(), [this] { verify( 100, false ); } );
 }
 
-// Stops
+// --- Stops
 
 TEST_F( SystemPortDeathTest, EachGuardedCallOfTheProgrammingStopsTheProcess ) {
     const auto programs = [this] { program( 100, true ); };

@@ -18,8 +18,7 @@ using CairnCentral::BringupStage;
 using CairnCentral::ChipInfo;
 using CairnTypes::CairnPort;
 
-// ChipInfo
-// -------------------------------------------------------------------------------------------
+// --- ChipInfo
 
 TEST( ChipInfoTest, DefaultMeansNoChip ) {
     const ChipInfo one;
@@ -42,8 +41,7 @@ TEST( ChipInfoTest, CopiesAreEqualAndEachMemberCounts ) {
     EXPECT_EQ( chip.toString(), "chip(1,2,3)" );
 }
 
-// HashMap2018
-// ----------------------------------------------------------------------------------------
+// --- HashMap2018
 
 struct HN_Test {
     using Key = std::uint16_t;
@@ -114,8 +112,7 @@ TEST( HashMapDeathTest, DereferencingAnEmptyIteratorIsFatal ) {
                  "Assertion `iter_' failed" );
 }
 
-// Fmt, Ptr
-// -------------------------------------------------------------------------------------------
+// --- Fmt, Ptr
 
 TEST( FmtTest, PutsTheNumberInPlace ) {
     EXPECT_STREQ( Kiln::_fmt( "IPOST_LAG_RAND_NUM_CTRL_%dr", 2 ).charPtr(),
@@ -160,8 +157,7 @@ TEST( PtrTest, SharesMayBeCopiedOnSeveralThreads ) {
     EXPECT_EQ( alive, 0 );
 }
 
-// The shared state
-// -----------------------------------------------------------------------------------
+// --- The shared state
 
 TEST( SmDataTest, UnknownModuleIsTheDefaultRecord ) {
     const auto sm = Nacre::make<CairnCommonSmData>();
@@ -198,8 +194,7 @@ TEST( SmDataTest, DefaultPortIsTheDocumentedOne ) {
     EXPECT_EQ( Hardware::Cairn::TridentPortId().phyPortId, 0 );
 }
 
-// Profiles and stages
-// --------------------------------------------------------------------------------
+// --- Profiles and stages
 
 class ChipModelTest : public ::testing::Test {
   protected:
@@ -237,8 +232,7 @@ TEST_F( ChipModelTest, StagesAreBlockedPerChipAndUnblockedOtherwise ) {
     EXPECT_FALSE( isBlocked( chip, stage ) );
 }
 
-// Numbering of system ports
-// --------------------------------------------------------------------------
+// --- Numbering of system ports
 
 using SysportTest = ChipModelTest;
 using SysportDeathTest = ChipModelTest;

@@ -113,7 +113,7 @@ Made made( const Counted & what ) {
 }
 
 // Of each recipe against the same recipe compiled without guard and messages. A message or a line
-// that nobody wants may take what a message to the binary trace may.
+// that goes nowhere may take what a message to the binary trace may.
 TEST_F( BudgetTest, GuardAddsAtMostTwelveInstructionsToEachCallOfEachRecipe ) {
     const Tool::Model model =
         Tool::defaultModel( { Tool::defaultChip( 0, Sim::referenceSchema(), "reference" ) } );

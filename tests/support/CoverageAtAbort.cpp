@@ -1,7 +1,7 @@
 #include <csignal>
 
 // Part of the library in coverage builds only: a process that a recipe stops has run code that
-// counts, so its counters are written before it dies.
+// must be counted, so its counters are written at the abort.
 
 extern "C" void __gcov_dump();
 

@@ -24,8 +24,8 @@ bool runStepped( void ( *work )() ) {
     return true;
 }
 
-// Whether the child has stopped behind a breakpoint, and not after a single step. What stopped it
-// is not always told of a step under a hypervisor, so the instruction is looked at, too.
+// Whether the child has stopped behind a breakpoint, and not after a single step. Under some
+// hypervisors the signal does not tell the two apart, so the instruction is checked as well.
 bool isAtBreakpoint( pid_t child ) {
     siginfo_t info{};
     if ( ::ptrace( PTRACE_GETSIGINFO, child, nullptr, &info ) != 0 || info.si_code == TRAP_TRACE )

@@ -4,9 +4,9 @@
 
 namespace Support {
 
-/// An SDK that does next to nothing, for measuring what stands around its operations: everything
-/// succeeds but the LOOKUPs, every field reads 1, and nothing is kept. Its class is not seen by its
-/// users, so that the compiler calls it as it calls a host's.
+/// An SDK that does almost nothing, for measuring what surrounds its operations: everything but the
+/// LOOKUPs succeeds, every field reads 1, and nothing is kept. Its class is hidden from its users, so
+/// that the compiler cannot devirtualise the calls.
 Shim::Sdk & quietSdk();
 
 } // namespace Support

@@ -319,7 +319,7 @@ void expectSameLog( const std::vector<std::string> & expected,
         std::mismatch( expected.begin(), expected.end(), happened.begin(), happened.end() );
     if ( wanted == expected.end() && found == happened.end() )
         return;
-    ADD_FAILURE() << "the logs part at entry " << wanted - expected.begin()
+    ADD_FAILURE() << "the logs differ at entry " << wanted - expected.begin()
                   << "\n  expected: " << ( wanted == expected.end() ? "(nothing more)" : *wanted )
                   << "\n  happened: " << ( found == happened.end() ? "(nothing more)" : *found );
 }

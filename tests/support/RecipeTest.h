@@ -17,9 +17,8 @@
 #include <utility>
 #include <vector>
 
-// A recipe on the simulated chip, with all it does written down in one ordered log: hooks, constant
-// queries, SDK operations, trace lines, stage questions, each with the state of the locks at that
-// moment.
+// Runs a recipe on the simulated chip and logs all it does, in order: hooks, constant queries, SDK
+// operations, trace lines, stage questions, each with the state of the locks at that moment.
 
 namespace Support {
 
@@ -161,11 +160,11 @@ class RecipeTest : public ::testing::Test,
     /// The same, only the entries that begin with `prefix`.
     std::vector<std::string> logOf( const std::string & prefix ) const;
 
-    /// Fails the test unless the log is that of the script, and says where they part.
+    /// Fails the test unless the log is that of the script, and shows the first difference.
     void expectLog( const Script & script ) const;
 
     /// Runs `recipe` once for each SDK call of its script, in a child process in which that call
-    /// fails and which is otherwise as this one; wants what the kind of the call asks for:
+    /// fails, and checks what must come of it by the kind of the call:
     /// - a guarded call, or an unchecked one whose code is checked next: the log of the script up to
     ///   there, the error text asked, the failure hook called, the report on standard error, and the
     ///   stop;
@@ -177,19 +176,19 @@ class RecipeTest : public ::testing::Test,
     /// error, no hook, and a source line after that of the last trace line.
     static void expectAssertion( const Stop & stop, const std::string & expression,
                                  const std::string & pretty );
-    /// Runs `recipe`, whose first allocate succeeds but leaves the handle invalid, and wants the
+    /// Runs `recipe`, whose first allocate succeeds but leaves the handle invalid, and checks the
     /// handle assertion, on the line after the allocate.
     void expectHandleAssertion( const std::string & pretty, const std::function<void()> & recipe );
 
     /// Runs `recipe` with just one level of "CairnLtHelper" on, once for each level and each time
-    /// on a fresh reference chip, and wants those messages of the script that are of the level.
+    /// on a fresh reference chip, and checks that it writes the script's messages of that level.
     void expectMessagesAtTheirLevels( const Script & script, const std::function<void()> & recipe );
 
-    /// The thread holds an interpreter lock from now on; its movements go to the log.
+    /// The thread holds an interpreter lock from now on; its releases and acquisitions are logged.
     void holdInterpreterLock();
 
-    /// Runs `recipe` in a child process that it is expected to stop, and reports how that went. The
-    /// log of this process stays as it is.
+    /// Runs `recipe` in a child process that it is expected to stop, and reports how it ended. The
+    /// log of this process does not change.
     Stop stopOf( const std::function<void()> & recipe );
 
     /// The source lines of the call trace lines and messages, in order.

@@ -10,8 +10,8 @@
 
 namespace Cairn {
 
-/// The value of an assertion's condition, which asks the shim for constants, is looked at by
-/// nobody.
+/// An assertion's condition is evaluated, because it asks the shim for constants, and its value is
+/// not used.
 inline void ignore( bool ) noexcept {}
 
 } // namespace Cairn
