@@ -17,6 +17,13 @@
 //   4. both locks are taken back;
 //   5. rc < 0: one API ERROR line on standard error, the shim's failure hook, then the assertion stop;
 //   6. rc >= 0: a call trace line, if "ApiCairn" has level 4 enabled. Nothing is built otherwise.
+//
+// The stop always speaks. A shim that has no error text gets one in its place. The report is one write, to std::cerr
+// whatever flags, width and exceptions were set there, or past it if it fails. Standard error may be a pipe that nobody
+// reads or a full disk: the failure hook is called all the same, and the process ends by SIGABRT. For that, SIGPIPE and
+// SIGXFSZ are blocked in this thread from the report on, the hook included. The shim's operations do not throw; if one
+// does, std::terminate() ends the process at that place, for all of this is noexcept.
+//
 // NDEBUG changes nothing of this. The text that is printed is the call as it is spelled, so a call site
 // is one line, with a blank after "(" and before ")".
 //
