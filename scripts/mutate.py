@@ -27,7 +27,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 RECIPES = "Cairn/CairnLtHelper.cpp"
 # What is built and run for a mutant of the recipes: recipe_test loads the library, so it is not linked anew.
 RECIPE_TARGETS, RECIPE_TESTS = ["cairn_lt_helper"], ["recipe_test"]
-TESTS = ["guard_test", "chip_model_test", "trace_message_test", "recipe_test"]
+TESTS = ["guard_test", "chip_model_test", "trace_message_test", "kiln_test", "recipe_test"]
 
 OPCODES = {
     "BCMLT_OPCODE_INSERT": "BCMLT_OPCODE_UPDATE",
@@ -146,6 +146,20 @@ MACHINERY = [
     ("Cairn/internal/TraceMessage.cpp", "if ( !messagesEnabled( messageLevel ) )", "if ( false )"),
     ("Cairn/internal/TraceMessage.cpp", "CairnPlatform::level( messageLevel )",
      "CairnPlatform::level( messageLevel - 1 )"),
+    ("platform/Kiln/TraceHelper.cpp", "byte < 0x20 ||", "byte < 0x1F ||"),
+    ("platform/Kiln/TraceHelper.cpp", "|| byte == 0x7F", ""),
+    ("platform/Kiln/TraceHelper.cpp", "if ( byte == 0xC2 &&", "if ( false &&"),
+    ("platform/Kiln/TraceHelper.cpp", "& 0xE0 ) == 0x80", "& 0xC0 ) == 0x80"),
+    ("platform/Kiln/TraceHelper.cpp", "digits[byte >> 4], digits[byte & 0xF]", "digits[byte & 0xF], digits[byte >> 4]"),
+    ("platform/Kiln/TraceHelper.cpp", "|| !put( line ) ) ++lost_;", ") put( line );"),
+    ("platform/Kiln/TraceHelper.cpp", "lost_ = 0; }", "}"),
+    ("platform/Kiln/TraceHelper.cpp", "( isInLine_ ? \"\\n\" : \"\" ) +", ""),
+    ("platform/Kiln/TraceHelper.cpp", "isInLine_ = text[taken - 1] != '\\n';", ""),
+    ("platform/Kiln/TraceHelper.cpp", "signals.drop();", ""),
+    ("platform/Kiln/TraceHelper.cpp", "sigdelset( &ours_, signal );", ""),
+    ("platform/Kiln/TraceHelper.cpp", "pthread_sigmask( SIG_BLOCK, &ours_, &before_ );", "pthread_sigmask( SIG_BLOCK, nullptr, &before_ );"),
+    ("platform/Kiln/TraceHelper.cpp", "sigaddset( &ours_, SIGXFSZ );", ""),
+    ("platform/Kiln/TraceHelper.cpp", "{ pthread_sigmask( SIG_SETMASK, &before_, nullptr ); }", "{}"),
     ("CairnCommon/CairnCommonUtil.h", "maxPorts > 255", "maxPorts > 256"),
     ("CairnCommon/CairnCommonUtil.h", "<< 8 |", "<< 7 |"),
     ("CairnCommon/CairnCommonUtil.h", "port == 0 ? maxPorts", "port == 1 ? maxPorts"),

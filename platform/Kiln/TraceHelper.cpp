@@ -3,6 +3,7 @@
 #include <Kiln/TraceSink.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <ctime>
 #include <fcntl.h>
@@ -10,16 +11,54 @@
 #include <mutex>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace Kiln {
 
+namespace {
+
+// Where in the text the next control character is, and how many bytes it has: one, or the two that
+// UTF-8 has for those above the ASCII ones. No byte: there is none.
+std::pair<std::size_t, std::size_t> findControl( std::string_view text, std::size_t from ) {
+    for ( std::size_t at = from; at < text.size(); ++at ) {
+        const auto byte = static_cast<unsigned char>( text[at] );
+        if ( byte < 0x20 || byte == 0x7F )
+            return { at, 1 };
+        if ( byte == 0xC2 && at + 1 < text.size() &&
+             ( static_cast<unsigned char>( text[at + 1] ) & 0xE0 ) == 0x80 )
+            return { at, 2 };
+    }
+    return { text.size(), 0 };
+}
+
+} // namespace
+
+void TraceStream::append( std::string_view text ) {
+    constexpr char digits[] = "0123456789abcdef";
+    for ( std::size_t from = 0; from < text.size(); ) {
+        const auto [at, length] = findControl( text, from );
+        text_ += text.substr( from, at - from );
+        for ( const char c : text.substr( at, length ) ) {
+            const auto byte = static_cast<unsigned char>( c );
+            text_ += '\\';
+            if ( c == '\n' )
+                text_ += 'n';
+            else if ( c == '\t' )
+                text_ += 't';
+            else
+                text_ += { 'x', digits[byte >> 4], digits[byte & 0xF] };
+        }
+        from = at + length;
+    }
+}
+
 TraceStream & TraceStream::operator<<( const char * text ) {
-    text_ += text == nullptr ? "(null)" : text;
+    append( text == nullptr ? "(null)" : text );
     return *this;
 }
 
 TraceStream & TraceStream::operator<<( const std::string & text ) {
-    text_ += text;
+    append( text );
     return *this;
 }
 
@@ -43,38 +82,107 @@ TraceStream & TraceStream::operator<<( unsigned short value ) {
 
 namespace {
 
-// The sink in force. Never destroyed: static objects of the host trace while the process ends.
-struct SinkState {
-    std::mutex mutex;
-    int descriptor = STDERR_FILENO;
-    std::function<void( const TraceLine & )> callback;
+// While one lives, a write that nobody reads, or that a limit refuses, fails on this thread and
+// sends no signal that would end the process. Other threads see nothing of it.
+class WriteSignals {
+  public:
+    WriteSignals() noexcept {
+        sigemptyset( &ours_ );
+        sigaddset( &ours_, SIGPIPE );
+        sigaddset( &ours_, SIGXFSZ );
+        pthread_sigmask( SIG_BLOCK, &ours_, &before_ );
+        // What the host keeps blocked may be waiting since earlier; that stays.
+        for ( const int signal : { SIGPIPE, SIGXFSZ } ) {
+            sigset_t pending;
+            if ( sigismember( &before_, signal ) && sigpending( &pending ) == 0 &&
+                 sigismember( &pending, signal ) )
+                sigdelset( &ours_, signal );
+        }
+    }
+    ~WriteSignals() { pthread_sigmask( SIG_SETMASK, &before_, nullptr ); }
+    WriteSignals( const WriteSignals & ) = delete;
+    WriteSignals & operator=( const WriteSignals & ) = delete;
 
-    static SinkState & instance() {
-        static auto & state = *new SinkState;
-        return state;
+    // Takes back what a write that failed has sent.
+    void drop() noexcept {
+        const timespec atOnce{};
+        while ( sigtimedwait( &ours_, nullptr, &atOnce ) > 0 )
+            ;
     }
 
-    void redirect( int newDescriptor, std::function<void( const TraceLine & )> newCallback ) {
-        const std::lock_guard lock( mutex );
-        if ( descriptor != STDERR_FILENO )
-            ::close( descriptor );
-        descriptor = newDescriptor;
-        callback = std::move( newCallback );
-    }
+  private:
+    sigset_t ours_;
+    sigset_t before_;
 };
 
-// A sink that cannot take the line (a closed pipe, a full disk) must not stop the agent: what is
-// left of the line is dropped.
-void writeWhole( int descriptor, std::string_view text ) noexcept {
-    while ( !text.empty() ) {
-        const auto written = ::write( descriptor, text.data(), text.size() );
+// Writes the text and returns how much of it was taken.
+std::size_t writeWhole( int descriptor, std::string_view text ) noexcept {
+    WriteSignals signals;
+    std::size_t taken = 0;
+    while ( taken < text.size() ) {
+        const auto written = ::write( descriptor, text.data() + taken, text.size() - taken );
         if ( written < 0 && errno == EINTR )
             continue;
-        if ( written <= 0 )
-            return;
-        text.remove_prefix( static_cast<size_t>( written ) );
+        if ( written <= 0 ) {
+            signals.drop();
+            break;
+        }
+        taken += static_cast<std::size_t>( written );
     }
+    return taken;
 }
+
+// The sink in force. Never destroyed: static objects of the host trace while the process ends.
+class Sink {
+  public:
+    static Sink & instance() {
+        static auto & sink = *new Sink;
+        return sink;
+    }
+
+    void redirect( int descriptor, std::function<void( const TraceLine & )> callback ) {
+        const std::lock_guard lock( mutex_ );
+        if ( descriptor_ != STDERR_FILENO )
+            ::close( descriptor_ );
+        descriptor_ = descriptor;
+        callback_ = std::move( callback );
+        isInLine_ = false;
+    }
+
+    // A sink that cannot take the line (a closed pipe, a full disk) does not stop the agent. The next
+    // line that is taken comes after one that says how many were not.
+    void emit( const TraceLine & line ) noexcept {
+        const std::lock_guard lock( mutex_ );
+        if ( lost_ != 0 ) {
+            const std::string text = std::to_string( lost_ ) + " trace lines could not be written";
+            if ( put( { line.time, line.thread, "Kiln", TraceFacility::level0, "Kiln/TraceHelper",
+                        __LINE__, __func__, text } ) )
+                lost_ = 0;
+        }
+        if ( lost_ != 0 || !put( line ) )
+            ++lost_;
+    }
+
+  private:
+    bool put( const TraceLine & line ) noexcept {
+        if ( callback_ ) {
+            callback_( line );
+            return true;
+        }
+        // Of the line before, a part may have been taken.
+        const std::string text = ( isInLine_ ? "\n" : "" ) + formatTraceLine( line ) + '\n';
+        const std::size_t taken = writeWhole( descriptor_, text );
+        if ( taken != 0 )
+            isInLine_ = text[taken - 1] != '\n';
+        return taken == text.size();
+    }
+
+    std::mutex mutex_;
+    int descriptor_ = STDERR_FILENO;
+    std::function<void( const TraceLine & )> callback_;
+    std::uint64_t lost_ = 0; // lines since the last that was taken
+    bool isInLine_ = false;
+};
 
 } // namespace
 
@@ -110,17 +218,17 @@ std::string formatTraceLine( const TraceLine & line ) {
     return out;
 }
 
-void traceToStandardError() { SinkState::instance().redirect( STDERR_FILENO, nullptr ); }
+void traceToStandardError() { Sink::instance().redirect( STDERR_FILENO, nullptr ); }
 
 void traceToFile( const std::string & path ) {
     const int descriptor = ::open( path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644 );
     if ( descriptor < 0 )
         throw std::system_error( errno, std::generic_category(), "trace file " + path );
-    SinkState::instance().redirect( descriptor, nullptr );
+    Sink::instance().redirect( descriptor, nullptr );
 }
 
 void traceToCallback( std::function<void( const TraceLine & )> callback ) {
-    SinkState::instance().redirect( STDERR_FILENO, std::move( callback ) );
+    Sink::instance().redirect( STDERR_FILENO, std::move( callback ) );
 }
 
 TraceHelper::TraceHelper( TraceHandle & handle, TraceFacility::FacilityLevel level,
@@ -136,12 +244,7 @@ TraceHelper::~TraceHelper() {
                           line_,
                           function_,
                           stream_.text() };
-    auto & sink = SinkState::instance();
-    const std::lock_guard lock( sink.mutex );
-    if ( sink.callback )
-        sink.callback( line );
-    else
-        writeWhole( sink.descriptor, formatTraceLine( line ) + '\n' );
+    Sink::instance().emit( line );
 }
 
 } // namespace Kiln

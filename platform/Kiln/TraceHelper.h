@@ -3,6 +3,7 @@
 #include <Kiln/TraceHandle.h>
 
 #include <string>
+#include <string_view>
 
 // Writing trace lines. Test the level first; a TraceHelper is only made for a line that is wanted.
 //
@@ -17,7 +18,8 @@
 namespace Kiln {
 
 /// The text of a line that is being built. Integers are written in decimal, bool as "true" or
-/// "false", a null text as "(null)".
+/// "false", a null text as "(null)". Control characters of a text are escaped ("\n", "\t", "\x1b"),
+/// so that no value looks like another line, or steers a terminal.
 class TraceStream {
   public:
     TraceStream & operator<<( const char * text );
@@ -31,6 +33,8 @@ class TraceStream {
     const std::string & text() const noexcept { return text_; }
 
   private:
+    void append( std::string_view text );
+
     std::string text_;
 };
 

@@ -13,6 +13,10 @@
 //
 //     2026-03-01T07:30:00.123456Z 4711 ApiCairn/4 Cairn/CairnLtHelper:31 setEgrTunnelEcnEncap: TEXT
 //
+// A sink that does not take a line (a pipe that nobody reads, a full disk, a file at its size limit)
+// never stops the process. Lines that were not written are counted, and the next that is written
+// comes after one of the facility "Kiln" that tells how many.
+//
 // Each line leaves the process in one write, with nothing kept back, so no line is lost when the
 // process aborts and lines of several threads or processes do not mix.
 

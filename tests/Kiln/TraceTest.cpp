@@ -1,3 +1,4 @@
+#include "tests/support/ChildProcess.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <Kiln/TraceHandle.h>
@@ -6,12 +7,16 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <fstream>
 #include <sstream>
+#include <sys/resource.h>
 #include <system_error>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -97,6 +102,154 @@ TEST_F( TraceTest, StreamWritesEachTypeInItsForm ) {
            << " " << 18446744073709551615ul << " " << static_cast<unsigned short>( 65535 ) << " "
            << static_cast<const char *>( nullptr );
     EXPECT_EQ( stream.text(), "text string true false -5 5 18446744073709551615 65535 (null)" );
+}
+
+TEST_F( TraceTest, ControlCharactersOfTextsAreEscaped ) {
+    Kiln::TraceStream stream;
+    stream << "one\ntwo\tthree\r" << std::string( "four\x1b[31m\x7f" ) + '\0' + "\xc2\x9b"
+           << "\xc3\xa4 \xc2\xa0\xc2";
+    EXPECT_EQ( stream.text(), "one\\ntwo\\tthree\\x0dfour\\x1b[31m\\x7f\\x00\\xc2\\x9b"
+                              "\xc3\xa4 \xc2\xa0\xc2" );
+}
+
+TEST_F( TraceTest, NoValueLooksLikeAnotherLine ) {
+    TraceHandle handle( "TraceTest.forged", false );
+    testing::internal::CaptureStderr();
+    write( handle, "mem: x\n2026-03-01T07:30:00.123456Z 1 ApiCairn/4 f:1 g: nothing happened" );
+    const std::string text = testing::internal::GetCapturedStderr();
+    EXPECT_EQ( text.find( '\n' ), text.size() - 1 );
+}
+
+// Sinks that fail. Each in a process of its own, which goes on.
+
+class TraceSinkFailureTest : public TraceTest {
+  protected:
+    TraceSinkFailureTest() {
+        int ends[2];
+        if ( ::pipe( ends ) != 0 )
+            std::abort();
+        ::close( ends[0] );
+        closedPipe_ = ends[1];
+    }
+    ~TraceSinkFailureTest() override { ::close( closedPipe_ ); }
+
+    /// What follows the time and the thread in each line of the file.
+    static std::vector<std::string> linesOf( const std::string & path ) {
+        std::ifstream in( path );
+        std::vector<std::string> lines;
+        for ( std::string line; std::getline( in, line ); ) {
+            const auto facility =
+                line.find( ' ', std::min( line.find( ' ' ), line.size() - 1 ) + 1 );
+            const auto text = line.find( ": " );
+            lines.push_back(
+                facility == line.npos || text == line.npos
+                    ? line
+                    : line.substr( facility + 1, line.find( ' ', facility + 1 ) - facility ) +
+                          line.substr( text + 2 ) );
+        }
+        return lines;
+    }
+
+    void expectToGoOn( const std::function<bool()> & work ) const {
+        EXPECT_EQ( Support::runInChild( [&] {
+                       std::signal( SIGPIPE, SIG_DFL );
+                       std::signal( SIGXFSZ, SIG_DFL );
+                       return work();
+                   } ),
+                   0 );
+    }
+
+    TraceHandle handle_{ "T", false };
+    Support::TemporaryFolder folder_;
+    int closedPipe_;
+};
+
+TEST_F( TraceSinkFailureTest, PipeThatNobodyReadsDoesNotStopTheProcessAndWhatWasLostIsTold ) {
+    const std::string path = folder_.write( "lines", "" );
+    expectToGoOn( [&] {
+        const int file = ::open( path.c_str(), O_WRONLY | O_APPEND );
+        ::dup2( closedPipe_, STDERR_FILENO );
+        write( handle_, "one" );
+        write( handle_, "two" );
+        write( handle_, "three" );
+        ::dup2( file, STDERR_FILENO );
+        write( handle_, "four" );
+        write( handle_, "five" );
+        return true;
+    } );
+    EXPECT_EQ( linesOf( path ),
+               ( std::vector<std::string>{ "Kiln/0 3 trace lines could not be written", "T/4 four",
+                                           "T/4 five" } ) );
+}
+
+TEST_F( TraceSinkFailureTest, FullDiskDoesNotStopTheProcessAndWhatWasLostIsTold ) {
+    const std::string path = folder_.path( "lines" );
+    expectToGoOn( [&] {
+        Kiln::traceToFile( "/dev/full" );
+        write( handle_, "one" );
+        write( handle_, "two" );
+        Kiln::traceToFile( path );
+        write( handle_, "three" );
+        return true;
+    } );
+    EXPECT_EQ( linesOf( path ), ( std::vector<std::string>{
+                                    "Kiln/0 2 trace lines could not be written", "T/4 three" } ) );
+}
+
+TEST_F( TraceSinkFailureTest, LineThatWasTakenInPartIsNotContinued ) {
+    const std::string path = folder_.path( "lines" );
+    expectToGoOn( [&] {
+        Kiln::traceToFile( path );
+        write( handle_, "one" );
+        const auto before = std::ifstream( path, std::ios::ate ).tellg();
+        ::rlimit limit{};
+        ::getrlimit( RLIMIT_FSIZE, &limit );
+        const ::rlimit little{ static_cast<rlim_t>( before ) + 10, limit.rlim_max };
+        ::setrlimit( RLIMIT_FSIZE, &little );
+        write( handle_, "two" );
+        write( handle_, "three" );
+        ::setrlimit( RLIMIT_FSIZE, &limit );
+        write( handle_, "four" );
+        return true;
+    } );
+    const auto lines = linesOf( path );
+    ASSERT_EQ( lines.size(), 4u );
+    EXPECT_EQ( lines[0], "T/4 one" );
+    EXPECT_EQ( lines[1].size(), 10u );
+    EXPECT_EQ( lines[2], "Kiln/0 2 trace lines could not be written" );
+    EXPECT_EQ( lines[3], "T/4 four" );
+}
+
+TEST_F( TraceSinkFailureTest, SignalsOfTheProcessAreAsTheyWere ) {
+    expectToGoOn( [&] {
+        ::dup2( closedPipe_, STDERR_FILENO );
+        write( handle_, "lost" );
+        sigset_t mask;
+        pthread_sigmask( SIG_BLOCK, nullptr, &mask );
+        sigset_t pending;
+        sigpending( &pending );
+        struct sigaction action;
+        ::sigaction( SIGPIPE, nullptr, &action );
+        return !sigismember( &mask, SIGPIPE ) && !sigismember( &pending, SIGPIPE ) &&
+               action.sa_handler == SIG_DFL;
+    } );
+}
+
+TEST_F( TraceSinkFailureTest, SignalThatTheHostHasBlockedWaitsOnlyIfItCameFromElsewhere ) {
+    for ( const bool isWaiting : { false, true } )
+        expectToGoOn( [&] {
+            ::dup2( closedPipe_, STDERR_FILENO );
+            sigset_t mask;
+            sigemptyset( &mask );
+            sigaddset( &mask, SIGPIPE );
+            pthread_sigmask( SIG_BLOCK, &mask, nullptr );
+            if ( isWaiting )
+                ::raise( SIGPIPE );
+            write( handle_, "lost" );
+            sigset_t pending;
+            sigpending( &pending );
+            return sigismember( &pending, SIGPIPE ) == ( isWaiting ? 1 : 0 );
+        } );
 }
 
 TEST_F( TraceTest, CallbackSeesEveryPartOfTheLine ) {
