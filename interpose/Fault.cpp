@@ -164,7 +164,7 @@ std::string check( const Fault & fault ) {
         if ( fault.rc < 0 ) {
             return "an invalid handle goes with success; give a code of 0 or more, or none";
         }
-    } else if ( fault.rc == 0 ) {
+    } else if ( fault.rc == 0 && !fault.overridesRefusal ) {
         return "code 0 is success; give a negative or a positive one";
     }
     const bool mayNameField =

@@ -26,12 +26,15 @@ struct Fault {
     /// ... and, if this is set, at every match after it.
     bool always = false;
 
-    /// What the operation returns, never 0 unless `invalidHandle` is set.
+    /// What the operation returns; 0 only with `overridesRefusal` or `invalidHandle`.
     /// Negative: the operation does not reach the chip; nothing changes, nothing is stored through
     /// its pointers.
     /// Positive: the operation reaches the chip, and the code is returned in place of 0. If the
     /// chip itself fails it, the chip's code is returned.
     int rc = -1;
+    /// Also a refusal of the chip becomes `rc`, which may be 0 then; an allocate that the chip
+    /// refuses leaves BCMLT_INVALID_HDL. Not part of the text of a fault.
+    bool overridesRefusal = false;
     /// Allocate only: returns `rc` (0 or positive) and stores BCMLT_INVALID_HDL; the allocate does
     /// not reach the chip.
     bool invalidHandle = false;
@@ -61,7 +64,7 @@ struct ParsedFault {
 /// word, tells what is allowed and names the nearest name.
 ParsedFault parseFault( std::string_view text );
 
-/// The text that parseFault reads back as the same fault.
+/// The text that parseFault reads back as the same fault, if the fault overrides no refusal.
 std::string toText( const Fault & fault );
 
 } // namespace Interpose

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "interpose/Fault.h"
-#include "interpose/Forwarder.h"
+#include "interpose/Interposer.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -17,14 +17,14 @@
 
 namespace Interpose {
 
-/// How a fault fared.
+/// A fault, and how often it matched and struck.
 struct FaultReport {
     Fault fault;
     uint64_t matches = 0; ///< operations that it was about
     uint64_t strikes = 0; ///< operations that it changed
 };
 
-/// A decorator over another SDK. All that no fault strikes is passed on unchanged, error texts,
+/// An interposer. All that no fault strikes is passed on unchanged, error texts,
 /// hooks and constants always.
 ///
 /// Each fault counts its own matches. Where several strike at the same operation, the one that was
@@ -32,7 +32,7 @@ struct FaultReport {
 ///
 /// Threads: as the SDK behind it; faults are matched under a lock of their own, which is not held
 /// while the SDK works.
-class FaultInjector final : public Forwarder {
+class FaultInjector final : public Interposer {
   public:
     /// `inner` must outlive the injector.
     explicit FaultInjector( Shim::Sdk & inner );
@@ -47,22 +47,9 @@ class FaultInjector final : public Forwarder {
     /// Those that never struck.
     std::vector<Fault> unfired() const;
 
-    int bcmlt_entry_allocate( int unit, const char * table, uint32_t * handle ) noexcept override;
-    int bcmlt_entry_attrib_set( uint32_t handle, uint32_t attribute ) noexcept override;
-    int bcmlt_entry_commit( uint32_t handle, uint32_t opcode, uint32_t priority ) noexcept override;
-    int bcmlt_entry_field_add( uint32_t handle, const char * field,
-                               uint64_t value ) noexcept override;
-    int bcmlt_entry_field_array_add( uint32_t handle, const char * field, uint32_t startIndex,
-                                     const uint64_t * values, uint32_t count ) noexcept override;
-    int bcmlt_entry_field_get( uint32_t handle, const char * field,
-                               uint64_t * value ) noexcept override;
-    int bcmlt_entry_field_symbol_add( uint32_t handle, const char * field,
-                                      const char * symbol ) noexcept override;
-    int bcmlt_entry_free( uint32_t handle ) noexcept override;
-    int bcmlt_pt_entry_commit( uint32_t handle, uint32_t opcode,
-                               uint32_t priority ) noexcept override;
-
   private:
+    int operate( const Operation & operation ) noexcept override;
+
     struct State;
     std::unique_ptr<State> state_;
 };

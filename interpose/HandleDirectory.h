@@ -1,13 +1,15 @@
 #pragma once
 
-#include <cstdint>
+#include "interpose/Operation.h"
+
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <utility>
+#include <unordered_set>
 
-// Which unit and table the handles of live entries belong to: a decorator sees the handle alone.
-// Internal to the decorators, which guard it with a lock of their own.
+// Which unit and table the handles of live entries belong to: an interposer sees the handle alone.
+// Internal to the interposers. Any thread may use it.
 
 namespace Interpose {
 
@@ -15,28 +17,28 @@ class HandleDirectory {
   public:
     struct Entry {
         int unit = -1;
-        std::string table = {};
+        std::string_view table = {}; ///< lives as long as the operation and the directory
     };
 
-    void add( uint32_t handle, int unit, std::string_view table ) {
-        entries_.insert_or_assign( handle, Entry{ unit, std::string( table ) } );
-    }
+    /// `sdk` must outlive the directory; it is asked for BCMLT_INVALID_HDL here.
+    explicit HandleDirectory( Shim::Sdk & sdk )
+        : sdk_( sdk ), invalidHandle_( sdk.BCMLT_INVALID_HDL() ) {}
 
-    /// Unit -1 and no table if the handle is not known.
-    Entry find( uint32_t handle ) const {
-        const auto it = entries_.find( handle );
-        return it == entries_.end() ? Entry{} : it->second;
-    }
+    uint32_t invalidHandle() const { return invalidHandle_; }
 
-    /// As find(), and forgets the handle. To be done before the entry is freed, after which another
-    /// thread may be given the same handle; a free that fails is followed by add().
-    Entry take( uint32_t handle ) {
-        auto node = entries_.extract( handle );
-        return node.empty() ? Entry{} : std::move( node.mapped() );
-    }
+    /// What an operation is about: the unit and the table that an allocate names, or those of the
+    /// entry; unit -1 and no table if its handle is not known.
+    Entry find( const Operation & operation ) const;
+
+    /// Performs an operation on the SDK and notes what becomes of handles.
+    int perform( const Operation & operation );
 
   private:
+    Shim::Sdk & sdk_;
+    const uint32_t invalidHandle_;
+    mutable std::mutex mutex_;
     std::unordered_map<uint32_t, Entry> entries_;
+    std::unordered_set<std::string> tables_;
 };
 
 } // namespace Interpose

@@ -1,14 +1,12 @@
 #pragma once
 
-#include "interpose/SdkCall.h"
-
-#include <Shim/Sdk.h>
+#include "interpose/Event.h"
+#include "interpose/Interposer.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <string>
 #include <vector>
 
 // The recorder: an SDK that writes down every call on its way to another SDK.
@@ -31,52 +29,7 @@
 
 namespace Interpose {
 
-/// One call. Which members mean something depends on the call; the others keep their defaults.
-struct Event {
-    SdkCall call = SdkCall::preCallHook;
-
-    /// Operations: the entry, its unit and its table. For a handle that no allocate through this
-    /// recorder handed out, the unit is -1 and the table empty. An allocate has its handle once it
-    /// has returned, and BCMLT_INVALID_HDL before that and if it failed.
-    uint32_t handle = 0;
-    int unit = -1;
-    std::string table = {};
-
-    std::string field = {};
-    std::string symbol = {};
-    /// Field operations: the values added; the value read, once it has been read.
-    std::vector<uint64_t> values = {};
-    /// Array add: the first element, and the number of elements. Of more than `maxRecordedValues`
-    /// only the first ones are in `values`.
-    uint32_t startIndex = 0;
-    uint32_t count = 0;
-
-    /// Commits: the opcode and the priority. Attribute set: the attribute. The names are those of
-    /// the SDK's constants, empty for a number that none of them has.
-    uint32_t opcode = 0;
-    std::string opcodeName = {};
-    uint32_t priority = 0;
-    std::string priorityName = {};
-    uint32_t attribute = 0;
-    std::string attributeName = {};
-
-    /// Constants: the number, or the name text. errmsg: its text, and in `rc` the code asked for.
-    uint32_t result = 0;
-    std::string text = {};
-    /// Operations: the return code, 0 before the call has returned.
-    int rc = 0;
-    bool returned = false;
-
-    bool operator==( const Event & ) const = default;
-};
-
-/// An array add is recorded up to this many elements.
-inline constexpr uint32_t maxRecordedValues = 64;
-
-/// One readable line without an end of line; before the call has returned, without its result.
-std::string toText( const Event & event );
-
-class Recorder final : public Shim::Sdk {
+class Recorder final : public Interposer {
   public:
     enum class Moment {
         before, ///< nothing of the call has happened; `returned` is false
@@ -90,8 +43,6 @@ class Recorder final : public Shim::Sdk {
     /// `inner` must outlive the recorder. Its constants are asked here, once, to learn their names.
     explicit Recorder( Shim::Sdk & inner );
     ~Recorder();
-    Recorder( const Recorder & ) = delete;
-    Recorder & operator=( const Recorder & ) = delete;
 
     /// Whether constant queries are written down. They are, unless told otherwise.
     void keepConstants( bool keep );
@@ -117,20 +68,6 @@ class Recorder final : public Shim::Sdk {
     uint32_t BCMLT_PT_OPCODE_GET() noexcept override;
     uint32_t BCMLT_PT_OPCODE_MODIFY() noexcept override;
     uint32_t BCMLT_PT_OPCODE_SET() noexcept override;
-    int bcmlt_entry_allocate( int unit, const char * table, uint32_t * handle ) noexcept override;
-    int bcmlt_entry_attrib_set( uint32_t handle, uint32_t attribute ) noexcept override;
-    int bcmlt_entry_commit( uint32_t handle, uint32_t opcode, uint32_t priority ) noexcept override;
-    int bcmlt_entry_field_add( uint32_t handle, const char * field,
-                               uint64_t value ) noexcept override;
-    int bcmlt_entry_field_array_add( uint32_t handle, const char * field, uint32_t startIndex,
-                                     const uint64_t * values, uint32_t count ) noexcept override;
-    int bcmlt_entry_field_get( uint32_t handle, const char * field,
-                               uint64_t * value ) noexcept override;
-    int bcmlt_entry_field_symbol_add( uint32_t handle, const char * field,
-                                      const char * symbol ) noexcept override;
-    int bcmlt_entry_free( uint32_t handle ) noexcept override;
-    int bcmlt_pt_entry_commit( uint32_t handle, uint32_t opcode,
-                               uint32_t priority ) noexcept override;
     uint32_t BCMLT_INVALID_HDL() noexcept override;
     const char * ENABLEs() noexcept override;
     const char * NUM_LANESs() noexcept override;
@@ -143,8 +80,11 @@ class Recorder final : public Shim::Sdk {
     void failureHook() noexcept override;
 
   private:
+    int operate( const Operation & operation ) noexcept override;
+    uint32_t number( SdkCall call ) noexcept;
+    const char * text( SdkCall call ) noexcept;
+
     struct State;
-    Shim::Sdk & inner_;
     std::unique_ptr<State> state_;
 };
 

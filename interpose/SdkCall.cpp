@@ -7,25 +7,42 @@ namespace Interpose {
 
 namespace {
 
+using Number = uint32_t ( Shim::Sdk::* )() noexcept;
+using Text = const char * (Shim::Sdk::*)() noexcept;
+
 struct CallInfo {
     SdkCall call;
     std::string_view name;
     SdkCallKind kind;
+    // Constants: one of the two.
+    Number number = nullptr;
+    Text text = nullptr;
 };
 
+constexpr CallInfo constantNumber( SdkCall call, std::string_view name, Number number ) {
+    return { call, name, SdkCallKind::constant, number };
+}
+
+constexpr CallInfo constantText( SdkCall call, std::string_view name, Text text ) {
+    return { call, name, SdkCallKind::constant, nullptr, text };
+}
+
 using enum SdkCallKind;
+using Shim::Sdk;
 
 constexpr std::array calls = {
     CallInfo{ SdkCall::errmsg, "errmsg", text },
-    CallInfo{ SdkCall::attrGetFromHw, "BCMLT_ENT_ATTR_GET_FROM_HW", constant },
-    CallInfo{ SdkCall::opcodeDelete, "BCMLT_OPCODE_DELETE", constant },
-    CallInfo{ SdkCall::opcodeInsert, "BCMLT_OPCODE_INSERT", constant },
-    CallInfo{ SdkCall::opcodeLookup, "BCMLT_OPCODE_LOOKUP", constant },
-    CallInfo{ SdkCall::opcodeUpdate, "BCMLT_OPCODE_UPDATE", constant },
-    CallInfo{ SdkCall::priorityNormal, "BCMLT_PRIORITY_NORMAL", constant },
-    CallInfo{ SdkCall::ptOpcodeGet, "BCMLT_PT_OPCODE_GET", constant },
-    CallInfo{ SdkCall::ptOpcodeModify, "BCMLT_PT_OPCODE_MODIFY", constant },
-    CallInfo{ SdkCall::ptOpcodeSet, "BCMLT_PT_OPCODE_SET", constant },
+    constantNumber( SdkCall::attrGetFromHw, "BCMLT_ENT_ATTR_GET_FROM_HW",
+                    &Sdk::BCMLT_ENT_ATTR_GET_FROM_HW ),
+    constantNumber( SdkCall::opcodeDelete, "BCMLT_OPCODE_DELETE", &Sdk::BCMLT_OPCODE_DELETE ),
+    constantNumber( SdkCall::opcodeInsert, "BCMLT_OPCODE_INSERT", &Sdk::BCMLT_OPCODE_INSERT ),
+    constantNumber( SdkCall::opcodeLookup, "BCMLT_OPCODE_LOOKUP", &Sdk::BCMLT_OPCODE_LOOKUP ),
+    constantNumber( SdkCall::opcodeUpdate, "BCMLT_OPCODE_UPDATE", &Sdk::BCMLT_OPCODE_UPDATE ),
+    constantNumber( SdkCall::priorityNormal, "BCMLT_PRIORITY_NORMAL", &Sdk::BCMLT_PRIORITY_NORMAL ),
+    constantNumber( SdkCall::ptOpcodeGet, "BCMLT_PT_OPCODE_GET", &Sdk::BCMLT_PT_OPCODE_GET ),
+    constantNumber( SdkCall::ptOpcodeModify, "BCMLT_PT_OPCODE_MODIFY",
+                    &Sdk::BCMLT_PT_OPCODE_MODIFY ),
+    constantNumber( SdkCall::ptOpcodeSet, "BCMLT_PT_OPCODE_SET", &Sdk::BCMLT_PT_OPCODE_SET ),
     CallInfo{ SdkCall::entryAllocate, "bcmlt_entry_allocate", operation },
     CallInfo{ SdkCall::entryAttribSet, "bcmlt_entry_attrib_set", operation },
     CallInfo{ SdkCall::entryCommit, "bcmlt_entry_commit", operation },
@@ -35,14 +52,14 @@ constexpr std::array calls = {
     CallInfo{ SdkCall::entryFieldSymbolAdd, "bcmlt_entry_field_symbol_add", operation },
     CallInfo{ SdkCall::entryFree, "bcmlt_entry_free", operation },
     CallInfo{ SdkCall::ptEntryCommit, "bcmlt_pt_entry_commit", operation },
-    CallInfo{ SdkCall::invalidHandle, "BCMLT_INVALID_HDL", constant },
-    CallInfo{ SdkCall::enableName, "ENABLEs", constant },
-    CallInfo{ SdkCall::numLanesName, "NUM_LANESs", constant },
-    CallInfo{ SdkCall::pcPhysPortIdName, "PC_PHYS_PORT_IDs", constant },
-    CallInfo{ SdkCall::pcPortPhysMapName, "PC_PORT_PHYS_MAPs", constant },
-    CallInfo{ SdkCall::pcPortName, "PC_PORTs", constant },
-    CallInfo{ SdkCall::portIdName, "PORT_IDs", constant },
-    CallInfo{ SdkCall::speedName, "SPEEDs", constant },
+    constantNumber( SdkCall::invalidHandle, "BCMLT_INVALID_HDL", &Sdk::BCMLT_INVALID_HDL ),
+    constantText( SdkCall::enableName, "ENABLEs", &Sdk::ENABLEs ),
+    constantText( SdkCall::numLanesName, "NUM_LANESs", &Sdk::NUM_LANESs ),
+    constantText( SdkCall::pcPhysPortIdName, "PC_PHYS_PORT_IDs", &Sdk::PC_PHYS_PORT_IDs ),
+    constantText( SdkCall::pcPortPhysMapName, "PC_PORT_PHYS_MAPs", &Sdk::PC_PORT_PHYS_MAPs ),
+    constantText( SdkCall::pcPortName, "PC_PORTs", &Sdk::PC_PORTs ),
+    constantText( SdkCall::portIdName, "PORT_IDs", &Sdk::PORT_IDs ),
+    constantText( SdkCall::speedName, "SPEEDs", &Sdk::SPEEDs ),
     CallInfo{ SdkCall::preCallHook, "preCallHook", hook },
     CallInfo{ SdkCall::failureHook, "failureHook", hook },
 };
@@ -69,6 +86,14 @@ constexpr std::array operations = {
 std::string_view name( SdkCall call ) { return calls[static_cast<std::size_t>( call )].name; }
 
 SdkCallKind kind( SdkCall call ) { return calls[static_cast<std::size_t>( call )].kind; }
+
+uint32_t askNumber( Shim::Sdk & sdk, SdkCall number ) noexcept {
+    return ( sdk.*calls[static_cast<std::size_t>( number )].number )();
+}
+
+const char * askText( Shim::Sdk & sdk, SdkCall text ) noexcept {
+    return ( sdk.*calls[static_cast<std::size_t>( text )].text )();
+}
 
 std::span<const SdkCall> sdkOperations() { return operations; }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Shim/Sdk.h>
+
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -58,6 +60,10 @@ std::span<const SdkCall> sdkOperations();
 /// The name of an operation without "bcmlt_entry_" or "bcmlt_": "field_add", "commit",
 /// "pt_entry_commit". No two operations share one. Names of other calls are returned whole.
 std::string_view shortName( SdkCall call );
+
+/// Asks an SDK for one of its constants: a number (BCMLT_...), or a name text (...s).
+uint32_t askNumber( Shim::Sdk & sdk, SdkCall number ) noexcept;
+const char * askText( Shim::Sdk & sdk, SdkCall text ) noexcept;
 
 /// An operation by its name or its short name. Nothing if there is none.
 std::optional<SdkCall> operationByName( std::string_view name );

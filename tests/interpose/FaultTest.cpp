@@ -146,6 +146,19 @@ TEST( FaultTest, TheChipsOwnFailureWinsOverAPositiveCode ) {
     EXPECT_EQ( c.faults.bcmlt_entry_allocate( 0, "NONE", &c.handle ), toInt( Rc::unknownTable ) );
 }
 
+TEST( FaultTest, ARefusalOfTheChipCanBeOverridden ) {
+    FaultyChip sdk;
+    FaultInjector & faults = sdk.faults;
+    faults.add( { .operation = SdkCall::entryAllocate, .rc = 0, .overridesRefusal = true } );
+    faults.add( { .operation = SdkCall::entryFree, .rc = 5, .overridesRefusal = true } );
+    uint32_t handle = 99;
+    EXPECT_EQ( faults.bcmlt_entry_allocate( 0, "NONE", &handle ), 0 );
+    EXPECT_EQ( handle, faults.BCMLT_INVALID_HDL() );
+    EXPECT_EQ( faults.bcmlt_entry_free( 12345 ), 5 );
+    EXPECT_EQ( faults.bcmlt_entry_free( 12345 ), toInt( Rc::unknownHandle ) );
+    EXPECT_EQ( faults.bcmlt_entry_allocate( 0, "NONE", nullptr ), toInt( Rc::nullArgument ) );
+}
+
 TEST( FaultTest, AnAllocateCanSucceedWithoutAHandle ) {
     FaultyChip c;
     c.faults.add( { .occurrence = 2, .rc = 0, .invalidHandle = true } );

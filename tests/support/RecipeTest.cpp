@@ -26,11 +26,11 @@ std::string operationText( const Interpose::Event & event ) {
     case SdkCall::entryAllocate:
         return "allocate " + std::to_string( event.unit ) + " " + event.table;
     case SdkCall::entryAttribSet:
-        return "attrib " + event.attributeName;
+        return "attrib " + toText( event.attribute );
     case SdkCall::entryCommit:
-        return "commit " + event.opcodeName;
+        return "commit " + toText( event.opcode );
     case SdkCall::ptEntryCommit:
-        return "pt_commit " + event.opcodeName;
+        return "pt_commit " + toText( event.opcode );
     case SdkCall::entryFieldAdd:
         return "add " + event.field + " = " + std::to_string( event.values.at( 0 ) );
     case SdkCall::entryFieldSymbolAdd:

@@ -63,7 +63,7 @@ class Describer {
             return { "allocate", "an entry of " + event.table + kindText( event ) + " on unit " +
                                      std::to_string( event.unit ) };
         case Interpose::SdkCall::entryAttribSet:
-            return { "attribute", event.attributeName };
+            return { "attribute", toText( event.attribute ) };
         case Interpose::SdkCall::entryFieldAdd:
             return { "add", event.field + " = " + valuesText( event.values ) + roleText( event ) };
         case Interpose::SdkCall::entryFieldArrayAdd:
@@ -74,9 +74,9 @@ class Describer {
         case Interpose::SdkCall::entryFieldGet:
             return { "read", event.field + ": " + valuesText( event.values ) };
         case Interpose::SdkCall::entryCommit:
-            return { "commit", withoutPrefix( event.opcodeName, "BCMLT_OPCODE_" ) };
+            return { "commit", withoutPrefix( toText( event.opcode ), "BCMLT_OPCODE_" ) };
         case Interpose::SdkCall::ptEntryCommit:
-            return { "commit", "PT " + withoutPrefix( event.opcodeName, "BCMLT_PT_OPCODE_" ) };
+            return { "commit", "PT " + withoutPrefix( toText( event.opcode ), "BCMLT_PT_OPCODE_" ) };
         case Interpose::SdkCall::entryFree:
             return { "free", "the entry" };
         default:
@@ -339,10 +339,10 @@ Json callJson( const SeenCall & call, const Describer & describer ) {
     } else if ( !event.values.empty() ) {
         json["value"] = event.values.front();
     }
-    if ( !event.attributeName.empty() )
-        json["attribute"] = event.attributeName;
-    if ( !event.opcodeName.empty() )
-        json["opcode"] = event.opcodeName;
+    if ( event.attribute.constant )
+        json["attribute"] = toText( event.attribute );
+    if ( event.opcode.constant )
+        json["opcode"] = toText( event.opcode );
     json["rc"] = event.rc;
     if ( call.ignored )
         json["ignored"] = true;

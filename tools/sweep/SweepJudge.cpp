@@ -22,8 +22,7 @@ std::string rcEnding( int rc ) { return " (rc:" + std::to_string( rc ) + ")"; }
 
 std::string quoted( std::string_view text ) { return "\"" + std::string( text ) + "\""; }
 
-/// The SDK's text for a code, of a fault or of the simulated chip.
-std::string errorText( int rc ) { return rc == faultCode ? faultText : Sim::Chip().errmsg( rc ); }
+std::string errorText( int rc ) { return Sim::Chip().errmsg( rc ); }
 
 /// What is handed over, without what came back.
 std::string inWords( const SweepCall & call ) {
@@ -355,19 +354,6 @@ void dropField( SweepExpectation & expected, const PreparedCase & prepared, cons
 
 // --- Faults
 
-int codeOf( SweepFault::Kind kind ) {
-    switch ( kind ) {
-    case SweepFault::Kind::fails:
-        return faultCode;
-    case SweepFault::Kind::positive:
-        return positiveFaultCode;
-    case SweepFault::Kind::succeeds:
-    case SweepFault::Kind::invalidHandle:
-        break;
-    }
-    return 0;
-}
-
 /// Whether a lookup answers the opposite of what the chip says.
 bool answersOpposite( const SweepCall & call, SweepFault::Kind kind ) {
     return ( call.rc < 0 ) != ( codeOf( kind ) < 0 );
@@ -568,6 +554,19 @@ bool occurs( const SweepRun & run, std::string_view part ) {
 }
 
 } // namespace
+
+int codeOf( SweepFault::Kind kind ) {
+    switch ( kind ) {
+    case SweepFault::Kind::fails:
+        return -1;
+    case SweepFault::Kind::positive:
+        return 1;
+    case SweepFault::Kind::succeeds:
+    case SweepFault::Kind::invalidHandle:
+        break;
+    }
+    return 0;
+}
 
 std::string toText( SweepFault::Kind kind ) {
     switch ( kind ) {

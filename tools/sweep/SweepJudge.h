@@ -126,11 +126,9 @@ std::string toText( SweepFault::Kind kind );
 /// A word for programs: "fails".
 std::string_view name( SweepFault::Kind kind );
 
-/// The codes of faults, next to 0 on both sides, and the SDK's text of the negative one. The
-/// simulated chip has no other use for -1 here: recipes hand over no null pointers.
-inline constexpr int faultCode = -1;
-inline constexpr int positiveFaultCode = 1;
-inline constexpr const char * faultText = "failed by the sweep";
+/// The code that a fault makes of a call: next to 0 on both sides. The simulated chip has no other
+/// use for -1 here: recipes hand over no null pointers.
+int codeOf( SweepFault::Kind kind );
 
 /// How a run must end.
 struct SweepEnding {

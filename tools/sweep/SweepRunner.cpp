@@ -1,6 +1,6 @@
 #include "tools/sweep/SweepRunner.h"
 
-#include "interpose/Forwarder.h"
+#include "interpose/FaultInjector.h"
 #include "interpose/Recorder.h"
 #include "sim/Chip.h"
 #include "tools/model/Arguments.h"
@@ -98,92 +98,6 @@ SweepRun fromJson( const std::string & text ) {
 }
 
 // --- In the process of a run
-
-// An SDK that is struck by one fault, at an operation by its number. (Interpose::FaultInjector leaves a
-// call failed that the chip refuses; here it must also be seen to succeed.)
-class StruckSdk final : public Interpose::Forwarder {
-  public:
-    struct Strike {
-        std::size_t operation = 0; ///< from 0
-        SweepFault::Kind kind = SweepFault::Kind::fails;
-    };
-
-    StruckSdk( Shim::Sdk & inner, std::optional<Strike> strike )
-        : Forwarder( inner ), strike_( strike ) {}
-
-    const char * errmsg( int rc ) noexcept override {
-        return rc == faultCode ? faultText : inner().errmsg( rc );
-    }
-
-    int bcmlt_entry_allocate( int unit, const char * table, uint32_t * handle ) noexcept override {
-        return operate(
-            [&] {
-                const int rc = inner().bcmlt_entry_allocate( unit, table, handle );
-                if ( rc < 0 )
-                    *handle = inner().BCMLT_INVALID_HDL(); // it may be made to look successful
-                return rc;
-            },
-            handle );
-    }
-    int bcmlt_entry_attrib_set( uint32_t handle, uint32_t attribute ) noexcept override {
-        return operate( [&] { return inner().bcmlt_entry_attrib_set( handle, attribute ); } );
-    }
-    int bcmlt_entry_commit( uint32_t handle, uint32_t opcode,
-                            uint32_t priority ) noexcept override {
-        return operate( [&] { return inner().bcmlt_entry_commit( handle, opcode, priority ); } );
-    }
-    int bcmlt_entry_field_add( uint32_t handle, const char * field,
-                               uint64_t value ) noexcept override {
-        return operate( [&] { return inner().bcmlt_entry_field_add( handle, field, value ); } );
-    }
-    int bcmlt_entry_field_array_add( uint32_t handle, const char * field, uint32_t startIndex,
-                                     const uint64_t * values, uint32_t count ) noexcept override {
-        return operate( [&] {
-            return inner().bcmlt_entry_field_array_add( handle, field, startIndex, values, count );
-        } );
-    }
-    int bcmlt_entry_field_get( uint32_t handle, const char * field,
-                               uint64_t * value ) noexcept override {
-        return operate( [&] { return inner().bcmlt_entry_field_get( handle, field, value ); } );
-    }
-    int bcmlt_entry_field_symbol_add( uint32_t handle, const char * field,
-                                      const char * symbol ) noexcept override {
-        return operate(
-            [&] { return inner().bcmlt_entry_field_symbol_add( handle, field, symbol ); } );
-    }
-    int bcmlt_entry_free( uint32_t handle ) noexcept override {
-        return operate( [&] { return inner().bcmlt_entry_free( handle ); } );
-    }
-    int bcmlt_pt_entry_commit( uint32_t handle, uint32_t opcode,
-                               uint32_t priority ) noexcept override {
-        return operate( [&] { return inner().bcmlt_pt_entry_commit( handle, opcode, priority ); } );
-    }
-
-  private:
-    template <class Operation>
-    int operate( Operation && operation, uint32_t * handle = nullptr ) {
-        const std::size_t number = operations_++;
-        if ( !strike_ || strike_->operation != number )
-            return operation();
-        switch ( strike_->kind ) {
-        case SweepFault::Kind::fails:
-            return faultCode;
-        case SweepFault::Kind::positive:
-            operation();
-            return positiveFaultCode;
-        case SweepFault::Kind::succeeds:
-            operation();
-            return 0;
-        case SweepFault::Kind::invalidHandle:
-            break;
-        }
-        *handle = inner().BCMLT_INVALID_HDL();
-        return 0;
-    }
-
-    std::optional<Strike> strike_;
-    std::size_t operations_ = 0;
-};
 
 // --- Tables as text
 
@@ -313,7 +227,7 @@ class Collector {
         call.unit = event.unit;
         call.table = event.table;
         call.field = event.field;
-        call.opcode = event.opcodeName;
+        call.opcode = event.opcode.constant ? toText( event.opcode ) : "";
         call.rc = event.rc;
         call.hook = std::exchange( hookPending_, false );
         call.hookLocked = call.hook && hookLocked_;
@@ -416,19 +330,21 @@ void put( Sim::Chip & chip, int unit, const SweepCase::Holds & holds ) {
         throw std::runtime_error( chip.lastError() );
 }
 
-void runHere( const PreparedCase & prepared, const std::optional<StruckSdk::Strike> & strike,
+void runHere( const PreparedCase & prepared, const std::optional<Interpose::Fault> & fault,
               const SweepSetup & setup, int log ) {
     Sim::Chip chip;
     addUnits( chip, prepared.model );
     const auto sharedState = applyModel( prepared.model );
-    Collector collector( chip, !strike );
+    Collector collector( chip, !fault );
     const auto tell = [&] { writeAll( log, toJson( collector.finish() ).dump() ); };
     Kiln::traceToCallback( [&]( const Kiln::TraceLine & line ) { collector.onTraceLine( line ); } );
     std::string error;
     Kiln::traceSettings( Kiln::parseTraceSettings( "ApiCairn/4,CairnLtHelper/*", error ) );
 
-    StruckSdk struck( chip, strike );
-    Interpose::Recorder recorder( struck );
+    Interpose::FaultInjector faults( chip );
+    if ( fault )
+        faults.add( *fault );
+    Interpose::Recorder recorder( faults );
     recorder.observe( [&]( Interpose::Recorder::Moment moment, const Interpose::Event & event ) {
         collector.onEvent( moment, event );
     } );
@@ -448,15 +364,15 @@ void runHere( const PreparedCase & prepared, const std::optional<StruckSdk::Stri
 }
 
 [[noreturn]] void beTheRun( const PreparedCase & prepared,
-                            const std::optional<StruckSdk::Strike> & strike,
-                            const SweepSetup & setup, int log, int standardError ) {
+                            const std::optional<Interpose::Fault> & fault, const SweepSetup & setup,
+                            int log, int standardError ) {
     constexpr unsigned patience = 60; // seconds, of a recipe that hangs
     const rlimit noCore{ 0, 0 };
     ::setrlimit( RLIMIT_CORE, &noCore );
     ::dup2( standardError, STDERR_FILENO );
     ::alarm( patience );
     try {
-        runHere( prepared, strike, setup, log );
+        runHere( prepared, fault, setup, log );
     } catch ( const std::exception & trouble ) {
         complain( trouble.what() );
         ::_exit( 2 );
@@ -510,13 +426,13 @@ pid_t forkClean() {
 // A run under way in a process of its own.
 class ChildRun {
   public:
-    ChildRun( const PreparedCase & prepared, const std::optional<StruckSdk::Strike> & strike,
+    ChildRun( const PreparedCase & prepared, const std::optional<Interpose::Fault> & fault,
               const SweepSetup & setup )
         : log_( "run" ), standardError_( "standard error" ), process_( forkClean() ) {
         if ( process_ < 0 )
             refuseTrouble( "start a process" );
         if ( process_ == 0 )
-            beTheRun( prepared, strike, setup, log_.descriptor(), standardError_.descriptor() );
+            beTheRun( prepared, fault, setup, log_.descriptor(), standardError_.descriptor() );
     }
     ~ChildRun() {
         if ( process_ > 0 )
@@ -560,12 +476,12 @@ class Crew {
 
     explicit Crew( Done done ) : done_( std::move( done ) ) {}
 
-    void add( const PreparedCase & prepared, const std::optional<StruckSdk::Strike> & strike,
+    void add( const PreparedCase & prepared, const std::optional<Interpose::Fault> & fault,
               const SweepSetup & setup ) {
         // One more than can run, so that none waits for the sweep to look.
         if ( running_.size() > std::max( 1u, std::thread::hardware_concurrency() ) )
             takeOne();
-        running_.emplace_back( prepared, strike, setup );
+        running_.emplace_back( prepared, fault, setup );
     }
 
     void finish() {
@@ -728,7 +644,7 @@ class Sweeper {
             tellProgress();
         } );
         for ( const Order & order : orders )
-            crew.add( order.entry->prepared, strikeOf( order ), setup_ );
+            crew.add( order.entry->prepared, injectedBy( order ), setup_ );
         crew.finish();
     }
 
@@ -743,13 +659,22 @@ class Sweeper {
         return found->swept();
     }
 
-    // Checks are calls, but no operations.
-    static StruckSdk::Strike strikeOf( const Order & order ) {
+    // The fault as the injector of the run counts: operations, and of these the allocates alone
+    // where the handle is left invalid. Checks are calls, but no operations.
+    static Interpose::Fault injectedBy( const Order & order ) {
+        const bool invalid = order.fault.kind == SweepFault::Kind::invalidHandle;
         const auto & calls = order.entry->undisturbed.calls;
-        const auto operations =
-            std::count_if( calls.begin(), calls.begin() + static_cast<long>( order.fault.call ),
-                           []( const SweepCall & call ) { return !call.isCheck; } );
-        return { static_cast<std::size_t>( operations ), order.fault.kind };
+        const auto before = std::count_if(
+            calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>( order.fault.call ),
+            [&]( const SweepCall & call ) {
+                return !call.isCheck &&
+                       ( !invalid || call.operation == Interpose::SdkCall::entryAllocate );
+            } );
+        const int code = codeOf( order.fault.kind );
+        return { .occurrence = static_cast<uint64_t>( before ) + 1,
+                 .rc = code,
+                 .overridesRefusal = code >= 0 && !invalid,
+                 .invalidHandle = invalid };
     }
 
     void judgeFaultRun( const Order & order, const SweepRun & run ) const {

@@ -213,8 +213,8 @@ Tool::SweepRun madeStopped() {
     run.liveEntries = { "TNL_L2_VXLAN_CONTROL" };
     run.signal = SIGABRT;
     run.standardError =
-        "Cairn/CairnLtHelper:13 bcmlt_entry_free( tnlL2VxlanControlEntry ) API ERROR:failed by the "
-        "sweep (-1)\n" +
+        "Cairn/CairnLtHelper:13 bcmlt_entry_free( tnlL2VxlanControlEntry ) API ERROR:null pointer "
+        "(-1)\n" +
         std::string( ::program_invocation_short_name ) + ": Cairn/CairnLtHelper:13: " + signature +
         ": Assertion `0' failed.\n";
     return run;
@@ -343,7 +343,7 @@ const Deviation deviations[] = {
       []( auto & run ) { run.standardError = replaced( run.standardError, "_free(", "_fret(" ); },
       "standard error: " },
     { "AnotherErrorText",
-      []( auto & run ) { run.standardError = replaced( run.standardError, "sweep", "wind" ); },
+      []( auto & run ) { run.standardError = replaced( run.standardError, "null", "no" ); },
       "standard error: " },
     { "AnotherLineInTheReport",
       []( auto & run ) { run.standardError = replaced( run.standardError, ":13 ", ":14 " ); },
@@ -440,7 +440,7 @@ TEST_F( SweepJudge, UndisturbedRunsAreJudgedToo ) {
         run = madeStopped();
         run.calls[3].rc = -7;
         run.errorTexts = { -7 };
-        run.standardError = replaced( run.standardError, "failed by the sweep (-1)",
+        run.standardError = replaced( run.standardError, "null pointer (-1)",
                                       std::string( Sim::Chip().errmsg( -7 ) ) + " (-7)" );
     };
     EXPECT_EQ( judged( refuse ).size(), 1u );
