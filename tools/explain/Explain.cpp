@@ -1,5 +1,6 @@
 #include "tools/explain/Explain.h"
 
+#include "sim/Chip.h"
 #include "text/Numbers.h"
 #include "tools/explain/Explanation.h"
 #include "tools/model/Arguments.h"
@@ -54,8 +55,8 @@ class Describer {
   public:
     explicit Describer( const Model & model ) : model_( model ) {}
 
-    Phrase phrase( const SeenCall & call ) const {
-        const Interpose::Event & event = call.event;
+    Phrase phrase( const ObservedCall & call ) const {
+        const Interpose::Event & event = call.operation;
         if ( call.isCheck() )
             return { "check", "the code of the call before" };
         switch ( event.call ) {
@@ -76,7 +77,8 @@ class Describer {
         case Interpose::SdkCall::entryCommit:
             return { "commit", withoutPrefix( toText( event.opcode ), "BCMLT_OPCODE_" ) };
         case Interpose::SdkCall::ptEntryCommit:
-            return { "commit", "PT " + withoutPrefix( toText( event.opcode ), "BCMLT_PT_OPCODE_" ) };
+            return { "commit",
+                     "PT " + withoutPrefix( toText( event.opcode ), "BCMLT_PT_OPCODE_" ) };
         case Interpose::SdkCall::entryFree:
             return { "free", "the entry" };
         default:
@@ -151,12 +153,11 @@ struct LockUse {
 
 LockUse lockUse( const Explanation & explanation ) {
     LockUse use;
-    for ( const Seen & seen : explanation.seen ) {
-        const auto * call = std::get_if<SeenCall>( &seen );
-        if ( call == nullptr || call->isCheck() )
+    for ( const ObservedCall & call : explanation.seen.calls ) {
+        if ( call.isCheck() )
             continue;
-        use.kept = use.kept || call->lockHeld;
-        use.released = use.released || !call->lockHeld;
+        use.kept = use.kept || call.operationLocked;
+        use.released = use.released || !call.operationLocked;
     }
     return use;
 }
@@ -169,23 +170,32 @@ std::string lockText( const LockUse & use ) {
     return use.released ? "The activity lock is released around each call." : "";
 }
 
+std::vector<std::string_view> namesOf( const std::vector<Interpose::SdkCall> & constants ) {
+    std::vector<std::string_view> names;
+    for ( const Interpose::SdkCall constant : constants )
+        names.push_back( Interpose::name( constant ) );
+    return names;
+}
+
 // What is unusual about a call, and what it asks.
-std::vector<std::string> notesOf( const SeenCall & call, const LockUse & use ) {
+std::vector<std::string> notesOf( const ObservedCall & call, const LockUse & use ) {
     std::vector<std::string> notes;
-    if ( !call.isCheck() && call.event.rc != 0 )
-        notes.push_back( "returns " + std::to_string( call.event.rc ) +
-                         ( call.errorText.empty() ? "" : ", " + call.errorText ) );
-    if ( !call.guarded )
-        notes.push_back( call.ignored ? "unchecked: no hook, the code is ignored"
-                                      : "unchecked: no hook, a failure does not stop here" );
-    if ( call.lockHeld && use.released )
+    if ( !call.isCheck() && call.operation.rc != 0 )
+        notes.push_back( call.operation.rc > 0
+                             ? fmt::format( "returns {}", call.operation.rc )
+                             : fmt::format( "returns {}, {}", call.operation.rc,
+                                            Sim::Chip().errmsg( call.operation.rc ) ) );
+    if ( !call.hook )
+        notes.push_back( call.isIgnored() ? "unchecked: no hook, the code is ignored"
+                                          : "unchecked: no hook, a failure does not stop here" );
+    if ( call.operationLocked && use.released )
         notes.push_back( "activity lock kept" );
     if ( !call.constants.empty() )
-        notes.push_back( "asks " + fmt::format( "{}", fmt::join( call.constants, ", " ) ) );
+        notes.push_back( fmt::format( "asks {}", fmt::join( namesOf( call.constants ), ", " ) ) );
     return notes;
 }
 
-std::string questionText( const SeenQuestion & question ) {
+std::string questionText( const StageQuestion & question ) {
     return "is " + question.chip + ( question.askedUnblocked ? " unblocked" : " blocked" ) +
            " at stage " + std::to_string( question.stage ) + "? " +
            ( question.answer ? "yes" : "no" );
@@ -195,7 +205,7 @@ std::string questionText( const SeenQuestion & question ) {
 std::vector<std::string> remarks( const Explanation & explanation ) {
     std::vector<std::string> lines;
     const std::string lock = lockText( lockUse( explanation ) );
-    if ( explanation.seen.empty() && !explanation.stopped )
+    if ( explanation.seen.calls.empty() && explanation.seen.notes.empty() && !explanation.stopped )
         lines.emplace_back( "It does nothing." );
     if ( !lock.empty() )
         lines.push_back( lock );
@@ -222,33 +232,28 @@ std::string textOf( const Explanation & explanation, const Describer & describer
     if ( explanation.preparedBy != nullptr )
         text += "Seen " + preparedText( explanation ) + ".\n";
     std::size_t number = 0;
-    const auto line = [&]( const std::string & label, const std::string & verb,
+    const auto line = [&]( const std::string & label, std::string_view verb,
                            const std::string & object ) {
-        constexpr std::size_t labelWidth = 4;
-        constexpr std::size_t verbWidth = 11;
-        text += std::string( labelWidth - std::min( labelWidth, label.size() ), ' ' ) + label +
-                "  " + verb + std::string( verbWidth - std::min( verbWidth, verb.size() ), ' ' ) +
-                object + "\n";
+        text += fmt::format( "{:>4}  {:<11}{}\n", label, verb, object );
     };
-    for ( const Seen & seen : explanation.seen ) {
-        if ( const auto * call = std::get_if<SeenCall>( &seen ) ) {
-            const Phrase phrase = describer.phrase( *call );
-            const auto notes = notesOf( *call, use );
-            line( std::to_string( ++number ), phrase.verb,
-                  phrase.object +
-                      ( notes.empty()
-                            ? ""
-                            : "  [" + fmt::format( "{}", fmt::join( notes, "; " ) ) + "]" ) );
-        } else if ( const auto * constant = std::get_if<SeenConstant>( &seen ) ) {
-            line( "", "constant", "asks " + constant->name );
-        } else if ( const auto * question = std::get_if<SeenQuestion>( &seen ) ) {
+    const auto addCall = [&]( const ObservedCall & call ) {
+        const Phrase phrase = describer.phrase( call );
+        const auto notes = notesOf( call, use );
+        line( fmt::to_string( ++number ), phrase.verb,
+              notes.empty() ? phrase.object
+                            : fmt::format( "{}  [{}]", phrase.object, fmt::join( notes, "; " ) ) );
+    };
+    const auto addNote = [&]( const Note & note ) {
+        if ( const auto * constant = std::get_if<ObservedConstant>( &note.what ) ) {
+            line( "", "constant", fmt::format( "asks {}", Interpose::name( constant->constant ) ) );
+        } else if ( const auto * question = std::get_if<StageQuestion>( &note.what ) ) {
             line( "", "stage", questionText( *question ) );
-        } else if ( const auto * message = std::get_if<SeenMessage>( &seen ) ) {
+        } else if ( const auto * message = std::get_if<ObservedMessage>( &note.what ) ) {
             line( "", "message",
-                  message->facility + "/" + std::to_string( message->level ) + " \"" +
-                      message->text + "\"" );
+                  fmt::format( "{}/{} \"{}\"", message->facility, message->level, message->text ) );
         }
-    }
+    };
+    inOrder( explanation.seen, addCall, addNote );
     for ( const std::string & remark : remarks( explanation ) )
         text += remark + "\n";
     return text;
@@ -269,28 +274,29 @@ std::string markdownOf( const Explanation & explanation, const Describer & descr
     std::size_t number = 0;
     const auto line = [&]( const std::string & label, const std::string & step,
                            const std::string & call ) {
-        std::string cells = "| " + label + " | " + step + " | " + call + " |\n";
-        text += cells;
+        text += fmt::format( "| {} | {} | {} |\n", label, step, call );
     };
-    for ( const Seen & seen : explanation.seen ) {
-        if ( const auto * call = std::get_if<SeenCall>( &seen ) ) {
-            const Phrase phrase = describer.phrase( *call );
-            const auto notes = notesOf( *call, use );
-            line( std::to_string( ++number ),
-                  phrase.verb + " " + phrase.object +
-                      ( notes.empty() ? "" : "; " + fmt::format( "{}", fmt::join( notes, "; " ) ) ),
-                  code( call->text ) );
-        } else if ( const auto * constant = std::get_if<SeenConstant>( &seen ) ) {
-            line( "", "asks " + constant->name, "" );
-        } else if ( const auto * question = std::get_if<SeenQuestion>( &seen ) ) {
+    const auto addCall = [&]( const ObservedCall & call ) {
+        const Phrase phrase = describer.phrase( call );
+        const auto notes = notesOf( call, use );
+        line( fmt::to_string( ++number ),
+              fmt::format( "{} {}{}{}", phrase.verb, phrase.object, notes.empty() ? "" : "; ",
+                           fmt::join( notes, "; " ) ),
+              code( call.text ) );
+    };
+    const auto addNote = [&]( const Note & note ) {
+        if ( const auto * constant = std::get_if<ObservedConstant>( &note.what ) ) {
+            line( "", fmt::format( "asks {}", Interpose::name( constant->constant ) ), "" );
+        } else if ( const auto * question = std::get_if<StageQuestion>( &note.what ) ) {
             line( "", questionText( *question ), "" );
-        } else if ( const auto * message = std::get_if<SeenMessage>( &seen ) ) {
+        } else if ( const auto * message = std::get_if<ObservedMessage>( &note.what ) ) {
             line( "",
-                  "message, " + message->facility + " level " + std::to_string( message->level ) +
-                      ": " + code( message->text ),
+                  fmt::format( "message, {} level {}: {}", message->facility, message->level,
+                               code( message->text ) ),
                   "" );
         }
-    }
+    };
+    inOrder( explanation.seen, addCall, addNote );
     const auto lines = remarks( explanation );
     if ( !lines.empty() )
         text += "\n" + fmt::format( "{}", fmt::join( lines, " " ) ) + "\n";
@@ -313,16 +319,16 @@ std::string markdownHeader() {
 
 // --- JSON
 
-Json callJson( const SeenCall & call, const Describer & describer ) {
-    const Interpose::Event & event = call.event;
+Json callJson( const ObservedCall & call, const Describer & describer ) {
+    const Interpose::Event & event = call.operation;
     Json json{ { "kind", "call" } };
     json["call"] = call.text;
     json["line"] = call.line;
-    json["guarded"] = call.guarded;
+    json["guarded"] = call.hook;
     if ( call.isCheck() )
         return json;
     json["operation"] = Interpose::name( event.call );
-    json["lock"] = call.lockHeld ? "kept" : "released";
+    json["lock"] = call.operationLocked ? "kept" : "released";
     json["unit"] = event.unit;
     json["table"] = event.table;
     if ( const Sim::Table * table = describer.tableOf( event ) )
@@ -344,24 +350,22 @@ Json callJson( const SeenCall & call, const Describer & describer ) {
     if ( event.opcode.constant )
         json["opcode"] = toText( event.opcode );
     json["rc"] = event.rc;
-    if ( call.ignored )
+    if ( call.isIgnored() )
         json["ignored"] = true;
-    json["constants"] = call.constants;
+    json["constants"] = namesOf( call.constants );
     return json;
 }
 
-Json seenJson( const Seen & seen, const Describer & describer ) {
-    if ( const auto * call = std::get_if<SeenCall>( &seen ) )
-        return callJson( *call, describer );
-    if ( const auto * constant = std::get_if<SeenConstant>( &seen ) )
-        return { { "kind", "constant" }, { "constant", constant->name } };
-    if ( const auto * question = std::get_if<SeenQuestion>( &seen ) )
+Json noteJson( const Note & note ) {
+    if ( const auto * constant = std::get_if<ObservedConstant>( &note.what ) )
+        return { { "kind", "constant" }, { "constant", Interpose::name( constant->constant ) } };
+    if ( const auto * question = std::get_if<StageQuestion>( &note.what ) )
         return { { "kind", "question" },
                  { "question", question->askedUnblocked ? "isUnblocked" : "isBlocked" },
                  { "chip", question->chip },
                  { "stage", question->stage },
                  { "answer", question->answer } };
-    const auto & message = std::get<SeenMessage>( seen );
+    const auto & message = std::get<ObservedMessage>( note.what );
     return { { "kind", "message" },
              { "facility", message.facility },
              { "level", message.level },
@@ -380,8 +384,10 @@ Json jsonOf( const Explanation & explanation, const Describer & describer ) {
     if ( explanation.preparedBy != nullptr )
         json["prepared_by"] = explanation.preparedBy->name;
     Json steps = Json::array();
-    for ( const Seen & seen : explanation.seen )
-        steps.push_back( seenJson( seen, describer ) );
+    inOrder(
+        explanation.seen,
+        [&]( const ObservedCall & call ) { steps.push_back( callJson( call, describer ) ); },
+        [&]( const Note & note ) { steps.push_back( noteJson( note ) ); } );
     json["steps"] = std::move( steps );
     const std::string result = toText( explanation.result );
     if ( !result.empty() )

@@ -1,5 +1,9 @@
 #include "tools/sweep/SweepJudge.h"
 
+#include "sim/Chip.h"
+
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -25,25 +29,20 @@ std::string quoted( std::string_view text ) { return "\"" + std::string( text ) 
 std::string errorText( int rc ) { return Sim::Chip().errmsg( rc ); }
 
 /// What is handed over, without what came back.
-std::string inWords( const SweepCall & call ) {
-    if ( call.isCheck )
+std::string inWords( const ObservedCall & call ) {
+    if ( call.isCheck() )
         return "the check of rc";
-    std::string text( Interpose::name( call.operation ) );
-    if ( call.operation == Interpose::SdkCall::entryAllocate )
-        return text + " unit " + std::to_string( call.unit ) + " " + call.table;
-    text += " entry " + std::to_string( call.entry );
-    if ( !call.table.empty() )
-        text += " " + call.table;
-    return text + call.details;
+    Interpose::Event operation = call.operation;
+    operation.returned = false;
+    return Interpose::toText( operation );
 }
 
-CallKind kindOf( const Recipe & recipe, const SweepCall & call ) {
-    return call.isCheck ? CallKind::guarded
-                        : kindOf( recipe, call.operation, call.opcode, call.field );
+CallKind kindOf( const Recipe & recipe, const ObservedCall & call ) {
+    return call.isCheck() ? CallKind::guarded : kindOf( recipe, call.operation );
 }
 
-std::string tableKey( const SweepCall & call ) {
-    return "unit " + std::to_string( call.unit ) + " " + call.table;
+TableId tableOf( const ObservedCall & call ) {
+    return { call.operation.unit, call.operation.table };
 }
 
 // --- A report as it was written
@@ -72,6 +71,32 @@ std::optional<Report> parseReport( std::string_view standardError ) {
 
 // --- Expectations
 
+/// A call of an undisturbed run, to be expected again.
+struct Pattern {
+    ObservedCall call;
+    /// The rows of its table, if it changed them.
+    const TableRows * write = nullptr;
+    /// The line of the call that follows it, or 0.
+    int next = 0;
+};
+
+/// A call that stopped the run left no trace line; its report has the text.
+Pattern patternOf( const SweepRun & run, std::size_t index ) {
+    Pattern pattern{ .call = run.calls[index] };
+    if ( pattern.call.text.empty() && index + 1 == run.calls.size() ) {
+        if ( const auto report = parseReport( run.standardError ) ) {
+            pattern.call.text = report->text;
+            pattern.call.line = report->line;
+        }
+    }
+    const auto write = run.writes.find( index );
+    if ( write != run.writes.end() )
+        pattern.write = &write->second;
+    if ( index + 1 < run.calls.size() )
+        pattern.next = run.calls[index + 1].line;
+    return pattern;
+}
+
 /// Puts an expectation together, call by call.
 class Builder {
   public:
@@ -80,6 +105,7 @@ class Builder {
         expected_.function = output.name;
         expected_.signature = signatureOf( output );
         expected_.tables = undisturbed.tablesBefore;
+        expected_.model = &prepared.model;
     }
 
     SweepExpectation & expected() { return expected_; }
@@ -100,17 +126,17 @@ class Builder {
     }
 
     /// A call like `pattern` that returns `rc`; `reaches` says whether the chip does what it says.
-    /// `next` is the line of the call that would follow, or 0.
-    void addCall( const SweepCall & pattern, int rc, bool reaches, int next,
-                  Handle handle = Handle::valid ) {
+    void addCall( const Pattern & pattern, int rc, bool reaches, Handle handle = Handle::valid ) {
         if ( over_ )
             return;
-        const CallKind kind = kindOf( *prepared_.recipe, pattern );
-        SweepCall call = pattern;
-        call.rc = call.isCheck ? 0 : rc;
+        ObservedCall call = pattern.call;
+        const CallKind kind = kindOf( *prepared_.recipe, call );
+        if ( !call.isCheck() )
+            call.operation.rc = rc;
         call.hook = call.hookLocked = kind == CallKind::guarded;
-        call.operationLocked = !call.isCheck && keepsLock( *prepared_.recipe );
-        call.ending = kind == CallKind::ignored ? " no rc check" : rcEnding( rc );
+        call.operationLocked = !call.isCheck() && keepsLock( *prepared_.recipe );
+        call.ending =
+            kind == CallKind::ignored ? std::string( ObservedCall::ignoredEnding ) : rcEnding( rc );
         const bool stops = kind == CallKind::guarded && rc < 0;
         if ( stops )
             call.ending.clear();
@@ -122,13 +148,13 @@ class Builder {
 
         if ( stops ) {
             end( { .kind = SweepEnding::Kind::report,
-                   .text = pattern.text,
+                   .text = pattern.call.text,
                    .rc = rc,
-                   .line = pattern.line } );
+                   .line = pattern.call.line } );
         } else if ( handle == Handle::invalid && assertsHandle( *prepared_.recipe ) ) {
-            end( assertion( "ent_hdl != BCMLT_INVALID_HDL", pattern.line, next ) );
+            end( assertion( "ent_hdl != BCMLT_INVALID_HDL", pattern.call.line, pattern.next ) );
         } else if ( kind == CallKind::mustMiss && rc >= 0 ) {
-            end( assertion( "rc < 0", pattern.line, next ) );
+            end( assertion( "rc < 0", pattern.call.line, pattern.next ) );
         } else if ( kind == CallKind::endsRecipe && rc != 0 ) {
             tell( expected_.function + " skipping register " + std::to_string( allocates() - 1 ) );
             end( {} );
@@ -183,26 +209,27 @@ class Builder {
         toldOwnMessage_ = true;
     }
 
-    void takeEffect( const SweepCall & call ) {
-        if ( call.operation == Interpose::SdkCall::entryAllocate && !call.isCheck )
-            expected_.liveEntries.push_back( call.table );
-        if ( call.operation == Interpose::SdkCall::entryFree && !call.isCheck ) {
-            const auto entry =
-                std::find( expected_.liveEntries.begin(), expected_.liveEntries.end(), call.table );
-            if ( entry != expected_.liveEntries.end() )
-                expected_.liveEntries.erase( entry );
+    void takeEffect( const Pattern & pattern ) {
+        const ObservedCall & call = pattern.call;
+        std::vector<std::string> & live = expected_.liveEntries;
+        if ( call.is( Interpose::SdkCall::entryAllocate ) )
+            live.push_back( call.operation.table );
+        if ( call.is( Interpose::SdkCall::entryFree ) ) {
+            const auto entry = std::find( live.begin(), live.end(), call.operation.table );
+            if ( entry != live.end() )
+                live.erase( entry );
         }
-        if ( !call.rows )
+        if ( pattern.write == nullptr )
             return;
-        if ( call.rows->empty() )
-            expected_.tables.erase( tableKey( call ) );
+        if ( pattern.write->empty() )
+            expected_.tables.erase( tableOf( call ) );
         else
-            expected_.tables[tableKey( call )] = *call.rows;
+            expected_.tables[tableOf( call )] = *pattern.write;
     }
 
     long allocates() const {
         return std::count_if( expected_.calls.begin(), expected_.calls.end(), []( const auto & c ) {
-            return !c.isCheck && c.operation == Interpose::SdkCall::entryAllocate;
+            return c.is( Interpose::SdkCall::entryAllocate );
         } );
     }
 
@@ -215,32 +242,21 @@ class Builder {
     int lastRc_ = 0;
 };
 
-int lineOf( const SweepRun & run, std::size_t call ) {
-    return call < run.calls.size() ? run.calls[call].line : 0;
-}
-
-/// A call of an undisturbed run again. One that stopped it left no trace line; its report has the
-/// text.
-SweepCall patternOf( const SweepRun & run, std::size_t index ) {
-    SweepCall call = run.calls[index];
-    if ( call.text.empty() && index + 1 == run.calls.size() ) {
-        if ( const auto report = parseReport( run.standardError ) ) {
-            call.text = report->text;
-            call.line = report->line;
-        }
+/// The calls of an undisturbed run from `first` to before `last`, with the codes that they had
+/// there.
+void addCalls( Builder & builder, const SweepRun & run, std::size_t first, std::size_t last ) {
+    for ( std::size_t i = first; i < last; ++i ) {
+        builder.addMessages( run, i );
+        const Pattern pattern = patternOf( run, i );
+        const int rc = pattern.call.isCheck() ? builder.lastRc() : pattern.call.operation.rc;
+        builder.addCall( pattern, rc, rc >= 0 );
     }
-    return call;
 }
 
-/// The calls of an undisturbed run from `first` on, with the codes that they had there.
+/// The same to the end.
 void addRest( Builder & builder, const SweptCase & swept, std::size_t first ) {
     const SweepRun & run = *swept.undisturbed;
-    for ( std::size_t i = first; i < run.calls.size(); ++i ) {
-        builder.addMessages( run, i );
-        const SweepCall call = patternOf( run, i );
-        const int rc = call.isCheck ? builder.lastRc() : call.rc;
-        builder.addCall( call, rc, rc >= 0, lineOf( run, i + 1 ) );
-    }
+    addCalls( builder, run, first, run.calls.size() );
     builder.addMessages( run, run.calls.size() );
     builder.endAsPlanned( *swept.prepared->plan );
 }
@@ -250,113 +266,66 @@ void addRestOfInvalidHandle( Builder & builder, const SweptCase & swept, std::si
     const SweepRun & run = *swept.undisturbed;
     for ( std::size_t i = first; i < run.calls.size() && !builder.isOver(); ++i ) {
         builder.addMessages( run, i, Builder::Handle::invalid );
-        SweepCall call = patternOf( run, i );
-        call.entry = 0;
-        call.unit = -1;
-        call.table.clear();
-        const int rc = call.isCheck ? builder.lastRc() : toInt( Sim::Rc::unknownHandle );
-        builder.addCall( call, rc, false, lineOf( run, i + 1 ) );
+        Pattern pattern = patternOf( run, i );
+        pattern.call.operation.handle = 0;
+        pattern.call.operation.unit = -1;
+        pattern.call.operation.table.clear();
+        const int rc = pattern.call.isCheck() ? builder.lastRc() : toInt( Sim::Rc::unknownHandle );
+        builder.addCall( pattern, rc, false );
     }
 }
 
 /// What the chip answers to a call that follows a lookup which did not tell the truth.
-int refusalOf( const SweepCall & call ) {
-    if ( call.operation == Interpose::SdkCall::entryFieldGet )
+int refusalOf( const ObservedCall & call ) {
+    using Interpose::SdkCall;
+    if ( call.is( SdkCall::entryFieldGet ) )
         return toInt( Sim::Rc::fieldNotCarried );
-    if ( call.operation != Interpose::SdkCall::entryCommit )
+    if ( !call.is( SdkCall::entryCommit ) )
         return 0;
-    return toInt( call.opcode == "BCMLT_OPCODE_INSERT" ? Sim::Rc::entryExists
-                                                       : Sim::Rc::entryNotFound );
+    return toInt( call.operation.opcode.constant == SdkCall::opcodeInsert
+                      ? Sim::Rc::entryExists
+                      : Sim::Rc::entryNotFound );
 }
 
-/// The calls after a lookup as the case `otherwise` makes them, on a chip where the opposite holds.
-void addRestOfOtherwise( Builder & builder, const SweptCase & otherwise, std::size_t first ) {
-    const SweepRun & run = *otherwise.undisturbed;
+/// The calls after a lookup as the fallback makes them, on a chip where the opposite holds.
+void addRestOfFallback( Builder & builder, const SweptCase & fallback, std::size_t first ) {
+    const SweepRun & run = *fallback.undisturbed;
     for ( std::size_t i = first; i < run.calls.size(); ++i ) {
         builder.addMessages( run, i );
-        const SweepCall call = patternOf( run, i );
-        const int refusal = refusalOf( call );
-        const int rc = refusal != 0 ? refusal : call.rc;
-        builder.addCall( call, rc, rc >= 0, lineOf( run, i + 1 ) );
+        const Pattern pattern = patternOf( run, i );
+        const int refusal = refusalOf( pattern.call );
+        const int rc = refusal != 0 ? refusal : pattern.call.operation.rc;
+        builder.addCall( pattern, rc, rc >= 0 );
     }
     builder.addMessages( run, run.calls.size() );
-    builder.endAsPlanned( *otherwise.prepared->plan );
+    builder.endAsPlanned( *fallback.prepared->plan );
 }
 
 /// The first allocate at or behind `first`.
 std::size_t nextAllocate( const SweepRun & run, std::size_t first ) {
-    while ( first < run.calls.size() &&
-            ( run.calls[first].isCheck ||
-              run.calls[first].operation != Interpose::SdkCall::entryAllocate ) )
+    while ( first < run.calls.size() && !run.calls[first].is( Interpose::SdkCall::entryAllocate ) )
         ++first;
     return first;
 }
 
-// --- Rows as text: "[KEY=1] FIELD=2 OTHER=3"
-
-std::string_view rowId( std::string_view row ) { return row.substr( 0, row.find( ']' ) + 1 ); }
-
-std::vector<std::string> linesOf( std::string_view text ) {
-    std::vector<std::string> lines;
-    while ( !text.empty() ) {
-        const std::size_t end = std::min( text.find( '\n' ), text.size() );
-        lines.emplace_back( text.substr( 0, end ) );
-        text.remove_prefix( std::min( end + 1, text.size() ) );
-    }
-    return lines;
-}
-
-/// Where the value of a field stands in a row: the first character and the length.
-std::pair<std::size_t, std::size_t> valuePlace( std::string_view row, std::string_view field ) {
-    const std::string name = " " + std::string( field ) + "=";
-    const std::size_t found = row.find( name );
-    if ( found == std::string_view::npos )
-        return { row.size(), 0 };
-    const std::size_t first = found + name.size();
-    return { first, std::min( row.find( ' ', first ), row.size() ) - first };
-}
-
-/// The rows as a write leaves them that does not carry `field`: it keeps its value in rows that
-/// were there before, and takes its reset value in new ones.
-std::string withoutField( std::string_view rows, std::string_view rowsBefore,
-                          std::string_view field, uint64_t reset ) {
-    const std::vector<std::string> before = linesOf( rowsBefore );
-    std::string text;
-    for ( std::string row : linesOf( rows ) ) {
-        const auto old = std::find_if( before.begin(), before.end(), [&]( const auto & each ) {
-            return rowId( each ) == rowId( row );
-        } );
-        std::string value = std::to_string( reset );
-        if ( old != before.end() ) {
-            const auto [first, length] = valuePlace( *old, field );
-            value = old->substr( first, length );
-        }
-        const auto [first, length] = valuePlace( row, field );
-        text += row.replace( first, length, value ) + "\n";
-    }
-    return text;
-}
-
-void dropField( SweepExpectation & expected, const PreparedCase & prepared, const SweepRun & run,
-                const SweepCall & call ) {
-    const ChipDescription * chip =
-        prepared.model.findUnit( static_cast<uint64_t>( std::max( call.unit, 0 ) ) );
-    const Sim::Table * table = chip == nullptr ? nullptr : chip->schema.find( call.table );
-    const Sim::Field * field = table == nullptr ? nullptr : table->find( call.field );
-    const auto rows = expected.tables.find( tableKey( call ) );
+/// The field of a call was not written.
+void dropFieldOf( SweepExpectation & expected, const SweepRun & run, const ObservedCall & call ) {
+    const TableId id = tableOf( call );
+    const Sim::Table * table = findTable( *expected.model, id );
+    const Sim::Field * field = table == nullptr ? nullptr : table->find( call.operation.field );
+    const auto rows = expected.tables.find( id );
     if ( field == nullptr || rows == expected.tables.end() )
         return;
-    const auto before = run.tablesBefore.find( tableKey( call ) );
-    rows->second = withoutField( rows->second,
-                                 before == run.tablesBefore.end() ? std::string() : before->second,
-                                 call.field, field->reset );
+    const auto before = run.tablesBefore.find( id );
+    dropField( rows->second, before == run.tablesBefore.end() ? TableRows() : before->second,
+               *table, *field );
 }
 
 // --- Faults
 
 /// Whether a lookup answers the opposite of what the chip says.
-bool answersOpposite( const SweepCall & call, SweepFault::Kind kind ) {
-    return ( call.rc < 0 ) != ( codeOf( kind ) < 0 );
+bool answersOpposite( const ObservedCall & call, SweepFault::Kind kind ) {
+    return ( call.operation.rc < 0 ) != ( codeOf( kind ) < 0 );
 }
 
 // --- Deviations
@@ -400,14 +369,14 @@ class Differences {
     std::vector<std::string> all_;
 };
 
-void compareCall( Differences & differences, std::size_t index, const SweepCall & seen,
-                  const SweepCall & expected ) {
+void compareCall( Differences & differences, std::size_t index, const ObservedCall & seen,
+                  const ObservedCall & expected ) {
     const std::string where = "call " + std::to_string( index + 1 );
     if ( inWords( seen ) != inWords( expected ) ) {
         differences.compare( where, inWords( seen ), inWords( expected ) );
         return;
     }
-    differences.compare( where + ": return code", seen.rc, expected.rc );
+    differences.compare( where + ": return code", seen.operation.rc, expected.operation.rc );
     differences.compare( where + ": pre-call hook", seen.hook, expected.hook );
     if ( seen.hook && expected.hook )
         differences.compare( where + ": lock held in the pre-call hook", seen.hookLocked,
@@ -514,36 +483,41 @@ void compareEnding( Differences & differences, const SweepExpectation & expectat
     }
 }
 
-void compareTables( Differences & differences, const SweepTables & seen,
-                    const SweepTables & expected ) {
-    const auto rowsOf = []( const SweepTables & tables, const std::string & table ) {
-        const auto found = tables.find( table );
-        return found == tables.end() ? std::string() : found->second;
+void compareTables( Differences & differences, const SweepExpectation & expectation,
+                    const SweepTables & seen ) {
+    const auto rowsIn = []( const SweepTables & tables, const TableId & id ) {
+        const auto found = tables.find( id );
+        return found == tables.end() ? TableRows() : found->second;
     };
     SweepTables all = seen;
-    all.insert( expected.begin(), expected.end() );
-    for ( const auto & [table, ignored] : all ) {
-        const std::vector<std::string> seenRows = linesOf( rowsOf( seen, table ) );
-        const std::vector<std::string> expectedRows = linesOf( rowsOf( expected, table ) );
+    all.insert( expectation.tables.begin(), expectation.tables.end() );
+    for ( const auto & [id, ignored] : all ) {
+        const TableRows seenRows = rowsIn( seen, id );
+        const TableRows expectedRows = rowsIn( expectation.tables, id );
         const auto [one, other] = std::mismatch( seenRows.begin(), seenRows.end(),
                                                  expectedRows.begin(), expectedRows.end() );
-        if ( one != seenRows.end() || other != expectedRows.end() )
-            differences.compare( table + ": row", one == seenRows.end() ? std::string() : *one,
-                                 other == expectedRows.end() ? std::string() : *other );
+        if ( one == seenRows.end() && other == expectedRows.end() )
+            continue;
+        const Sim::Table & table = *findTable( *expectation.model, id );
+        differences.compare(
+            toText( id ) + ": row", one == seenRows.end() ? std::string() : toText( table, *one ),
+            other == expectedRows.end() ? std::string() : toText( table, *other ) );
     }
 }
 
 /// Whether the text of a call says what the call does.
-bool textFits( const SweepCall & call ) {
-    if ( call.isCheck )
+bool textFits( const ObservedCall & call ) {
+    if ( call.isCheck() )
         return call.text == checkText;
-    const std::string begin = std::string( Interpose::name( call.operation ) ) + "( ";
-    if ( !call.text.starts_with( begin ) || !call.text.ends_with( " )" ) )
+    const Interpose::Event & operation = call.operation;
+    if ( !call.text.starts_with( fmt::format( "{}( ", Interpose::name( operation.call ) ) ) ||
+         !call.text.ends_with( " )" ) )
         return false;
-    if ( !call.opcode.empty() )
-        return call.text.ends_with( ", " + call.opcode + ", BCMLT_PRIORITY_NORMAL )" );
-    return call.field.empty() || contains( call.text, quoted( call.field ) ) ||
-           contains( call.text, " " + call.field + "s," );
+    if ( operation.opcode.constant )
+        return call.text.ends_with(
+            fmt::format( ", {}, BCMLT_PRIORITY_NORMAL )", toText( operation.opcode ) ) );
+    return operation.field.empty() || contains( call.text, quoted( operation.field ) ) ||
+           contains( call.text, fmt::format( " {}s,", operation.field ) );
 }
 
 bool occurs( const SweepRun & run, std::string_view part ) {
@@ -609,15 +583,16 @@ std::string toText( const SweepExpectation & expectation ) {
     return "goes on to " + ending.text + ", which is reported and stops";
 }
 
-const SweepCall * refusedCall( const PreparedCase & prepared, const SweepRun & undisturbed ) {
+const ObservedCall * refusedCall( const PreparedCase & prepared, const SweepRun & undisturbed ) {
     if ( undisturbed.calls.empty() )
         return nullptr;
-    const SweepCall & last = undisturbed.calls.back();
-    if ( last.isCheck && undisturbed.calls.size() > 1 ) {
-        const SweepCall & checked = *std::prev( undisturbed.calls.end(), 2 );
-        return checked.rc < 0 ? &checked : nullptr;
+    const ObservedCall & last = undisturbed.calls.back();
+    if ( last.isCheck() && undisturbed.calls.size() > 1 ) {
+        const ObservedCall & checked = *std::prev( undisturbed.calls.end(), 2 );
+        return checked.operation.rc < 0 ? &checked : nullptr;
     }
-    return kindOf( *prepared.recipe, last ) == CallKind::guarded && last.rc < 0 ? &last : nullptr;
+    return kindOf( *prepared.recipe, last ) == CallKind::guarded && last.operation.rc < 0 ? &last
+                                                                                          : nullptr;
 }
 
 SweepExpectation expectUndisturbed( const PreparedCase & prepared, const SweepRun & undisturbed ) {
@@ -631,16 +606,16 @@ std::vector<std::string> judgeUndisturbed( const PreparedCase & prepared,
     std::vector<std::string> differences =
         judge( expectUndisturbed( prepared, undisturbed ), undisturbed );
     for ( std::size_t i = 0; i < undisturbed.calls.size(); ++i ) {
-        const SweepCall call = patternOf( undisturbed, i );
+        const ObservedCall call = patternOf( undisturbed, i ).call;
         if ( !textFits( call ) )
             differences.push_back( "call " + std::to_string( i + 1 ) + ": the text " +
                                    quoted( call.text ) + " does not say " + inWords( call ) );
     }
     if ( !prepared.isReference )
         return differences;
-    if ( const SweepCall * refused = refusedCall( prepared, undisturbed ) )
+    if ( const ObservedCall * refused = refusedCall( prepared, undisturbed ) )
         differences.push_back( "the reference chip refuses " + inWords( *refused ) + ": " +
-                               errorText( refused->rc ) );
+                               errorText( refused->operation.rc ) );
     for ( const std::string_view part : prepared.plan->with ) {
         if ( !occurs( undisturbed, part ) )
             differences.push_back( "no call and no message has " + quoted( part ) );
@@ -652,25 +627,25 @@ std::vector<std::string> judgeUndisturbed( const PreparedCase & prepared,
     return differences;
 }
 
-std::vector<SweepFault> faultsOf( const SweptCase & swept, const SweptCase * otherwise ) {
+std::vector<SweepFault> faultsOf( const SweptCase & swept, const SweptCase * fallback ) {
     using Kind = SweepFault::Kind;
     std::vector<SweepFault> faults;
     const SweepRun & run = *swept.undisturbed;
     for ( std::size_t i = 0; i < run.calls.size(); ++i ) {
-        const SweepCall & call = run.calls[i];
-        if ( call.isCheck )
+        const ObservedCall & call = run.calls[i];
+        if ( call.isCheck() )
             continue;
         const CallKind kind = kindOf( *swept.prepared->recipe, call );
         const auto add = [&]( Kind fault ) {
-            const bool needsOtherwise = kind == CallKind::lookup && answersOpposite( call, fault );
-            if ( !needsOtherwise ||
-                 ( otherwise != nullptr && i < otherwise->undisturbed->calls.size() ) )
+            const bool needsFallback = kind == CallKind::lookup && answersOpposite( call, fault );
+            if ( !needsFallback ||
+                 ( fallback != nullptr && i < fallback->undisturbed->calls.size() ) )
                 faults.push_back( { fault, i } );
         };
         add( Kind::fails );
-        if ( call.rc >= 0 ) {
+        if ( call.operation.rc >= 0 ) {
             add( Kind::positive );
-            if ( call.operation == Interpose::SdkCall::entryAllocate )
+            if ( call.is( Interpose::SdkCall::entryAllocate ) )
                 add( Kind::invalidHandle );
             continue;
         }
@@ -678,31 +653,26 @@ std::vector<SweepFault> faultsOf( const SweptCase & swept, const SweptCase * oth
         if ( kind == CallKind::guarded || kind == CallKind::checkedNext )
             continue;
         add( Kind::positive );
-        if ( call.operation != Interpose::SdkCall::entryAllocate )
+        if ( !call.is( Interpose::SdkCall::entryAllocate ) )
             add( Kind::succeeds );
     }
     return faults;
 }
 
-SweepExpectation expectFault( const SweptCase & swept, const SweptCase * otherwise,
+SweepExpectation expectFault( const SweptCase & swept, const SweptCase * fallback,
                               const SweepFault & fault ) {
     const SweepRun & run = *swept.undisturbed;
     const Recipe & recipe = *swept.prepared->recipe;
     Builder builder( *swept.prepared, run );
-    for ( std::size_t i = 0; i < fault.call; ++i ) {
-        builder.addMessages( run, i );
-        const SweepCall & call = run.calls[i];
-        const int rc = call.isCheck ? builder.lastRc() : call.rc;
-        builder.addCall( call, rc, rc >= 0, lineOf( run, i + 1 ) );
-    }
+    addCalls( builder, run, 0, fault.call );
 
-    const SweepCall struck = patternOf( run, fault.call );
+    const Pattern pattern = patternOf( run, fault.call );
+    const ObservedCall & struck = pattern.call;
     const CallKind kind = kindOf( recipe, struck );
     const int code = codeOf( fault.kind );
     const bool invalid = fault.kind == SweepFault::Kind::invalidHandle;
     builder.addMessages( run, fault.call );
-    builder.addCall( struck, code, code >= 0 && struck.rc >= 0 && !invalid,
-                     lineOf( run, fault.call + 1 ),
+    builder.addCall( pattern, code, code >= 0 && struck.operation.rc >= 0 && !invalid,
                      invalid ? Builder::Handle::invalid : Builder::Handle::valid );
     builder.expected().struck = fault.call;
 
@@ -710,7 +680,7 @@ SweepExpectation expectFault( const SweptCase & swept, const SweptCase * otherwi
     if ( invalid )
         addRestOfInvalidHandle( builder, swept, next );
     else if ( kind == CallKind::lookup && answersOpposite( struck, fault.kind ) )
-        addRestOfOtherwise( builder, *otherwise, next );
+        addRestOfFallback( builder, *fallback, next );
     else if ( kind == CallKind::skipsTable && code != 0 )
         addRest( builder, swept, nextAllocate( run, next ) );
     else
@@ -718,7 +688,7 @@ SweepExpectation expectFault( const SweptCase & swept, const SweptCase * otherwi
 
     SweepExpectation expected = std::move( builder.expected() );
     if ( kind == CallKind::ignored && code < 0 )
-        dropField( expected, *swept.prepared, run, struck );
+        dropFieldOf( expected, run, struck );
     return expected;
 }
 
@@ -737,7 +707,7 @@ std::vector<std::string> judge( const SweepExpectation & expectation, const Swee
         messages.push_back( message.text );
     differences.compare( "messages", messages, expectation.messages );
     differences.compare( "live entries", run.liveEntries, expectation.liveEntries );
-    compareTables( differences, run.tables, expectation.tables );
+    compareTables( differences, expectation, run.tables );
     return differences.take();
 }
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "interpose/SdkCall.h"
-#include "sim/Chip.h"
+#include "tools/run/Observation.h"
 #include "tools/sweep/SweepPlan.h"
+#include "tools/sweep/SweepTables.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -34,49 +34,14 @@ struct PreparedCase {
     bool isReference = false;
 };
 
-/// One call, an SDK operation or the check of a code, and what came with it.
-struct SweepCall {
-    Interpose::SdkCall operation = Interpose::SdkCall::entryFree;
-    /// The check of a code: the hook and the judgement of a guarded call without an operation.
-    bool isCheck = false;
-    /// Entries are numbered by their allocates, from 1; 0 is an invalid handle.
-    uint32_t entry = 0;
-    int unit = -1;
-    std::string table = {};
-    std::string field = {};
-    std::string opcode = {};
-    /// What else is handed over, in words.
-    std::string details = {};
-    /// What the library was told. Checks: 0.
-    int rc = 0;
-
-    /// The pre-call hook ran just before.
-    bool hook = false;
-    /// The activity lock was held during the hook, and during the operation.
-    bool hookLocked = false;
-    bool operationLocked = false;
-
-    /// Its trace line, empty texts if there is none: the call's text, and what follows it, "
-    /// (rc:0)" or " no rc check".
-    std::string text = {};
-    std::string ending = {};
-    int line = 0;
-
-    /// The rows of its table, if it changed them.
-    std::optional<std::string> rows = {};
-};
-
 /// A line of "CairnLtHelper".
 struct SweepMessage {
     std::size_t afterCalls = 0; ///< how many calls had been made
     std::string text = {};
 };
 
-/// Rows of the tables that have some, by "unit 0 TABLE": a line a row.
-using SweepTables = std::map<std::string, std::string>;
-
-/// All that was seen of a run.
-struct SweepRun {
+/// All that was seen of a run. Its notes are empty; of them the messages are kept.
+struct SweepRun : Observation {
     /// The recipes that run before the one that is swept came to their end.
     bool prepared = false;
     /// The recipe returned, with this result.
@@ -85,19 +50,10 @@ struct SweepRun {
     /// The process got to the end of what it had to write down.
     bool complete = false;
 
-    std::vector<SweepCall> calls = {};
     std::vector<SweepMessage> messages = {};
-    /// Names of functions that trace lines bear, each once.
-    std::vector<std::string> functions = {};
-    std::size_t preCallHooks = 0;
-    std::size_t failureHooks = 0;
-    bool failureHookLocked = true;
-    /// There was something on standard error when the failure hook ran.
-    bool reportedBeforeHook = false;
-    /// The codes whose texts were asked.
-    std::vector<int> errorTexts = {};
-
     SweepTables tablesBefore = {};
+    /// The rows of a call's table, for the calls that changed them.
+    std::map<std::size_t, TableRows> writes = {};
     /// When the run was over, or stopped.
     SweepTables tables = {};
     std::vector<std::string> liveEntries = {};
@@ -150,11 +106,13 @@ struct SweepEnding {
 struct SweepExpectation {
     std::string function;  ///< the name that trace lines bear
     std::string signature; ///< the one that assertions print
-    std::vector<SweepCall> calls;
+    std::vector<ObservedCall> calls;
     std::vector<std::string> messages;
     SweepEnding ending;
     std::vector<std::string> liveEntries;
     SweepTables tables;
+    /// Says what the tables are.
+    const Model * model = nullptr;
     /// The call that is struck, if one is.
     std::optional<std::size_t> struck;
 };
@@ -163,7 +121,7 @@ struct SweepExpectation {
 std::string toText( const SweepExpectation & expectation );
 
 /// The call of the undisturbed run that the chip refuses and that stops it; null if there is none.
-const SweepCall * refusedCall( const PreparedCase & prepared, const SweepRun & undisturbed );
+const ObservedCall * refusedCall( const PreparedCase & prepared, const SweepRun & undisturbed );
 
 /// What is wrong with an undisturbed run; empty if nothing is.
 std::vector<std::string> judgeUndisturbed( const PreparedCase & prepared,
@@ -178,12 +136,12 @@ struct SweptCase {
     const SweepRun * undisturbed = nullptr;
 };
 
-/// The faults that a case is swept with. `otherwise` is the case that goes on as this one does
+/// The faults that a case is swept with. `fallback` is the case that goes on as this one does
 /// after its lookup answered the opposite, null if it could not be run.
-std::vector<SweepFault> faultsOf( const SweptCase & swept, const SweptCase * otherwise );
+std::vector<SweepFault> faultsOf( const SweptCase & swept, const SweptCase * fallback );
 
 /// What a run with one of these faults must look like.
-SweepExpectation expectFault( const SweptCase & swept, const SweptCase * otherwise,
+SweepExpectation expectFault( const SweptCase & swept, const SweptCase * fallback,
                               const SweepFault & fault );
 
 /// Where a run is not as expected: a line a deviation.

@@ -4,6 +4,7 @@
 #include <array>
 #include <initializer_list>
 #include <iterator>
+#include <optional>
 
 namespace Tool {
 
@@ -11,39 +12,41 @@ namespace {
 
 // --- Calls that are not guarded
 
+using Interpose::SdkCall;
+
 struct NotGuarded {
     std::string_view recipe;
-    Interpose::SdkCall operation;
-    std::string_view names; ///< the opcode or the field; empty: whatever it names
+    SdkCall operation;
     CallKind kind;
+    std::optional<SdkCall> opcode = {}; ///< nothing: any
+    std::string_view field = {};        ///< empty: any
 };
 
-constexpr std::string_view lookupOpcode = "BCMLT_OPCODE_LOOKUP";
-
 constexpr NotGuarded notGuarded[] = {
-    { "programL2IfIngSystemPortTable", Interpose::SdkCall::entryCommit, lookupOpcode,
-      CallKind::lookup },
-    { "programL2IfIngSystemPortTable", Interpose::SdkCall::entryFieldAdd, "RANGE_TABLE_INDEX",
-      CallKind::ignored },
-    { "verifyL2IfIngSystemPortTable", Interpose::SdkCall::entryCommit, lookupOpcode,
-      CallKind::lookup },
-    { "programL2EifSystemDestinationTable", Interpose::SdkCall::entryCommit, lookupOpcode,
-      CallKind::lookup },
-    { "verifyL2EifSystemDestinationTable", Interpose::SdkCall::entryCommit, lookupOpcode,
-      CallKind::lookup },
-    { "setT4XVxlanDefaultNetworkSvp", Interpose::SdkCall::entryCommit, "BCMLT_OPCODE_INSERT",
-      CallKind::tolerated },
-    { "setLearnCacheEnabled", Interpose::SdkCall::entryCommit, lookupOpcode, CallKind::lookup },
-    { "setLearnCacheDropEnabled", Interpose::SdkCall::entryCommit, lookupOpcode, CallKind::lookup },
-    { "programPacketDropForMtuError", Interpose::SdkCall::entryCommit, lookupOpcode,
-      CallKind::mustMiss },
-    { "setLoadBalanceRandSeedCtrl", Interpose::SdkCall::entryAllocate, "", CallKind::endsRecipe },
-    { "setLoadBalanceRandSeedCtrl", Interpose::SdkCall::entryFieldAdd, "SEED",
-      CallKind::checkedNext },
-    { "setLoadBalanceRandSeedMem", Interpose::SdkCall::entryAllocate, "", CallKind::endsRecipe },
-    { "setLoadBalanceRandSeedMem", Interpose::SdkCall::entryFieldArrayAdd, "SEED",
-      CallKind::checkedNext },
-    { "setEmRobustHashDisable", Interpose::SdkCall::entryAllocate, "", CallKind::skipsTable },
+    { "programL2IfIngSystemPortTable", SdkCall::entryCommit, CallKind::lookup,
+      SdkCall::opcodeLookup },
+    { "programL2IfIngSystemPortTable",
+      SdkCall::entryFieldAdd,
+      CallKind::ignored,
+      {},
+      "RANGE_TABLE_INDEX" },
+    { "verifyL2IfIngSystemPortTable", SdkCall::entryCommit, CallKind::lookup,
+      SdkCall::opcodeLookup },
+    { "programL2EifSystemDestinationTable", SdkCall::entryCommit, CallKind::lookup,
+      SdkCall::opcodeLookup },
+    { "verifyL2EifSystemDestinationTable", SdkCall::entryCommit, CallKind::lookup,
+      SdkCall::opcodeLookup },
+    { "setT4XVxlanDefaultNetworkSvp", SdkCall::entryCommit, CallKind::tolerated,
+      SdkCall::opcodeInsert },
+    { "setLearnCacheEnabled", SdkCall::entryCommit, CallKind::lookup, SdkCall::opcodeLookup },
+    { "setLearnCacheDropEnabled", SdkCall::entryCommit, CallKind::lookup, SdkCall::opcodeLookup },
+    { "programPacketDropForMtuError", SdkCall::entryCommit, CallKind::mustMiss,
+      SdkCall::opcodeLookup },
+    { "setLoadBalanceRandSeedCtrl", SdkCall::entryAllocate, CallKind::endsRecipe },
+    { "setLoadBalanceRandSeedCtrl", SdkCall::entryFieldAdd, CallKind::checkedNext, {}, "SEED" },
+    { "setLoadBalanceRandSeedMem", SdkCall::entryAllocate, CallKind::endsRecipe },
+    { "setLoadBalanceRandSeedMem", SdkCall::entryFieldArrayAdd, CallKind::checkedNext, {}, "SEED" },
+    { "setEmRobustHashDisable", SdkCall::entryAllocate, CallKind::skipsTable },
 };
 
 constexpr std::string_view handleAsserting[] = {
@@ -207,52 +210,52 @@ void addSystemPortCases( Cases & cases ) {
     const Vary ranged = chipAttributes( true );
     const SweepCase::Before present{ program };
     const SweepCase::Before presentForDelete{ program, { { "op", "true" } } };
-    const SweepCase::Before presentOtherwise{ program, { { "op", "true" }, { "l2If", "78" } } };
+    const SweepCase::Before presentDifferently{ program, { { "op", "true" }, { "l2If", "78" } } };
 
     cases.push_back( { .recipe = program,
                        .name = "row absent",
                        .vary = plain,
-                       .otherwise = "row present",
+                       .fallback = "row present",
                        .with = { insert },
                        .without = { update, remove, range } } );
     cases.push_back( { .recipe = program,
                        .name = "row present",
                        .before = { present },
                        .vary = plain,
-                       .otherwise = "row absent",
+                       .fallback = "row absent",
                        .with = { update },
                        .without = { insert, remove, range } } );
     cases.push_back( { .recipe = program,
                        .name = "range index, row absent",
                        .vary = ranged,
-                       .otherwise = "range index, row present",
+                       .fallback = "range index, row present",
                        .with = { insert, range },
                        .without = { update, remove } } );
     cases.push_back( { .recipe = program,
                        .name = "range index, row present",
                        .before = { present },
                        .vary = ranged,
-                       .otherwise = "range index, row absent",
+                       .fallback = "range index, row absent",
                        .with = { update, range },
                        .without = { insert, remove } } );
     cases.push_back( { .recipe = program,
                        .name = "own numbering, row absent",
                        .vary = giveNumbering,
-                       .otherwise = "own numbering, row present",
+                       .fallback = "own numbering, row present",
                        .with = { insert },
                        .without = { update, remove, range } } );
     cases.push_back( { .recipe = program,
                        .name = "own numbering, row present",
                        .before = { present },
                        .vary = giveNumbering,
-                       .otherwise = "own numbering, row absent",
+                       .fallback = "own numbering, row absent",
                        .with = { update },
                        .without = { insert, remove, range } } );
     cases.push_back( { .recipe = program,
                        .name = "removal, row absent",
                        .arguments = { { "op", "false" } },
                        .vary = plain,
-                       .otherwise = "removal, row present",
+                       .fallback = "removal, row present",
                        .with = { notFound },
                        .without = { insert, update, remove } } );
     cases.push_back( { .recipe = program,
@@ -260,7 +263,7 @@ void addSystemPortCases( Cases & cases ) {
                        .arguments = { { "op", "false" } },
                        .before = { presentForDelete },
                        .vary = plain,
-                       .otherwise = "removal, row absent",
+                       .fallback = "removal, row absent",
                        .with = { remove },
                        .without = { insert, update, notFound } } );
     // The assertions come before the lookup's answer is looked at.
@@ -268,41 +271,41 @@ void addSystemPortCases( Cases & cases ) {
                        .name = "no profile",
                        .vary = takeProfiles,
                        .stopsBy = "profile",
-                       .otherwise = "no profile",
+                       .fallback = "no profile",
                        .without = { insert, update, remove, range } } );
     cases.push_back( { .recipe = program,
                        .name = "no chip attributes",
                        .vary = takeChipAttributes,
                        .stopsBy = "chipAttr",
-                       .otherwise = "no chip attributes",
+                       .fallback = "no chip attributes",
                        .without = { insert, update, remove, range } } );
 
     cases.push_back( { .recipe = verify,
                        .name = "row absent",
                        .vary = plain,
                        .returns = "false",
-                       .otherwise = "row present",
+                       .fallback = "row present",
                        .without = { "L2_IIF" } } );
     cases.push_back( { .recipe = verify,
                        .name = "row present",
                        .before = { present },
                        .vary = plain,
                        .returns = "true",
-                       .otherwise = "row absent",
+                       .fallback = "row absent",
                        .with = { "L2_IIF" } } );
     cases.push_back( { .recipe = verify,
                        .name = "row differs",
-                       .before = { presentOtherwise },
+                       .before = { presentDifferently },
                        .vary = plain,
                        .returns = "false",
-                       .otherwise = "row absent",
+                       .fallback = "row absent",
                        .with = { "L2_IIF" } } );
     cases.push_back( { .recipe = verify,
                        .name = "removal, row absent",
                        .arguments = { { "op", "false" } },
                        .vary = plain,
                        .returns = "true",
-                       .otherwise = "removal, row present",
+                       .fallback = "removal, row present",
                        .with = { notFound },
                        .without = { "L2_IIF" } } );
     cases.push_back( { .recipe = verify,
@@ -311,7 +314,7 @@ void addSystemPortCases( Cases & cases ) {
                        .before = { presentForDelete },
                        .vary = plain,
                        .returns = "false",
-                       .otherwise = "removal, row absent",
+                       .fallback = "removal, row absent",
                        .without = { "L2_IIF", notFound } } );
 }
 
@@ -329,39 +332,39 @@ void addDestinationCases( Cases & cases ) {
 
     cases.push_back( { .recipe = program,
                        .name = "port, row absent",
-                       .otherwise = "port, row present",
+                       .fallback = "port, row present",
                        .with = { insert, port },
                        .without = { update, remove, trunk, isTrunk } } );
     cases.push_back( { .recipe = program,
                        .name = "port, row present",
                        .before = { present },
-                       .otherwise = "port, row absent",
+                       .fallback = "port, row absent",
                        .with = { update, port },
                        .without = { insert, remove, trunk, isTrunk } } );
     cases.push_back( { .recipe = program,
                        .name = "trunk, row absent",
                        .arguments = { lag },
-                       .otherwise = "trunk, row present",
+                       .fallback = "trunk, row present",
                        .with = { insert, trunk, isTrunk },
                        .without = { update, remove, port } } );
     cases.push_back( { .recipe = program,
                        .name = "trunk, row present",
                        .arguments = { lag },
                        .before = { present },
-                       .otherwise = "trunk, row absent",
+                       .fallback = "trunk, row absent",
                        .with = { update, trunk, isTrunk },
                        .without = { insert, remove, port } } );
     cases.push_back( { .recipe = program,
                        .name = "removal, row absent",
                        .arguments = { removal },
-                       .otherwise = "removal, row present",
+                       .fallback = "removal, row present",
                        .with = { notFound },
                        .without = { insert, update, remove, port, trunk, isTrunk } } );
     cases.push_back( { .recipe = program,
                        .name = "removal, row present",
                        .arguments = { removal },
                        .before = { presentForDelete },
-                       .otherwise = "removal, row absent",
+                       .fallback = "removal, row absent",
                        .with = { remove },
                        .without = { insert, update, port, trunk, isTrunk, notFound } } );
 
@@ -369,34 +372,34 @@ void addDestinationCases( Cases & cases ) {
     cases.push_back( { .recipe = verify,
                        .name = "port, row absent",
                        .returns = "true",
-                       .otherwise = "port, row present",
+                       .fallback = "port, row present",
                        .without = { port, trunk, isTrunk } } );
     cases.push_back( { .recipe = verify,
                        .name = "port, row present",
                        .before = { present },
                        .returns = "true",
-                       .otherwise = "port, row absent",
+                       .fallback = "port, row absent",
                        .with = { isTrunk, port },
                        .without = { trunk } } );
     cases.push_back( { .recipe = verify,
                        .name = "port, row differs",
                        .before = { { program, { { "portOrLagId", "6" } } } },
                        .returns = "false",
-                       .otherwise = "port, row absent",
+                       .fallback = "port, row absent",
                        .with = { isTrunk, port },
                        .without = { trunk } } );
     cases.push_back( { .recipe = verify,
                        .name = "trunk, row absent",
                        .arguments = { lag },
                        .returns = "true",
-                       .otherwise = "trunk, row present",
+                       .fallback = "trunk, row present",
                        .without = { port, trunk, isTrunk } } );
     cases.push_back( { .recipe = verify,
                        .name = "trunk, row present",
                        .arguments = { lag },
                        .before = { present },
                        .returns = "true",
-                       .otherwise = "trunk, row absent",
+                       .fallback = "trunk, row absent",
                        .with = { isTrunk, trunk },
                        .without = { port } } );
     cases.push_back( { .recipe = verify,
@@ -404,7 +407,7 @@ void addDestinationCases( Cases & cases ) {
                        .arguments = { lag },
                        .before = { { program, { { "portOrLagId", "6" } } } },
                        .returns = "false",
-                       .otherwise = "trunk, row absent",
+                       .fallback = "trunk, row absent",
                        .with = { isTrunk, trunk },
                        .without = { port } } );
     cases.push_back( { .recipe = verify,
@@ -412,14 +415,14 @@ void addDestinationCases( Cases & cases ) {
                        .arguments = { lag },
                        .before = { { program, { { "lag", "false" } } } },
                        .returns = "false",
-                       .otherwise = "trunk, row absent",
+                       .fallback = "trunk, row absent",
                        .with = { isTrunk, trunk },
                        .without = { port } } );
     cases.push_back( { .recipe = verify,
                        .name = "removal, row absent",
                        .arguments = { removal },
                        .returns = "true",
-                       .otherwise = "removal, row present",
+                       .fallback = "removal, row present",
                        .with = { notFound },
                        .without = { port, trunk, isTrunk } } );
     cases.push_back( { .recipe = verify,
@@ -427,7 +430,7 @@ void addDestinationCases( Cases & cases ) {
                        .arguments = { removal },
                        .before = { presentForDelete },
                        .returns = "false",
-                       .otherwise = "removal, row absent",
+                       .fallback = "removal, row absent",
                        .without = { port, trunk, isTrunk, notFound } } );
 }
 
@@ -567,14 +570,14 @@ void addEventCases( Cases & cases ) {
         cases.push_back( { .recipe = recipe,
                            .name = "row absent",
                            .vary = emptyLearnCacheTables,
-                           .otherwise = "row present",
+                           .fallback = "row present",
                            .with = { insert },
                            .without = { update } } );
         cases.push_back( { .recipe = recipe,
                            .name = "row present",
                            .before = { { recipe, { { "enable", "false" } } } },
                            .vary = emptyLearnCacheTables,
-                           .otherwise = "row absent",
+                           .fallback = "row absent",
                            .with = { update },
                            .without = { insert } } );
     }
@@ -684,11 +687,11 @@ std::string_view typeText( ArgumentType type ) {
 
 } // namespace
 
-CallKind kindOf( const Recipe & recipe, Interpose::SdkCall operation, std::string_view opcode,
-                 std::string_view field ) {
+CallKind kindOf( const Recipe & recipe, const Interpose::Event & operation ) {
     for ( const NotGuarded & call : notGuarded ) {
-        if ( call.recipe == recipe.name && call.operation == operation &&
-             ( call.names.empty() || call.names == opcode || call.names == field ) )
+        if ( call.recipe == recipe.name && call.operation == operation.call &&
+             ( !call.opcode || call.opcode == operation.opcode.constant ) &&
+             ( call.field.empty() || call.field == operation.field ) )
             return call.kind;
     }
     return CallKind::guarded;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "interpose/SdkCall.h"
+#include "interpose/Event.h"
 #include "tools/model/Model.h"
 #include "tools/recipes/Registry.h"
 
@@ -28,9 +28,8 @@ enum class CallKind : uint8_t {
     checkedNext, ///< unchecked, but the recipe checks the code right afterwards, as a call "rc"
 };
 
-/// What a call is known by: its operation, and the opcode or the field that it names.
-CallKind kindOf( const Recipe & recipe, Interpose::SdkCall operation, std::string_view opcode,
-                 std::string_view field );
+/// A call is known by its operation, and by the opcode or the field that it names.
+CallKind kindOf( const Recipe & recipe, const Interpose::Event & operation );
 
 /// Whether the recipe stops by the assertion "ent_hdl != BCMLT_INVALID_HDL" if an allocate succeeds
 /// and leaves the handle invalid.
@@ -79,7 +78,7 @@ struct SweepCase {
     /// The assertion that stops it; empty if it returns.
     std::string_view stopsBy = {};
     /// The case that goes on as this one does after its lookup answered the opposite.
-    std::string_view otherwise = {};
+    std::string_view fallback = {};
     /// On the reference chip: parts of a call's text or a message that occur, and that do not.
     std::vector<std::string_view> with = {};
     std::vector<std::string_view> without = {};

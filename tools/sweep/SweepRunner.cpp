@@ -1,7 +1,6 @@
 #include "tools/sweep/SweepRunner.h"
 
 #include "interpose/FaultInjector.h"
-#include "interpose/Recorder.h"
 #include "sim/Chip.h"
 #include "tools/model/Arguments.h"
 #include "tools/model/Files.h"
@@ -10,9 +9,8 @@
 #include "tools/run/StopHandler.h"
 
 #include <Kiln/ActivityLock.h>
-#include <Kiln/TraceHandle.h>
-#include <Kiln/TraceSink.h>
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -29,166 +27,66 @@
 #include <string_view>
 #include <sys/mman.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
 
-namespace Tool {
+namespace Tool {} // namespace Tool
 
 // What a run has to say goes from its process to the sweep's as JSON.
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE( SweepCall, operation, isCheck, entry, unit, table, field,
-                                    opcode, details, rc, hook, hookLocked, operationLocked, text,
-                                    ending, line )
+
+template <class T>
+struct nlohmann::adl_serializer<std::optional<T>> {
+    static void to_json( json & to, const std::optional<T> & from ) {
+        to = from ? json( *from ) : json();
+    }
+    static void from_json( const json & from, std::optional<T> & to ) {
+        to = from.is_null() ? std::optional<T>() : from.get<T>();
+    }
+};
+
+namespace Sim {
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE( RowId, index, instance, port, key )
+}
+
+namespace Interpose {
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE( SdkNumber, number, constant )
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE( Event, call, handle, unit, table, field, symbol, values,
+                                    startIndex, count, opcode, priority, attribute, rc, returned )
+} // namespace Interpose
+
+namespace Tool {
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE( ObservedCall, operation, hook, hookLocked, operationLocked,
+                                    text, ending, line )
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE( SweepMessage, afterCalls, text )
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE( TableId, unit, table )
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE( TableRow, id, values )
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE( SweepRun, prepared, returned, result, complete, calls, messages,
+                                    functions, preCallHooks, failureHooks, failureHookLocked,
+                                    reportedBeforeHook, errorTexts, tablesBefore, writes, tables,
+                                    liveEntries )
 
 namespace {
 
-using Json = nlohmann::json;
-
-Json toJson( const SweepRun & run ) {
-    Json calls = run.calls;
-    for ( std::size_t i = 0; i < run.calls.size(); ++i ) {
-        if ( run.calls[i].rows )
-            calls[i]["rows"] = *run.calls[i].rows;
-    }
-    return { { "prepared", run.prepared },
-             { "returned", run.returned },
-             { "result", run.result },
-             { "calls", std::move( calls ) },
-             { "messages", run.messages },
-             { "functions", run.functions },
-             { "preCallHooks", run.preCallHooks },
-             { "failureHooks", run.failureHooks },
-             { "failureHookLocked", run.failureHookLocked },
-             { "reportedBeforeHook", run.reportedBeforeHook },
-             { "errorTexts", run.errorTexts },
-             { "tablesBefore", run.tablesBefore },
-             { "tables", run.tables },
-             { "liveEntries", run.liveEntries } };
-}
-
-// What a process left; nothing but "incomplete" if it did not get to leave anything.
-SweepRun fromJson( const std::string & text ) {
-    SweepRun run;
-    const Json json = Json::parse( text, nullptr, false );
-    if ( !json.is_object() )
-        return run;
-    run.complete = true;
-    json.at( "prepared" ).get_to( run.prepared );
-    json.at( "returned" ).get_to( run.returned );
-    json.at( "result" ).get_to( run.result );
-    json.at( "calls" ).get_to( run.calls );
-    for ( std::size_t i = 0; i < run.calls.size(); ++i ) {
-        if ( json.at( "calls" )[i].contains( "rows" ) )
-            run.calls[i].rows = json.at( "calls" )[i].at( "rows" ).get<std::string>();
-    }
-    json.at( "messages" ).get_to( run.messages );
-    json.at( "functions" ).get_to( run.functions );
-    json.at( "preCallHooks" ).get_to( run.preCallHooks );
-    json.at( "failureHooks" ).get_to( run.failureHooks );
-    json.at( "failureHookLocked" ).get_to( run.failureHookLocked );
-    json.at( "reportedBeforeHook" ).get_to( run.reportedBeforeHook );
-    json.at( "errorTexts" ).get_to( run.errorTexts );
-    json.at( "tablesBefore" ).get_to( run.tablesBefore );
-    json.at( "tables" ).get_to( run.tables );
-    json.at( "liveEntries" ).get_to( run.liveEntries );
-    return run;
-}
-
 // --- In the process of a run
 
-// --- Tables as text
-
-void addElements( std::string & text, const Sim::Field & field,
-                  std::vector<uint64_t>::const_iterator first ) {
-    text += field.name + "=";
-    for ( uint32_t i = 0; i < field.length; ++i, ++first )
-        text += ( i == 0 ? "" : "," ) + std::to_string( *first );
-}
-
-std::string rowText( const Sim::Table & table, const Sim::RowImage & row ) {
-    std::string id;
-    std::string data;
-    if ( table.isPhysical() )
-        id = "index=" + std::to_string( row.id.index ) +
-             " instance=" + std::to_string( row.id.instance ) +
-             " port=" + std::to_string( row.id.port );
-    auto element = row.values.begin();
-    for ( const Sim::Field & field : table.fields ) {
-        std::string & part = field.role == Sim::FieldRole::key ? id : data;
-        if ( !id.empty() || &part == &data )
-            part += " ";
-        addElements( part, field, element );
-        element += field.length;
-    }
-    return "[" + id + "]" + data + "\n";
-}
-
-std::string rowsText( const Sim::Chip & chip, int unit, const Sim::Table & table ) {
-    std::string text;
-    for ( const Sim::RowImage & row : chip.rows( unit, table.name, Sim::Rows::stored ) )
-        text += rowText( table, row );
-    return text;
-}
-
-SweepTables tablesOf( const Sim::Chip & chip ) {
-    SweepTables tables;
-    for ( const int unit : chip.units() ) {
-        for ( const Sim::Table & table : chip.schema( unit )->tables() ) {
-            std::string rows = rowsText( chip, unit, table );
-            if ( !rows.empty() )
-                tables["unit " + std::to_string( unit ) + " " + table.name] = std::move( rows );
-        }
-    }
-    return tables;
-}
-
-// Puts hooks, operations and trace lines together again as the calls they belong to.
-class Collector {
+// Watches a recipe and what becomes of the tables.
+class Watcher {
   public:
-    Collector( const Sim::Chip & chip, bool watchRows ) : chip_( chip ), watchRows_( watchRows ) {}
+    Watcher( const Sim::Chip & chip, Shim::Sdk & sdk, bool watchRows )
+        : chip_( chip ), watchRows_( watchRows ),
+          observer_( sdk, [this]( std::size_t call ) { noteWrite( call ); } ) {}
+
+    Shim::Sdk & sdk() { return observer_.sdk(); }
 
     // Nothing that happens before is seen.
     void begin() {
         run_.prepared = true;
         if ( watchRows_ )
             run_.tablesBefore = tables_ = tablesOf( chip_ );
-    }
-
-    void onEvent( Interpose::Recorder::Moment moment, const Interpose::Event & event ) {
-        const bool before = moment == Interpose::Recorder::Moment::before;
-        switch ( Interpose::kind( event.call ) ) {
-        case Interpose::SdkCallKind::hook:
-            if ( before )
-                onHook( event.call );
-            break;
-        case Interpose::SdkCallKind::text:
-            if ( before )
-                run_.errorTexts.push_back( event.rc );
-            break;
-        case Interpose::SdkCallKind::operation:
-            if ( before )
-                operationLocked_ = Kiln::activityLock().heldByThisThread();
-            else
-                onOperation( event );
-            break;
-        case Interpose::SdkCallKind::constant:
-            break;
-        }
-    }
-
-    void onTraceLine( const Kiln::TraceLine & line ) {
-        if ( !run_.prepared )
-            return;
-        if ( std::find( run_.functions.begin(), run_.functions.end(), line.function ) ==
-             run_.functions.end() )
-            run_.functions.emplace_back( line.function );
-        if ( line.facility == "ApiCairn" )
-            onCallTrace( line );
-        else
-            run_.messages.push_back( { run_.calls.size(), std::string( line.text ) } );
+        observer_.begin();
     }
 
     void returned( const Result & result ) {
@@ -198,112 +96,38 @@ class Collector {
 
     // What was seen. The run is over or stops.
     const SweepRun & finish() {
-        if ( hookPending_ )
-            addCheck();
+        static_cast<Observation &>( run_ ) = observer_.finish();
+        for ( const Note & note : run_.notes ) {
+            if ( const auto * message = std::get_if<ObservedMessage>( &note.what ) )
+                run_.messages.push_back( { note.afterCalls, message->text } );
+        }
         run_.tables = tablesOf( chip_ );
         for ( const Sim::LiveEntry & entry : chip_.liveEntries() )
             run_.liveEntries.push_back( entry.table );
+        run_.complete = true;
         return run_;
     }
 
   private:
-    void onHook( Interpose::SdkCall hook ) {
-        const bool locked = Kiln::activityLock().heldByThisThread();
-        if ( hook == Interpose::SdkCall::preCallHook ) {
-            ++run_.preCallHooks;
-            hookPending_ = true;
-            hookLocked_ = locked;
-            return;
-        }
-        ++run_.failureHooks;
-        run_.failureHookLocked = locked;
-        struct stat status {};
-        run_.reportedBeforeHook = ::fstat( STDERR_FILENO, &status ) == 0 && status.st_size > 0;
-    }
-
-    void onOperation( const Interpose::Event & event ) {
-        SweepCall call;
-        call.operation = event.call;
-        call.unit = event.unit;
-        call.table = event.table;
-        call.field = event.field;
-        call.opcode = event.opcode.constant ? toText( event.opcode ) : "";
-        call.rc = event.rc;
-        call.hook = std::exchange( hookPending_, false );
-        call.hookLocked = call.hook && hookLocked_;
-        call.operationLocked = operationLocked_;
-        if ( event.call == Interpose::SdkCall::entryAllocate ) {
-            entries_[event.handle] = ++allocates_;
-        } else {
-            // The recorder knows no table of an invalid handle.
-            const auto entry = entries_.find( event.handle );
-            call.entry = entry == entries_.end() || event.table.empty() ? 0 : entry->second;
-            call.details = detailsOf( event );
-        }
-        if ( watchRows_ && !call.opcode.empty() )
-            noteRows( call );
-        run_.calls.push_back( std::move( call ) );
-    }
-
-    // What an operation is told beside its entry.
-    static std::string detailsOf( Interpose::Event event ) {
-        event.handle = 0;
-        event.table.clear();
-        event.returned = false;
-        const std::string beginning = std::string( Interpose::name( event.call ) ) + " entry 0";
-        return Interpose::toText( event ).substr( beginning.size() );
-    }
-
     // A commit changes no table but that of its entry.
-    void noteRows( SweepCall & call ) {
-        const Sim::Schema * schema = chip_.schema( call.unit );
-        const Sim::Table * table = schema == nullptr ? nullptr : schema->find( call.table );
-        if ( table == nullptr )
+    void noteWrite( std::size_t call ) {
+        const Interpose::Event & operation = observer_.seen().calls[call].operation;
+        if ( !watchRows_ || !operation.opcode.constant )
             return;
-        std::string & known = tables_["unit " + std::to_string( call.unit ) + " " + call.table];
-        std::string rows = rowsText( chip_, call.unit, *table );
+        const TableId id{ operation.unit, operation.table };
+        TableRows rows = rowsOf( chip_, id );
+        TableRows & known = tables_[id];
         if ( rows == known )
             return;
         known = rows;
-        call.rows = std::move( rows );
-    }
-
-    void addCheck() {
-        SweepCall check;
-        check.isCheck = true;
-        check.hook = std::exchange( hookPending_, false );
-        check.hookLocked = check.hook && hookLocked_;
-        run_.calls.push_back( std::move( check ) );
-    }
-
-    // "FILE:LINE CALL (rc:CODE)" or "FILE:LINE CALL no rc check". It follows its operation; a line
-    // whose hook no operation used up is that of a check.
-    void onCallTrace( const Kiln::TraceLine & line ) {
-        if ( hookPending_ || run_.calls.empty() )
-            addCheck();
-        SweepCall & call = run_.calls.back();
-        std::string_view text = line.text;
-        const std::string position =
-            std::string( line.file ) + ":" + std::to_string( line.line ) + " ";
-        if ( text.starts_with( position ) )
-            text.remove_prefix( position.size() );
-        std::size_t end = text.rfind( " no rc check" );
-        if ( end == std::string_view::npos )
-            end = std::min( text.rfind( " (rc:" ), text.size() );
-        call.text += text.substr( 0, end );
-        call.ending += text.substr( end );
-        call.line = line.line;
+        run_.writes[call] = std::move( rows );
     }
 
     const Sim::Chip & chip_;
-    bool watchRows_;
+    const bool watchRows_;
     SweepRun run_;
     SweepTables tables_;
-    std::map<uint32_t, uint32_t> entries_;
-    uint32_t allocates_ = 0;
-    bool hookPending_ = false;
-    bool hookLocked_ = false;
-    bool operationLocked_ = false;
+    Observer observer_;
 };
 
 // Makes a field hold a value. A table or a field that the chip lacks holds nothing.
@@ -335,37 +159,29 @@ void runHere( const PreparedCase & prepared, const std::optional<Interpose::Faul
     Sim::Chip chip;
     addUnits( chip, prepared.model );
     const auto sharedState = applyModel( prepared.model );
-    Collector collector( chip, !fault );
-    const auto tell = [&] { writeAll( log, toJson( collector.finish() ).dump() ); };
-    Kiln::traceToCallback( [&]( const Kiln::TraceLine & line ) { collector.onTraceLine( line ); } );
-    std::string error;
-    Kiln::traceSettings( Kiln::parseTraceSettings( "ApiCairn/4,CairnLtHelper/*", error ) );
-
     Interpose::FaultInjector faults( chip );
     if ( fault )
         faults.add( *fault );
-    Interpose::Recorder recorder( faults );
-    recorder.observe( [&]( Interpose::Recorder::Moment moment, const Interpose::Event & event ) {
-        collector.onEvent( moment, event );
-    } );
-    Shim::Sdk & seenByLibrary = setup.around ? setup.around( recorder ) : recorder;
+    Watcher watcher( chip, faults, !fault );
+    const auto report = [&] { writeAll( log, nlohmann::json( watcher.finish() ).dump() ); };
+    Shim::Sdk & seenByLibrary = setup.around ? setup.around( watcher.sdk() ) : watcher.sdk();
 
-    const StopHandler stop( tell );
+    const StopHandler stop( report );
     const std::lock_guard lock( Kiln::activityLock() );
     Shim::sdk_ = &chip;
     for ( const auto & [recipe, arguments] : prepared.before )
         recipe->invoke( arguments, sharedState );
     for ( const SweepCase::Holds & holds : prepared.plan->holds )
         put( chip, prepared.unit, holds );
-    collector.begin();
+    watcher.begin();
     Shim::sdk_ = &seenByLibrary;
-    collector.returned( prepared.recipe->invoke( prepared.arguments, sharedState ) );
-    tell();
+    watcher.returned( prepared.recipe->invoke( prepared.arguments, sharedState ) );
+    report();
 }
 
-[[noreturn]] void beTheRun( const PreparedCase & prepared,
-                            const std::optional<Interpose::Fault> & fault, const SweepSetup & setup,
-                            int log, int standardError ) {
+[[noreturn]] void runInChild( const PreparedCase & prepared,
+                              const std::optional<Interpose::Fault> & fault,
+                              const SweepSetup & setup, int log, int standardError ) {
     constexpr unsigned patience = 60; // seconds, of a recipe that hangs
     const rlimit noCore{ 0, 0 };
     ::setrlimit( RLIMIT_CORE, &noCore );
@@ -382,7 +198,7 @@ void runHere( const PreparedCase & prepared, const std::optional<Interpose::Faul
 
 // --- In the process of the sweep
 
-[[noreturn]] void refuseTrouble( const char * what ) {
+[[noreturn]] void throwTrouble( const char * what ) {
     throw BadInput( std::string( "the sweep can not " ) + what + ": " + std::strerror( errno ) );
 }
 
@@ -391,7 +207,7 @@ class MemoryFile {
   public:
     explicit MemoryFile( const char * name ) : descriptor_( ::memfd_create( name, MFD_CLOEXEC ) ) {
         if ( descriptor_ < 0 )
-            refuseTrouble( "make a file in memory" );
+            throwTrouble( "make a file in memory" );
     }
     ~MemoryFile() {
         if ( descriptor_ >= 0 )
@@ -430,9 +246,9 @@ class ChildRun {
               const SweepSetup & setup )
         : log_( "run" ), standardError_( "standard error" ), process_( forkClean() ) {
         if ( process_ < 0 )
-            refuseTrouble( "start a process" );
+            throwTrouble( "start a process" );
         if ( process_ == 0 )
-            beTheRun( prepared, fault, setup, log_.descriptor(), standardError_.descriptor() );
+            runInChild( prepared, fault, setup, log_.descriptor(), standardError_.descriptor() );
     }
     ~ChildRun() {
         if ( process_ > 0 )
@@ -446,7 +262,10 @@ class ChildRun {
     // Waits until it is over.
     SweepRun result() {
         const int status = wait();
-        SweepRun run = fromJson( log_.contents() );
+        SweepRun run;
+        const nlohmann::json log = nlohmann::json::parse( log_.contents(), nullptr, false );
+        if ( log.is_object() )
+            log.get_to( run );
         run.standardError = standardError_.contents();
         if ( WIFSIGNALED( status ) )
             run.signal = WTERMSIG( status );
@@ -470,11 +289,11 @@ class ChildRun {
 };
 
 // Runs all, some at a time, and hands the results over in order.
-class Crew {
+class ProcessPool {
   public:
     using Done = std::function<void( std::size_t number, SweepRun )>;
 
-    explicit Crew( Done done ) : done_( std::move( done ) ) {}
+    explicit ProcessPool( Done done ) : done_( std::move( done ) ) {}
 
     void add( const PreparedCase & prepared, const std::optional<Interpose::Fault> & fault,
               const SweepSetup & setup ) {
@@ -602,13 +421,13 @@ class Sweeper {
                 runnable.push_back( &entry );
         }
         total_ = runnable.size();
-        Crew crew( [&]( std::size_t number, SweepRun run ) {
+        ProcessPool pool( [&]( std::size_t number, SweepRun run ) {
             judgeUndisturbedRun( *runnable[number], std::move( run ) );
-            tellProgress();
+            reportProgress();
         } );
         for ( const Entry * entry : runnable )
-            crew.add( entry->prepared, {}, setup_ );
-        crew.finish();
+            pool.add( entry->prepared, {}, setup_ );
+        pool.finish();
     }
 
     void judgeUndisturbedRun( Entry & entry, SweepRun run ) {
@@ -621,10 +440,12 @@ class Sweeper {
         report.calls = run.calls.size();
         report.expected = toText( expectUndisturbed( entry.prepared, run ) );
         report.differences = judgeUndisturbed( entry.prepared, run );
-        if ( const SweepCall * refused = refusedCall( entry.prepared, run ) )
-            report.refused = std::string( Interpose::name( refused->operation ) ) + " of " +
-                             refused->table + ": " + Sim::Chip().errmsg( refused->rc ) + " (" +
-                             std::to_string( refused->rc ) + ")";
+        if ( const ObservedCall * refused = refusedCall( entry.prepared, run ) ) {
+            const Interpose::Event & operation = refused->operation;
+            report.refused =
+                fmt::format( "{} of {}: {} ({})", Interpose::name( operation.call ),
+                             operation.table, Sim::Chip().errmsg( operation.rc ), operation.rc );
+        }
         entry.undisturbed = std::move( run );
     }
 
@@ -633,26 +454,26 @@ class Sweeper {
         for ( Entry & entry : entries_ ) {
             if ( !entry.isSweepable() )
                 continue;
-            const std::optional<SweptCase> otherwise = otherwiseOf( entry );
+            const std::optional<SweptCase> fallback = fallbackOf( entry );
             for ( const SweepFault & fault :
-                  faultsOf( entry.swept(), otherwise ? &*otherwise : nullptr ) )
+                  faultsOf( entry.swept(), fallback ? &*fallback : nullptr ) )
                 orders.push_back( { &entry, fault } );
         }
         total_ += orders.size();
-        Crew crew( [&]( std::size_t number, SweepRun run ) {
+        ProcessPool pool( [&]( std::size_t number, SweepRun run ) {
             judgeFaultRun( orders[number], run );
-            tellProgress();
+            reportProgress();
         } );
         for ( const Order & order : orders )
-            crew.add( order.entry->prepared, injectedBy( order ), setup_ );
-        crew.finish();
+            pool.add( order.entry->prepared, injectedBy( order ), setup_ );
+        pool.finish();
     }
 
-    std::optional<SweptCase> otherwiseOf( const Entry & entry ) const {
+    std::optional<SweptCase> fallbackOf( const Entry & entry ) const {
         const auto found =
             std::find_if( entries_.begin(), entries_.end(), [&]( const auto & each ) {
                 return each.report.plan->recipe == entry.report.plan->recipe &&
-                       each.report.plan->name == entry.report.plan->otherwise;
+                       each.report.plan->name == entry.report.plan->fallback;
             } );
         if ( found == entries_.end() || !found->isSweepable() )
             return {};
@@ -666,9 +487,8 @@ class Sweeper {
         const auto & calls = order.entry->undisturbed.calls;
         const auto before = std::count_if(
             calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>( order.fault.call ),
-            [&]( const SweepCall & call ) {
-                return !call.isCheck &&
-                       ( !invalid || call.operation == Interpose::SdkCall::entryAllocate );
+            [&]( const ObservedCall & call ) {
+                return invalid ? call.is( Interpose::SdkCall::entryAllocate ) : !call.isCheck();
             } );
         const int code = codeOf( order.fault.kind );
         return { .occurrence = static_cast<uint64_t>( before ) + 1,
@@ -679,14 +499,14 @@ class Sweeper {
 
     void judgeFaultRun( const Order & order, const SweepRun & run ) const {
         Entry & entry = *order.entry;
-        const std::optional<SweptCase> otherwise = otherwiseOf( entry );
+        const std::optional<SweptCase> fallback = fallbackOf( entry );
         const SweepExpectation expectation =
-            expectFault( entry.swept(), otherwise ? &*otherwise : nullptr, order.fault );
+            expectFault( entry.swept(), fallback ? &*fallback : nullptr, order.fault );
         entry.report.faults.push_back( { order.fault, expectation.calls[order.fault.call].text,
                                          toText( expectation ), judge( expectation, run ) } );
     }
 
-    void tellProgress() {
+    void reportProgress() {
         ++done_;
         if ( setup_.progress )
             setup_.progress( done_, total_ );

@@ -66,55 +66,61 @@ TEST( SweepPlan, CasesThatFollowOneAnotherShareTheirArguments ) {
     };
     std::size_t followed = 0;
     for ( const SweepCase & each : Tool::sweepCases() ) {
-        if ( each.otherwise.empty() )
+        if ( each.fallback.empty() )
             continue;
         ++followed;
         const auto found = std::find_if(
             Tool::sweepCases().begin(), Tool::sweepCases().end(), [&]( const SweepCase & other ) {
-                return other.recipe == each.recipe && other.name == each.otherwise;
+                return other.recipe == each.recipe && other.name == each.fallback;
             } );
-        ASSERT_NE( found, Tool::sweepCases().end() ) << each.recipe << ": " << each.otherwise;
+        ASSERT_NE( found, Tool::sweepCases().end() ) << each.recipe << ": " << each.fallback;
         EXPECT_EQ( texts( *found ), texts( each ) ) << each.recipe << ": " << each.name;
     }
     EXPECT_EQ( followed, 34u );
 }
 
-CallKind kind( const char * recipe, Interpose::SdkCall operation, const char * names ) {
-    return Tool::kindOf( *Tool::findRecipe( recipe ), operation, names, names );
+using Interpose::SdkCall;
+
+CallKind kind( const char * recipe, SdkCall operation, const char * field = "" ) {
+    return Tool::kindOf( *Tool::findRecipe( recipe ), { .call = operation, .field = field } );
+}
+
+CallKind kind( const char * recipe, SdkCall operation, SdkCall opcode ) {
+    return Tool::kindOf( *Tool::findRecipe( recipe ),
+                         { .call = operation, .opcode = { 0, opcode } } );
 }
 
 TEST( SweepPlan, CallsAreGuardedUnlessTheRecipeSaysOtherwise ) {
-    using Interpose::SdkCall;
-    EXPECT_EQ( kind( "programMonTraceCpu", SdkCall::entryAllocate, "" ), CallKind::guarded );
-    EXPECT_EQ( kind( "programMonTraceCpu", SdkCall::entryCommit, "BCMLT_OPCODE_INSERT" ),
+    EXPECT_EQ( kind( "programMonTraceCpu", SdkCall::entryAllocate ), CallKind::guarded );
+    EXPECT_EQ( kind( "programMonTraceCpu", SdkCall::entryCommit, SdkCall::opcodeInsert ),
                CallKind::guarded );
     for ( const char * recipe :
           { "programL2IfIngSystemPortTable", "verifyL2IfIngSystemPortTable",
             "programL2EifSystemDestinationTable", "verifyL2EifSystemDestinationTable",
             "setLearnCacheEnabled", "setLearnCacheDropEnabled" } ) {
-        EXPECT_EQ( kind( recipe, SdkCall::entryCommit, "BCMLT_OPCODE_LOOKUP" ), CallKind::lookup )
+        EXPECT_EQ( kind( recipe, SdkCall::entryCommit, SdkCall::opcodeLookup ), CallKind::lookup )
             << recipe;
-        EXPECT_EQ( kind( recipe, SdkCall::entryCommit, "BCMLT_OPCODE_INSERT" ), CallKind::guarded )
+        EXPECT_EQ( kind( recipe, SdkCall::entryCommit, SdkCall::opcodeInsert ), CallKind::guarded )
             << recipe;
     }
     EXPECT_EQ( kind( "programL2IfIngSystemPortTable", SdkCall::entryFieldAdd, "RANGE_TABLE_INDEX" ),
                CallKind::ignored );
     EXPECT_EQ( kind( "programL2IfIngSystemPortTable", SdkCall::entryFieldAdd, "L2_IIF" ),
                CallKind::guarded );
-    EXPECT_EQ( kind( "setT4XVxlanDefaultNetworkSvp", SdkCall::entryCommit, "BCMLT_OPCODE_INSERT" ),
+    EXPECT_EQ( kind( "setT4XVxlanDefaultNetworkSvp", SdkCall::entryCommit, SdkCall::opcodeInsert ),
                CallKind::tolerated );
-    EXPECT_EQ( kind( "programPacketDropForMtuError", SdkCall::entryCommit, "BCMLT_OPCODE_LOOKUP" ),
+    EXPECT_EQ( kind( "programPacketDropForMtuError", SdkCall::entryCommit, SdkCall::opcodeLookup ),
                CallKind::mustMiss );
     for ( const char * recipe : { "setLoadBalanceRandSeedCtrl", "setLoadBalanceRandSeedMem" } ) {
-        EXPECT_EQ( kind( recipe, SdkCall::entryAllocate, "" ), CallKind::endsRecipe );
-        EXPECT_EQ( kind( recipe, SdkCall::ptEntryCommit, "BCMLT_PT_OPCODE_MODIFY" ),
+        EXPECT_EQ( kind( recipe, SdkCall::entryAllocate ), CallKind::endsRecipe );
+        EXPECT_EQ( kind( recipe, SdkCall::ptEntryCommit, SdkCall::ptOpcodeModify ),
                    CallKind::guarded );
     }
     EXPECT_EQ( kind( "setLoadBalanceRandSeedCtrl", SdkCall::entryFieldAdd, "SEED" ),
                CallKind::checkedNext );
     EXPECT_EQ( kind( "setLoadBalanceRandSeedMem", SdkCall::entryFieldArrayAdd, "SEED" ),
                CallKind::checkedNext );
-    EXPECT_EQ( kind( "setEmRobustHashDisable", SdkCall::entryAllocate, "" ), CallKind::skipsTable );
+    EXPECT_EQ( kind( "setEmRobustHashDisable", SdkCall::entryAllocate ), CallKind::skipsTable );
 }
 
 TEST( SweepPlan, PropertiesOfRecipes ) {
@@ -154,16 +160,17 @@ TEST( SweepPlan, SignaturesAreThoseThatAssertionsPrint ) {
 // A recipe of four guarded calls, and its table.
 constexpr char recipeName[] = "setVxlanDefaultNetworkSvp";
 constexpr char signature[] = "void Cairn::setVxlanDefaultNetworkSvp(uint32_t, uint32_t)";
-constexpr char tableName[] = "unit 0 TNL_L2_VXLAN_CONTROL";
-constexpr char rowBefore[] = "[] DEFAULT_NETWORK_SVP=42405\n";
-constexpr char rowAfter[] = "[] DEFAULT_NETWORK_SVP=100\n";
+const Tool::TableId tableId{ 0, "TNL_L2_VXLAN_CONTROL" };
+const Tool::TableRow rowBefore{ {}, { 42405, 0, 0, 0, 0 } };
+const Tool::TableRow rowAfter{ {}, { 100, 0, 0, 0, 0 } };
 
-Tool::SweepCall madeCall( Interpose::SdkCall operation, const char * text, int line ) {
-    Tool::SweepCall call;
-    call.operation = operation;
-    call.entry = operation == Interpose::SdkCall::entryAllocate ? 0 : 1;
-    call.unit = 0;
-    call.table = "TNL_L2_VXLAN_CONTROL";
+Tool::ObservedCall madeCall( Interpose::SdkCall operation, const char * text, int line ) {
+    Tool::ObservedCall call;
+    call.operation = { .call = operation,
+                       .handle = 1,
+                       .unit = tableId.unit,
+                       .table = tableId.table,
+                       .returned = true };
     call.hook = call.hookLocked = true;
     call.text = text;
     call.ending = " (rc:0)";
@@ -188,15 +195,15 @@ Tool::SweepRun madeUndisturbed() {
                   12 ),
         madeCall( Interpose::SdkCall::entryFree, "bcmlt_entry_free( tnlL2VxlanControlEntry )", 13 ),
     };
-    run.calls[1].field = "DEFAULT_NETWORK_SVP";
-    run.calls[1].details = " DEFAULT_NETWORK_SVP = 100";
-    run.calls[2].opcode = "BCMLT_OPCODE_UPDATE";
-    run.calls[2].details = " BCMLT_OPCODE_UPDATE BCMLT_PRIORITY_NORMAL";
-    run.calls[2].rows = rowAfter;
+    run.calls[1].operation.field = "DEFAULT_NETWORK_SVP";
+    run.calls[1].operation.values = { 100 };
+    run.calls[2].operation.opcode.constant = SdkCall::opcodeUpdate;
+    run.calls[2].operation.priority.constant = SdkCall::priorityNormal;
+    run.writes = { { 2, { rowAfter } } };
     run.functions = { recipeName };
     run.preCallHooks = 4;
-    run.tablesBefore = { { tableName, rowBefore } };
-    run.tables = { { tableName, rowAfter } };
+    run.tablesBefore = { { tableId, { rowBefore } } };
+    run.tables = { { tableId, { rowAfter } } };
     return run;
 }
 
@@ -204,7 +211,7 @@ Tool::SweepRun madeUndisturbed() {
 Tool::SweepRun madeStopped() {
     Tool::SweepRun run = madeUndisturbed();
     run.returned = false;
-    run.calls[3].rc = -1;
+    run.calls[3].operation.rc = -1;
     run.calls[3].text = run.calls[3].ending = "";
     run.calls[3].line = 0;
     run.failureHooks = 1;
@@ -220,12 +227,17 @@ Tool::SweepRun madeStopped() {
     return run;
 }
 
+Tool::Model referenceModel() {
+    return Tool::defaultModel( { Tool::defaultChip( 0, Sim::referenceSchema(), "reference" ) } );
+}
+
 class SweepJudge : public ::testing::Test {
   protected:
     SweepJudge() {
         prepared_.plan = &plan_;
         prepared_.recipe = Tool::findRecipe( recipeName );
         prepared_.isReference = true;
+        prepared_.model = referenceModel();
     }
 
     Tool::SweepExpectation expectation( SweepFault::Kind kind, std::size_t call ) const {
@@ -246,7 +258,7 @@ TEST_F( SweepJudge, FindsNothingWhereNothingIs ) {
 
     // A positive code of a guarded call is success.
     Tool::SweepRun positive = madeUndisturbed();
-    positive.calls[1].rc = 1;
+    positive.calls[1].operation.rc = 1;
     positive.calls[1].ending = " (rc:1)";
     EXPECT_EQ( Tool::judge( expectation( SweepFault::Kind::positive, 1 ), positive ), Findings() );
 }
@@ -263,8 +275,8 @@ TEST_F( SweepJudge, NothingHappensBehindAFailure ) {
 TEST_F( SweepJudge, AnInvalidHandleIsRefusedAtTheNextCall ) {
     const Tool::SweepExpectation expected = expectation( SweepFault::Kind::invalidHandle, 0 );
     ASSERT_EQ( expected.calls.size(), 2u );
-    EXPECT_EQ( expected.calls[1].rc, toInt( Sim::Rc::unknownHandle ) );
-    EXPECT_EQ( expected.calls[1].entry, 0u );
+    EXPECT_EQ( expected.calls[1].operation.rc, toInt( Sim::Rc::unknownHandle ) );
+    EXPECT_EQ( expected.calls[1].operation.handle, 0u );
     EXPECT_EQ( Tool::toText( expected ),
                "goes on to bcmlt_entry_field_add( tnlL2VxlanControlEntry, \"DEFAULT_NETWORK_SVP\", "
                "svp ), which is reported and stops" );
@@ -368,10 +380,10 @@ const Deviation deviations[] = {
       "1 calls too many, the first is bcmlt_entry_free entry 1" },
     { "CallMissing", []( auto & run ) { run.calls.pop_back(); },
       "1 calls are missing, the first is bcmlt_entry_free entry 1" },
-    { "AnotherCall", []( auto & run ) { run.calls[1].details = " DEFAULT_NETWORK_SVP = 101"; },
+    { "AnotherCall", []( auto & run ) { run.calls[1].operation.values = { 101 }; },
       "call 2: \"bcmlt_entry_field_add entry 1 TNL_L2_VXLAN_CONTROL DEFAULT_NETWORK_SVP = 101\"" },
-    { "AnotherEntry", []( auto & run ) { run.calls[1].entry = 2; }, "call 2: " },
-    { "AnotherReturnCode", []( auto & run ) { run.calls[3].rc = -3; },
+    { "AnotherEntry", []( auto & run ) { run.calls[1].operation.handle = 2; }, "call 2: " },
+    { "AnotherReturnCode", []( auto & run ) { run.calls[3].operation.rc = -3; },
       "call 4: return code: -3, expected -1" },
     { "NoPreCallHook", []( auto & run ) { run.calls[0].hook = false; },
       "call 1: pre-call hook: no, expected yes" },
@@ -404,11 +416,18 @@ const Deviation deviations[] = {
     { "EntryFreed", []( auto & run ) { run.liveEntries.clear(); }, "live entries: none, expected" },
     { "AnotherEntryLeft", []( auto & run ) { run.liveEntries.push_back( "PC_PORT" ); },
       "live entries: " },
-    { "RowsChanged", []( auto & run ) { run.tables[tableName] = "[] DEFAULT_NETWORK_SVP=101\n"; },
-      "unit 0 TNL_L2_VXLAN_CONTROL: row: \"[] DEFAULT_NETWORK_SVP=101\", expected \"[] "
-      "DEFAULT_NETWORK_SVP=100\"" },
-    { "RowsAdded", []( auto & run ) { run.tables["unit 0 PC_PORT"] = "[PORT_ID=0] SPEED=1\n"; },
-      "unit 0 PC_PORT: row: \"[PORT_ID=0] SPEED=1\", expected nothing" },
+    { "RowsChanged",
+      []( auto & run ) {
+          run.tables[tableId] = { { {}, { 101, 0, 0, 0, 0 } } };
+      },
+      "unit 0 TNL_L2_VXLAN_CONTROL: row: \"[] DEFAULT_NETWORK_SVP=101 SRC_L4_PORT_SELECT=0 "
+      "SRC_L4_PORT=0 DST_L4_PORT=0 VXLAN_FLAGS=0\", expected \"[] DEFAULT_NETWORK_SVP=100 " },
+    { "RowsAdded",
+      []( auto & run ) {
+          run.tables[{ 0, "PC_PORT" }] = { { {}, { 0, 0, 0, 1, 0, 0, 0, 0 } } };
+      },
+      "unit 0 PC_PORT: row: \"[PORT_ID=0] ENABLE=0 NUM_LANES=0 SPEED=1 AUTONEG=0 "
+      "MAX_FRAME_SIZE=0 LOOPBACK_MODE=0 FEC_MODE=0\", expected nothing" },
     { "RowsGone", []( auto & run ) { run.tables.clear(); },
       "unit 0 TNL_L2_VXLAN_CONTROL: row: nothing" },
 };
@@ -438,7 +457,7 @@ TEST_F( SweepJudge, UndisturbedRunsAreJudgedToo ) {
     // A call that the chip refuses stops the recipe; a reference chip refuses none.
     const auto refuse = []( auto & run ) {
         run = madeStopped();
-        run.calls[3].rc = -7;
+        run.calls[3].operation.rc = -7;
         run.errorTexts = { -7 };
         run.standardError = replaced( run.standardError, "null pointer (-1)",
                                       std::string( Sim::Chip().errmsg( -7 ) ) + " (-7)" );
@@ -461,10 +480,6 @@ TEST_F( SweepJudge, UndisturbedRunsAreJudgedToo ) {
 }
 
 // --- The real sweep
-
-Tool::Model referenceModel() {
-    return Tool::defaultModel( { Tool::defaultChip( 0, Sim::referenceSchema(), "reference" ) } );
-}
 
 TEST( Sweep, AllIsAsExpected ) {
     const ToolTest::Outcome run = cairnLt( { "sweep", "--format", "json" } );

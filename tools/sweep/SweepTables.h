@@ -1,0 +1,53 @@
+#pragma once
+
+#include "sim/Chip.h"
+#include "tools/model/Model.h"
+
+#include <compare>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+// What the tables of a chip hold, for the sweep to compare.
+
+namespace Tool {
+
+struct TableId {
+    int unit = 0;
+    std::string table;
+
+    auto operator<=>( const TableId & ) const = default;
+};
+
+/// A row: where it is, and its values, an item for each element of each field.
+struct TableRow {
+    Sim::RowId id;
+    std::vector<uint64_t> values;
+
+    bool operator==( const TableRow & ) const = default;
+};
+
+using TableRows = std::vector<TableRow>;
+
+/// The rows of the tables that have some.
+using SweepTables = std::map<TableId, TableRows>;
+
+TableRows rowsOf( const Sim::Chip & chip, const TableId & id );
+SweepTables tablesOf( const Sim::Chip & chip );
+
+/// The table of the model's chip, null if there is none.
+const Sim::Table * findTable( const Model & model, const TableId & id );
+
+/// "unit 0 MAPm"
+std::string toText( const TableId & id );
+
+/// "[index=5 instance=0 port=0] CLASS=1 TAG=2", "[PORT_ID=0] SPEED=1".
+std::string toText( const Sim::Table & table, const TableRow & row );
+
+/// The rows as a write leaves them that does not carry `field`: it keeps its value in rows that
+/// were there before, and takes its reset value in new ones.
+void dropField( TableRows & rows, const TableRows & before, const Sim::Table & table,
+                const Sim::Field & field );
+
+} // namespace Tool
