@@ -134,8 +134,7 @@ Feature::~Feature() = default;
 ChipProfile::~ChipProfile() = default;
 
 void ChipProfile::addFeature( const Nacre::Ptr<Feature> & feature ) {
-    const Feature & object = *feature;
-    features_[typeid( object )] = feature;
+    features_[feature->kilnType()] = feature;
 }
 
 Nacre::Ptr<Feature> ChipProfile::kilnTypeFeature( const std::type_info & type ) const noexcept {

@@ -4,6 +4,7 @@
 #include <Nacre/Ptr.h>
 
 #include <typeindex>
+#include <typeinfo>
 #include <unordered_map>
 
 // Chip profiles: what kind of chip a chip is, as a set of features found by their type.
@@ -14,6 +15,10 @@ namespace Asic {
 class Feature : public Nacre::PtrInterface {
   public:
     ~Feature() override;
+
+    /// The type under which a profile keeps this and recipes look it up. Of a class of its own it is
+    /// that class; a feature that hosts may derive from names itself, and its subclasses inherit that.
+    virtual const std::type_info & kilnType() const noexcept { return typeid( *this ); }
 };
 
 /// A set of features, at most one of each type.
@@ -21,17 +26,12 @@ class ChipProfile : public Nacre::PtrInterface {
   public:
     ~ChipProfile() override;
 
-    /// Adds a feature under its dynamic type, in place of one of that type.
+    /// Adds a feature under its kilnType(), in place of one of that type.
     void addFeature( const Nacre::Ptr<Feature> & feature );
 
-    /// The feature of this type, or null.
+    /// The feature of this type, or null. CairnCentral::FeatureOf (<CairnCommon/CairnCommonUtil.h>)
+    /// casts it down.
     Nacre::Ptr<Feature> kilnTypeFeature( const std::type_info & type ) const noexcept;
-
-    /// The same, cast to its type with a check.
-    template <class T>
-    Nacre::Ptr<T> feature() const noexcept {
-        return Nacre::dynamicCast<T>( kilnTypeFeature( typeid( T ) ) );
-    }
 
   private:
     std::unordered_map<std::type_index, Nacre::Ptr<Feature>> features_;
@@ -42,12 +42,16 @@ class ChipProfile : public Nacre::PtrInterface {
 namespace CairnCommon {
 
 /// Chips that number their system ports in a way of their own: module and port side by side, with
-/// `portBits` bits for the port.
+/// `portBits` bits for the port. A host with another numbering overrides sysportFromModport().
 class CairnCommonFeatureAttributes : public Asic::Feature {
   public:
     /// `portBits`: 1 to 16.
     explicit CairnCommonFeatureAttributes( uint32_t portBits ) : portBits_( portBits ) {}
     ~CairnCommonFeatureAttributes() override;
+
+    const std::type_info & kilnType() const noexcept override {
+        return typeid( CairnCommonFeatureAttributes );
+    }
 
     /// The number of `port` on module `modId`. `maxPorts` is the number of ports a module has;
     /// chips of this kind do not need it.
@@ -67,6 +71,10 @@ class CairnChipAttributes : public Asic::Feature {
     explicit CairnChipAttributes( bool hasRangeTableIndex )
         : hasRangeTableIndex_( hasRangeTableIndex ) {}
     ~CairnChipAttributes() override;
+
+    const std::type_info & kilnType() const noexcept override {
+        return typeid( CairnChipAttributes );
+    }
 
     /// Whether the ingress system-port table of this chip has a range-table index.
     bool hasRangeTableIndex() const noexcept { return hasRangeTableIndex_; }

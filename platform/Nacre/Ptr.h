@@ -85,10 +85,4 @@ Ptr<T> make( Args &&... args ) {
     return Ptr<T>( new T( std::forward<Args>( args )... ) );
 }
 
-/// Checked down-cast: null when the object is not a `T`. The result shares the object.
-template <class T, class Base>
-Ptr<T> dynamicCast( const Ptr<Base> & base ) noexcept {
-    return Ptr<T>( dynamic_cast<T *>( base.get() ) );
-}
-
 } // namespace Nacre

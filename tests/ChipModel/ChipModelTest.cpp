@@ -16,6 +16,7 @@ using Cairn::CairnCommonSmData;
 using Cairn::CairnModInfo;
 using CairnCentral::BringupStage;
 using CairnCentral::ChipInfo;
+using CairnCentral::FeatureOf;
 using CairnTypes::CairnPort;
 
 // --- ChipInfo
@@ -212,11 +213,62 @@ TEST_F( ChipModelTest, FeaturesAreFoundByTheirType ) {
     CairnProfile::setActiveChipProfile( chip, profile );
     EXPECT_EQ( CairnProfile::activeChipProfile( chip ).get(), profile.get() );
     EXPECT_FALSE( CairnProfile::activeChipProfile( ChipInfo( "other", 1, 2, 3 ) ) );
-    EXPECT_FALSE( profile->feature<CairnCentral::CairnChipAttributes>() );
+    EXPECT_FALSE( FeatureOf<CairnCentral::CairnChipAttributes>( *profile ) );
     profile->addFeature( Nacre::make<CairnCentral::CairnChipAttributes>( true ) );
-    ASSERT_TRUE( profile->feature<CairnCentral::CairnChipAttributes>() );
-    EXPECT_TRUE( profile->feature<CairnCentral::CairnChipAttributes>()->hasRangeTableIndex() );
-    EXPECT_FALSE( profile->feature<CairnCommon::CairnCommonFeatureAttributes>() );
+    const FeatureOf<CairnCentral::CairnChipAttributes> attributes( *profile );
+    ASSERT_TRUE( attributes );
+    EXPECT_TRUE( ( *attributes ).hasRangeTableIndex() );
+    EXPECT_FALSE( FeatureOf<CairnCommon::CairnCommonFeatureAttributes>( *profile ) );
+}
+
+// What hosts derive.
+class OwnNumbering final : public CairnCommon::CairnCommonFeatureAttributes {
+  public:
+    OwnNumbering() : CairnCommonFeatureAttributes( 8 ) {}
+    std::int32_t sysportFromModport( std::uint16_t modId, std::uint16_t port,
+                                     std::uint32_t maxPorts ) const override {
+        return static_cast<std::int32_t>( 1000u * modId + 10u * port + maxPorts );
+    }
+};
+class OwnAttributes final : public CairnCentral::CairnChipAttributes {
+  public:
+    OwnAttributes() : CairnChipAttributes( true ) {}
+};
+class OwnFeature final : public Asic::Feature {};
+class WrongFeature final : public Asic::Feature {
+  public:
+    const std::type_info & kilnType() const noexcept override {
+        return typeid( CairnCommon::CairnCommonFeatureAttributes );
+    }
+};
+
+TEST_F( ChipModelTest, SubclassOfAFeatureIsFoundAsThatFeature ) {
+    const auto profile = Nacre::make<Asic::ChipProfile>();
+    const auto attributes = Nacre::make<OwnAttributes>();
+    const auto own = Nacre::make<OwnFeature>();
+    profile->addFeature( attributes );
+    profile->addFeature( own );
+    EXPECT_EQ( profile->kilnTypeFeature( typeid( CairnCentral::CairnChipAttributes ) ).get(),
+               attributes.get() );
+    EXPECT_EQ( profile->kilnTypeFeature( typeid( OwnFeature ) ).get(), own.get() );
+    EXPECT_FALSE( profile->kilnTypeFeature( typeid( OwnAttributes ) ) );
+    EXPECT_TRUE( FeatureOf<CairnCentral::CairnChipAttributes>( *profile ) );
+}
+
+TEST_F( ChipModelTest, WhatIsNoSuchFeatureIsNotTakenForIt ) {
+    const auto profile = Nacre::make<Asic::ChipProfile>();
+    profile->addFeature( Nacre::make<WrongFeature>() );
+    EXPECT_FALSE( FeatureOf<CairnCommon::CairnCommonFeatureAttributes>( *profile ) );
+    CairnProfile::setActiveChipProfile( chip, profile );
+    EXPECT_EQ( CairnCentral::SYSPORT_FROM_MODPORT( chip, 3, 5, 128 ), 773 );
+}
+
+TEST_F( ChipModelTest, FeatureLivesWhileItIsLookedAt ) {
+    auto profile = Nacre::make<Asic::ChipProfile>();
+    profile->addFeature( Nacre::make<CairnCentral::CairnChipAttributes>( true ) );
+    const FeatureOf<CairnCentral::CairnChipAttributes> attributes( *profile );
+    profile = nullptr;
+    EXPECT_TRUE( ( *attributes ).hasRangeTableIndex() );
 }
 
 TEST_F( ChipModelTest, StagesAreBlockedPerChipAndUnblockedOtherwise ) {
@@ -279,6 +331,13 @@ TEST_F( SysportTest, FeatureNumbersThePortsItself ) {
     profile->addFeature( Nacre::make<CairnCommon::CairnCommonFeatureAttributes>( 10u ) );
     EXPECT_EQ( reportsOf( chip, 3, 5, 1024, 3 * 1024 + 5 ), "" );
     EXPECT_EQ( reportsOf( chip, 3, 0, 1024, 3 * 1024 ), "" );
+}
+
+TEST_F( SysportTest, SubclassOfTheFeatureNumbersThePortsItsWay ) {
+    const auto profile = Nacre::make<Asic::ChipProfile>();
+    CairnProfile::setActiveChipProfile( chip, profile );
+    profile->addFeature( Nacre::make<OwnNumbering>() );
+    EXPECT_EQ( reportsOf( chip, 3, 5, 1024, 3 * 1000 + 5 * 10 + 1024 ), "" );
 }
 
 TEST_F( SysportTest, HighestModuleKeepsItsBits ) {

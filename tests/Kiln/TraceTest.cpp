@@ -106,9 +106,9 @@ TEST_F( TraceTest, StreamWritesEachTypeInItsForm ) {
 
 TEST_F( TraceTest, ControlCharactersOfTextsAreEscaped ) {
     Kiln::TraceStream stream;
-    stream << "one\ntwo\tthree\r" << std::string( "four\x1b[31m\x7f" ) + '\0' + "\xc2\x9b"
+    stream << "one\ntwo\tthree\r" << std::string( "four\x1b[31m\x1f\x7f" ) + '\0' + "\xc2\x9b"
            << "\xc3\xa4 \xc2\xa0\xc2";
-    EXPECT_EQ( stream.text(), "one\\ntwo\\tthree\\x0dfour\\x1b[31m\\x7f\\x00\\xc2\\x9b"
+    EXPECT_EQ( stream.text(), "one\\ntwo\\tthree\\x0dfour\\x1b[31m\\x1f\\x7f\\x00\\xc2\\x9b"
                               "\xc3\xa4 \xc2\xa0\xc2" );
 }
 
