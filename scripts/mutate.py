@@ -117,6 +117,11 @@ MACHINERY = [
     return Shim::sdk_->bcmlt_pt_entry_commit( handle, askOpcode, priorityValue );""",
      """const uint32_t opcodeValue = askOpcode;
     return Shim::sdk_->bcmlt_pt_entry_commit( handle, opcodeValue, askPriority );"""),
+    ("Cairn/internal/Recipe.h",
+     "const ::CairnPlatform::LevelMask & cairnApi_ = \\ ::CairnPlatform::levelMask( ::Cairn::apiCairn )",
+     "const ::CairnPlatform::LevelMask cairnApi_{ \\\n"
+     "::CairnPlatform::read( ::CairnPlatform::levelMask( ::Cairn::apiCairn ) ) }"),
+    ("Cairn/internal/TraceMessage.h", "if ( file != nullptr ) {", "if ( true ) {"),
     ("Cairn/internal/TraceMessage.h", "index - 1 < CairnPlatform::highestSite( file ) && ", ""),
     ("Cairn/internal/TraceMessage.h", "index - 1 < CairnPlatform::highestSite", "index <= CairnPlatform::highestSite"),
     ("platform/Fleetlog/MsgDesc.cpp", "if ( file_->isRegistered( header_.id ) )", "if ( false )"),

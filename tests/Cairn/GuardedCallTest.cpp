@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
+#include <functional>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -28,6 +29,12 @@ void commit( uint32_t handle ) noexcept {
 void commitLockKept( uint32_t handle ) noexcept {
     CAIRN_RECIPE( "void GuardTest::commitLockKept(uint32_t)" );
     CAIRN_CALL_LOCK_KEPT( bcmlt_entry_commit( handle, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ) );
+}
+
+void commitTwice( std::uint32_t handle ) noexcept {
+    CAIRN_RECIPE( "void GuardTest::commitTwice(uint32_t)" );
+    CAIRN_CALL( bcmlt_entry_commit( handle, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ) );
+    CAIRN_CALL( bcmlt_entry_commit( handle, BCMLT_OPCODE_INSERT, BCMLT_PRIORITY_NORMAL ) );
 }
 
 int commitUnchecked( uint32_t handle ) noexcept {
@@ -101,10 +108,13 @@ class NotingSdk final : public Interpose::Forwarder {
         EXPECT_EQ( opcode, 2u );
         EXPECT_EQ( priority, 1u );
         note( "commit" );
+        if ( duringCommit )
+            duringCommit();
         return rc;
     }
 
     int rc = 0;
+    std::function<void()> duringCommit;
     Notes notes;
 
   private:
@@ -248,6 +258,27 @@ TEST_F( GuardedCallTest, TheLevelIsReadAfreshAtEachCall ) {
     EXPECT_EQ( traced.size(), 1u );
 }
 
+TEST_F( GuardedCallTest, TheLevelIsReadAfreshWithinOneRecipe ) {
+    sdk.duringCommit = [&] {
+        sdk.duringCommit = nullptr;
+        traceCalls();
+    };
+    GuardTest::commitTwice( 9 );
+    EXPECT_EQ( traced.size(), 2u );
+    sdk.duringCommit = [] { Kiln::traceOff(); };
+    GuardTest::commitTwice( 9 );
+    EXPECT_EQ( traced.size(), 2u );
+}
+
+TEST_F( GuardedCallTest, TheShimIsAskedForAfreshWithinOneRecipe ) {
+    NotingSdk other;
+    sdk.duringCommit = [&] { Shim::sdk_ = &other; };
+    GuardTest::commitTwice( 9 );
+    const Notes call{ "hook+", "priority-", "insert-", "commit-" };
+    EXPECT_EQ( sdk.notes, call );
+    EXPECT_EQ( other.notes, call );
+}
+
 TEST_F( GuardedCallTest, BareVariableIsAGuardedCallInFull ) {
     traceCalls();
     GuardTest::bareRc( 3 );
@@ -292,6 +323,14 @@ TEST_F( GuardedCallDeathTest, FailureReportsThenCallsTheFailureHookThenStops ) {
                  "hook\\+ priority- insert- commit- errmsg\\+ failure hook\\+ \n"
                  "[^\n]*: Cairn/CairnLtHelper:[0-9]+: void GuardTest::commit\\(uint32_t\\): "
                  "Assertion `0' failed\\.\n$" );
+}
+
+TEST_F( GuardedCallDeathTest, ShimThatIsThereWhenTheCallHasFailedSpeaksAndIsHooked ) {
+    NotingSdk other;
+    sdk.rc = -7;
+    sdk.duringCommit = [&] { Shim::sdk_ = &other; };
+    EXPECT_EXIT( GuardTest::commit( 9 ), testing::KilledBySignal( SIGABRT ),
+                 "API ERROR:no such luck \\(-7\\)\nerrmsg\\+ failure hook\\+ \n" );
 }
 
 TEST_F( GuardedCallDeathTest, FailedBareVariableIsReportedAsRc ) {

@@ -9,6 +9,8 @@
 #include <Fleetlog/TraceHandle.h>
 #include <Kiln/TraceSink.h>
 
+#include <algorithm>
+#include <csignal>
 #include <cstring>
 #include <map>
 
@@ -112,6 +114,8 @@ class RingRecordTest : public RecipeTest {
                     value = std::to_string( handles()[allocated++] );
         EXPECT_EQ( newMessages(), expected );
     }
+
+    std::vector<std::string> files() const { return directory_.files(); }
 
     const CairnCentral::ChipInfo chipInfo{ "alpha", 1, 0, 0 };
 
@@ -249,6 +253,54 @@ TEST_F( RingRecordTest, MulticastStrengthMessages ) {
           { "si",
             { "setMcastV6StrengthProfile", " unit: ", "%s", " entry handle: ", "%s" },
             { "3", "HANDLE" } } } );
+}
+
+TEST_F( RingRecordTest, MulticastStrengthMessagesOfTheHighestUnit ) {
+    // The unit is 16 bits in the message, and all of them are ones.
+    chip().addUnit( 65535, Sim::referenceSchema() );
+    clearLog();
+    const Message message{
+        "si",
+        { "setMcastV6StrengthProfile", " unit: ", "%s", " entry handle: ", "%s" },
+        { "65535", "HANDLE" } };
+    expectMessages(
+        [&] {
+            Cairn::setMcastV6StrengthProfile( sharedState( { { 65535, "alpha" } } ) );
+        },
+        { message, message } );
+    const std::string text = "CairnLtHelper/2 setMcastV6StrengthProfile: "
+                             "setMcastV6StrengthProfile unit: 65535 entry handle: HANDLE [held]";
+    EXPECT_EQ( logOf( "CairnLtHelper" ), ( std::vector<std::string>{ text, text } ) );
+    EXPECT_EQ( logOf( "allocate 65535 " ).size(), 2u );
+}
+
+TEST_F( RingRecordTest, MessagesAreInTheFileOfAProcessWhoseFirstCallFails ) {
+    const struct {
+        void ( *run )();
+        const char * text;
+    } recipes[] = {
+        { [] { Cairn::programMonTraceCpu( 3, "L3_URPF_FAIL" ); },
+          "programMonTraceCpu unit: 3 errorType: L3_URPF_FAIL" },
+        { [] { Cairn::programPacketDropForMtuError( 3 ); },
+          "programPacketDropForMtuError unit: 3" },
+    };
+    for ( const auto & recipe : recipes ) {
+        const auto before = files();
+        const auto stop = stopOf( [&] {
+            inject( "op=allocate,rc=-3" );
+            recipe.run();
+        } );
+        EXPECT_EQ( stop.signal, SIGABRT );
+        EXPECT_EQ( stop.count( "allocate" ), 1 );
+        EXPECT_EQ( stop.count( "failureHook" ), 1 );
+        // The process that stopped has a file of its own.
+        std::vector<std::string> found;
+        for ( const auto & file : files() )
+            if ( std::count( before.begin(), before.end(), file ) == 0 )
+                found.push_back( file );
+        ASSERT_EQ( found.size(), 1u );
+        EXPECT_EQ( read( found.front() ).texts, std::vector<std::string>{ recipe.text } );
+    }
 }
 
 TEST_F( RingRecordTest, MonitorEventMessages ) {

@@ -101,6 +101,36 @@ TEST_F( TunnelEcnTest, CallingTwiceWritesTheSameRowTwiceAndLeavesTheSameResult )
     EXPECT_EQ( chip().value( 0, "EGR_TUNNEL_ECN_ENCAPm", { .index = 5 }, "OUTER_ECN" ), 2u );
 }
 
+TEST_F( TunnelEcnTest, DecapTwiceWritesTheSameRowTwiceAndKeepsItsOtherFields ) {
+    const auto * table = chip().schema( 0 )->find( "ING_TUNNEL_ECN_DECAPm" );
+    ASSERT_NE( table, nullptr );
+    ASSERT_GT( table->fields.size(), 2u );
+    for ( int time = 0; time < 2; ++time ) {
+        clearLog();
+        Cairn::setIngTunnelEcnDecap( 0, 5, 2, true );
+        expectLog( decapScript( 0, 5, 2, 1 ) );
+        for ( const auto & field : table->fields ) {
+            const auto value =
+                chip().value( 0, "ING_TUNNEL_ECN_DECAPm", { .index = 5 }, field.name );
+            EXPECT_EQ( value, field.name == "INNER_ECN"          ? 2u
+                              : field.name == "CHANGE_INNER_ECN" ? 1u
+                                                                 : field.initial() )
+                << field.name;
+        }
+    }
+    EXPECT_EQ( chip().liveEntryCount(), 0u );
+}
+
+TEST_F( TunnelEcnTest, InterpreterLockIsKeptWithTheActivityLock ) {
+    holdInterpreterLock();
+    Cairn::setEgrTunnelEcnEncap( 0, 5, 2 );
+    expectLog( encapScript( 0, 5, 2 ) );
+    clearLog();
+    Cairn::setIngTunnelEcnDecap( 3, 7, 1, true );
+    expectLog( decapScript( 3, 7, 1, 1 ) );
+    EXPECT_TRUE( logOf( "interpreter lock" ).empty() );
+}
+
 TEST_F( TunnelEcnTest, PositiveCodesAreSuccessAndAreTracedAsReturned ) {
     inject( "op=pt_entry_commit,rc=17" );
     Cairn::setEgrTunnelEcnEncap( 0, 5, 2 );
@@ -137,6 +167,13 @@ TEST_F( TunnelEcnDeathTest, WideEcnValuesReachTheSdkUnchanged ) {
     const auto decap = stopOf( [] { Cairn::setIngTunnelEcnDecap( 0, 5, 0xFFFFFFFF, true ); } );
     EXPECT_EQ( decap.signal, SIGABRT );
     EXPECT_EQ( decap.count( "add INNER_ECN = 4294967295 " ), 1 );
+}
+
+TEST_F( TunnelEcnDeathTest, EachGuardedCallStopsTheProcess ) {
+    expectEachFailureToStop( encapScript( 0, 5, 2 ), encapPretty,
+                             [] { Cairn::setEgrTunnelEcnEncap( 0, 5, 2 ); } );
+    expectEachFailureToStop( decapScript( 3, 7, 1, 1 ), decapPretty,
+                             [] { Cairn::setIngTunnelEcnDecap( 3, 7, 1, true ); } );
 }
 
 TEST_F( TunnelEcnDeathTest, FailureAtTheFirstFieldReportsOnceAndNeverFrees ) {

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -415,6 +416,24 @@ TEST_F( TraceMessageTest, ThreadsWithFilesOfTheirOwnShareTheIdentifierOfASite ) 
     }
     EXPECT_EQ( ids.size(), 2u );
     EXPECT_EQ( writers.size(), threads );
+}
+
+TEST_F( TraceMessageTest, ThreadWhoseFileCannotBeMadeStillWritesItsLine ) {
+    openTrace( Fleetlog::Files::perThread );
+    enable( 2 );
+    std::filesystem::remove_all( directory_.path() );
+    testing::internal::CaptureStderr();
+    std::thread( [] {
+        EXPECT_EQ( Fleetlog::defaultFleetlogHandle->mtTraceFile(), nullptr );
+        setSeed( 1, 2 );
+        setSeed( 3, 4 );
+    } ).join();
+    EXPECT_NE( testing::internal::GetCapturedStderr().find( "are not recorded" ),
+               std::string::npos );
+    EXPECT_EQ( lines_,
+               ( std::vector<std::string>{
+                   "CairnLtHelper/2 Cairn/CairnLtHelper setSeed: setSeed unit: 1 seed: 2",
+                   "CairnLtHelper/2 Cairn/CairnLtHelper setSeed: setSeed unit: 3 seed: 4" } ) );
 }
 
 TEST_F( TraceMessageTest, ThreadsThatShareAFileWriteWithTheActivityLockHeld ) {

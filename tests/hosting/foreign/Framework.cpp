@@ -22,6 +22,13 @@ std::set<TraceHandle *> & handles() {
 }
 } // namespace
 
+std::string namesOfHandles() {
+    std::string names;
+    for ( const TraceHandle * const handle : handles() )
+        names += " " + handle->name + ( handle->flag ? "(on)" : "" );
+    return names;
+}
+
 TraceHandle::TraceHandle( const char * itsName, bool itsFlag ) : name( itsName ), flag( itsFlag ) {
     handles().insert( this );
     levels = switched()[name];

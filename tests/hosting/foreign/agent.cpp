@@ -96,6 +96,7 @@ void show( const char * name, const Fleetlog::TraceFile & file ) {
 } // namespace
 
 int main( int argc, char ** argv ) {
+    std::cout << "handles at load:" << Kiln::namesOfHandles() << '\n';
     PrintingSdk sdk;
     Shim::sdk_ = &sdk;
     const std::lock_guard lock( Kiln::activityLock() );

@@ -71,6 +71,9 @@ class TraceHandle {
     std::atomic<std::uint64_t> levels{ 0 };
 };
 
+/// The names of the handles that there are, each after a blank.
+std::string namesOfHandles();
+
 /// Switches the levels of all handles of this name, those to come included.
 void switchLevels( const std::string & name, std::uint64_t levels );
 
