@@ -322,7 +322,7 @@ class Workshop:
         shutil.copytree(ROOT, self.tree, ignore=shutil.ignore_patterns("build", ".git"))
         self.run(["cmake", "--preset", "dev", "-B", str(self.build), "-DCMAKE_CXX_FLAGS_DEBUG=-O0",
                   "-DCAIRN_WERROR=OFF", "-DCAIRN_BUILD_BENCHMARKS=OFF"], check=True)
-        self.run(["cmake", "--build", str(self.build), "--target", *TESTS], check=True)
+        self.run(["cmake", "--build", str(self.build), "--target", *TESTS], check=True, seconds=None)
         if not self.passes(TESTS):
             sys.exit("mutate.py: the tests fail without a mutant; mend that first")
 
