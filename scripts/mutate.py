@@ -128,7 +128,6 @@ MACHINERY = [
     ("platform/Fleetlog/TraceFile.cpp", "registeredBeyond_.clear();", ""),
     ("Cairn/internal/TraceMessage.h", "if ( !msgIdInitialized( *file, id ) ||", "if ( id == 0 ||"),
     ("Cairn/internal/TraceMessage.h", "if ( !msgIdInitialized( file, id ) )", "if ( id == 0 )"),
-    ("Cairn/internal/TraceMessage.h", "if ( !msgIdInitialized( file, id ) )", "if ( true )"),
     ("Cairn/internal/TraceMessage.h", "put2( ring, value )", "put4( ring, value )"),
     ("Cairn/internal/TraceMessage.h", "ring.endMsg();", ""),
     ("Cairn/internal/TraceMessage.h", """writeRecord( file, id, values... );

@@ -123,6 +123,7 @@ int main( int argc, char ** argv ) {
     Kiln::switchLevels( "CairnLtHelper", 0 );
     Cairn::setMcastV6StrengthProfile( state );
     Cairn::setVlanXlateMissDrop( state );
+    Cairn::setVlanXlateMissDrop( state );
 
     const CairnCentral::ChipInfo plain( "beta" );
     const CairnCentral::ChipInfo numbering( "numbers its ports" );

@@ -44,7 +44,9 @@ inline Fleetlog::MsgFormatString & formatString( Fleetlog::MsgDesc & descriptor 
 
 inline constexpr std::size_t maxTextBytes = 200;
 inline constexpr std::size_t maxPayloadBytes = 1000;
-inline bool hasRoom( const Fleetlog::RingBuf & ) noexcept { return true; }
+inline bool hasRoom( const Fleetlog::RingBuf & ring ) noexcept {
+    return ring.records.size() % 2 == 0;
+}
 inline void put4( Fleetlog::RingBuf & ring, std::uint32_t value ) { ring.number( value, 4 ); }
 inline void put2( Fleetlog::RingBuf & ring, std::uint16_t value ) { ring.number( value, 2 ); }
 inline void put1( Fleetlog::RingBuf & ring, std::uint8_t value ) { ring.number( value, 1 ); }
