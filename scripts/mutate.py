@@ -156,7 +156,7 @@ MACHINERY = [
     ("platform/Kiln/TraceHelper.cpp", "& 0xE0 ) == 0x80", "& 0xC0 ) == 0x80"),
     ("platform/Kiln/TraceHelper.cpp", "digits[byte >> 4], digits[byte & 0xF]", "digits[byte & 0xF], digits[byte >> 4]"),
     ("platform/Kiln/TraceHelper.cpp", "|| !put( line ) ) ++lost_;", ") put( line );"),
-    ("platform/Kiln/TraceHelper.cpp", "lost_ = 0; } if", "} if"),
+    ("platform/Kiln/TraceHelper.cpp", "lost_ = 0; } if", "; } if"),
     ("platform/Kiln/TraceHelper.cpp", "( isInLine_ ? \"\\n\" : \"\" ) +", ""),
     ("platform/Kiln/TraceHelper.cpp", "isInLine_ = text[taken - 1] != '\\n';", ""),
     ("platform/Kiln/TraceHelper.cpp", "signals.drop();", ""),
