@@ -88,15 +88,13 @@ class Bench {
     }
 
     void fillLogical( std::uint64_t rows ) {
-        for ( std::uint64_t row = 0; row < rows; ++row ) {
+        for ( std::uint64_t row = 0; row < rows; ++row )
             logical( chip_.BCMLT_OPCODE_INSERT(), row, row );
-        }
     }
 
     void fillMemory( std::uint64_t rows ) {
-        for ( std::uint64_t row = 0; row < rows; ++row ) {
+        for ( std::uint64_t row = 0; row < rows; ++row )
             modify( row, row );
-        }
     }
 
     Sim::Chip & chip() { return chip_; }
@@ -161,9 +159,8 @@ void lookup( benchmark::State & state ) {
     Bench bench( static_cast<std::uint32_t>( rowsOf( state ) ) );
     bench.fillLogical( rowsOf( state ) );
     Order rows( rowsOf( state ) );
-    for ( auto _ : state ) {
+    for ( auto _ : state )
         bench.logical( bench.chip().BCMLT_OPCODE_LOOKUP(), rows.next(), 0 );
-    }
 }
 
 template <typename Order>

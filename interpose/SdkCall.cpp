@@ -67,9 +67,8 @@ constexpr std::array calls = {
 // The table is indexed by the enumerators.
 constexpr bool inOrder() {
     for ( std::size_t i = 0; i < calls.size(); ++i ) {
-        if ( static_cast<std::size_t>( calls[i].call ) != i ) {
+        if ( static_cast<std::size_t>( calls[i].call ) != i )
             return false;
-        }
     }
     return calls.size() == static_cast<std::size_t>( SdkCall::failureHook ) + 1;
 }
@@ -100,18 +99,16 @@ std::span<const SdkCall> sdkOperations() { return operations; }
 std::string_view shortName( SdkCall call ) {
     const std::string_view full = name( call );
     for ( const std::string_view prefix : { "bcmlt_entry_", "bcmlt_" } ) {
-        if ( full.starts_with( prefix ) ) {
+        if ( full.starts_with( prefix ) )
             return full.substr( prefix.size() );
-        }
     }
     return full;
 }
 
 std::optional<SdkCall> operationByName( std::string_view wanted ) {
     for ( const SdkCall call : operations ) {
-        if ( wanted == name( call ) || wanted == shortName( call ) ) {
+        if ( wanted == name( call ) || wanted == shortName( call ) )
             return call;
-        }
     }
     return {};
 }

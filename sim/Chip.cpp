@@ -16,59 +16,57 @@ Chip::~Chip() = default;
 
 void Chip::addUnit( int unit, Schema schema ) {
     const std::string name = "unit " + std::to_string( unit );
-    if ( unit < 0 ) {
+    if ( unit < 0 )
         throw std::invalid_argument( name + " is not possible; units are numbered from 0" );
-    }
     const std::vector<std::string> problems = schema.check();
-    if ( !problems.empty() ) {
+    if ( !problems.empty() )
         throw std::invalid_argument( name + ": " + problems.front() );
-    }
     auto added = std::make_unique<UnitState>( std::move( schema ) );
     const std::lock_guard lock( state_->mutex );
-    if ( !state_->units.try_emplace( unit, std::move( added ) ).second ) {
+    if ( !state_->units.try_emplace( unit, std::move( added ) ).second )
         throw std::invalid_argument( name + " exists already; give the new one another number" );
-    }
 }
 
 std::vector<int> Chip::units() const {
     const std::lock_guard lock( state_->mutex );
     std::vector<int> numbers;
-    for ( const auto & [number, unit] : state_->units ) {
+    for ( const auto & [number, unit] : state_->units )
         numbers.push_back( number );
-    }
     return numbers;
 }
 
 const Schema * Chip::schema( int unit ) const {
     const std::lock_guard lock( state_->mutex );
     const UnitState * found = state_->findUnit( unit );
-    return found ? &found->schema : nullptr;
+    return found != nullptr ? &found->schema : nullptr;
 }
 
 std::string Chip::lastError() const {
     const Failure * failure = state_->lastFailure();
-    if ( !failure ) {
+    if ( failure == nullptr )
         return {};
-    }
     const std::lock_guard lock( state_->mutex );
     std::map<int, const Schema *> schemas;
-    for ( const auto & [number, unit] : state_->units ) {
+    for ( const auto & [number, unit] : state_->units )
         schemas.emplace( number, &unit->schema );
-    }
     return describe( *failure, schemas );
 }
 
-uint64_t Chip::preCallCount() const { return state_->preCalls.load( std::memory_order_relaxed ); }
+std::uint64_t Chip::preCallCount() const {
+    return state_->preCalls.load( std::memory_order_relaxed );
+}
 
-uint64_t Chip::failureCount() const { return state_->failures.load( std::memory_order_relaxed ); }
+std::uint64_t Chip::failureCount() const {
+    return state_->failures.load( std::memory_order_relaxed );
+}
 
 std::vector<LiveEntry> Chip::liveEntries() const {
     const std::lock_guard lock( state_->mutex );
     std::vector<LiveEntry> live;
-    for ( uint32_t slot = 0; slot < state_->entries.size(); ++slot ) {
+    for ( std::uint32_t slot = 0; slot < state_->entries.size(); ++slot ) {
         const Entry & entry = state_->entries[slot];
         if ( entry.live ) {
-            live.push_back( { ( uint32_t( entry.generation ) << slotBits ) | ( slot + 1 ),
+            live.push_back( { ( std::uint32_t( entry.generation ) << slotBits ) | ( slot + 1 ),
                               entry.unit, entry.table->table.name } );
         }
     }
@@ -82,53 +80,58 @@ std::size_t Chip::liveEntryCount() const {
 
 const char * Chip::errmsg( int rc ) noexcept { return textOf( rc ); }
 
-uint32_t Chip::BCMLT_ENT_ATTR_GET_FROM_HW() noexcept { return attrGetFromHw; }
-uint32_t Chip::BCMLT_OPCODE_DELETE() noexcept { return opcodeDelete; }
-uint32_t Chip::BCMLT_OPCODE_INSERT() noexcept { return opcodeInsert; }
-uint32_t Chip::BCMLT_OPCODE_LOOKUP() noexcept { return opcodeLookup; }
-uint32_t Chip::BCMLT_OPCODE_UPDATE() noexcept { return opcodeUpdate; }
-uint32_t Chip::BCMLT_PRIORITY_NORMAL() noexcept { return priorityNormal; }
-uint32_t Chip::BCMLT_PT_OPCODE_GET() noexcept { return ptOpcodeGet; }
-uint32_t Chip::BCMLT_PT_OPCODE_MODIFY() noexcept { return ptOpcodeModify; }
-uint32_t Chip::BCMLT_PT_OPCODE_SET() noexcept { return ptOpcodeSet; }
-uint32_t Chip::BCMLT_INVALID_HDL() noexcept { return invalidHandle; }
+std::uint32_t Chip::BCMLT_ENT_ATTR_GET_FROM_HW() noexcept { return attrGetFromHw; }
+std::uint32_t Chip::BCMLT_OPCODE_DELETE() noexcept { return opcodeDelete; }
+std::uint32_t Chip::BCMLT_OPCODE_INSERT() noexcept { return opcodeInsert; }
+std::uint32_t Chip::BCMLT_OPCODE_LOOKUP() noexcept { return opcodeLookup; }
+std::uint32_t Chip::BCMLT_OPCODE_UPDATE() noexcept { return opcodeUpdate; }
+std::uint32_t Chip::BCMLT_PRIORITY_NORMAL() noexcept { return priorityNormal; }
+std::uint32_t Chip::BCMLT_PT_OPCODE_GET() noexcept { return ptOpcodeGet; }
+std::uint32_t Chip::BCMLT_PT_OPCODE_MODIFY() noexcept { return ptOpcodeModify; }
+std::uint32_t Chip::BCMLT_PT_OPCODE_SET() noexcept { return ptOpcodeSet; }
+std::uint32_t Chip::BCMLT_INVALID_HDL() noexcept { return invalidHandle; }
 
-int Chip::bcmlt_entry_allocate( int unit, const char * table, uint32_t * handle ) noexcept {
+int Chip::bcmlt_entry_allocate( int unit, const char * table, std::uint32_t * handle ) noexcept {
     return state_->operate( [&] { return state_->allocate( unit, table, handle ); } );
 }
 
-int Chip::bcmlt_entry_attrib_set( uint32_t handle, uint32_t attribute ) noexcept {
+int Chip::bcmlt_entry_attrib_set( std::uint32_t handle, std::uint32_t attribute ) noexcept {
     return state_->operate( [&] { return state_->setAttribute( handle, attribute ); } );
 }
 
-int Chip::bcmlt_entry_commit( uint32_t handle, uint32_t opcode, uint32_t priority ) noexcept {
+int Chip::bcmlt_entry_commit( std::uint32_t handle, std::uint32_t opcode,
+                              std::uint32_t priority ) noexcept {
     return state_->operate( [&] { return state_->commitLogical( handle, opcode, priority ); } );
 }
 
-int Chip::bcmlt_entry_field_add( uint32_t handle, const char * field, uint64_t value ) noexcept {
+int Chip::bcmlt_entry_field_add( std::uint32_t handle, const char * field,
+                                 std::uint64_t value ) noexcept {
     return state_->operate( [&] { return state_->addField( handle, field, value ); } );
 }
 
-int Chip::bcmlt_entry_field_array_add( uint32_t handle, const char * field, uint32_t startIndex,
-                                       const uint64_t * values, uint32_t count ) noexcept {
+int Chip::bcmlt_entry_field_array_add( std::uint32_t handle, const char * field,
+                                       std::uint32_t startIndex, const std::uint64_t * values,
+                                       std::uint32_t count ) noexcept {
     return state_->operate(
         [&] { return state_->addArray( handle, field, startIndex, values, count ); } );
 }
 
-int Chip::bcmlt_entry_field_get( uint32_t handle, const char * field, uint64_t * value ) noexcept {
+int Chip::bcmlt_entry_field_get( std::uint32_t handle, const char * field,
+                                 std::uint64_t * value ) noexcept {
     return state_->operate( [&] { return state_->getField( handle, field, value ); } );
 }
 
-int Chip::bcmlt_entry_field_symbol_add( uint32_t handle, const char * field,
+int Chip::bcmlt_entry_field_symbol_add( std::uint32_t handle, const char * field,
                                         const char * symbol ) noexcept {
     return state_->operate( [&] { return state_->addSymbol( handle, field, symbol ); } );
 }
 
-int Chip::bcmlt_entry_free( uint32_t handle ) noexcept {
+int Chip::bcmlt_entry_free( std::uint32_t handle ) noexcept {
     return state_->operate( [&] { return state_->free( handle ); } );
 }
 
-int Chip::bcmlt_pt_entry_commit( uint32_t handle, uint32_t opcode, uint32_t priority ) noexcept {
+int Chip::bcmlt_pt_entry_commit( std::uint32_t handle, std::uint32_t opcode,
+                                 std::uint32_t priority ) noexcept {
     return state_->operate( [&] { return state_->commitPhysical( handle, opcode, priority ); } );
 }
 

@@ -66,7 +66,7 @@ namespace Sim {
 
 /// An entry that was allocated and not yet freed.
 struct LiveEntry {
-    uint32_t handle = 0;
+    std::uint32_t handle = 0;
     int unit = 0;
     std::string table;
 
@@ -105,8 +105,8 @@ class Chip final : public Shim::Sdk {
     std::string lastError() const;
 
     /// How often each hook ran, on all threads.
-    uint64_t preCallCount() const;
-    uint64_t failureCount() const;
+    std::uint64_t preCallCount() const;
+    std::uint64_t failureCount() const;
 
     /// Entries that are allocated, and how many there are. Once all recipes are done, these are
     /// leaks.
@@ -130,15 +130,16 @@ class Chip final : public Shim::Sdk {
     std::optional<RowImage> row( int unit, std::string_view table, const RowId & id ) const;
 
     /// One element of a field. Logical tables have no second copy and ignore `copy`.
-    std::optional<uint64_t> value( int unit, std::string_view table, const RowId & id,
-                                   std::string_view field, uint32_t element = 0,
-                                   Copy copy = Copy::cache ) const;
+    std::optional<std::uint64_t> value( int unit, std::string_view table, const RowId & id,
+                                        std::string_view field, std::uint32_t element = 0,
+                                        Copy copy = Copy::cache ) const;
 
     /// Changes one element of a physical row in the hardware and leaves the cached row alone, as a
     /// chip does that changes a register by itself. Refused like a field of an entry would be, and
     /// for a logical table with wrongCommitKind.
     [[nodiscard]] Rc pokeHardware( int unit, std::string_view table, const RowId & id,
-                                   std::string_view field, uint64_t value, uint32_t element = 0 );
+                                   std::string_view field, std::uint64_t value,
+                                   std::uint32_t element = 0 );
 
     // --- Keeping a chip between two processes
     //
@@ -161,33 +162,36 @@ class Chip final : public Shim::Sdk {
     const char * errmsg( int rc ) noexcept override;
 
     // Numbers that show in a trace what they are and that no two constants share.
-    uint32_t BCMLT_ENT_ATTR_GET_FROM_HW() noexcept override;
-    uint32_t BCMLT_OPCODE_DELETE() noexcept override;
-    uint32_t BCMLT_OPCODE_INSERT() noexcept override;
-    uint32_t BCMLT_OPCODE_LOOKUP() noexcept override;
-    uint32_t BCMLT_OPCODE_UPDATE() noexcept override;
-    uint32_t BCMLT_PRIORITY_NORMAL() noexcept override;
-    uint32_t BCMLT_PT_OPCODE_GET() noexcept override;
-    uint32_t BCMLT_PT_OPCODE_MODIFY() noexcept override;
-    uint32_t BCMLT_PT_OPCODE_SET() noexcept override;
+    std::uint32_t BCMLT_ENT_ATTR_GET_FROM_HW() noexcept override;
+    std::uint32_t BCMLT_OPCODE_DELETE() noexcept override;
+    std::uint32_t BCMLT_OPCODE_INSERT() noexcept override;
+    std::uint32_t BCMLT_OPCODE_LOOKUP() noexcept override;
+    std::uint32_t BCMLT_OPCODE_UPDATE() noexcept override;
+    std::uint32_t BCMLT_PRIORITY_NORMAL() noexcept override;
+    std::uint32_t BCMLT_PT_OPCODE_GET() noexcept override;
+    std::uint32_t BCMLT_PT_OPCODE_MODIFY() noexcept override;
+    std::uint32_t BCMLT_PT_OPCODE_SET() noexcept override;
 
-    int bcmlt_entry_allocate( int unit, const char * table, uint32_t * handle ) noexcept override;
-    int bcmlt_entry_attrib_set( uint32_t handle, uint32_t attribute ) noexcept override;
-    int bcmlt_entry_commit( uint32_t handle, uint32_t opcode, uint32_t priority ) noexcept override;
-    int bcmlt_entry_field_add( uint32_t handle, const char * field,
-                               uint64_t value ) noexcept override;
+    int bcmlt_entry_allocate( int unit, const char * table,
+                              std::uint32_t * handle ) noexcept override;
+    int bcmlt_entry_attrib_set( std::uint32_t handle, std::uint32_t attribute ) noexcept override;
+    int bcmlt_entry_commit( std::uint32_t handle, std::uint32_t opcode,
+                            std::uint32_t priority ) noexcept override;
+    int bcmlt_entry_field_add( std::uint32_t handle, const char * field,
+                               std::uint64_t value ) noexcept override;
     /// A `count` of 0 adds nothing and succeeds, whatever `values` is.
-    int bcmlt_entry_field_array_add( uint32_t handle, const char * field, uint32_t startIndex,
-                                     const uint64_t * values, uint32_t count ) noexcept override;
-    int bcmlt_entry_field_get( uint32_t handle, const char * field,
-                               uint64_t * value ) noexcept override;
-    int bcmlt_entry_field_symbol_add( uint32_t handle, const char * field,
+    int bcmlt_entry_field_array_add( std::uint32_t handle, const char * field,
+                                     std::uint32_t startIndex, const std::uint64_t * values,
+                                     std::uint32_t count ) noexcept override;
+    int bcmlt_entry_field_get( std::uint32_t handle, const char * field,
+                               std::uint64_t * value ) noexcept override;
+    int bcmlt_entry_field_symbol_add( std::uint32_t handle, const char * field,
                                       const char * symbol ) noexcept override;
-    int bcmlt_entry_free( uint32_t handle ) noexcept override;
-    int bcmlt_pt_entry_commit( uint32_t handle, uint32_t opcode,
-                               uint32_t priority ) noexcept override;
+    int bcmlt_entry_free( std::uint32_t handle ) noexcept override;
+    int bcmlt_pt_entry_commit( std::uint32_t handle, std::uint32_t opcode,
+                               std::uint32_t priority ) noexcept override;
 
-    uint32_t BCMLT_INVALID_HDL() noexcept override;
+    std::uint32_t BCMLT_INVALID_HDL() noexcept override;
 
     const char * ENABLEs() noexcept override;
     const char * NUM_LANESs() noexcept override;

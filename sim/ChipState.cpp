@@ -6,7 +6,7 @@ namespace {
 
 thread_local Failure lastFailureOfThread;
 
-std::atomic<uint64_t> chipCount = 0;
+std::atomic<std::uint64_t> chipCount = 0;
 
 } // namespace
 
@@ -29,25 +29,23 @@ UnitState * ChipState::findUnit( int unit ) const {
 
 TableState * ChipState::findTable( int unit, std::string_view table ) const {
     const UnitState * state = findUnit( unit );
-    if ( !state ) {
+    if ( state == nullptr )
         return nullptr;
-    }
     const auto it = state->tables.find( table );
     return it == state->tables.end() ? nullptr : it->second.get();
 }
 
 Rc ChipState::findTable( int unit, std::string_view table, TableState *& found ) const {
     found = findTable( unit, table );
-    if ( found ) {
+    if ( found != nullptr )
         return Rc::ok;
-    }
-    return fail( { .rc = findUnit( unit ) ? Rc::unknownTable : Rc::unknownUnit,
+    return fail( { .rc = findUnit( unit ) != nullptr ? Rc::unknownTable : Rc::unknownUnit,
                    .unit = unit,
                    .name = copyName( table ) } );
 }
 
 Rc ChipState::findField( const TableState & table, std::string_view field,
-                         uint32_t & number ) const {
+                         std::uint32_t & number ) const {
     const auto it = table.fieldNumbers.find( field );
     if ( it == table.fieldNumbers.end() ||
          ( it->second >= firstAddressField && !table.table.isPhysical() ) ) {
@@ -57,7 +55,8 @@ Rc ChipState::findField( const TableState & table, std::string_view field,
     return Rc::ok;
 }
 
-Rc ChipState::checkValue( const TableState & table, uint32_t number, uint64_t value ) const {
+Rc ChipState::checkValue( const TableState & table, std::uint32_t number,
+                          std::uint64_t value ) const {
     const Field & field = *table.layout.fields()[number].field;
     if ( value > field.maximum() ) {
         return fail(
@@ -70,8 +69,8 @@ Rc ChipState::checkValue( const TableState & table, uint32_t number, uint64_t va
     return Rc::ok;
 }
 
-Rc ChipState::checkElements( const TableState & table, uint32_t number, uint64_t first,
-                             uint64_t count ) const {
+Rc ChipState::checkElements( const TableState & table, std::uint32_t number, std::uint64_t first,
+                             std::uint64_t count ) const {
     const Field & field = *table.layout.fields()[number].field;
     if ( first + count > field.length ) {
         return fail( { .rc = Rc::elementOutOfRange,
@@ -83,14 +82,14 @@ Rc ChipState::checkElements( const TableState & table, uint32_t number, uint64_t
     return Rc::ok;
 }
 
-Rc ChipState::checkAddress( const TableState & table, uint32_t part, uint64_t value ) const {
+Rc ChipState::checkAddress( const TableState & table, std::uint32_t part,
+                            std::uint64_t value ) const {
     static constexpr std::array outOfRange = { Rc::indexOutOfRange, Rc::instanceOutOfRange,
                                                Rc::portOutOfRange };
     const TableSize & size = table.table.size;
-    const uint32_t limit = std::array{ size.rows, size.instances, size.ports }[part];
-    if ( value < limit ) {
+    const std::uint32_t limit = std::array{ size.rows, size.instances, size.ports }[part];
+    if ( value < limit )
         return Rc::ok;
-    }
     return fail( { .rc = part == portPart && limit == 0 ? Rc::notPerPort : outOfRange[part],
                    .table = &table.table,
                    .value = value,

@@ -22,22 +22,22 @@
 namespace Sim {
 
 // A handle is the entry's slot + 1 in the low half and the slot's generation in the high half.
-constexpr uint32_t slotBits = 16;
-constexpr uint32_t maxEntries = ( 1u << slotBits ) - 1;
+constexpr std::uint32_t slotBits = 16;
+constexpr std::uint32_t maxEntries = ( 1u << slotBits ) - 1;
 
 struct Entry {
     bool live = false;
     bool getFromHw = false;
-    uint16_t generation = 0;
+    std::uint16_t generation = 0;
     int unit = 0;
     TableState * table = nullptr;
     Address address = {};
     std::array<bool, addressParts> addressCarried = {};
     // A row image; its mask tells the elements that the entry carries.
-    std::vector<uint64_t> row;
+    std::vector<std::uint64_t> row;
 
     /// The entry carries all of the row afterwards.
-    void carryRow( const uint64_t * image );
+    void carryRow( const std::uint64_t * image );
 };
 
 struct ChipState {
@@ -45,16 +45,16 @@ struct ChipState {
     ChipState( const ChipState & ) = delete;
     ChipState & operator=( const ChipState & ) = delete;
 
-    const uint64_t chipId;
+    const std::uint64_t chipId;
 
     // Guards everything below but the counters.
     mutable std::mutex mutex;
     std::map<int, std::unique_ptr<UnitState>> units;
     std::vector<Entry> entries;
-    std::vector<uint32_t> freeSlots;
+    std::vector<std::uint32_t> freeSlots;
 
-    std::atomic<uint64_t> preCalls = 0;
-    std::atomic<uint64_t> failures = 0;
+    std::atomic<std::uint64_t> preCalls = 0;
+    std::atomic<std::uint64_t> failures = 0;
 
     /// Keeps the failure as the calling thread's last one, and returns its code.
     Rc fail( Failure failure ) const;
@@ -77,45 +77,46 @@ struct ChipState {
     UnitState * findUnit( int unit ) const;
     TableState * findTable( int unit, std::string_view table ) const;
     Rc findTable( int unit, std::string_view table, TableState *& found ) const;
-    Rc findEntry( uint32_t handle, const char * what, Entry *& entry, Rc stale = Rc::useAfterFree );
-    Rc findField( const TableState & table, std::string_view field, uint32_t & number ) const;
+    Rc findEntry( std::uint32_t handle, const char * what, Entry *& entry,
+                  Rc stale = Rc::useAfterFree );
+    Rc findField( const TableState & table, std::string_view field, std::uint32_t & number ) const;
 
     // --- Rules for values
 
-    Rc checkValue( const TableState & table, uint32_t number, uint64_t value ) const;
-    Rc checkElements( const TableState & table, uint32_t number, uint64_t first,
-                      uint64_t count ) const;
-    Rc checkAddress( const TableState & table, uint32_t part, uint64_t value ) const;
+    Rc checkValue( const TableState & table, std::uint32_t number, std::uint64_t value ) const;
+    Rc checkElements( const TableState & table, std::uint32_t number, std::uint64_t first,
+                      std::uint64_t count ) const;
+    Rc checkAddress( const TableState & table, std::uint32_t part, std::uint64_t value ) const;
 
     // --- Operations on entries
 
-    Rc allocate( int unit, const char * tableName, uint32_t * handle );
-    Rc free( uint32_t handle );
-    Rc setAttribute( uint32_t handle, uint32_t attribute );
-    Rc addField( uint32_t handle, const char * fieldName, uint64_t value );
-    Rc addSymbol( uint32_t handle, const char * fieldName, const char * symbol );
-    Rc addArray( uint32_t handle, const char * fieldName, uint32_t start, const uint64_t * values,
-                 uint32_t count );
-    Rc getField( uint32_t handle, const char * fieldName, uint64_t * value );
+    Rc allocate( int unit, const char * tableName, std::uint32_t * handle );
+    Rc free( std::uint32_t handle );
+    Rc setAttribute( std::uint32_t handle, std::uint32_t attribute );
+    Rc addField( std::uint32_t handle, const char * fieldName, std::uint64_t value );
+    Rc addSymbol( std::uint32_t handle, const char * fieldName, const char * symbol );
+    Rc addArray( std::uint32_t handle, const char * fieldName, std::uint32_t start,
+                 const std::uint64_t * values, std::uint32_t count );
+    Rc getField( std::uint32_t handle, const char * fieldName, std::uint64_t * value );
 
     // --- Commits
 
-    Rc commitLogical( uint32_t handle, uint32_t opcode, uint32_t priority );
-    Rc commitPhysical( uint32_t handle, uint32_t opcode, uint32_t priority );
+    Rc commitLogical( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority );
+    Rc commitPhysical( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority );
     // Adds a row to a logical table, as it is.
-    Rc addRow( TableState & table, const uint64_t * row );
+    Rc addRow( TableState & table, const std::uint64_t * row );
 
     // --- Looking at the tables, and behind the SDK's back
 
     Rc pokeHardware( TableState & table, const RowId & id, std::string_view fieldName,
-                     uint64_t value, uint32_t element );
+                     std::uint64_t value, std::uint32_t element );
     Rc restoreRow( TableState & table, const RowImage & image );
 
   private:
     // The common start of the field operations: the entry and the number of its field.
-    Rc findEntryField( uint32_t handle, const char * field, const char * what, Entry *& entry,
-                       uint32_t & number );
-    Rc insert( TableState & table, const uint64_t * carried );
+    Rc findEntryField( std::uint32_t handle, const char * field, const char * what, Entry *& entry,
+                       std::uint32_t & number );
+    Rc insert( TableState & table, const std::uint64_t * carried );
     Rc checkRowId( const TableState & table, const RowId & id ) const;
 };
 

@@ -6,15 +6,15 @@
 
 namespace Sim {
 
-constexpr uint32_t invalidHandle = 0;
-constexpr uint32_t opcodeDelete = 1001;
-constexpr uint32_t opcodeInsert = 1002;
-constexpr uint32_t opcodeLookup = 1003;
-constexpr uint32_t opcodeUpdate = 1004;
-constexpr uint32_t ptOpcodeGet = 2001;
-constexpr uint32_t ptOpcodeModify = 2002;
-constexpr uint32_t ptOpcodeSet = 2003;
-constexpr uint32_t priorityNormal = 3001;
-constexpr uint32_t attrGetFromHw = 4001;
+constexpr std::uint32_t invalidHandle = 0;
+constexpr std::uint32_t opcodeDelete = 1001;
+constexpr std::uint32_t opcodeInsert = 1002;
+constexpr std::uint32_t opcodeLookup = 1003;
+constexpr std::uint32_t opcodeUpdate = 1004;
+constexpr std::uint32_t ptOpcodeGet = 2001;
+constexpr std::uint32_t ptOpcodeModify = 2002;
+constexpr std::uint32_t ptOpcodeSet = 2003;
+constexpr std::uint32_t priorityNormal = 3001;
+constexpr std::uint32_t attrGetFromHw = 4001;
 
 } // namespace Sim

@@ -13,10 +13,12 @@ namespace Sim {
 
 namespace {
 
-uint32_t bitsOf( uint64_t value ) { return static_cast<uint32_t>( std::bit_width( value ) ); }
+std::uint32_t bitsOf( std::uint64_t value ) {
+    return static_cast<std::uint32_t>( std::bit_width( value ) );
+}
 
 // The name of an opcode, priority or attribute number, for someone who put it in the wrong place.
-std::string constantHint( uint64_t number ) {
+std::string constantHint( std::uint64_t number ) {
     switch ( number ) {
     case opcodeDelete:
     case opcodeInsert:
@@ -78,9 +80,8 @@ constexpr std::array errorTexts = {
 // errmsg() finds a text by its code.
 constexpr bool textsInOrder() {
     for ( std::size_t i = 0; i < errorTexts.size(); ++i ) {
-        if ( toInt( errorTexts[i].rc ) != -static_cast<int>( i ) ) {
+        if ( toInt( errorTexts[i].rc ) != -static_cast<int>( i ) )
             return false;
-        }
     }
     return true;
 }
@@ -96,8 +97,8 @@ NameCopy copyName( std::string_view name ) {
 
 std::string describe( const Failure & f, const std::map<int, const Schema *> & units ) {
     const std::string name = f.name.data();
-    const std::string table = f.table ? f.table->name : "";
-    const std::string field = f.field ? table + "." + f.field->name : table + "." + name;
+    const std::string table = f.table != nullptr ? f.table->name : "";
+    const std::string field = f.field != nullptr ? table + "." + f.field->name : table + "." + name;
     const std::string value = std::to_string( f.value );
     const auto range = [&]( const char * what, const char * whats ) {
         return table + ": " + what + " " + value + " is out of range; the table has " +
@@ -111,13 +112,11 @@ std::string describe( const Failure & f, const std::map<int, const Schema *> & u
         return std::string( f.what ) + " is a null pointer";
     case Rc::unknownUnit: {
         std::string text = "there is no unit " + std::to_string( f.unit ) + "; the chip has ";
-        if ( units.empty() ) {
+        if ( units.empty() )
             return text + "none";
-        }
         text += "units";
-        for ( const auto & [number, unit] : units ) {
+        for ( const auto & [number, unit] : units )
             text += " " + std::to_string( number );
-        }
         return text;
     }
     case Rc::unknownTable:
@@ -140,7 +139,7 @@ std::string describe( const Failure & f, const std::map<int, const Schema *> & u
                " was freed before";
     case Rc::doubleFree:
         return "entry " + std::to_string( f.handle ) +
-               " was freed before and can not be freed again";
+               " was freed before and cannot be freed again";
     case Rc::tooManyEntries:
         return std::to_string( f.limit ) + " entries are allocated; free some first";
     case Rc::wrongCommitKind:
@@ -169,7 +168,7 @@ std::string describe( const Failure & f, const std::map<int, const Schema *> & u
     case Rc::scalarField:
         return field + " is not an array field; use bcmlt_entry_field_add";
     case Rc::elementOutOfRange:
-        return f.field
+        return f.field != nullptr
                    ? field + ": element " + value + " is out of range; the field has " +
                          std::to_string( f.limit ) + " elements, counted from 0"
                    : table + ": a row has " + std::to_string( f.limit ) + " values, not " + value;
@@ -200,10 +199,9 @@ std::string describe( const Failure & f, const std::map<int, const Schema *> & u
 }
 
 const char * textOf( int rc ) {
-    if ( rc > 0 ) {
+    if ( rc > 0 )
         return "no error";
-    }
-    const std::size_t code = static_cast<std::size_t>( -static_cast<int64_t>( rc ) );
+    const std::size_t code = static_cast<std::size_t>( -static_cast<std::int64_t>( rc ) );
     return code < errorTexts.size() ? errorTexts[code].text : "unknown error code";
 }
 

@@ -20,15 +20,15 @@ NameCopy copyName( std::string_view name );
 // All there is to say about a failed operation. It is put into words only when somebody asks: a
 // lookup of a missing row is an everyday event and must stay cheap.
 struct Failure {
-    uint64_t chip = 0;
+    std::uint64_t chip = 0;
     Rc rc = Rc::ok;
     const char * what = ""; // an operation, or what was null
     int unit = 0;
-    uint32_t handle = 0;
+    std::uint32_t handle = 0;
     const Table * table = nullptr;
     const Field * field = nullptr;
-    uint64_t value = 0;
-    uint64_t limit = 0;
+    std::uint64_t value = 0;
+    std::uint64_t limit = 0;
     NameCopy name = {}; // a name that the caller gave and nothing has
 };
 

@@ -3,23 +3,20 @@
 
 namespace Sim {
 
-Rc ChipState::commitLogical( uint32_t handle, uint32_t opcode, uint32_t priority ) {
+Rc ChipState::commitLogical( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority ) {
     Entry * entry = nullptr;
-    if ( const Rc rc = findEntry( handle, "bcmlt_entry_commit", entry ); rc != Rc::ok ) {
+    if ( const Rc rc = findEntry( handle, "bcmlt_entry_commit", entry ); rc != Rc::ok )
         return rc;
-    }
     TableState & table = *entry->table;
     const Layout & layout = table.layout;
     if ( table.table.isPhysical() ) {
         return fail(
             { .rc = Rc::wrongCommitKind, .what = "bcmlt_pt_entry_commit", .table = &table.table } );
     }
-    if ( opcode < opcodeDelete || opcode > opcodeUpdate ) {
+    if ( opcode < opcodeDelete || opcode > opcodeUpdate )
         return fail( { .rc = Rc::unknownOpcode, .what = "bcmlt_entry_commit", .value = opcode } );
-    }
-    if ( priority != priorityNormal ) {
+    if ( priority != priorityNormal )
         return fail( { .rc = Rc::unknownPriority, .value = priority } );
-    }
     for ( const Layout::FieldPlace & place : layout.fields() ) {
         if ( place.field->role == FieldRole::key &&
              !Layout::isMarked( entry->row.data(), place.firstElement ) ) {
@@ -27,13 +24,11 @@ Rc ChipState::commitLogical( uint32_t handle, uint32_t opcode, uint32_t priority
         }
     }
 
-    if ( opcode == opcodeInsert ) {
+    if ( opcode == opcodeInsert )
         return insert( table, entry->row.data() );
-    }
-    uint64_t * row = table.logicalRows.find( entry->row.data() );
-    if ( !row ) {
+    std::uint64_t * row = table.logicalRows.find( entry->row.data() );
+    if ( row == nullptr )
         return fail( { .rc = Rc::entryNotFound, .table = &table.table } );
-    }
     if ( opcode == opcodeUpdate ) {
         layout.merge( row, entry->row.data() );
         Layout::setTouched( row );
@@ -45,22 +40,22 @@ Rc ChipState::commitLogical( uint32_t handle, uint32_t opcode, uint32_t priority
     return Rc::ok;
 }
 
-Rc ChipState::insert( TableState & table, const uint64_t * carried ) {
+Rc ChipState::insert( TableState & table, const std::uint64_t * carried ) {
     table.layout.fillReset( table.scratch.data() );
     table.layout.merge( table.scratch.data(), carried );
     Layout::setTouched( table.scratch.data() );
     return addRow( table, table.scratch.data() );
 }
 
-Rc ChipState::addRow( TableState & table, const uint64_t * row ) {
+Rc ChipState::addRow( TableState & table, const std::uint64_t * row ) {
     // A row that exists is the better thing to hear about a full table.
-    if ( table.logicalRows.size() >= table.table.size.rows && !table.logicalRows.find( row ) ) {
+    if ( table.logicalRows.size() >= table.table.size.rows &&
+         table.logicalRows.find( row ) == nullptr ) {
         return fail(
             { .rc = Rc::tableFull, .table = &table.table, .limit = table.table.size.rows } );
     }
-    if ( !table.logicalRows.insert( row ) ) {
+    if ( !table.logicalRows.insert( row ) )
         return fail( { .rc = Rc::entryExists, .table = &table.table } );
-    }
     return Rc::ok;
 }
 

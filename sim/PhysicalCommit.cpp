@@ -6,11 +6,10 @@
 
 namespace Sim {
 
-Rc ChipState::commitPhysical( uint32_t handle, uint32_t opcode, uint32_t priority ) {
+Rc ChipState::commitPhysical( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority ) {
     Entry * entry = nullptr;
-    if ( const Rc rc = findEntry( handle, "bcmlt_pt_entry_commit", entry ); rc != Rc::ok ) {
+    if ( const Rc rc = findEntry( handle, "bcmlt_pt_entry_commit", entry ); rc != Rc::ok )
         return rc;
-    }
     TableState & table = *entry->table;
     const Layout & layout = table.layout;
     PagedRows & rows = table.physicalRows;
@@ -22,12 +21,11 @@ Rc ChipState::commitPhysical( uint32_t handle, uint32_t opcode, uint32_t priorit
         return fail(
             { .rc = Rc::unknownOpcode, .what = "bcmlt_pt_entry_commit", .value = opcode } );
     }
-    if ( priority != priorityNormal ) {
+    if ( priority != priorityNormal )
         return fail( { .rc = Rc::unknownPriority, .value = priority } );
-    }
     const TableSize & size = table.table.size;
     const std::array needed = { size.rows > 1, size.instances > 1, size.ports > 0 };
-    for ( uint32_t part = 0; part < addressParts; ++part ) {
+    for ( std::uint32_t part = 0; part < addressParts; ++part ) {
         if ( needed[part] && !entry->addressCarried[part] ) {
             return fail( { .rc = Rc::addressMissing,
                            .table = &table.table,
@@ -35,9 +33,9 @@ Rc ChipState::commitPhysical( uint32_t handle, uint32_t opcode, uint32_t priorit
         }
     }
 
-    const uint64_t number = table.rowNumber( entry->address );
+    const std::uint64_t number = table.rowNumber( entry->address );
     if ( opcode == ptOpcodeSet ) {
-        uint64_t * row = rows.findOrMake( number );
+        std::uint64_t * row = rows.findOrMake( number );
         layout.fillReset( row );
         Layout::setPresent( row );
         Layout::setTouched( row );
@@ -48,7 +46,7 @@ Rc ChipState::commitPhysical( uint32_t handle, uint32_t opcode, uint32_t priorit
 
     // The hardware's row becomes the cached one before it is read.
     if ( entry->getFromHw ) {
-        if ( const uint64_t * hardware = rows.hardware( number ) ) {
+        if ( const std::uint64_t * hardware = rows.hardware( number ) ) {
             std::copy( hardware + layout.maskWords(), hardware + layout.words(),
                        rows.find( number ) + layout.maskWords() );
             rows.dropHardware( number );
@@ -59,8 +57,8 @@ Rc ChipState::commitPhysical( uint32_t handle, uint32_t opcode, uint32_t priorit
         rows.dropHardware( number );
         return Rc::ok;
     }
-    const uint64_t * row = rows.find( number );
-    if ( !row ) {
+    const std::uint64_t * row = rows.find( number );
+    if ( row == nullptr ) {
         layout.fillInitial( table.scratch.data() );
         row = table.scratch.data();
     }

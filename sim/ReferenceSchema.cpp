@@ -11,42 +11,41 @@ namespace Sim {
 
 namespace {
 
-Field data( std::string name, uint32_t width ) {
+Field data( std::string name, std::uint32_t width ) {
     return { .name = std::move( name ), .width = width };
 }
 
-Field data( std::string name, uint32_t width, uint64_t powerOn ) {
+Field data( std::string name, std::uint32_t width, std::uint64_t powerOn ) {
     return { .name = std::move( name ), .width = width, .powerOn = powerOn };
 }
 
-Field array( std::string name, uint32_t width, uint32_t length ) {
+Field array( std::string name, std::uint32_t width, std::uint32_t length ) {
     return { .name = std::move( name ), .width = width, .length = length };
 }
 
-Field key( std::string name, uint32_t width ) {
+Field key( std::string name, std::uint32_t width ) {
     return { .name = std::move( name ), .width = width, .role = FieldRole::key };
 }
 
 // Symbols are numbered from 0 in the order given.
-Field symbolic( std::string name, uint32_t width, FieldRole role,
+Field symbolic( std::string name, std::uint32_t width, FieldRole role,
                 const std::vector<std::string> & symbols ) {
     Field field{ .name = std::move( name ), .width = width, .role = role };
-    for ( const std::string & symbol : symbols ) {
+    for ( const std::string & symbol : symbols )
         field.symbols.push_back( { symbol, field.symbols.size() } );
-    }
     return field;
 }
 
 class Builder {
   public:
-    void logical( std::string name, uint32_t rows, std::vector<Field> fields ) {
+    void logical( std::string name, std::uint32_t rows, std::vector<Field> fields ) {
         add( { .name = std::move( name ),
                .size = { .rows = rows },
                .fields = std::move( fields ) } );
     }
 
     // A table whose rows exist from the start.
-    void preloaded( std::string name, uint32_t rows, std::vector<Field> fields ) {
+    void preloaded( std::string name, std::uint32_t rows, std::vector<Field> fields ) {
         add( { .name = std::move( name ),
                .size = { .rows = rows },
                .fields = std::move( fields ),
@@ -137,9 +136,8 @@ void addTagParsers( Builder & chip ) {
 void addStrengthProfiles( Builder & chip ) {
     const auto strengths = []( std::initializer_list<const char *> names ) {
         std::vector<Field> fields;
-        for ( const char * name : names ) {
+        for ( const char * name : names )
             fields.push_back( data( name, 3 ) );
-        }
         return fields;
     };
     const auto profile = [&]( const char * keyName, std::initializer_list<const char *> names ) {
@@ -246,9 +244,8 @@ void addControls( Builder & chip ) {
 void addErrorControl( Builder & chip ) {
     std::vector<std::string> memories;
     for ( const Table & table : chip.schema().tables() ) {
-        if ( table.kind == TableKind::physicalMemory ) {
+        if ( table.kind == TableKind::physicalMemory )
             memories.push_back( table.name );
-        }
     }
     chip.preloaded( "SER_PT_CONTROL", 64,
                     { symbolic( "PT_ID", 8, FieldRole::key, memories ),

@@ -10,20 +10,19 @@ namespace Sim {
 Layout::Layout( const Table & table ) {
     maskWords_ = ( flagBits + table.elementCount() + 63 ) / 64;
     elements_.reserve( table.elementCount() );
-    uint32_t word = maskWords_;
-    uint32_t shift = 0;
+    std::uint32_t word = maskWords_;
+    std::uint32_t shift = 0;
     for ( const Field & field : table.fields ) {
         fields_.push_back( { &field, elementCount() } );
-        for ( uint32_t i = 0; i < field.length; ++i ) {
+        for ( std::uint32_t i = 0; i < field.length; ++i ) {
             if ( shift + field.width > 64 ) {
                 ++word;
                 shift = 0;
             }
             if ( field.role == FieldRole::key ) {
                 keyElements_.push_back( elementCount() );
-                if ( keyWords_.empty() || keyWords_.back().word != word ) {
+                if ( keyWords_.empty() || keyWords_.back().word != word )
                     keyWords_.push_back( { 0, 0, word } );
-                }
                 keyWords_.back().mask |= field.maximum() << shift;
             }
             elements_.push_back( { field.maximum(), word, shift } );
@@ -33,9 +32,8 @@ Layout::Layout( const Table & table ) {
     words_ = word + 1;
 
     // What is left of the key for the group.
-    for ( KeyWord & key : keyWords_ ) {
+    for ( KeyWord & key : keyWords_ )
         key.groupMask = key.mask;
-    }
     if ( !keyElements_.empty() ) {
         keyEnd_ = elements_[keyElements_.back()];
         keyEnd_.mask &= KeyHash::groupMask;
@@ -45,98 +43,92 @@ Layout::Layout( const Table & table ) {
     initialImage_.assign( words_, 0 );
     resetImage_.assign( words_, 0 );
     for ( const FieldPlace & place : fields_ ) {
-        for ( uint32_t i = 0; i < place.field->length; ++i ) {
+        for ( std::uint32_t i = 0; i < place.field->length; ++i ) {
             put( initialImage_.data(), place.firstElement + i, place.field->initial() );
             put( resetImage_.data(), place.firstElement + i, place.field->reset );
         }
     }
 }
 
-const Field & Layout::fieldOf( uint32_t element ) const {
+const Field & Layout::fieldOf( std::uint32_t element ) const {
     const auto behind =
         std::find_if( fields_.begin(), fields_.end(),
                       [&]( const FieldPlace & place ) { return place.firstElement > element; } );
     return *std::prev( behind )->field;
 }
 
-void Layout::markAll( uint64_t * row ) const {
-    for ( uint32_t element = 0; element < elementCount(); ++element ) {
+void Layout::markAll( std::uint64_t * row ) const {
+    for ( std::uint32_t element = 0; element < elementCount(); ++element )
         mark( row, element );
-    }
 }
 
-void Layout::merge( uint64_t * to, const uint64_t * from ) const {
-    for ( uint32_t maskWord = 0; maskWord < maskWords_; ++maskWord ) {
-        uint64_t marked = from[maskWord];
+void Layout::merge( std::uint64_t * to, const std::uint64_t * from ) const {
+    for ( std::uint32_t maskWord = 0; maskWord < maskWords_; ++maskWord ) {
+        std::uint64_t marked = from[maskWord];
         to[maskWord] |= marked;
         for ( ; marked != 0; marked &= marked - 1 ) {
-            const uint32_t bit =
-                maskWord * 64 + static_cast<uint32_t>( std::countr_zero( marked ) );
+            const std::uint32_t bit =
+                maskWord * 64 + static_cast<std::uint32_t>( std::countr_zero( marked ) );
             put( to, bit - flagBits, get( from, bit - flagBits ) );
         }
     }
 }
 
-void Layout::fillInitial( uint64_t * row ) const {
+void Layout::fillInitial( std::uint64_t * row ) const {
     std::copy( initialImage_.begin(), initialImage_.end(), row );
 }
 
-void Layout::fillReset( uint64_t * row ) const {
+void Layout::fillReset( std::uint64_t * row ) const {
     std::copy( resetImage_.begin(), resetImage_.end(), row );
 }
 
-bool Layout::sameData( const uint64_t * a, const uint64_t * b ) const {
+bool Layout::sameData( const std::uint64_t * a, const std::uint64_t * b ) const {
     return std::equal( a + maskWords_, a + words_, b + maskWords_ );
 }
 
-bool Layout::sameKey( const uint64_t * a, const uint64_t * b ) const {
+bool Layout::sameKey( const std::uint64_t * a, const std::uint64_t * b ) const {
     for ( const KeyWord & key : keyWords_ ) {
-        if ( ( a[key.word] ^ b[key.word] ) & key.mask ) {
+        if ( ( a[key.word] ^ b[key.word] ) & key.mask )
             return false;
-        }
     }
     return true;
 }
 
-KeyHash Layout::hashKey( const uint64_t * row ) const {
+KeyHash Layout::hashKey( const std::uint64_t * row ) const {
     // Multiplying spreads each key bit over the bits above it; the fold brings them down again for
     // the next round. Groups are taken from the top bits, which depend on all key bits.
-    constexpr uint64_t factor = 0x9E37'79B9'7F4A'7C15;
-    uint64_t hash = 0;
+    constexpr std::uint64_t factor = 0x9E37'79B9'7F4A'7C15;
+    std::uint64_t hash = 0;
     for ( const KeyWord & key : keyWords_ ) {
         hash = ( hash ^ ( row[key.word] & key.groupMask ) ) * factor;
         hash ^= hash >> 32;
     }
-    const uint64_t end = ( row[keyEnd_.word] >> keyEnd_.shift ) & keyEnd_.mask;
-    return { hash * factor, static_cast<uint32_t>( end ) };
+    const std::uint64_t end = ( row[keyEnd_.word] >> keyEnd_.shift ) & keyEnd_.mask;
+    return { hash * factor, static_cast<std::uint32_t>( end ) };
 }
 
 // The slot of the row with the key of `like`, or the free one where it would go.
-uint64_t * HashedRows::findSlot( const uint64_t * like ) {
+std::uint64_t * HashedRows::findSlot( const std::uint64_t * like ) {
     std::size_t i = home( like );
-    while ( Layout::isPresent( slot( i ) ) && !layout_.sameKey( slot( i ), like ) ) {
+    while ( Layout::isPresent( slot( i ) ) && !layout_.sameKey( slot( i ), like ) )
         i = ( i + 1 ) & ( slots_ - 1 );
-    }
     return slot( i );
 }
 
-uint64_t * HashedRows::find( const uint64_t * like ) {
-    if ( slots_ == 0 ) {
+std::uint64_t * HashedRows::find( const std::uint64_t * like ) {
+    if ( slots_ == 0 )
         return nullptr;
-    }
-    uint64_t * found = findSlot( like );
+    std::uint64_t * found = findSlot( like );
     return Layout::isPresent( found ) ? found : nullptr;
 }
 
-bool HashedRows::insert( const uint64_t * row ) {
+bool HashedRows::insert( const std::uint64_t * row ) {
     // A third of the slots stays free, which keeps probes short.
-    if ( ( size_ + 1 ) * 3 > slots_ * 2 ) {
+    if ( ( size_ + 1 ) * 3 > slots_ * 2 )
         grow();
-    }
-    uint64_t * place = findSlot( row );
-    if ( Layout::isPresent( place ) ) {
+    std::uint64_t * place = findSlot( row );
+    if ( Layout::isPresent( place ) )
         return false;
-    }
     std::copy_n( row, layout_.words(), place );
     Layout::setPresent( place );
     ++size_;
@@ -146,19 +138,19 @@ bool HashedRows::insert( const uint64_t * row ) {
 void HashedRows::grow() {
     const std::size_t newSlots = std::max<std::size_t>( 8, slots_ * 2 );
     // This may throw; nothing has changed by then.
-    std::unique_ptr<uint64_t[]> old = std::make_unique<uint64_t[]>( newSlots * layout_.words() );
+    std::unique_ptr<std::uint64_t[]> old =
+        std::make_unique<std::uint64_t[]>( newSlots * layout_.words() );
     const std::size_t oldSlots = std::exchange( slots_, newSlots );
     words_.swap( old );
-    shift_ = 64 - static_cast<uint32_t>( std::countr_zero( slots_ ) );
+    shift_ = 64 - static_cast<std::uint32_t>( std::countr_zero( slots_ ) );
     for ( std::size_t i = 0; i < oldSlots; ++i ) {
-        const uint64_t * row = old.get() + i * layout_.words();
-        if ( Layout::isPresent( row ) ) {
+        const std::uint64_t * row = old.get() + i * layout_.words();
+        if ( Layout::isPresent( row ) )
             std::copy_n( row, layout_.words(), findSlot( row ) );
-        }
     }
 }
 
-void HashedRows::erase( uint64_t * row ) {
+void HashedRows::erase( std::uint64_t * row ) {
     const std::size_t stride = layout_.words();
     std::size_t hole = static_cast<std::size_t>( row - words_.get() ) / stride;
     for ( std::size_t i = ( hole + 1 ) & ( slots_ - 1 ); Layout::isPresent( slot( i ) );
@@ -182,49 +174,46 @@ void HashedRows::clear() {
     size_ = 0;
 }
 
-std::vector<const uint64_t *> HashedRows::all() const {
-    std::vector<const uint64_t *> rows;
+std::vector<const std::uint64_t *> HashedRows::all() const {
+    std::vector<const std::uint64_t *> rows;
     rows.reserve( size_ );
     for ( std::size_t i = 0; i < slots_; ++i ) {
-        if ( Layout::isPresent( slot( i ) ) ) {
+        if ( Layout::isPresent( slot( i ) ) )
             rows.push_back( slot( i ) );
-        }
     }
     return rows;
 }
 
 PagedRows::PagedRows( const Layout & layout ) : layout_( layout ) {
     // Pages of about 4 KiB, and of one row where a row is larger.
-    const std::size_t rowsPerPage = 4096 / ( layout.words() * sizeof( uint64_t ) );
-    pageShift_ = rowsPerPage < 2 ? 0 : static_cast<uint32_t>( std::bit_width( rowsPerPage ) - 1 );
+    const std::size_t rowsPerPage = 4096 / ( layout.words() * sizeof( std::uint64_t ) );
+    pageShift_ =
+        rowsPerPage < 2 ? 0 : static_cast<std::uint32_t>( std::bit_width( rowsPerPage ) - 1 );
 }
 
-const uint64_t * PagedRows::find( uint64_t number ) const {
-    const uint64_t page = number >> pageShift_;
-    if ( page >= pages_.size() || !pages_[page] ) {
+const std::uint64_t * PagedRows::find( std::uint64_t number ) const {
+    const std::uint64_t page = number >> pageShift_;
+    if ( page >= pages_.size() || !pages_[page] )
         return nullptr;
-    }
-    const uint64_t * found = rowIn( page, number );
+    const std::uint64_t * found = rowIn( page, number );
     return Layout::isPresent( found ) ? found : nullptr;
 }
 
-uint64_t * PagedRows::find( uint64_t number ) {
-    return const_cast<uint64_t *>( std::as_const( *this ).find( number ) );
+std::uint64_t * PagedRows::find( std::uint64_t number ) {
+    return const_cast<std::uint64_t *>( std::as_const( *this ).find( number ) );
 }
 
-uint64_t * PagedRows::findOrMake( uint64_t number ) {
-    if ( uint64_t * found = find( number ) ) {
+std::uint64_t * PagedRows::findOrMake( std::uint64_t number ) {
+    if ( std::uint64_t * found = find( number ) )
         return found;
-    }
-    const uint64_t page = number >> pageShift_;
-    if ( page >= pages_.size() ) {
+    const std::uint64_t page = number >> pageShift_;
+    if ( page >= pages_.size() )
         pages_.resize( page + 1 );
-    }
     if ( !pages_[page] ) {
-        pages_[page] =
-            std::make_unique<uint64_t[]>( ( std::size_t( 1 ) << pageShift_ ) * layout_.words() );
+        pages_[page] = std::make_unique<std::uint64_t[]>( ( std::size_t( 1 ) << pageShift_ ) *
+                                                          layout_.words() );
     }
-    uint64_t * made = rowIn( page, number );
+    std::uint64_t * made = rowIn( page, number );
     layout_.fillInitial( made );
     Layout::setPresent( made );
     Layout::setTouched( made );
@@ -232,15 +221,14 @@ uint64_t * PagedRows::findOrMake( uint64_t number ) {
     return made;
 }
 
-const uint64_t * PagedRows::hardware( uint64_t number ) const {
-    if ( hardware_.empty() ) {
+const std::uint64_t * PagedRows::hardware( std::uint64_t number ) const {
+    if ( hardware_.empty() )
         return nullptr;
-    }
     const auto it = hardware_.find( number );
     return it == hardware_.end() ? nullptr : it->second.data();
 }
 
-void PagedRows::setHardware( uint64_t number, const uint64_t * row ) {
+void PagedRows::setHardware( std::uint64_t number, const std::uint64_t * row ) {
     if ( layout_.sameData( row, findOrMake( number ) ) ) {
         dropHardware( number );
     } else {
@@ -248,10 +236,9 @@ void PagedRows::setHardware( uint64_t number, const uint64_t * row ) {
     }
 }
 
-void PagedRows::dropHardware( uint64_t number ) {
-    if ( !hardware_.empty() ) {
+void PagedRows::dropHardware( std::uint64_t number ) {
+    if ( !hardware_.empty() )
         hardware_.erase( number );
-    }
 }
 
 void PagedRows::clear() {
@@ -260,18 +247,16 @@ void PagedRows::clear() {
     size_ = 0;
 }
 
-std::vector<uint64_t> PagedRows::numbers() const {
-    std::vector<uint64_t> numbers;
+std::vector<std::uint64_t> PagedRows::numbers() const {
+    std::vector<std::uint64_t> numbers;
     numbers.reserve( size_ );
-    for ( uint64_t page = 0; page < pages_.size(); ++page ) {
-        if ( !pages_[page] ) {
+    for ( std::uint64_t page = 0; page < pages_.size(); ++page ) {
+        if ( !pages_[page] )
             continue;
-        }
-        for ( uint64_t row = 0; row < uint64_t( 1 ) << pageShift_; ++row ) {
-            const uint64_t number = ( page << pageShift_ ) + row;
-            if ( find( number ) ) {
+        for ( std::uint64_t row = 0; row < std::uint64_t( 1 ) << pageShift_; ++row ) {
+            const std::uint64_t number = ( page << pageShift_ ) + row;
+            if ( find( number ) != nullptr )
                 numbers.push_back( number );
-            }
         }
     }
     return numbers;

@@ -21,9 +21,9 @@ namespace Sim {
 /// group and have neighbouring places in it: callers mostly visit rows in the order of their keys,
 /// and then one cache line serves several visits.
 struct KeyHash {
-    static constexpr uint32_t groupMask = 7;
-    uint64_t group;
-    uint32_t place; // 0 to groupMask
+    static constexpr std::uint32_t groupMask = 7;
+    std::uint64_t group;
+    std::uint32_t place; // 0 to groupMask
 };
 
 /// Where the elements of a table stand in a row image. The elements of all fields are numbered
@@ -34,83 +34,83 @@ class Layout {
 
     struct FieldPlace {
         const Field * field;
-        uint32_t firstElement;
+        std::uint32_t firstElement;
     };
 
     const std::vector<FieldPlace> & fields() const { return fields_; }
-    uint32_t elementCount() const { return static_cast<uint32_t>( elements_.size() ); }
-    const std::vector<uint32_t> & keyElements() const { return keyElements_; }
-    const Field & fieldOf( uint32_t element ) const;
+    std::uint32_t elementCount() const { return static_cast<std::uint32_t>( elements_.size() ); }
+    const std::vector<std::uint32_t> & keyElements() const { return keyElements_; }
+    const Field & fieldOf( std::uint32_t element ) const;
 
     /// Words of a row image, and of the mask at its beginning.
-    uint32_t words() const { return words_; }
-    uint32_t maskWords() const { return maskWords_; }
+    std::uint32_t words() const { return words_; }
+    std::uint32_t maskWords() const { return maskWords_; }
 
-    uint64_t get( const uint64_t * row, uint32_t element ) const {
+    std::uint64_t get( const std::uint64_t * row, std::uint32_t element ) const {
         const ElementPlace & place = elements_[element];
         return ( row[place.word] >> place.shift ) & place.mask;
     }
 
     /// Puts a value that fits into an element, and leaves the mask alone.
-    void put( uint64_t * row, uint32_t element, uint64_t value ) const {
+    void put( std::uint64_t * row, std::uint32_t element, std::uint64_t value ) const {
         const ElementPlace & place = elements_[element];
-        uint64_t & word = row[place.word];
+        std::uint64_t & word = row[place.word];
         word = ( word & ~( place.mask << place.shift ) ) | ( value << place.shift );
     }
 
     // The mask. Its first bits are flags of the whole row.
-    static bool isPresent( const uint64_t * row ) { return row[0] & presentFlag; }
-    static void setPresent( uint64_t * row ) { row[0] |= presentFlag; }
-    static bool isTouched( const uint64_t * row ) { return row[0] & touchedFlag; }
-    static void setTouched( uint64_t * row ) { row[0] |= touchedFlag; }
-    static bool isMarked( const uint64_t * row, uint32_t element ) {
-        const uint32_t bit = element + flagBits;
-        return ( row[bit / 64] >> ( bit % 64 ) ) & 1;
+    static bool isPresent( const std::uint64_t * row ) { return ( row[0] & presentFlag ) != 0u; }
+    static void setPresent( std::uint64_t * row ) { row[0] |= presentFlag; }
+    static bool isTouched( const std::uint64_t * row ) { return ( row[0] & touchedFlag ) != 0u; }
+    static void setTouched( std::uint64_t * row ) { row[0] |= touchedFlag; }
+    static bool isMarked( const std::uint64_t * row, std::uint32_t element ) {
+        const std::uint32_t bit = element + flagBits;
+        return ( ( row[bit / 64] >> ( bit % 64 ) ) & 1 ) != 0u;
     }
-    static void mark( uint64_t * row, uint32_t element ) {
-        const uint32_t bit = element + flagBits;
-        row[bit / 64] |= uint64_t( 1 ) << ( bit % 64 );
+    static void mark( std::uint64_t * row, std::uint32_t element ) {
+        const std::uint32_t bit = element + flagBits;
+        row[bit / 64] |= std::uint64_t( 1 ) << ( bit % 64 );
     }
-    void markAll( uint64_t * row ) const;
+    void markAll( std::uint64_t * row ) const;
 
     /// Copies the elements that `from`, which has no flags, has marked, and marks them in `to`.
-    void merge( uint64_t * to, const uint64_t * from ) const;
+    void merge( std::uint64_t * to, const std::uint64_t * from ) const;
 
     /// Fills the elements of an image with what they hold before anybody wrote them, or with their
     /// reset values, and clears the mask.
-    void fillInitial( uint64_t * row ) const;
-    void fillReset( uint64_t * row ) const;
+    void fillInitial( std::uint64_t * row ) const;
+    void fillReset( std::uint64_t * row ) const;
 
-    bool sameData( const uint64_t * a, const uint64_t * b ) const;
-    bool sameKey( const uint64_t * a, const uint64_t * b ) const;
-    KeyHash hashKey( const uint64_t * row ) const;
+    bool sameData( const std::uint64_t * a, const std::uint64_t * b ) const;
+    bool sameKey( const std::uint64_t * a, const std::uint64_t * b ) const;
+    KeyHash hashKey( const std::uint64_t * row ) const;
 
   private:
-    static constexpr uint64_t presentFlag = 1;
-    static constexpr uint64_t touchedFlag = 2;
-    static constexpr uint32_t flagBits = 2;
+    static constexpr std::uint64_t presentFlag = 1;
+    static constexpr std::uint64_t touchedFlag = 2;
+    static constexpr std::uint32_t flagBits = 2;
 
     struct ElementPlace {
-        uint64_t mask;
-        uint32_t word;
-        uint32_t shift;
+        std::uint64_t mask;
+        std::uint32_t word;
+        std::uint32_t shift;
     };
     // The bits of the key fields in one word of the image.
     struct KeyWord {
-        uint64_t mask;
-        uint64_t groupMask; // those of them that decide on the group of the key
-        uint32_t word;
+        std::uint64_t mask;
+        std::uint64_t groupMask; // those of them that decide on the group of the key
+        std::uint32_t word;
     };
 
     std::vector<FieldPlace> fields_;
     std::vector<ElementPlace> elements_;
-    std::vector<uint32_t> keyElements_;
+    std::vector<std::uint32_t> keyElements_;
     std::vector<KeyWord> keyWords_;
     ElementPlace keyEnd_ = {}; // the last bits of the last key field
-    std::vector<uint64_t> initialImage_;
-    std::vector<uint64_t> resetImage_;
-    uint32_t words_ = 0;
-    uint32_t maskWords_ = 0;
+    std::vector<std::uint64_t> initialImage_;
+    std::vector<std::uint64_t> resetImage_;
+    std::uint32_t words_ = 0;
+    std::uint32_t maskWords_ = 0;
 };
 
 /// The rows of a logical table: a hash table with the rows in its slots (linear probing, removal by
@@ -122,34 +122,34 @@ class HashedRows {
     std::size_t size() const { return size_; }
 
     /// The row with the key of `like`, or null. Pointers live until the next insert or erase.
-    uint64_t * find( const uint64_t * like );
+    std::uint64_t * find( const std::uint64_t * like );
 
     /// Adds a copy of `row`, marked present, unless there is a row with its key. Returns whether it
     /// was added.
-    bool insert( const uint64_t * row );
+    bool insert( const std::uint64_t * row );
 
     /// Removes a row that find() returned.
-    void erase( uint64_t * row );
+    void erase( std::uint64_t * row );
 
     void clear();
 
     /// All rows, in no useful order.
-    std::vector<const uint64_t *> all() const;
+    std::vector<const std::uint64_t *> all() const;
 
   private:
-    uint64_t * slot( std::size_t i ) { return words_.get() + i * layout_.words(); }
-    const uint64_t * slot( std::size_t i ) const { return words_.get() + i * layout_.words(); }
-    std::size_t home( const uint64_t * row ) const {
+    std::uint64_t * slot( std::size_t i ) { return words_.get() + i * layout_.words(); }
+    const std::uint64_t * slot( std::size_t i ) const { return words_.get() + i * layout_.words(); }
+    std::size_t home( const std::uint64_t * row ) const {
         const KeyHash hash = layout_.hashKey( row );
         return ( ( hash.group >> shift_ ) & ~std::size_t( KeyHash::groupMask ) ) | hash.place;
     }
-    uint64_t * findSlot( const uint64_t * like );
+    std::uint64_t * findSlot( const std::uint64_t * like );
     void grow();
 
     const Layout & layout_;
-    std::unique_ptr<uint64_t[]> words_;
-    std::size_t slots_ = 0; // a power of two, or 0
-    uint32_t shift_ = 64;   // brings a hash down to a slot
+    std::unique_ptr<std::uint64_t[]> words_;
+    std::size_t slots_ = 0;    // a power of two, or 0
+    std::uint32_t shift_ = 64; // brings a hash down to a slot
     std::size_t size_ = 0;
 };
 
@@ -163,35 +163,35 @@ class PagedRows {
     std::size_t size() const { return size_; }
 
     /// The cached row, null if nobody wrote it.
-    uint64_t * find( uint64_t number );
-    const uint64_t * find( uint64_t number ) const;
+    std::uint64_t * find( std::uint64_t number );
+    const std::uint64_t * find( std::uint64_t number ) const;
 
     /// The cached row; if nobody wrote it, one with initial values is made and marked present and
     /// touched.
-    uint64_t * findOrMake( uint64_t number );
+    std::uint64_t * findOrMake( std::uint64_t number );
 
     /// The row in the hardware if it differs from the cached one, else null.
-    const uint64_t * hardware( uint64_t number ) const;
+    const std::uint64_t * hardware( std::uint64_t number ) const;
     /// Gives the hardware a row of its own, or, if `row` holds the same data as the cached one,
     /// takes it away.
-    void setHardware( uint64_t number, const uint64_t * row );
-    void dropHardware( uint64_t number );
+    void setHardware( std::uint64_t number, const std::uint64_t * row );
+    void dropHardware( std::uint64_t number );
 
     void clear();
 
     /// The numbers of the rows that were written, ascending.
-    std::vector<uint64_t> numbers() const;
+    std::vector<std::uint64_t> numbers() const;
 
   private:
-    uint64_t * rowIn( uint64_t page, uint64_t number ) const {
-        const uint64_t row = number & ( ( uint64_t( 1 ) << pageShift_ ) - 1 );
+    std::uint64_t * rowIn( std::uint64_t page, std::uint64_t number ) const {
+        const std::uint64_t row = number & ( ( std::uint64_t( 1 ) << pageShift_ ) - 1 );
         return pages_[page].get() + row * layout_.words();
     }
 
     const Layout & layout_;
-    uint32_t pageShift_; // rows of a page, as a power of two
-    std::vector<std::unique_ptr<uint64_t[]>> pages_;
-    std::unordered_map<uint64_t, std::vector<uint64_t>> hardware_;
+    std::uint32_t pageShift_; // rows of a page, as a power of two
+    std::vector<std::unique_ptr<std::uint64_t[]>> pages_;
+    std::unordered_map<std::uint64_t, std::vector<std::uint64_t>> hardware_;
     std::size_t size_ = 0;
 };
 

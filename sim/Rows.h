@@ -10,11 +10,11 @@ namespace Sim {
 /// Which row of a table.
 struct RowId {
     /// Physical tables.
-    uint32_t index = 0;
-    uint32_t instance = 0;
-    uint32_t port = 0;
+    std::uint32_t index = 0;
+    std::uint32_t instance = 0;
+    std::uint32_t port = 0;
     /// Logical tables: the values of the key fields, in the order of the schema.
-    std::vector<uint64_t> key = {};
+    std::vector<std::uint64_t> key = {};
 
     bool operator==( const RowId & ) const = default;
 };
@@ -24,14 +24,14 @@ struct RowId {
 struct RowImage {
     RowId id;
     /// Logical tables: the row. Physical tables: the cached row.
-    std::vector<uint64_t> values = {};
+    std::vector<std::uint64_t> values = {};
     /// Which elements somebody wrote: a commit that carried them, or pokeHardware(). The others
     /// hold their initial or their reset value.
     std::vector<bool> written = {};
     /// Somebody wrote the row. False only for rows that a preloaded table has from the start.
     bool touched = false;
     /// Physical tables: the row in the hardware if it differs from the cached one, else empty.
-    std::vector<uint64_t> hardware = {};
+    std::vector<std::uint64_t> hardware = {};
 
     bool operator==( const RowImage & ) const = default;
 };

@@ -51,13 +51,11 @@ class Check {
 
     void checkSize() {
         const TableSize & size = table_.size;
-        if ( size.rows == 0 ) {
+        if ( size.rows == 0 )
             report( "it has no rows; give it at least 1" );
-        }
         if ( !table_.isPhysical() ) {
-            if ( size.instances != 1 || size.ports != 0 ) {
+            if ( size.instances != 1 || size.ports != 0 )
                 report( "a logical table has neither instances nor ports; leave them out" );
-            }
             if ( table_.isKeyless() && size.rows > 1 ) {
                 report( "a logical table without a key field has 1 row, not " +
                         std::to_string( size.rows ) + "; give it a key field, or 1 row" );
@@ -65,7 +63,7 @@ class Check {
         } else if ( size.instances == 0 ) {
             report( "it has no instances; give it at least 1" );
         }
-        const uint64_t rowsPerPort = uint64_t( size.rows ) * size.instances;
+        const std::uint64_t rowsPerPort = std::uint64_t( size.rows ) * size.instances;
         if ( rowsPerPort > maxTableRows ||
              rowsPerPort * std::max( size.ports, 1u ) > maxTableRows ) {
             report( "more than " + std::to_string( maxTableRows ) +
@@ -74,15 +72,13 @@ class Check {
     }
 
     void checkFields() {
-        if ( table_.fields.empty() ) {
+        if ( table_.fields.empty() )
             report( "it has no fields; give it at least 1" );
-        }
         std::set<std::string_view> names;
-        uint64_t elements = 0;
+        std::uint64_t elements = 0;
         for ( const Field & field : table_.fields ) {
-            if ( !names.insert( field.name ).second ) {
+            if ( !names.insert( field.name ).second )
                 report( field, "there are two of that name; rename one" );
-            }
             elements += field.length;
             checkField( field );
         }
@@ -93,47 +89,42 @@ class Check {
     }
 
     void checkField( const Field & field ) {
-        if ( !isName( field.name ) ) {
+        if ( !isName( field.name ) )
             report( field, "a field name is made of letters, digits and underscores; rename it" );
-        }
-        if ( field.name.starts_with( "BCMLT_" ) ) {
+        if ( field.name.starts_with( "BCMLT_" ) )
             report( field, "names that begin with BCMLT_ belong to the SDK; rename it" );
-        }
         if ( field.width < 1 || field.width > 64 ) {
             report( field, "width " + std::to_string( field.width ) +
                                " is not possible; give it 1 to 64 bits an element" );
             return; // nothing below means anything without a width
         }
-        if ( field.length == 0 ) {
+        if ( field.length == 0 )
             report( field, "it has no elements; give it a length of at least 1" );
-        }
         if ( field.role == FieldRole::key ) {
             if ( table_.isPhysical() ) {
                 report( field, std::string( "a " ) + kindName( table_.kind ) +
                                    " is addressed by BCMLT_PT_INDEX; make the field data" );
             } else if ( field.length > 1 ) {
-                report( field, "an array can not be a key; give it a length of 1" );
+                report( field, "an array cannot be a key; give it a length of 1" );
             }
         }
         checkSymbols( field );
         checkValue( field, "reset value", field.reset );
-        if ( field.powerOn ) {
+        if ( field.powerOn )
             checkValue( field, "power-on value", *field.powerOn );
-        }
     }
 
     void checkSymbols( const Field & field ) {
         std::set<std::string_view> names;
-        std::set<uint64_t> values;
+        std::set<std::uint64_t> values;
         for ( const Symbol & symbol : field.symbols ) {
             if ( !isName( symbol.name ) ) {
                 report( field,
                         "symbol " + symbol.name +
                             ": a symbol is made of letters, digits and underscores; rename it" );
             }
-            if ( !names.insert( symbol.name ).second ) {
+            if ( !names.insert( symbol.name ).second )
                 report( field, "there are two symbols " + symbol.name + "; rename one" );
-            }
             if ( !values.insert( symbol.value ).second ) {
                 report( field, "symbol " + symbol.name + " has the value of another one, " +
                                    std::to_string( symbol.value ) + "; give it one of its own" );
@@ -146,25 +137,23 @@ class Check {
         }
     }
 
-    void checkValue( const Field & field, const char * what, uint64_t value ) {
+    void checkValue( const Field & field, const char * what, std::uint64_t value ) {
         // A key is always carried, so its reset and power-on values are never used.
-        if ( field.role == FieldRole::key ) {
+        if ( field.role == FieldRole::key )
             return;
-        }
         if ( value > field.maximum() ) {
             report( field, std::string( what ) + " " + std::to_string( value ) + " does not fit " +
                                std::to_string( field.width ) + " bits; at most " +
                                std::to_string( field.maximum() ) );
-        } else if ( !field.symbols.empty() && !field.findSymbol( value ) ) {
+        } else if ( !field.symbols.empty() && field.findSymbol( value ) == nullptr ) {
             report( field, std::string( what ) + " " + std::to_string( value ) +
                                " is none of its symbols; give it the value of one" );
         }
     }
 
     void checkPreload() {
-        if ( !table_.preloaded ) {
+        if ( !table_.preloaded )
             return;
-        }
         if ( table_.isPhysical() ) {
             report( "rows of a physical table always exist; do not preload it" );
             return;
@@ -177,9 +166,8 @@ class Check {
                 ++keys;
             }
         }
-        if ( keys == 0 ) {
+        if ( keys == 0 )
             return;
-        }
         if ( keys > 1 || key->symbols.empty() ) {
             report( "only a table without a key, or with one key field that has symbols, can be "
                     "preloaded; do not preload it" );
@@ -201,10 +189,9 @@ std::string noSuchTable( const Schema & schema, std::string_view table ) {
 
 } // namespace
 
-uint64_t Field::initial() const {
-    if ( powerOn ) {
+std::uint64_t Field::initial() const {
+    if ( powerOn )
         return *powerOn;
-    }
     return symbols.empty() ? unwrittenPattern & maximum() : reset;
 }
 
@@ -214,7 +201,7 @@ const Symbol * Field::findSymbol( std::string_view symbol ) const {
     return it == symbols.end() ? nullptr : &*it;
 }
 
-const Symbol * Field::findSymbol( uint64_t value ) const {
+const Symbol * Field::findSymbol( std::uint64_t value ) const {
     const auto it = std::find_if( symbols.begin(), symbols.end(),
                                   [&]( const Symbol & s ) { return s.value == value; } );
     return it == symbols.end() ? nullptr : &*it;
@@ -222,9 +209,8 @@ const Symbol * Field::findSymbol( uint64_t value ) const {
 
 std::vector<std::string_view> Field::symbolNames() const {
     std::vector<std::string_view> names;
-    for ( const Symbol & symbol : symbols ) {
+    for ( const Symbol & symbol : symbols )
         names.push_back( symbol.name );
-    }
     return names;
 }
 
@@ -253,17 +239,15 @@ const Field * Table::find( std::string_view field ) const {
 
 std::vector<std::string_view> Table::fieldNames() const {
     std::vector<std::string_view> names;
-    for ( const Field & field : fields ) {
+    for ( const Field & field : fields )
         names.push_back( field.name );
-    }
     return names;
 }
 
-uint32_t Table::elementCount() const {
-    uint32_t count = 0;
-    for ( const Field & field : fields ) {
+std::uint32_t Table::elementCount() const {
+    std::uint32_t count = 0;
+    for ( const Field & field : fields )
         count += field.length;
-    }
     return count;
 }
 
@@ -271,9 +255,8 @@ std::vector<std::string> check( const Table & table ) { return Check( table ).ru
 
 std::vector<std::string_view> Schema::tableNames() const {
     std::vector<std::string_view> names;
-    for ( const Table & table : tables_ ) {
+    for ( const Table & table : tables_ )
         names.push_back( table.name );
-    }
     return names;
 }
 
@@ -288,7 +271,7 @@ Table * Schema::find( std::string_view table ) {
 }
 
 std::string Schema::add( Table table ) {
-    if ( find( table.name ) ) {
+    if ( find( table.name ) != nullptr ) {
         return "there is a table " + table.name +
                " already; remove it first, or rename the new one";
     }
@@ -298,18 +281,16 @@ std::string Schema::add( Table table ) {
 
 std::string Schema::remove( std::string_view table ) {
     const Table * found = find( table );
-    if ( !found ) {
+    if ( found == nullptr )
         return noSuchTable( *this, table );
-    }
     tables_.erase( tables_.begin() + ( found - tables_.data() ) );
     return {};
 }
 
 std::string Schema::resize( std::string_view table, TableSize size ) {
     Table * found = find( table );
-    if ( !found ) {
+    if ( found == nullptr )
         return noSuchTable( *this, table );
-    }
     const TableSize before = std::exchange( found->size, size );
     const std::vector<std::string> problems = Sim::check( *found );
     if ( !problems.empty() ) {
@@ -327,9 +308,8 @@ std::vector<std::string> Schema::check() const {
             problems.push_back( "table " + table.name +
                                 ": there are two of that name; rename one" );
         }
-        for ( std::string & problem : Sim::check( table ) ) {
+        for ( std::string & problem : Sim::check( table ) )
             problems.push_back( std::move( problem ) );
-        }
     }
     return problems;
 }

@@ -22,7 +22,7 @@ namespace Sim {
 /// A name for one value of a field.
 struct Symbol {
     std::string name;
-    uint64_t value = 0;
+    std::uint64_t value = 0;
 
     bool operator==( const Symbol & ) const = default;
 };
@@ -36,29 +36,29 @@ enum class FieldRole {
 struct Field {
     std::string name;
     /// Bits of one element, 1 to 64.
-    uint32_t width = 1;
+    std::uint32_t width = 1;
     FieldRole role = FieldRole::data;
     /// Elements. 1 is a scalar field; 2 and more is an array field, which is written with
-    /// bcmlt_entry_field_array_add and can not be a key.
-    uint32_t length = 1;
+    /// bcmlt_entry_field_array_add and cannot be a key.
+    std::uint32_t length = 1;
     /// If there are any, the field holds only their values, given by name or by number.
     std::vector<Symbol> symbols = {};
     /// What a write of the whole row (a SET, an INSERT) puts into the field when the entry does not
     /// carry it.
-    uint64_t reset = 0;
+    std::uint64_t reset = 0;
     /// What the field holds before anybody wrote it. Without a value here it is `unwrittenPattern`
     /// cut to the width, or `reset` if the field has symbols.
-    std::optional<uint64_t> powerOn = {};
+    std::optional<std::uint64_t> powerOn = {};
 
     /// The largest value that fits one element.
-    uint64_t maximum() const {
-        return width >= 64 ? ~uint64_t( 0 ) : ( uint64_t( 1 ) << width ) - 1;
+    std::uint64_t maximum() const {
+        return width >= 64 ? ~std::uint64_t( 0 ) : ( std::uint64_t( 1 ) << width ) - 1;
     }
     /// What one element holds before anybody wrote it.
-    uint64_t initial() const;
+    std::uint64_t initial() const;
 
     const Symbol * findSymbol( std::string_view symbol ) const;
-    const Symbol * findSymbol( uint64_t value ) const;
+    const Symbol * findSymbol( std::uint64_t value ) const;
     std::vector<std::string_view> symbolNames() const;
 
     bool operator==( const Field & ) const = default;
@@ -66,7 +66,7 @@ struct Field {
 
 /// What fields hold that nobody wrote: easily told from any value that a program writes, and with
 /// the lowest bit set, so that it differs from a reset value of 0 at every width.
-inline constexpr uint64_t unwrittenPattern = 0xA5A5'A5A5'A5A5'A5A5;
+inline constexpr std::uint64_t unwrittenPattern = 0xA5A5'A5A5'A5A5'A5A5;
 
 enum class TableKind {
     logical,          ///< rows addressed by key fields, or one row if it has no key field
@@ -81,12 +81,12 @@ const char * kindName( TableKind kind );
 struct TableSize {
     /// Logical table: how many rows it takes at most. Physical table: rows of each instance and
     /// port; an entry may leave the index out exactly where this is 1.
-    uint32_t rows = 1;
+    std::uint32_t rows = 1;
     /// Physical table: instances; an entry may leave the instance out exactly where this is 1.
-    uint32_t instances = 1;
+    std::uint32_t instances = 1;
     /// Physical table: ports 0 to ports - 1 have a copy each, and an entry must name its port.
     /// 0: the table is not per port, and an entry must not name one.
-    uint32_t ports = 0;
+    std::uint32_t ports = 0;
 
     bool operator==( const TableSize & ) const = default;
 };
@@ -108,7 +108,7 @@ struct Table {
     const Field * find( std::string_view field ) const;
     std::vector<std::string_view> fieldNames() const;
     /// The elements of all fields together.
-    uint32_t elementCount() const;
+    std::uint32_t elementCount() const;
 
     bool operator==( const Table & ) const = default;
 };
@@ -119,8 +119,8 @@ inline constexpr std::string_view instanceField = "BCMLT_PT_INSTANCE";
 inline constexpr std::string_view portField = "BCMLT_PT_PORT";
 
 /// Limits that check() holds a table to.
-inline constexpr uint32_t maxTableRows = 1u << 24; ///< rows x instances x ports; logical: rows
-inline constexpr uint32_t maxTableElements = 4096; ///< elements of all fields together
+inline constexpr std::uint32_t maxTableRows = 1u << 24; ///< rows x instances x ports; logical: rows
+inline constexpr std::uint32_t maxTableElements = 4096; ///< elements of all fields together
 
 /// What is wrong with a table: one line a problem, each naming the table, the field where it is
 /// one, and the remedy. Empty if a chip can be built of it.

@@ -18,16 +18,16 @@
 namespace Sim {
 
 /// The address of a physical row, in the order of its parts.
-enum AddressPart : uint32_t { indexPart, instancePart, portPart, addressParts };
-using Address = std::array<uint32_t, addressParts>;
+enum AddressPart : std::uint32_t { indexPart, instancePart, portPart, addressParts };
+using Address = std::array<std::uint32_t, addressParts>;
 inline constexpr std::array<std::string_view, addressParts> addressNames = {
     indexField, instanceField, portField };
 /// Numbers of fields from here on are parts of the address.
-inline constexpr uint32_t firstAddressField = 1u << 31;
+inline constexpr std::uint32_t firstAddressField = 1u << 31;
 
 struct SymbolIndex {
-    std::unordered_map<std::string_view, uint64_t> byName;
-    std::unordered_map<uint64_t, std::string_view> byValue;
+    std::unordered_map<std::string_view, std::uint64_t> byName;
+    std::unordered_map<std::uint64_t, std::string_view> byValue;
 };
 
 struct TableState {
@@ -39,7 +39,7 @@ struct TableState {
     /// Whether a physical row of this address exists; a table that is not per port has port 0 only.
     bool has( const Address & address ) const;
     /// The number of the physical row at an address that exists.
-    uint64_t rowNumber( const Address & address ) const;
+    std::uint64_t rowNumber( const Address & address ) const;
 
     /// What Chip::rows() and Chip::row() return.
     std::vector<RowImage> images( Rows which ) const;
@@ -48,16 +48,16 @@ struct TableState {
     const Table & table;
     const Layout layout;
     /// From the names of fields, the parts of the address included, to their numbers.
-    std::unordered_map<std::string_view, uint32_t> fieldNumbers;
+    std::unordered_map<std::string_view, std::uint32_t> fieldNumbers;
     std::vector<SymbolIndex> symbols; ///< by field number
     HashedRows logicalRows;
     PagedRows physicalRows;
-    std::vector<uint64_t> scratch; ///< a row image under construction
+    std::vector<std::uint64_t> scratch; ///< a row image under construction
 
   private:
     void preload();
-    RowImage imageOf( const uint64_t * row ) const;
-    RowImage physicalImage( uint64_t number ) const;
+    RowImage imageOf( const std::uint64_t * row ) const;
+    RowImage physicalImage( std::uint64_t number ) const;
 };
 
 struct UnitState {

@@ -65,8 +65,8 @@ class FacilityTable {
         return name == pattern;
     }
 
-    uint32_t maskFor( std::string_view name, uint32_t otherwise ) const {
-        uint32_t mask = 0;
+    std::uint32_t maskFor( std::string_view name, std::uint32_t otherwise ) const {
+        std::uint32_t mask = 0;
         bool found = false;
         for ( const auto & setting : settings_ ) {
             if ( matches( setting, name ) ) {
@@ -91,22 +91,22 @@ TraceHandle::TraceHandle( const char * name, bool onByDefault )
 
 namespace {
 
-bool parseLevel( std::string_view text, uint32_t & level ) {
+bool parseLevel( std::string_view text, std::uint32_t & level ) {
     const auto result = std::from_chars( text.data(), text.data() + text.size(), level );
     return result.ec == std::errc() && result.ptr == text.data() + text.size() &&
            level < TraceFacility::levelCount;
 }
 
 // The levels that "4", "2-9" or "*" stand for; 0 when the text is none of these.
-uint32_t parseLevels( std::string_view text ) {
-    constexpr uint32_t all = ( 1u << TraceFacility::levelCount ) - 1;
+std::uint32_t parseLevels( std::string_view text ) {
+    constexpr std::uint32_t all = ( 1u << TraceFacility::levelCount ) - 1;
     if ( text == "*" )
         return all;
     const auto dash = text.find( '-' );
-    uint32_t low = 0;
+    std::uint32_t low = 0;
     if ( !parseLevel( text.substr( 0, dash ), low ) )
         return 0;
-    uint32_t high = low;
+    std::uint32_t high = low;
     if ( dash != std::string_view::npos && !parseLevel( text.substr( dash + 1 ), high ) )
         return 0;
     if ( high < low )
@@ -125,7 +125,7 @@ std::vector<TraceSetting> parseTraceSettings( std::string_view text, std::string
         text = comma == std::string_view::npos ? std::string_view() : text.substr( comma + 1 );
         const auto slash = item.rfind( '/' );
         const auto name = item.substr( 0, slash );
-        const uint32_t mask =
+        const std::uint32_t mask =
             slash == std::string_view::npos ? 0 : parseLevels( item.substr( slash + 1 ) );
         if ( name.empty() || mask == 0 ) {
             error = "\"" + std::string( item ) +

@@ -35,7 +35,7 @@ namespace Kiln {
 /// until the process ends.
 class TraceFacility {
   public:
-    enum FacilityLevel : uint32_t {
+    enum FacilityLevel : std::uint32_t {
         level0,
         level1,
         level2,
@@ -47,10 +47,10 @@ class TraceFacility {
         level8,
         level9,
     };
-    static constexpr uint32_t levelCount = 10;
+    static constexpr std::uint32_t levelCount = 10;
 
     /// Bit n is set when level n is enabled. To be read with memory_order_relaxed, each time anew.
-    using Mask = std::atomic<uint32_t>;
+    using Mask = std::atomic<std::uint32_t>;
 
     /// The facility of this name, made if there is none yet.
     static TraceFacility & get( std::string_view name );
@@ -61,7 +61,7 @@ class TraceFacility {
     const std::string & name() const noexcept { return name_; }
 
     const Mask & mask() const noexcept { return mask_; }
-    void setMask( uint32_t mask ) noexcept { mask_.store( mask, std::memory_order_relaxed ); }
+    void setMask( std::uint32_t mask ) noexcept { mask_.store( mask, std::memory_order_relaxed ); }
 
   private:
     friend class FacilityTable;
@@ -92,8 +92,8 @@ class TraceHandle {
 
 /// One item of a setting, as parsed.
 struct TraceSetting {
-    std::string name; ///< facility name; a trailing "*" matches any ending
-    uint32_t mask;    ///< levels to enable
+    std::string name;   ///< facility name; a trailing "*" matches any ending
+    std::uint32_t mask; ///< levels to enable
 };
 
 /// Parses the text of a setting. On success `error` is empty. On failure it says which item is

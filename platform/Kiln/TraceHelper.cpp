@@ -206,7 +206,7 @@ std::string formatTraceLine( const TraceLine & line ) {
     out += ' ';
     out += line.facility;
     out += '/';
-    out += std::to_string( static_cast<uint32_t>( line.level ) );
+    out += std::to_string( static_cast<std::uint32_t>( line.level ) );
     out += ' ';
     out += line.file;
     out += ':';

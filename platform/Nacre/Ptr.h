@@ -39,7 +39,7 @@ class PtrInterface {
             delete this;
     }
 
-    mutable std::atomic<uint32_t> count_{ 0 };
+    mutable std::atomic<std::uint32_t> count_{ 0 };
 };
 
 template <class T>

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # What the built library weighs: hot code for each guarded call, relocations, and that what describes recipes and
-# messages can not be written to.
+# messages cannot be written to.
 #
 #     code_test.sh LIBRARY RECIPES_SOURCE [--report]
 #

@@ -43,9 +43,8 @@ TEST( AllocationTest, VisitsToRowsThatExistTakeNothingFromTheHeap ) {
     chip.addUnit( 0, smallSchema() );
     visitEveryKind( chip );
     const std::size_t before = Support::allocations();
-    for ( int i = 0; i < 100; ++i ) {
+    for ( int i = 0; i < 100; ++i )
         visitEveryKind( chip );
-    }
     EXPECT_EQ( Support::allocations() - before, 0u );
     EXPECT_GT( before, 0u ) << "allocations are counted";
 }
@@ -53,7 +52,7 @@ TEST( AllocationTest, VisitsToRowsThatExistTakeNothingFromTheHeap ) {
 TEST( AllocationTest, WithoutMemoryOperationsFailAndChangeNothing ) {
     Sim::Chip chip;
     chip.addUnit( 0, smallSchema() );
-    uint32_t handle = 0;
+    std::uint32_t handle = 0;
     int allocated = 0;
     {
         const Support::NoMemory noMemory;

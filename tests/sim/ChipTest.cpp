@@ -55,7 +55,7 @@ TEST( ChipUnitTest, EachUnitHasItsSchema ) {
     EXPECT_EQ( Entry( chip, "ONEr", 1 ).allocated(), Rc::unknownTable );
 }
 
-TEST( ChipUnitTest, AUnitThatCanNotBeIsRefused ) {
+TEST( ChipUnitTest, AUnitThatCannotBeIsRefused ) {
     Sim::Chip chip;
     chip.addUnit( 0, smallSchema() );
     EXPECT_EQ( whyNotAdded( chip, -1, smallSchema() ),
@@ -85,9 +85,8 @@ TEST( ChipHookTest, HooksAreCounted ) {
 TEST( ChipErrorTest, EveryCodeHasATextOfItsOwn ) {
     Sim::Chip chip;
     std::set<std::string> texts;
-    for ( int rc = toInt( Rc::outOfMemory ); rc <= 0; ++rc ) {
+    for ( int rc = toInt( Rc::outOfMemory ); rc <= 0; ++rc )
         EXPECT_TRUE( texts.insert( chip.errmsg( rc ) ).second ) << rc;
-    }
     EXPECT_EQ( texts.size(), 31u );
     EXPECT_STREQ( chip.errmsg( toInt( Rc::entryNotFound ) ), "row does not exist" );
     EXPECT_STREQ( chip.errmsg( 5 ), "no error" );
@@ -102,7 +101,7 @@ struct WordsCase {
 };
 
 Rc freeTwice( Sim::Chip & chip ) {
-    const uint32_t handle = Entry( chip, "ONEr" ).handle();
+    const std::uint32_t handle = Entry( chip, "ONEr" ).handle();
     return static_cast<Rc>( chip.bcmlt_entry_free( handle ) );
 }
 
@@ -132,7 +131,7 @@ TEST( ChipErrorTest, TheLastErrorTellsWhatWasWrong ) {
         { Rc::unknownHandle,
           []( auto & c ) { return static_cast<Rc>( c.bcmlt_entry_field_add( 0, "TAG", 1 ) ); },
           "bcmlt_entry_field_add: there never was an entry 0, that is BCMLT_INVALID_HDL" },
-        { Rc::doubleFree, freeTwice, "entry 1 was freed before and can not be freed again" },
+        { Rc::doubleFree, freeTwice, "entry 1 was freed before and cannot be freed again" },
         { Rc::wrongCommitKind, []( auto & c ) { return Entry( c, "ONEr" ).insert(); },
           "ONEr is a register; commit it with bcmlt_pt_entry_commit" },
         { Rc::wrongCommitKind, []( auto & c ) { return Entry( c, "POLICY" ).ptSet(); },
@@ -178,7 +177,7 @@ TEST( ChipErrorTest, TheLastErrorTellsWhatWasWrong ) {
           "POLICY: a row with this key exists already; UPDATE it" },
         { Rc::fieldNotCarried,
           []( auto & c ) {
-              uint64_t value = 0;
+              std::uint64_t value = 0;
               return static_cast<Rc>(
                   c.bcmlt_entry_field_get( Entry( c, "ONEr" ).handle(), "VALUE", &value ) );
           },
@@ -204,7 +203,7 @@ TEST( ChipErrorTest, AFullTableAndAMissingRowAreTold ) {
     entry.add( "PREFIX", 0 );
     ASSERT_EQ( entry.lookup(), Rc::entryNotFound );
     EXPECT_EQ( chip.lastError(), "ROUTE: there is no row with this key" );
-    for ( uint64_t prefix = 0; prefix < 4; ++prefix ) {
+    for ( std::uint64_t prefix = 0; prefix < 4; ++prefix ) {
         entry.add( "PREFIX", prefix );
         entry.insert();
     }
@@ -253,7 +252,7 @@ class InspectTest : public testing::Test {
     // A bit of everything: rows inserted, a preloaded row updated and one deleted, physical rows
     // written, one of them changed behind the cache.
     void fill() {
-        for ( const uint64_t prefix : { 20u, 10u } ) {
+        for ( const std::uint64_t prefix : { 20u, 10u } ) {
             Entry entry( chip, "ROUTE" );
             entry.add( "VRF", 1 );
             entry.add( "PREFIX", prefix );
@@ -270,7 +269,7 @@ class InspectTest : public testing::Test {
             entry.symbol( "ID", "HIT" );
             ASSERT_EQ( entry.remove(), Rc::ok );
         }
-        for ( const uint64_t index : { 6u, 1u } ) {
+        for ( const std::uint64_t index : { 6u, 1u } ) {
             Entry entry( chip, "MAPm" );
             entry.add( "BCMLT_PT_INDEX", index );
             entry.add( "TAG", index );
@@ -283,9 +282,8 @@ class InspectTest : public testing::Test {
 };
 
 TEST_F( InspectTest, AFreshChipHasNoTouchedRows ) {
-    for ( const Sim::Table & table : chip.schema( 0 )->tables() ) {
+    for ( const Sim::Table & table : chip.schema( 0 )->tables() )
         EXPECT_TRUE( chip.rows( 0, table.name ).empty() ) << table.name;
-    }
     EXPECT_EQ( chip.rows( 0, "CONTROL", Rows::stored ).size(), 1u );
     EXPECT_EQ( chip.rows( 0, "EVENT", Rows::stored ).size(), 2u );
 }
@@ -301,12 +299,12 @@ TEST_F( InspectTest, RowsComeInOrderAndTellWhatWasWritten ) {
         .written = { true, false, true, false, false, false, true, false, false },
         .touched = true };
     EXPECT_EQ( routes[0], first );
-    EXPECT_EQ( routes[1].id.key, ( std::vector<uint64_t>{ 1, 20 } ) );
+    EXPECT_EQ( routes[1].id.key, ( std::vector<std::uint64_t>{ 1, 20 } ) );
 
     const std::vector<Sim::RowImage> map = chip.rows( 0, "MAPm" );
     ASSERT_EQ( map.size(), 2u );
     // CLASS, TAG, MODE, COUNT, WORDS
-    const uint64_t word = 0xA5A5A5A5A5;
+    const std::uint64_t word = 0xA5A5A5A5A5;
     const Sim::RowImage last = { .id = { .index = 6 },
                                  .values = { unwritten4, 6, 1, 11, word, word, word },
                                  .written = { true, true, false, false, false, false, false },
@@ -354,9 +352,8 @@ TEST_F( InspectTest, ARestoredChipIsLikeTheOneThatWasKept ) {
     restored.addUnit( 0, smallSchema() );
     ASSERT_EQ( restored.clear( 0 ), Rc::ok );
     for ( const Sim::Table & table : chip.schema( 0 )->tables() ) {
-        for ( const Sim::RowImage & row : chip.rows( 0, table.name, Rows::stored ) ) {
+        for ( const Sim::RowImage & row : chip.rows( 0, table.name, Rows::stored ) )
             ASSERT_EQ( restored.restoreRow( 0, table.name, row ), Rc::ok );
-        }
     }
     for ( const Sim::Table & table : chip.schema( 0 )->tables() ) {
         EXPECT_EQ( restored.rows( 0, table.name, Rows::stored ),
@@ -416,7 +413,7 @@ TEST_F( InspectTest, ARowThatDoesNotFitIsNotRestored ) {
         chip.restoreRow( 0, "ROUTE", changed( route, []( Row & r ) { r.hardware = r.values; } ) ),
         Rc::wrongCommitKind );
     EXPECT_EQ( *chip.row( 0, "MAPm", { .index = 6 } ), map );
-    for ( uint64_t prefix = 30; prefix < 32; ++prefix ) {
+    for ( std::uint64_t prefix = 30; prefix < 32; ++prefix ) {
         EXPECT_EQ( chip.restoreRow( 0, "ROUTE",
                                     changed( route, [&]( Row & r ) { r.values[2] = prefix; } ) ),
                    prefix == 30 ? Rc::ok : Rc::tableFull );
@@ -427,16 +424,15 @@ TEST_F( InspectTest, ClearEmptiesAllTables ) {
     fill();
     EXPECT_EQ( chip.clear( 1 ), Rc::unknownUnit );
     ASSERT_EQ( chip.clear( 0 ), Rc::ok );
-    for ( const Sim::Table & table : chip.schema( 0 )->tables() ) {
+    for ( const Sim::Table & table : chip.schema( 0 )->tables() )
         EXPECT_EQ( chip.rowCount( 0, table.name ), 0u ) << table.name;
-    }
     EXPECT_EQ( chip.value( 0, "MAPm", { .index = 6 }, "TAG", 0, Copy::hardware ), unwritten12 );
 }
 
 // --- Many rows, many threads
 
 TEST( ChipSizeTest, AMillionRowsOfEachKind ) {
-    constexpr uint32_t rows = 1'000'000;
+    constexpr std::uint32_t rows = 1'000'000;
     Sim::Schema schema = smallSchema();
     ASSERT_EQ( schema.resize( "ROUTE", { .rows = rows } ), "" );
     ASSERT_EQ( schema.resize( "MAPm", { .rows = rows } ), "" );
@@ -446,8 +442,8 @@ TEST( ChipSizeTest, AMillionRowsOfEachKind ) {
     Entry map( chip, "MAPm" );
     route.add( "VRF", 1 );
     // The data changes every `stretch` rows: an entry keeps carrying what was added to it.
-    constexpr uint64_t stretch = 997;
-    for ( uint64_t i = 0; i < rows; ++i ) {
+    constexpr std::uint64_t stretch = 997;
+    for ( std::uint64_t i = 0; i < rows; ++i ) {
         if ( i % stretch == 0 ) {
             route.add( "HOP", i / stretch );
             map.add( "COUNT", i / stretch );
@@ -461,7 +457,7 @@ TEST( ChipSizeTest, AMillionRowsOfEachKind ) {
     EXPECT_EQ( chip.rowCount( 0, "MAPm" ), rows );
     route.add( "PREFIX", rows );
     EXPECT_EQ( route.insert(), Rc::tableFull );
-    for ( uint32_t i = 0; i < rows; i += 501 ) {
+    for ( std::uint32_t i = 0; i < rows; i += 501 ) {
         EXPECT_EQ( chip.value( 0, "ROUTE", { .key = { 1, i } }, "HOP" ), i / stretch );
         EXPECT_EQ( chip.value( 0, "MAPm", { .index = i }, "COUNT" ), i / stretch );
         EXPECT_EQ( chip.value( 0, "MAPm", { .index = i }, "TAG" ), unwritten12 );
@@ -469,8 +465,8 @@ TEST( ChipSizeTest, AMillionRowsOfEachKind ) {
 }
 
 TEST( ChipThreadTest, ThreadsWorkSideBySide ) {
-    constexpr uint32_t threads = 4;
-    constexpr uint32_t rowsEach = 500;
+    constexpr std::uint32_t threads = 4;
+    constexpr std::uint32_t rowsEach = 500;
     Sim::Schema schema = smallSchema();
     ASSERT_EQ( schema.resize( "ROUTE", { .rows = threads * rowsEach } ), "" );
     ASSERT_EQ( schema.resize( "MAPm", { .rows = threads * rowsEach } ), "" );
@@ -478,9 +474,9 @@ TEST( ChipThreadTest, ThreadsWorkSideBySide ) {
     chip.addUnit( 0, schema );
 
     std::vector<std::thread> workers;
-    for ( uint32_t worker = 0; worker < threads; ++worker ) {
+    for ( std::uint32_t worker = 0; worker < threads; ++worker ) {
         workers.emplace_back( [&, worker] {
-            for ( uint32_t i = 0; i < rowsEach; ++i ) {
+            for ( std::uint32_t i = 0; i < rowsEach; ++i ) {
                 chip.preCallHook();
                 Entry route( chip, "ROUTE" );
                 route.add( "VRF", worker );
@@ -502,16 +498,14 @@ TEST( ChipThreadTest, ThreadsWorkSideBySide ) {
             }
         } );
     }
-    for ( uint32_t i = 0; i < 50; ++i ) {
+    for ( std::uint32_t i = 0; i < 50; ++i ) {
         chip.addUnit( static_cast<int>( i ) + 1, smallSchema() );
-        for ( const Sim::RowImage & row : chip.rows( 0, "MAPm" ) ) {
+        for ( const Sim::RowImage & row : chip.rows( 0, "MAPm" ) )
             EXPECT_EQ( row.values[1], row.id.index / threads );
-        }
         EXPECT_LE( chip.liveEntries().size(), std::size_t( 3 * threads ) );
     }
-    for ( std::thread & worker : workers ) {
+    for ( std::thread & worker : workers )
         worker.join();
-    }
     EXPECT_EQ( chip.rowCount( 0, "ROUTE" ), threads * rowsEach );
     EXPECT_EQ( chip.rowCount( 0, "MAPm" ), threads * rowsEach );
     EXPECT_LT( chip.value( 0, "ONEr", {}, "VALUE" ), threads );

@@ -13,8 +13,8 @@ class EntryTest : public testing::Test {
   protected:
     EntryTest() { chip.addUnit( 0, smallSchema() ); }
 
-    Rc free( uint32_t handle ) { return static_cast<Rc>( chip.bcmlt_entry_free( handle ) ); }
-    Rc allocate( int unit, const char * table, uint32_t * handle ) {
+    Rc free( std::uint32_t handle ) { return static_cast<Rc>( chip.bcmlt_entry_free( handle ) ); }
+    Rc allocate( int unit, const char * table, std::uint32_t * handle ) {
         return static_cast<Rc>( chip.bcmlt_entry_allocate( unit, table, handle ) );
     }
 
@@ -24,8 +24,8 @@ class EntryTest : public testing::Test {
 // --- Handles
 
 TEST_F( EntryTest, AnAllocateHandsOutAHandleOfItsOwn ) {
-    uint32_t first = 0;
-    uint32_t second = 0;
+    std::uint32_t first = 0;
+    std::uint32_t second = 0;
     ASSERT_EQ( allocate( 0, "ROUTE", &first ), Rc::ok );
     ASSERT_EQ( allocate( 0, "MAPm", &second ), Rc::ok );
     EXPECT_NE( first, chip.BCMLT_INVALID_HDL() );
@@ -36,7 +36,7 @@ TEST_F( EntryTest, AnAllocateHandsOutAHandleOfItsOwn ) {
 }
 
 TEST_F( EntryTest, AFailedAllocateLeavesTheHandleAlone ) {
-    uint32_t handle = 77;
+    std::uint32_t handle = 77;
     EXPECT_EQ( allocate( 1, "ROUTE", &handle ), Rc::unknownUnit );
     EXPECT_EQ( allocate( -1, "ROUTE", &handle ), Rc::unknownUnit );
     EXPECT_EQ( allocate( 0, "ROUT", &handle ), Rc::unknownTable );
@@ -48,63 +48,64 @@ TEST_F( EntryTest, AFailedAllocateLeavesTheHandleAlone ) {
 }
 
 // Every operation on a handle, for handles that are not those of a live entry.
-using HandleOperation = int ( * )( Sim::Chip &, uint32_t );
+using HandleOperation = int ( * )( Sim::Chip &, std::uint32_t );
 constexpr HandleOperation handleOperations[] = {
-    []( Sim::Chip & c, uint32_t h ) {
+    []( Sim::Chip & c, std::uint32_t h ) {
         return c.bcmlt_entry_attrib_set( h, c.BCMLT_ENT_ATTR_GET_FROM_HW() );
     },
-    []( Sim::Chip & c, uint32_t h ) {
+    []( Sim::Chip & c, std::uint32_t h ) {
         return c.bcmlt_entry_commit( h, c.BCMLT_OPCODE_INSERT(), c.BCMLT_PRIORITY_NORMAL() );
     },
-    []( Sim::Chip & c, uint32_t h ) { return c.bcmlt_entry_field_add( h, "VALUE", 1 ); },
-    []( Sim::Chip & c, uint32_t h ) {
-        const uint64_t value = 1;
+    []( Sim::Chip & c, std::uint32_t h ) { return c.bcmlt_entry_field_add( h, "VALUE", 1 ); },
+    []( Sim::Chip & c, std::uint32_t h ) {
+        const std::uint64_t value = 1;
         return c.bcmlt_entry_field_array_add( h, "VALUE", 0, &value, 1 );
     },
-    []( Sim::Chip & c, uint32_t h ) {
-        uint64_t value = 0;
+    []( Sim::Chip & c, std::uint32_t h ) {
+        std::uint64_t value = 0;
         return c.bcmlt_entry_field_get( h, "VALUE", &value );
     },
-    []( Sim::Chip & c, uint32_t h ) { return c.bcmlt_entry_field_symbol_add( h, "VALUE", "ON" ); },
-    []( Sim::Chip & c, uint32_t h ) {
+    []( Sim::Chip & c, std::uint32_t h ) {
+        return c.bcmlt_entry_field_symbol_add( h, "VALUE", "ON" );
+    },
+    []( Sim::Chip & c, std::uint32_t h ) {
         return c.bcmlt_pt_entry_commit( h, c.BCMLT_PT_OPCODE_SET(), c.BCMLT_PRIORITY_NORMAL() );
     },
 };
 
 TEST_F( EntryTest, NoOperationTakesAHandleThatWasNeverHandedOut ) {
-    uint32_t live = 0;
+    std::uint32_t live = 0;
     ASSERT_EQ( allocate( 0, "ONEr", &live ), Rc::ok );
-    for ( const uint32_t handle : { chip.BCMLT_INVALID_HDL(), live + 1, live + 0x10000, ~0u } ) {
-        for ( const HandleOperation operation : handleOperations ) {
+    for ( const std::uint32_t handle :
+          { chip.BCMLT_INVALID_HDL(), live + 1, live + 0x10000, ~0u } ) {
+        for ( const HandleOperation operation : handleOperations )
             EXPECT_EQ( static_cast<Rc>( operation( chip, handle ) ), Rc::unknownHandle ) << handle;
-        }
         EXPECT_EQ( free( handle ), Rc::unknownHandle ) << handle;
     }
     EXPECT_EQ( free( live ), Rc::ok );
 }
 
 TEST_F( EntryTest, NoOperationTakesAHandleThatWasFreed ) {
-    uint32_t freed = 0;
+    std::uint32_t freed = 0;
     ASSERT_EQ( allocate( 0, "ONEr", &freed ), Rc::ok );
     ASSERT_EQ( free( freed ), Rc::ok );
     for ( const bool placeIsTaken : { false, true } ) {
-        uint32_t other = 0;
+        std::uint32_t other = 0;
         if ( placeIsTaken ) {
             ASSERT_EQ( allocate( 0, "ONEr", &other ), Rc::ok );
             EXPECT_NE( other, freed );
         }
-        for ( const HandleOperation operation : handleOperations ) {
+        for ( const HandleOperation operation : handleOperations )
             EXPECT_EQ( static_cast<Rc>( operation( chip, freed ) ), Rc::useAfterFree );
-        }
         EXPECT_EQ( free( freed ), Rc::doubleFree );
     }
     EXPECT_EQ( chip.liveEntryCount(), 1u ) << "the other entry was not freed by mistake";
 }
 
 TEST_F( EntryTest, AHandleIsNotHandedOutAgainSoon ) {
-    std::set<uint32_t> handles;
+    std::set<std::uint32_t> handles;
     for ( int i = 0; i < 65'536; ++i ) {
-        uint32_t handle = 0;
+        std::uint32_t handle = 0;
         ASSERT_EQ( allocate( 0, "ONEr", &handle ), Rc::ok );
         ASSERT_TRUE( handles.insert( handle ).second );
         ASSERT_EQ( free( handle ), Rc::ok );
@@ -112,11 +113,10 @@ TEST_F( EntryTest, AHandleIsNotHandedOutAgainSoon ) {
 }
 
 TEST_F( EntryTest, OnlySoManyEntriesCanBeLive ) {
-    std::vector<uint32_t> handles( 65'535 );
-    for ( uint32_t & handle : handles ) {
+    std::vector<std::uint32_t> handles( 65'535 );
+    for ( std::uint32_t & handle : handles )
         ASSERT_EQ( allocate( 0, "ONEr", &handle ), Rc::ok );
-    }
-    uint32_t more = 0;
+    std::uint32_t more = 0;
     EXPECT_EQ( allocate( 0, "ONEr", &more ), Rc::tooManyEntries );
     ASSERT_EQ( free( handles[5] ), Rc::ok );
     EXPECT_EQ( allocate( 0, "ONEr", &more ), Rc::ok );
@@ -148,7 +148,7 @@ TEST_F( EntryTest, LeaksAreCounted ) {
     EXPECT_EQ( chip.liveEntryCount(), 0u );
     chip.addUnit( 2, smallSchema() );
     Entry first( chip, "ROUTE" );
-    uint32_t leaked = 0;
+    std::uint32_t leaked = 0;
     {
         Entry second( chip, "ONEr" );
         ASSERT_EQ( allocate( 2, "MAPm", &leaked ), Rc::ok );
@@ -174,7 +174,7 @@ TEST_F( EntryTest, AddingAFieldAgainReplacesItsValue ) {
 struct ValueCase {
     const char * table;
     const char * field;
-    uint64_t value;
+    std::uint64_t value;
     Rc rc;
 };
 
@@ -182,8 +182,8 @@ constexpr ValueCase valueCases[] = {
     { "MAPm", "CLASS", 0, Rc::ok },
     { "MAPm", "CLASS", 15, Rc::ok },
     { "MAPm", "CLASS", 16, Rc::valueTooWide },
-    { "MAPm", "CLASS", ~uint64_t( 0 ), Rc::valueTooWide },
-    { "MAPm", "COUNT", ~uint64_t( 0 ), Rc::ok },
+    { "MAPm", "CLASS", ~std::uint64_t( 0 ), Rc::valueTooWide },
+    { "MAPm", "COUNT", ~std::uint64_t( 0 ), Rc::ok },
     { "MAPm", "MODE", 0, Rc::ok },
     { "MAPm", "MODE", 5, Rc::ok },
     { "MAPm", "MODE", 4, Rc::valueNotAllowed },
@@ -251,8 +251,8 @@ TEST_F( EntryTest, ASymbolStandsForItsValue ) {
 
 struct ArrayCase {
     const char * field;
-    uint32_t start;
-    std::vector<uint64_t> values;
+    std::uint32_t start;
+    std::vector<std::uint64_t> values;
     Rc rc;
 };
 
@@ -271,7 +271,7 @@ TEST_F( EntryTest, AnArrayIsCheckedAgainstTheField ) {
         { "BCMLT_PT_INDEX", 0, { 1 }, Rc::scalarField },
         { "WORD", 0, { 1 }, Rc::unknownField },
     };
-    uint32_t index = 0;
+    std::uint32_t index = 0;
     for ( const ArrayCase & test : arrayCases ) {
         SCOPED_TRACE( index );
         ASSERT_EQ( chip.clear( 0 ), Rc::ok );
@@ -279,7 +279,7 @@ TEST_F( EntryTest, AnArrayIsCheckedAgainstTheField ) {
         entry.add( "BCMLT_PT_INDEX", 0 );
         EXPECT_EQ( entry.array( test.field, test.start, test.values ), test.rc );
         ASSERT_EQ( entry.ptModify(), Rc::ok );
-        for ( uint32_t i = 0; i < 3; ++i ) {
+        for ( std::uint32_t i = 0; i < 3; ++i ) {
             const bool isGiven =
                 test.rc == Rc::ok && i >= test.start && i < test.start + test.values.size();
             EXPECT_EQ( chip.value( 0, "MAPm", {}, "WORDS", i ),
@@ -291,15 +291,15 @@ TEST_F( EntryTest, AnArrayIsCheckedAgainstTheField ) {
 
 TEST_F( EntryTest, ATooLongArrayIsRefusedBeforeItIsRead ) {
     Entry entry( chip, "MAPm" );
-    const uint64_t one = 1;
+    const std::uint64_t one = 1;
     EXPECT_EQ( chip.bcmlt_entry_field_array_add( entry.handle(), "WORDS", 0, &one, 0xFFFF'FFFF ),
                toInt( Rc::elementOutOfRange ) );
 }
 
 TEST_F( EntryTest, NullPointersAreRefused ) {
     Entry entry( chip, "MAPm" );
-    uint64_t value = 0;
-    const uint32_t h = entry.handle();
+    std::uint64_t value = 0;
+    const std::uint32_t h = entry.handle();
     EXPECT_EQ( entry.add( nullptr, 1 ), Rc::nullArgument );
     EXPECT_EQ( entry.symbol( nullptr, "ON" ), Rc::nullArgument );
     EXPECT_EQ( entry.array( nullptr, 0, { 1 } ), Rc::nullArgument );
@@ -310,9 +310,9 @@ TEST_F( EntryTest, NullPointersAreRefused ) {
     EXPECT_EQ( chip.bcmlt_entry_field_get( h, "TAG", nullptr ), toInt( Rc::nullArgument ) );
 }
 
-TEST_F( EntryTest, AFieldThatTheEntryDoesNotHoldCanNotBeRead ) {
+TEST_F( EntryTest, AFieldThatTheEntryDoesNotHoldCannotBeRead ) {
     Entry entry( chip, "MAPm" );
-    uint64_t value = 42;
+    std::uint64_t value = 42;
     EXPECT_EQ( chip.bcmlt_entry_field_get( entry.handle(), "TAG", &value ),
                toInt( Rc::fieldNotCarried ) );
     EXPECT_EQ( chip.bcmlt_entry_field_get( entry.handle(), "TAGS", &value ),
@@ -362,7 +362,7 @@ TEST_F( EntryTest, TheAttributeMustBeOneAndSuitTheTable ) {
 }
 
 TEST_F( EntryTest, ConstantsDifferFromOneAnother ) {
-    const std::set<uint32_t> numbers = {
+    const std::set<std::uint32_t> numbers = {
         chip.BCMLT_INVALID_HDL(),      chip.BCMLT_ENT_ATTR_GET_FROM_HW(),
         chip.BCMLT_OPCODE_DELETE(),    chip.BCMLT_OPCODE_INSERT(),
         chip.BCMLT_OPCODE_LOOKUP(),    chip.BCMLT_OPCODE_UPDATE(),

@@ -13,7 +13,7 @@ class LogicalTableTest : public testing::Test {
   protected:
     LogicalTableTest() { chip.addUnit( 0, smallSchema() ); }
 
-    Rc insertRoute( uint64_t vrf, uint64_t prefix, uint64_t hop ) {
+    Rc insertRoute( std::uint64_t vrf, std::uint64_t prefix, std::uint64_t hop ) {
         Entry entry( chip, "ROUTE" );
         EXPECT_EQ( entry.add( "VRF", vrf ), Rc::ok );
         EXPECT_EQ( entry.add( "PREFIX", prefix ), Rc::ok );
@@ -21,7 +21,8 @@ class LogicalTableTest : public testing::Test {
         return entry.insert();
     }
 
-    std::optional<uint64_t> route( uint64_t vrf, uint64_t prefix, const char * field ) {
+    std::optional<std::uint64_t> route( std::uint64_t vrf, std::uint64_t prefix,
+                                        const char * field ) {
         return chip.value( 0, "ROUTE", { .key = { vrf, prefix } }, field );
     }
 
@@ -55,9 +56,8 @@ TEST_F( LogicalTableTest, InsertOfARowThatExistsFailsAndLeavesIt ) {
 }
 
 TEST_F( LogicalTableTest, AFullTableTakesNoMore ) {
-    for ( uint64_t prefix = 0; prefix < 3; ++prefix ) {
+    for ( std::uint64_t prefix = 0; prefix < 3; ++prefix )
         ASSERT_EQ( insertRoute( 1, prefix, 7 ), Rc::ok );
-    }
     EXPECT_EQ( insertRoute( 1, 3, 7 ), Rc::tableFull );
     EXPECT_EQ( insertRoute( 1, 2, 7 ), Rc::entryExists ) << "not full: it is there";
     EXPECT_EQ( chip.rowCount( 0, "ROUTE" ), 3u );
@@ -90,7 +90,7 @@ TEST_F( LogicalTableTest, UpdateWritesTheFieldsCarriedAndKeepsTheOthers ) {
     const std::vector<Sim::RowImage> rows = chip.rows( 0, "ROUTE" );
     ASSERT_EQ( rows.size(), 1u );
     // VRF, HOP, PREFIX, COST, MODE, LABELS
-    EXPECT_EQ( rows[0].values, ( std::vector<uint64_t>{ 1, 8, 10, 55, 1, 1, 20, 30, 4 } ) );
+    EXPECT_EQ( rows[0].values, ( std::vector<std::uint64_t>{ 1, 8, 10, 55, 1, 1, 20, 30, 4 } ) );
 }
 
 TEST_F( LogicalTableTest, UpdateOfAMissingRowFails ) {
@@ -220,18 +220,18 @@ TEST( LogicalTableModelTest, HoldsTheSameRowsAsAMap ) {
     ASSERT_EQ( schema.resize( "ROUTE", { .rows = 2000 } ), "" );
     Sim::Chip chip;
     chip.addUnit( 0, schema );
-    std::map<std::pair<uint64_t, uint64_t>, uint64_t> model;
+    std::map<std::pair<std::uint64_t, std::uint64_t>, std::uint64_t> model;
 
-    uint64_t state = 1;
-    const auto random = [&]( uint64_t limit ) {
+    std::uint64_t state = 1;
+    const auto random = [&]( std::uint64_t limit ) {
         state = state * 6364136223846793005u + 1442695040888963407u;
         return ( state >> 33 ) % limit;
     };
     Entry entry( chip, "ROUTE" );
     for ( int step = 0; step < 40'000; ++step ) {
-        const uint64_t vrf = random( 3 );
-        const uint64_t prefix = random( 2 ) ? random( 900 ) : random( 16 ) << 60;
-        const uint64_t hop = random( 65536 );
+        const std::uint64_t vrf = random( 3 );
+        const std::uint64_t prefix = random( 2 ) ? random( 900 ) : random( 16 ) << 60;
+        const std::uint64_t hop = random( 65536 );
         const auto there = model.find( { vrf, prefix } );
         const bool exists = there != model.end();
         ASSERT_EQ( entry.add( "VRF", vrf ), Rc::ok );
@@ -242,15 +242,13 @@ TEST( LogicalTableModelTest, HoldsTheSameRowsAsAMap ) {
             ASSERT_EQ( entry.insert(), exists                 ? Rc::entryExists
                                        : model.size() == 2000 ? Rc::tableFull
                                                               : Rc::ok );
-            if ( model.size() < 2000 ) {
+            if ( model.size() < 2000 )
                 model.try_emplace( { vrf, prefix }, hop );
-            }
             break;
         case 1:
             ASSERT_EQ( entry.update(), exists ? Rc::ok : Rc::entryNotFound );
-            if ( exists ) {
+            if ( exists )
                 there->second = hop;
-            }
             break;
         case 2:
             ASSERT_EQ( entry.lookup(), exists ? Rc::ok : Rc::entryNotFound );
@@ -268,7 +266,7 @@ TEST( LogicalTableModelTest, HoldsTheSameRowsAsAMap ) {
     ASSERT_EQ( rows.size(), model.size() );
     std::size_t i = 0;
     for ( const auto & [key, hop] : model ) {
-        EXPECT_EQ( rows[i].id.key, ( std::vector<uint64_t>{ key.first, key.second } ) );
+        EXPECT_EQ( rows[i].id.key, ( std::vector<std::uint64_t>{ key.first, key.second } ) );
         EXPECT_EQ( rows[i++].values[1], hop );
     }
 }

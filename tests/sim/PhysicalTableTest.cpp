@@ -12,11 +12,12 @@ class PhysicalTableTest : public testing::Test {
   protected:
     PhysicalTableTest() { chip.addUnit( 0, smallSchema() ); }
 
-    std::optional<uint64_t> map( uint32_t index, const char * field, uint32_t element = 0 ) {
+    std::optional<std::uint64_t> map( std::uint32_t index, const char * field,
+                                      std::uint32_t element = 0 ) {
         return chip.value( 0, "MAPm", { .index = index }, field, element );
     }
 
-    std::optional<uint64_t> port( Copy copy ) {
+    std::optional<std::uint64_t> port( Copy copy ) {
         return chip.value( 0, "PORTr", { .port = 1 }, "VALUE", 0, copy );
     }
 
@@ -114,7 +115,7 @@ TEST_F( PhysicalTableTest, SetAfterGetWritesBackWhatWasRead ) {
 struct AddressCase {
     const char * table;
     const char * field; // null: no address
-    uint64_t value;
+    std::uint64_t value;
     Rc onAdd;
     Rc onCommit;
 };
@@ -145,7 +146,7 @@ TEST_F( PhysicalTableTest, TheAddressIsCheckedAgainstTheTable ) {
         SCOPED_TRACE( std::string( test.table ) + " " + ( test.field ? test.field : "" ) + " " +
                       std::to_string( test.value ) );
         Entry entry( chip, test.table );
-        if ( test.field ) {
+        if ( test.field != nullptr ) {
             EXPECT_EQ( entry.add( test.field, test.value ), test.onAdd );
         }
         EXPECT_EQ( entry.ptGet(), test.onCommit );
@@ -155,12 +156,12 @@ TEST_F( PhysicalTableTest, TheAddressIsCheckedAgainstTheTable ) {
 }
 
 TEST_F( PhysicalTableTest, EachIndexInstanceAndPortHasARowOfItsOwn ) {
-    uint64_t next = 0;
+    std::uint64_t next = 0;
     for ( const bool check : { false, true } ) {
         next = 0;
-        for ( uint32_t instance = 0; instance < 2; ++instance ) {
-            for ( uint32_t port = 0; port < 3; ++port ) {
-                for ( uint32_t index = 0; index < 5; ++index, ++next ) {
+        for ( std::uint32_t instance = 0; instance < 2; ++instance ) {
+            for ( std::uint32_t port = 0; port < 3; ++port ) {
+                for ( std::uint32_t index = 0; index < 5; ++index, ++next ) {
                     if ( check ) {
                         EXPECT_EQ( chip.value( 0, "GRIDm", { index, instance, port }, "VALUE" ),
                                    next );
@@ -178,8 +179,8 @@ TEST_F( PhysicalTableTest, EachIndexInstanceAndPortHasARowOfItsOwn ) {
     }
     const std::vector<Sim::RowImage> rows = chip.rows( 0, "GRIDm" );
     ASSERT_EQ( rows.size(), 30u );
-    for ( uint64_t i = 0; i < rows.size(); ++i ) {
-        EXPECT_EQ( rows[i].values, std::vector<uint64_t>{ i } );
+    for ( std::uint64_t i = 0; i < rows.size(); ++i ) {
+        EXPECT_EQ( rows[i].values, std::vector<std::uint64_t>{ i } );
         EXPECT_EQ( rows[i].id.index, i % 5 );
         EXPECT_EQ( rows[i].id.port, i / 5 % 3 );
         EXPECT_EQ( rows[i].id.instance, i / 15 );

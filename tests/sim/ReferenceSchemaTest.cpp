@@ -142,9 +142,8 @@ TEST( ReferenceSchemaTest, HasEveryTableAndFieldOfTheRecipes ) {
             }
         }
         std::size_t keys = 0;
-        for ( const Field & field : table->fields ) {
+        for ( const Field & field : table->fields )
             keys += field.role == FieldRole::key ? 1 : 0;
-        }
         EXPECT_EQ( keys, wanted.keys.size() ) << wanted.table << ": no other key";
     }
     EXPECT_EQ( schema.tables().size(), recipeTables.size() );
@@ -156,9 +155,9 @@ enum class Commit { insert, update, lookup, remove, missedLookup, get, set, modi
 
 struct FieldStep {
     const char * field;
-    uint64_t value = 0;
+    std::uint64_t value = 0;
     const char * symbol = nullptr;
-    uint32_t elements = 0; // an array add of that many
+    std::uint32_t elements = 0; // an array add of that many
 };
 
 struct Write {
@@ -168,12 +167,11 @@ struct Write {
 };
 
 Rc add( Entry & entry, const FieldStep & step ) {
-    if ( step.symbol ) {
+    if ( step.symbol != nullptr )
         return entry.symbol( step.field, step.symbol );
-    }
-    if ( step.elements ) {
-        return entry.array( step.field, 0, std::vector<uint64_t>( step.elements, step.value ) );
-    }
+    if ( step.elements )
+        return entry.array( step.field, 0,
+                            std::vector<std::uint64_t>( step.elements, step.value ) );
     return entry.add( step.field, step.value );
 }
 
@@ -198,15 +196,15 @@ Rc commit( Entry & entry, Commit commit ) {
     return Rc::unknownOpcode;
 }
 
-std::vector<FieldStep> strengths( std::initializer_list<const char *> fields, uint64_t value ) {
+std::vector<FieldStep> strengths( std::initializer_list<const char *> fields,
+                                  std::uint64_t value ) {
     std::vector<FieldStep> steps;
-    for ( const char * field : fields ) {
+    for ( const char * field : fields )
         steps.push_back( { field, value } );
-    }
     return steps;
 }
 
-const uint64_t max32 = 0xFFFF'FFFF;
+const std::uint64_t max32 = 0xFFFF'FFFF;
 
 // With the largest arguments that make sense.
 const std::vector<Write> writes = {
@@ -376,9 +374,8 @@ TEST( ReferenceSchemaTest, TakesWhatTheRecipesWrite ) {
     for ( const Write & write : writes ) {
         Entry entry( chip, write.table );
         ASSERT_EQ( entry.allocated(), Rc::ok ) << write.table;
-        for ( const FieldStep & step : write.fields ) {
+        for ( const FieldStep & step : write.fields )
             EXPECT_EQ( add( entry, step ), Rc::ok ) << chip.lastError();
-        }
         if ( write.commit != Commit::missedLookup ) {
             EXPECT_EQ( commit( entry, write.commit ), Rc::ok ) << chip.lastError();
         } else {

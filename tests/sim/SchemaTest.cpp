@@ -11,8 +11,8 @@ namespace {
 
 TEST( FieldTest, MaximumAndInitialValue ) {
     EXPECT_EQ( ( Field{ .name = "F", .width = 1 }.maximum() ), 1u );
-    EXPECT_EQ( ( Field{ .name = "F", .width = 63 }.maximum() ), ~uint64_t( 0 ) >> 1 );
-    EXPECT_EQ( ( Field{ .name = "F", .width = 64 }.maximum() ), ~uint64_t( 0 ) );
+    EXPECT_EQ( ( Field{ .name = "F", .width = 63 }.maximum() ), ~std::uint64_t( 0 ) >> 1 );
+    EXPECT_EQ( ( Field{ .name = "F", .width = 64 }.maximum() ), ~std::uint64_t( 0 ) );
     EXPECT_EQ( ( Field{ .name = "F", .width = 1 }.initial() ), 1u );
     EXPECT_EQ( ( Field{ .name = "F", .width = 16 }.initial() ), 0xA5A5u );
     EXPECT_EQ( ( Field{ .name = "F", .width = 16, .powerOn = 0 }.initial() ), 0u );
@@ -23,9 +23,9 @@ TEST( FieldTest, MaximumAndInitialValue ) {
 TEST( FieldTest, SymbolsAreFoundByNameAndValue ) {
     const Field field = { .name = "F", .width = 4, .symbols = { { "A", 2 }, { "B", 7 } } };
     EXPECT_EQ( field.findSymbol( "B" )->value, 7u );
-    EXPECT_EQ( field.findSymbol( uint64_t( 2 ) )->name, "A" );
+    EXPECT_EQ( field.findSymbol( std::uint64_t( 2 ) )->name, "A" );
     EXPECT_EQ( field.findSymbol( "C" ), nullptr );
-    EXPECT_EQ( field.findSymbol( uint64_t( 3 ) ), nullptr );
+    EXPECT_EQ( field.findSymbol( std::uint64_t( 3 ) ), nullptr );
     EXPECT_EQ( field.symbolNames(), ( std::vector<std::string_view>{ "A", "B" } ) );
 }
 
@@ -119,7 +119,7 @@ TEST( SchemaTest, EveryProblemIsNamedWithItsRemedy ) {
           "table ONEr: field VALUE: a register is addressed by "
           "BCMLT_PT_INDEX; make the field data" },
         { "ROUTE", []( Table & t ) { t.fields[0].length = 2; },
-          "table ROUTE: field VRF: an array can not be a key; give it a length of 1" },
+          "table ROUTE: field VRF: an array cannot be a key; give it a length of 1" },
         { "ROUTE", []( Table & t ) { t.fields[3].reset = 4096; },
           "table ROUTE: field COST: reset value 4096 does not fit 12 bits; at most 4095" },
         { "ROUTE", []( Table & t ) { t.fields[3].powerOn = 4096; },

@@ -14,10 +14,10 @@
 namespace SimTest {
 
 /// What a field of `width` bits holds before anybody wrote it, typed out for the widths used below.
-inline constexpr uint64_t unwritten4 = 0x5;
-inline constexpr uint64_t unwritten8 = 0xA5;
-inline constexpr uint64_t unwritten12 = 0x5A5;
-inline constexpr uint64_t unwritten64 = 0xA5A5A5A5A5A5A5A5;
+inline constexpr std::uint64_t unwritten4 = 0x5;
+inline constexpr std::uint64_t unwritten8 = 0xA5;
+inline constexpr std::uint64_t unwritten12 = 0x5A5;
+inline constexpr std::uint64_t unwritten64 = 0xA5A5A5A5A5A5A5A5;
 
 inline Sim::Schema smallSchema() {
     using namespace Sim;
@@ -78,9 +78,8 @@ inline Sim::Schema smallSchema() {
     };
     Schema schema;
     for ( const Table & table : tables ) {
-        if ( const std::string trouble = schema.add( table ); !trouble.empty() ) {
+        if ( const std::string trouble = schema.add( table ); !trouble.empty() )
             throw std::logic_error( trouble );
-        }
     }
     return schema;
 }
@@ -92,35 +91,34 @@ class Entry {
     Entry( Sim::Chip & chip, const char * table, int unit = 0 )
         : chip_( chip ), allocated_( rc( chip.bcmlt_entry_allocate( unit, table, &handle_ ) ) ) {}
     ~Entry() {
-        if ( allocated_ == Sim::Rc::ok ) {
+        if ( allocated_ == Sim::Rc::ok )
             chip_.bcmlt_entry_free( handle_ );
-        }
     }
     Entry( const Entry & ) = delete;
     Entry & operator=( const Entry & ) = delete;
 
-    uint32_t handle() const { return handle_; }
+    std::uint32_t handle() const { return handle_; }
     Sim::Rc allocated() const { return allocated_; }
 
-    Sim::Rc add( const char * field, uint64_t value ) {
+    Sim::Rc add( const char * field, std::uint64_t value ) {
         return rc( chip_.bcmlt_entry_field_add( handle_, field, value ) );
     }
     Sim::Rc symbol( const char * field, const char * symbol ) {
         return rc( chip_.bcmlt_entry_field_symbol_add( handle_, field, symbol ) );
     }
-    Sim::Rc array( const char * field, uint32_t start, const std::vector<uint64_t> & values ) {
-        return rc( chip_.bcmlt_entry_field_array_add( handle_, field, start, values.data(),
-                                                      static_cast<uint32_t>( values.size() ) ) );
+    Sim::Rc array( const char * field, std::uint32_t start,
+                   const std::vector<std::uint64_t> & values ) {
+        return rc( chip_.bcmlt_entry_field_array_add(
+            handle_, field, start, values.data(), static_cast<std::uint32_t>( values.size() ) ) );
     }
     Sim::Rc fromHardware() {
         return rc( chip_.bcmlt_entry_attrib_set( handle_, chip_.BCMLT_ENT_ATTR_GET_FROM_HW() ) );
     }
     /// The value, or nothing if reading it failed.
-    std::optional<uint64_t> get( const char * field ) {
-        uint64_t value = 0;
-        if ( rc( chip_.bcmlt_entry_field_get( handle_, field, &value ) ) != Sim::Rc::ok ) {
+    std::optional<std::uint64_t> get( const char * field ) {
+        std::uint64_t value = 0;
+        if ( rc( chip_.bcmlt_entry_field_get( handle_, field, &value ) ) != Sim::Rc::ok )
             return {};
-        }
         return value;
     }
 
@@ -132,10 +130,10 @@ class Entry {
     Sim::Rc ptSet() { return ptCommit( chip_.BCMLT_PT_OPCODE_SET() ); }
     Sim::Rc ptModify() { return ptCommit( chip_.BCMLT_PT_OPCODE_MODIFY() ); }
 
-    Sim::Rc commit( uint32_t opcode ) {
+    Sim::Rc commit( std::uint32_t opcode ) {
         return rc( chip_.bcmlt_entry_commit( handle_, opcode, chip_.BCMLT_PRIORITY_NORMAL() ) );
     }
-    Sim::Rc ptCommit( uint32_t opcode ) {
+    Sim::Rc ptCommit( std::uint32_t opcode ) {
         return rc( chip_.bcmlt_pt_entry_commit( handle_, opcode, chip_.BCMLT_PRIORITY_NORMAL() ) );
     }
 
@@ -143,7 +141,7 @@ class Entry {
     static Sim::Rc rc( int code ) { return static_cast<Sim::Rc>( code ); }
 
     Sim::Chip & chip_;
-    uint32_t handle_ = 0;
+    std::uint32_t handle_ = 0;
     Sim::Rc allocated_;
 };
 
