@@ -32,7 +32,7 @@
 //
 // Entries
 // - An allocate makes an entry of one table and hands out its handle; the entry lives until it is
-//   freed. Entries that are still there are leaks, and countable. A handle is not handed out again
+//   freed. Entries that are never freed are leaks; they can be counted. A handle is not reused
 //   until its place has been used 65,536 times, so a stale one is told from a live one.
 // - An entry carries the fields that were added to it and, after a LOOKUP or GET, those that were
 //   read. Adding a field again replaces its value. Array fields are carried by the element.
@@ -113,7 +113,7 @@ class Chip final : public Shim::Sdk {
     std::vector<LiveEntry> liveEntries() const;
     std::size_t liveEntryCount() const;
 
-    // --- Looking at the tables, and behind the SDK's back
+    // --- Inspection, and changes behind the SDK's back
     //
     // In what follows a unit, table or row that does not exist gives "nothing" (nullopt, an empty
     // vector) or its Rc; none of it shows in lastError() unless it returns an Rc.
@@ -161,7 +161,7 @@ class Chip final : public Shim::Sdk {
 
     const char * errmsg( int rc ) noexcept override;
 
-    // Numbers that show in a trace what they are and that no two constants share.
+    // No two constants share a number, so that a trace tells what each is.
     std::uint32_t BCMLT_ENT_ATTR_GET_FROM_HW() noexcept override;
     std::uint32_t BCMLT_OPCODE_DELETE() noexcept override;
     std::uint32_t BCMLT_OPCODE_INSERT() noexcept override;

@@ -62,7 +62,7 @@ struct ChipState {
     const Failure * lastFailure() const;
 
     /// Does one operation of the SDK under the lock.
-    template <typename Operation>
+    template <class Operation>
     int operate( Operation && operation ) noexcept {
         const std::lock_guard lock( mutex );
         try {
@@ -103,10 +103,10 @@ struct ChipState {
 
     Rc commitLogical( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority );
     Rc commitPhysical( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority );
-    // Adds a row to a logical table, as it is.
+    // Adds a copy of the row to a logical table.
     Rc addRow( TableState & table, const std::uint64_t * row );
 
-    // --- Looking at the tables, and behind the SDK's back
+    // --- Inspection, and changes behind the SDK's back
 
     Rc pokeHardware( TableState & table, const RowId & id, std::string_view fieldName,
                      std::uint64_t value, std::uint32_t element );

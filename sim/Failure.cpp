@@ -17,7 +17,7 @@ std::uint32_t bitsOf( std::uint64_t value ) {
     return static_cast<std::uint32_t>( std::bit_width( value ) );
 }
 
-// The name of an opcode, priority or attribute number, for someone who put it in the wrong place.
+// The name of an opcode, priority or attribute number, where it was passed in the wrong place.
 std::string constantHint( std::uint64_t number ) {
     switch ( number ) {
     case opcodeDelete:

@@ -17,8 +17,8 @@ namespace Sim {
 using NameCopy = std::array<char, 128>;
 NameCopy copyName( std::string_view name );
 
-// All there is to say about a failed operation. It is put into words only when somebody asks: a
-// lookup of a missing row is an everyday event and must stay cheap.
+// Everything known about a failed operation. The text is built on request only: lookups of missing
+// rows are common and must stay cheap.
 struct Failure {
     std::uint64_t chip = 0;
     Rc rc = Rc::ok;

@@ -48,7 +48,7 @@ Rc ChipState::insert( TableState & table, const std::uint64_t * carried ) {
 }
 
 Rc ChipState::addRow( TableState & table, const std::uint64_t * row ) {
-    // A row that exists is the better thing to hear about a full table.
+    // An existing row is reported as such, also where the table is full.
     if ( table.logicalRows.size() >= table.table.size.rows &&
          table.logicalRows.find( row ) == nullptr ) {
         return fail(

@@ -120,7 +120,7 @@ void addTunnels( Builder & chip ) {
 }
 
 void addTagParsers( Builder & chip ) {
-    // The parsers differ in what they can be told; a parser that nobody set up has no valid tag.
+    // The parsers differ in their fields; a parser that was not set up has no valid tag.
     const Field tagSize = data( "TAG_SIZE", 2 );
     const Field valid = data( "VALID", 1, 0 );
     const Field ethertype = data( "ETHERTYPE", 16 );

@@ -7,8 +7,8 @@
 
 namespace Sim {
 
-Layout::Layout( const Table & table ) {
-    maskWords_ = ( flagBits + table.elementCount() + 63 ) / 64;
+Layout::Layout( const Table & table )
+    : maskWords_( ( flagBits + table.elementCount() + 63 ) / 64 ) {
     elements_.reserve( table.elementCount() );
     std::uint32_t word = maskWords_;
     std::uint32_t shift = 0;

@@ -27,7 +27,7 @@ struct KeyHash {
 };
 
 /// Where the elements of a table stand in a row image. The elements of all fields are numbered
-/// through in the order of the schema.
+/// consecutively, in the order of the schema.
 class Layout {
   public:
     explicit Layout( const Table & table );
@@ -110,7 +110,7 @@ class Layout {
     std::vector<std::uint64_t> initialImage_;
     std::vector<std::uint64_t> resetImage_;
     std::uint32_t words_ = 0;
-    std::uint32_t maskWords_ = 0;
+    std::uint32_t maskWords_;
 };
 
 /// The rows of a logical table: a hash table with the rows in its slots (linear probing, removal by
@@ -153,7 +153,7 @@ class HashedRows {
     std::size_t size_ = 0;
 };
 
-/// The rows of a physical table, numbered through: pages of rows, made when a row of them is first
+/// The rows of a physical table, numbered consecutively: pages of rows, made when a row of them is first
 /// written. The hardware's copy is kept only where it differs.
 class PagedRows {
   public:

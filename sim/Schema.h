@@ -10,9 +10,8 @@
 //
 //     Sim::Schema schema = Sim::referenceSchema();
 //     std::string trouble = schema.resize( "EGR_TUNNEL_ECN_ENCAPm", { .rows = 64 } );
-//     if( trouble.empty() ) {
+//     if ( trouble.empty() )
 //         chip.addUnit( 0, schema );
-//     }
 //
 // A schema is a plain value: copy it, change it, check it, hand it to a chip. Nothing in here is
 // safe against a change by another thread.
