@@ -113,7 +113,7 @@ std::size_t allocatedBytes() {
 }
 
 // Fills an empty table, growth included; the time is that of one row.
-template <typename Fill>
+template <class Fill>
 void fill( benchmark::State & state, Fill && fillTable ) {
     double bytes = 0;
     for ( auto _ : state ) {
@@ -142,7 +142,7 @@ void fillMemory( benchmark::State & state ) {
 }
 
 // Two visits: takes a row out and puts it back, so that the table keeps its size.
-template <typename Order>
+template <class Order>
 void deleteInsert( benchmark::State & state ) {
     Bench bench( static_cast<std::uint32_t>( rowsOf( state ) ) );
     bench.fillLogical( rowsOf( state ) );
@@ -154,7 +154,7 @@ void deleteInsert( benchmark::State & state ) {
     }
 }
 
-template <typename Order>
+template <class Order>
 void lookup( benchmark::State & state ) {
     Bench bench( static_cast<std::uint32_t>( rowsOf( state ) ) );
     bench.fillLogical( rowsOf( state ) );
@@ -163,7 +163,7 @@ void lookup( benchmark::State & state ) {
         bench.logical( bench.chip().BCMLT_OPCODE_LOOKUP(), rows.next(), 0 );
 }
 
-template <typename Order>
+template <class Order>
 void update( benchmark::State & state ) {
     Bench bench( static_cast<std::uint32_t>( rowsOf( state ) ) );
     bench.fillLogical( rowsOf( state ) );
@@ -174,7 +174,7 @@ void update( benchmark::State & state ) {
     }
 }
 
-template <typename Order>
+template <class Order>
 void modify( benchmark::State & state ) {
     Bench bench( static_cast<std::uint32_t>( rowsOf( state ) ) );
     bench.fillMemory( rowsOf( state ) );

@@ -7,11 +7,10 @@ namespace Interpose {
 namespace {
 
 std::string operationText( const Event & event ) {
-    if ( event.call == SdkCall::entryAllocate ) {
+    if ( event.call == SdkCall::entryAllocate )
         return fmt::format( "{} unit {} {}", name( event.call ), event.unit, event.table );
-    }
-    const std::string text = fmt::format( "{} entry {}{}{}", name( event.call ), event.handle,
-                                          event.table.empty() ? "" : " ", event.table );
+    std::string text = fmt::format( "{} entry {}{}{}", name( event.call ), event.handle,
+                                    event.table.empty() ? "" : " ", event.table );
     switch ( event.call ) {
     case SdkCall::entryAttribSet:
         return fmt::format( "{} {}", text, toText( event.attribute ) );
@@ -35,12 +34,10 @@ std::string operationText( const Event & event ) {
 }
 
 std::string operationResult( const Event & event ) {
-    if ( event.call == SdkCall::entryAllocate && event.rc >= 0 ) {
+    if ( event.call == SdkCall::entryAllocate && event.rc >= 0 )
         return fmt::format( "entry {} rc {}", event.handle, event.rc );
-    }
-    if ( event.call == SdkCall::entryFieldGet && !event.values.empty() ) {
+    if ( event.call == SdkCall::entryFieldGet && !event.values.empty() )
         return fmt::format( "{} rc {}", fmt::join( event.values, " " ), event.rc );
-    }
     return fmt::format( "rc {}", event.rc );
 }
 

@@ -14,7 +14,7 @@ namespace Interpose {
 
 /// A number that stands for one of the SDK's constants.
 struct SdkNumber {
-    uint32_t number = 0;
+    std::uint32_t number = 0;
     std::optional<SdkCall> constant = {}; ///< which; nothing if it is none of them
 
     bool operator==( const SdkNumber & ) const = default;
@@ -30,18 +30,18 @@ struct Event {
     /// Operations: the entry, its unit and its table. For a handle that no allocate through this
     /// recorder handed out, the unit is -1 and the table empty. An allocate has its handle once it
     /// has returned, and BCMLT_INVALID_HDL before that and if it failed.
-    uint32_t handle = 0;
+    std::uint32_t handle = 0;
     int unit = -1;
     std::string table = {};
 
     std::string field = {};
     std::string symbol = {};
     /// Field operations: the values added; the value read, once it has been read.
-    std::vector<uint64_t> values = {};
+    std::vector<std::uint64_t> values = {};
     /// Array add: the first element, and the number of elements. Of more than `maxRecordedValues`
     /// only the first ones are in `values`.
-    uint32_t startIndex = 0;
-    uint32_t count = 0;
+    std::uint32_t startIndex = 0;
+    std::uint32_t count = 0;
 
     /// Commits; attribute set.
     SdkNumber opcode = {};
@@ -49,7 +49,7 @@ struct Event {
     SdkNumber attribute = {};
 
     /// Constants: the number, or the name text. errmsg: its text, and in `rc` the code asked for.
-    uint32_t result = 0;
+    std::uint32_t result = 0;
     std::string text = {};
     /// Operations: the return code, 0 before the call has returned.
     int rc = 0;
@@ -59,7 +59,7 @@ struct Event {
 };
 
 /// An array add is recorded up to this many elements.
-inline constexpr uint32_t maxRecordedValues = 64;
+inline constexpr std::uint32_t maxRecordedValues = 64;
 
 /// One readable line without an end of line; before the call has returned, without its result.
 std::string toText( const Event & event );

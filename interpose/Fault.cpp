@@ -21,9 +21,8 @@ bool namesField( SdkCall operation ) {
 
 std::string_view trimmed( std::string_view text ) {
     const std::size_t first = text.find_first_not_of( " \t" );
-    if ( first == std::string_view::npos ) {
+    if ( first == std::string_view::npos )
         return {};
-    }
     return text.substr( first, text.find_last_not_of( " \t" ) - first + 1 );
 }
 
@@ -38,12 +37,10 @@ class Parser {
             parseWord( trimmed( text.substr( 0, comma ) ) );
             text.remove_prefix( isLast ? text.size() : comma + 1 );
         }
-        if ( error_.empty() ) {
+        if ( error_.empty() )
             finish();
-        }
-        if ( !error_.empty() ) {
+        if ( !error_.empty() )
             return { {}, std::move( error_ ) };
-        }
         return { std::move( fault_ ), {} };
     }
 
@@ -52,9 +49,8 @@ class Parser {
         word_ = word;
         const std::size_t equals = word.find( '=' );
         const std::string_view key = trimmed( word.substr( 0, equals ) );
-        if ( std::find( seen_.begin(), seen_.end(), key ) != seen_.end() ) {
+        if ( std::find( seen_.begin(), seen_.end(), key ) != seen_.end() )
             return report( "it is there twice; leave one out" );
-        }
         seen_.push_back( key );
         if ( key == "always" && equals == std::string_view::npos ) {
             fault_.always = true;
@@ -85,7 +81,7 @@ class Parser {
         } else if ( key == "rc" ) {
             fault_.rc = number<int>( value, std::numeric_limits<int>::min() );
         } else if ( key == "at" ) {
-            fault_.occurrence = number<uint64_t>( value, 1 );
+            fault_.occurrence = number<std::uint64_t>( value, 1 );
         } else if ( value == "invalid" ) {
             fault_.invalidHandle = true;
         } else {
@@ -95,9 +91,8 @@ class Parser {
 
     void parseOperation( std::string_view value ) {
         fault_.operation = operationByName( value );
-        if ( fault_.operation ) {
+        if ( fault_.operation )
             return;
-        }
         std::string list;
         std::vector<std::string_view> names;
         for ( const SdkCall call : sdkOperations() ) {
@@ -108,7 +103,7 @@ class Parser {
         report( "the operations are " + list + Text::nearestHint( value, names ) );
     }
 
-    template <typename Number>
+    template <class Number>
     Number number( std::string_view value, Number least ) {
         Number result = 0;
         const auto [end, error] =
@@ -128,20 +123,17 @@ class Parser {
             return;
         }
         if ( fault_.invalidHandle ) {
-            if ( !hasCode ) {
+            if ( !hasCode )
                 fault_.rc = 0;
-            }
-            if ( !fault_.operation ) {
+            if ( !fault_.operation )
                 fault_.operation = SdkCall::entryAllocate;
-            }
         }
         error_ = check( fault_ );
     }
 
     void report( const std::string & what ) {
-        if ( error_.empty() ) {
+        if ( error_.empty() )
             error_ = "\"" + std::string( word_ ) + "\": " + what;
-        }
     }
 
     Fault fault_;
@@ -153,17 +145,15 @@ class Parser {
 } // namespace
 
 std::string check( const Fault & fault ) {
-    if ( fault.operation && kind( *fault.operation ) != SdkCallKind::operation ) {
+    if ( fault.operation && kind( *fault.operation ) != SdkCallKind::operation )
         return std::string( name( *fault.operation ) ) + " is not an operation that can fail";
-    }
     if ( fault.invalidHandle ) {
         if ( fault.operation && *fault.operation != SdkCall::entryAllocate ) {
             return std::string( name( *fault.operation ) ) +
                    " hands out no handle; an invalid handle goes with bcmlt_entry_allocate";
         }
-        if ( fault.rc < 0 ) {
+        if ( fault.rc < 0 )
             return "an invalid handle goes with success; give a code of 0 or more, or none";
-        }
     } else if ( fault.rc == 0 && !fault.overridesRefusal ) {
         return "code 0 is success; give a negative or a positive one";
     }
@@ -173,9 +163,8 @@ std::string check( const Fault & fault ) {
         return std::string( name( fault.operation.value_or( SdkCall::entryAllocate ) ) ) +
                " names no field; leave the field out";
     }
-    if ( fault.occurrence == 0 ) {
+    if ( fault.occurrence == 0 )
         return "occurrences are counted from 1";
-    }
     return {};
 }
 
@@ -183,28 +172,21 @@ ParsedFault parseFault( std::string_view text ) { return Parser().parse( text );
 
 std::string toText( const Fault & fault ) {
     std::string text;
-    if ( fault.operation ) {
+    if ( fault.operation )
         text += "op=" + std::string( name( *fault.operation ) ) + ",";
-    }
-    if ( fault.table ) {
+    if ( fault.table )
         text += "table=" + *fault.table + ",";
-    }
-    if ( fault.field ) {
+    if ( fault.field )
         text += "field=" + *fault.field + ",";
-    }
-    if ( fault.unit ) {
+    if ( fault.unit )
         text += "unit=" + std::to_string( *fault.unit ) + ",";
-    }
-    if ( fault.invalidHandle ) {
+    if ( fault.invalidHandle )
         text += "handle=invalid,";
-    }
-    if ( !fault.invalidHandle || fault.rc != 0 ) {
+    if ( !fault.invalidHandle || fault.rc != 0 )
         text += "rc=" + std::to_string( fault.rc ) + ",";
-    }
     text += "at=" + std::to_string( fault.occurrence );
-    if ( fault.always ) {
+    if ( fault.always )
         text += ",always";
-    }
     return text;
 }
 

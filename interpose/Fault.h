@@ -22,7 +22,7 @@ struct Fault {
     std::optional<int> unit = {};
 
     /// Strikes at the operation that matches for the `occurrence`th time, counted from 1 ...
-    uint64_t occurrence = 1;
+    std::uint64_t occurrence = 1;
     /// ... and, if this is set, at every match after it.
     bool always = false;
 

@@ -14,13 +14,12 @@ namespace {
 
 bool matches( const Fault & fault, const Operation & operation,
               const HandleDirectory::Entry & entry ) {
-    if ( fault.invalidHandle && operation.call != SdkCall::entryAllocate ) {
+    if ( fault.invalidHandle && operation.call != SdkCall::entryAllocate )
         return false;
-    }
     return ( !fault.operation || *fault.operation == operation.call ) &&
            ( !fault.unit || *fault.unit == entry.unit ) &&
            ( !fault.table || *fault.table == entry.table ) &&
-           ( !fault.field || ( operation.field && *fault.field == operation.field ) );
+           ( !fault.field || ( operation.field != nullptr && *fault.field == operation.field ) );
 }
 
 } // namespace
@@ -38,19 +37,16 @@ struct FaultInjector::State {
         const std::lock_guard lock( mutex );
         FaultReport * striking = nullptr;
         for ( FaultReport & report : faults ) {
-            if ( !matches( report.fault, operation, entry ) ) {
+            if ( !matches( report.fault, operation, entry ) )
                 continue;
-            }
             ++report.matches;
             const bool isDue = report.fault.always ? report.matches >= report.fault.occurrence
                                                    : report.matches == report.fault.occurrence;
-            if ( isDue && !striking ) {
+            if ( isDue && striking == nullptr )
                 striking = &report;
-            }
         }
-        if ( !striking ) {
+        if ( striking == nullptr )
             return nullptr;
-        }
         ++striking->strikes;
         return &striking->fault;
     }
@@ -63,9 +59,8 @@ FaultInjector::~FaultInjector() = default;
 
 void FaultInjector::add( Fault fault ) {
     const std::string problem = check( fault );
-    if ( !problem.empty() ) {
+    if ( !problem.empty() )
         throw std::invalid_argument( problem );
-    }
     const std::lock_guard lock( state_->mutex );
     state_->faults.push_back( { std::move( fault ) } );
 }
@@ -78,37 +73,31 @@ std::vector<FaultReport> FaultInjector::reports() const {
 std::vector<Fault> FaultInjector::unfired() const {
     std::vector<Fault> faults;
     for ( FaultReport & report : reports() ) {
-        if ( report.strikes == 0 ) {
+        if ( report.strikes == 0 )
             faults.push_back( std::move( report.fault ) );
-        }
     }
     return faults;
 }
 
 int FaultInjector::operate( const Operation & operation ) noexcept {
     const Fault * const fault = state_->strike( operation );
-    if ( !fault ) {
+    if ( fault == nullptr )
         return state_->entries.perform( operation );
-    }
-    if ( fault->rc < 0 ) {
+    if ( fault->rc < 0 )
         return fault->rc;
-    }
     const auto invalidateHandle = [&] {
-        if ( operation.newHandle ) {
+        if ( operation.newHandle != nullptr )
             *operation.newHandle = state_->entries.invalidHandle();
-        }
     };
     if ( fault->invalidHandle ) {
         invalidateHandle();
         return fault->rc;
     }
     const int rc = state_->entries.perform( operation );
-    if ( rc >= 0 ) {
+    if ( rc >= 0 )
         return fault->rc;
-    }
-    if ( !fault->overridesRefusal ) {
+    if ( !fault->overridesRefusal )
         return rc;
-    }
     invalidateHandle();
     return fault->rc;
 }

@@ -20,8 +20,8 @@ namespace Interpose {
 /// A fault, and how often it matched and struck.
 struct FaultReport {
     Fault fault;
-    uint64_t matches = 0; ///< operations that it was about
-    uint64_t strikes = 0; ///< operations that it changed
+    std::uint64_t matches = 0; ///< operations that it was about
+    std::uint64_t strikes = 0; ///< operations that it changed
 };
 
 /// An interposer. All that no fault strikes is passed on unchanged, error texts,
@@ -34,8 +34,8 @@ struct FaultReport {
 /// while the SDK works.
 class FaultInjector final : public Interposer {
   public:
-    /// `inner` must outlive the injector.
-    explicit FaultInjector( Shim::Sdk & inner );
+    /// `sdk` must outlive the injector.
+    explicit FaultInjector( Shim::Sdk & sdk );
     ~FaultInjector();
 
     /// Adds a fault; matches are counted from now on. Throws std::invalid_argument if the fault

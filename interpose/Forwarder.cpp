@@ -4,61 +4,65 @@ namespace Interpose {
 
 const char * Forwarder::errmsg( int rc ) noexcept { return inner_.errmsg( rc ); }
 
-uint32_t Forwarder::BCMLT_ENT_ATTR_GET_FROM_HW() noexcept {
+std::uint32_t Forwarder::BCMLT_ENT_ATTR_GET_FROM_HW() noexcept {
     return inner_.BCMLT_ENT_ATTR_GET_FROM_HW();
 }
-uint32_t Forwarder::BCMLT_OPCODE_DELETE() noexcept { return inner_.BCMLT_OPCODE_DELETE(); }
-uint32_t Forwarder::BCMLT_OPCODE_INSERT() noexcept { return inner_.BCMLT_OPCODE_INSERT(); }
-uint32_t Forwarder::BCMLT_OPCODE_LOOKUP() noexcept { return inner_.BCMLT_OPCODE_LOOKUP(); }
-uint32_t Forwarder::BCMLT_OPCODE_UPDATE() noexcept { return inner_.BCMLT_OPCODE_UPDATE(); }
-uint32_t Forwarder::BCMLT_PRIORITY_NORMAL() noexcept { return inner_.BCMLT_PRIORITY_NORMAL(); }
-uint32_t Forwarder::BCMLT_PT_OPCODE_GET() noexcept { return inner_.BCMLT_PT_OPCODE_GET(); }
-uint32_t Forwarder::BCMLT_PT_OPCODE_MODIFY() noexcept { return inner_.BCMLT_PT_OPCODE_MODIFY(); }
-uint32_t Forwarder::BCMLT_PT_OPCODE_SET() noexcept { return inner_.BCMLT_PT_OPCODE_SET(); }
+std::uint32_t Forwarder::BCMLT_OPCODE_DELETE() noexcept { return inner_.BCMLT_OPCODE_DELETE(); }
+std::uint32_t Forwarder::BCMLT_OPCODE_INSERT() noexcept { return inner_.BCMLT_OPCODE_INSERT(); }
+std::uint32_t Forwarder::BCMLT_OPCODE_LOOKUP() noexcept { return inner_.BCMLT_OPCODE_LOOKUP(); }
+std::uint32_t Forwarder::BCMLT_OPCODE_UPDATE() noexcept { return inner_.BCMLT_OPCODE_UPDATE(); }
+std::uint32_t Forwarder::BCMLT_PRIORITY_NORMAL() noexcept { return inner_.BCMLT_PRIORITY_NORMAL(); }
+std::uint32_t Forwarder::BCMLT_PT_OPCODE_GET() noexcept { return inner_.BCMLT_PT_OPCODE_GET(); }
+std::uint32_t Forwarder::BCMLT_PT_OPCODE_MODIFY() noexcept {
+    return inner_.BCMLT_PT_OPCODE_MODIFY();
+}
+std::uint32_t Forwarder::BCMLT_PT_OPCODE_SET() noexcept { return inner_.BCMLT_PT_OPCODE_SET(); }
 
-int Forwarder::bcmlt_entry_allocate( int unit, const char * table, uint32_t * handle ) noexcept {
+int Forwarder::bcmlt_entry_allocate( int unit, const char * table,
+                                     std::uint32_t * handle ) noexcept {
     return inner_.bcmlt_entry_allocate( unit, table, handle );
 }
 
-int Forwarder::bcmlt_entry_attrib_set( uint32_t handle, uint32_t attribute ) noexcept {
+int Forwarder::bcmlt_entry_attrib_set( std::uint32_t handle, std::uint32_t attribute ) noexcept {
     return inner_.bcmlt_entry_attrib_set( handle, attribute );
 }
 
-int Forwarder::bcmlt_entry_commit( uint32_t handle, uint32_t opcode, uint32_t priority ) noexcept {
+int Forwarder::bcmlt_entry_commit( std::uint32_t handle, std::uint32_t opcode,
+                                   std::uint32_t priority ) noexcept {
     return inner_.bcmlt_entry_commit( handle, opcode, priority );
 }
 
-int Forwarder::bcmlt_entry_field_add( uint32_t handle, const char * field,
-                                      uint64_t value ) noexcept {
+int Forwarder::bcmlt_entry_field_add( std::uint32_t handle, const char * field,
+                                      std::uint64_t value ) noexcept {
     return inner_.bcmlt_entry_field_add( handle, field, value );
 }
 
-int Forwarder::bcmlt_entry_field_array_add( uint32_t handle, const char * field,
-                                            uint32_t startIndex, const uint64_t * values,
-                                            uint32_t count ) noexcept {
+int Forwarder::bcmlt_entry_field_array_add( std::uint32_t handle, const char * field,
+                                            std::uint32_t startIndex, const std::uint64_t * values,
+                                            std::uint32_t count ) noexcept {
     return inner_.bcmlt_entry_field_array_add( handle, field, startIndex, values, count );
 }
 
-int Forwarder::bcmlt_entry_field_get( uint32_t handle, const char * field,
-                                      uint64_t * value ) noexcept {
+int Forwarder::bcmlt_entry_field_get( std::uint32_t handle, const char * field,
+                                      std::uint64_t * value ) noexcept {
     return inner_.bcmlt_entry_field_get( handle, field, value );
 }
 
-int Forwarder::bcmlt_entry_field_symbol_add( uint32_t handle, const char * field,
+int Forwarder::bcmlt_entry_field_symbol_add( std::uint32_t handle, const char * field,
                                              const char * symbol ) noexcept {
     return inner_.bcmlt_entry_field_symbol_add( handle, field, symbol );
 }
 
-int Forwarder::bcmlt_entry_free( uint32_t handle ) noexcept {
+int Forwarder::bcmlt_entry_free( std::uint32_t handle ) noexcept {
     return inner_.bcmlt_entry_free( handle );
 }
 
-int Forwarder::bcmlt_pt_entry_commit( uint32_t handle, uint32_t opcode,
-                                      uint32_t priority ) noexcept {
+int Forwarder::bcmlt_pt_entry_commit( std::uint32_t handle, std::uint32_t opcode,
+                                      std::uint32_t priority ) noexcept {
     return inner_.bcmlt_pt_entry_commit( handle, opcode, priority );
 }
 
-uint32_t Forwarder::BCMLT_INVALID_HDL() noexcept { return inner_.BCMLT_INVALID_HDL(); }
+std::uint32_t Forwarder::BCMLT_INVALID_HDL() noexcept { return inner_.BCMLT_INVALID_HDL(); }
 
 const char * Forwarder::ENABLEs() noexcept { return inner_.ENABLEs(); }
 const char * Forwarder::NUM_LANESs() noexcept { return inner_.NUM_LANESs(); }

@@ -3,9 +3,8 @@
 namespace Interpose {
 
 HandleDirectory::Entry HandleDirectory::find( const Operation & operation ) const {
-    if ( operation.call == SdkCall::entryAllocate ) {
-        return { operation.unit, operation.table ? operation.table : "" };
-    }
+    if ( operation.call == SdkCall::entryAllocate )
+        return { operation.unit, operation.table != nullptr ? operation.table : "" };
     const std::lock_guard lock( mutex_ );
     const auto it = entries_.find( operation.handle );
     return it == entries_.end() ? Entry{} : it->second;
@@ -24,7 +23,7 @@ int HandleDirectory::perform( const Operation & operation ) {
         const std::lock_guard lock( mutex_ );
         entries_.insert( std::move( freed ) );
     }
-    if ( operation.call == SdkCall::entryAllocate && rc >= 0 && operation.newHandle &&
+    if ( operation.call == SdkCall::entryAllocate && rc >= 0 && operation.newHandle != nullptr &&
          *operation.newHandle != invalidHandle_ ) {
         const std::lock_guard lock( mutex_ );
         const auto table = tables_.emplace( operation.table ).first;

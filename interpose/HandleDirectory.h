@@ -24,7 +24,7 @@ class HandleDirectory {
     explicit HandleDirectory( Shim::Sdk & sdk )
         : sdk_( sdk ), invalidHandle_( sdk.BCMLT_INVALID_HDL() ) {}
 
-    uint32_t invalidHandle() const { return invalidHandle_; }
+    std::uint32_t invalidHandle() const { return invalidHandle_; }
 
     /// What an operation is about: the unit and the table that an allocate names, or those of the
     /// entry; unit -1 and no table if its handle is not known.
@@ -35,9 +35,9 @@ class HandleDirectory {
 
   private:
     Shim::Sdk & sdk_;
-    const uint32_t invalidHandle_;
+    const std::uint32_t invalidHandle_;
     mutable std::mutex mutex_;
-    std::unordered_map<uint32_t, Entry> entries_;
+    std::unordered_map<std::uint32_t, Entry> entries_;
     std::unordered_set<std::string> tables_;
 };
 

@@ -27,18 +27,22 @@ class Interposer : public Forwarder {
   public:
     using Forwarder::Forwarder;
 
-    int bcmlt_entry_allocate( int unit, const char * table, uint32_t * handle ) noexcept final;
-    int bcmlt_entry_attrib_set( uint32_t handle, uint32_t attribute ) noexcept final;
-    int bcmlt_entry_commit( uint32_t handle, uint32_t opcode, uint32_t priority ) noexcept final;
-    int bcmlt_entry_field_add( uint32_t handle, const char * field, uint64_t value ) noexcept final;
-    int bcmlt_entry_field_array_add( uint32_t handle, const char * field, uint32_t startIndex,
-                                     const uint64_t * values, uint32_t count ) noexcept final;
-    int bcmlt_entry_field_get( uint32_t handle, const char * field,
-                               uint64_t * value ) noexcept final;
-    int bcmlt_entry_field_symbol_add( uint32_t handle, const char * field,
+    int bcmlt_entry_allocate( int unit, const char * table, std::uint32_t * handle ) noexcept final;
+    int bcmlt_entry_attrib_set( std::uint32_t handle, std::uint32_t attribute ) noexcept final;
+    int bcmlt_entry_commit( std::uint32_t handle, std::uint32_t opcode,
+                            std::uint32_t priority ) noexcept final;
+    int bcmlt_entry_field_add( std::uint32_t handle, const char * field,
+                               std::uint64_t value ) noexcept final;
+    int bcmlt_entry_field_array_add( std::uint32_t handle, const char * field,
+                                     std::uint32_t startIndex, const std::uint64_t * values,
+                                     std::uint32_t count ) noexcept final;
+    int bcmlt_entry_field_get( std::uint32_t handle, const char * field,
+                               std::uint64_t * value ) noexcept final;
+    int bcmlt_entry_field_symbol_add( std::uint32_t handle, const char * field,
                                       const char * symbol ) noexcept final;
-    int bcmlt_entry_free( uint32_t handle ) noexcept final;
-    int bcmlt_pt_entry_commit( uint32_t handle, uint32_t opcode, uint32_t priority ) noexcept final;
+    int bcmlt_entry_free( std::uint32_t handle ) noexcept final;
+    int bcmlt_pt_entry_commit( std::uint32_t handle, std::uint32_t opcode,
+                               std::uint32_t priority ) noexcept final;
 
   protected:
     ~Interposer() = default;

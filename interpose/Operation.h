@@ -15,25 +15,25 @@ namespace Interpose {
 /// does not have keep their defaults.
 struct Operation {
     SdkCall call = SdkCall::entryFree; ///< one of sdkOperations()
-    uint32_t handle = 0;               ///< all but the allocate
+    std::uint32_t handle = 0;          ///< all but the allocate
 
     /// Allocate.
     int unit = -1;
     const char * table = nullptr;
-    uint32_t * newHandle = nullptr;
+    std::uint32_t * newHandle = nullptr;
 
     /// Field operations. An add of a scalar has one value.
     const char * field = nullptr;
     const char * symbol = nullptr;
-    const uint64_t * values = nullptr;
-    uint32_t startIndex = 0;
-    uint32_t count = 0;
-    uint64_t * result = nullptr;
+    const std::uint64_t * values = nullptr;
+    std::uint32_t startIndex = 0;
+    std::uint32_t count = 0;
+    std::uint64_t * result = nullptr;
 
     /// Commits; attribute set.
-    uint32_t opcode = 0;
-    uint32_t priority = 0;
-    uint32_t attribute = 0;
+    std::uint32_t opcode = 0;
+    std::uint32_t priority = 0;
+    std::uint32_t attribute = 0;
 };
 
 /// Performs the operation and returns its code.

@@ -34,13 +34,12 @@ struct Recorder::State {
 
     static Numbers numbersOf( Shim::Sdk & sdk, std::initializer_list<SdkCall> constants ) {
         Numbers numbers;
-        for ( const SdkCall constant : constants ) {
+        for ( const SdkCall constant : constants )
             numbers.push_back( { askNumber( sdk, constant ), constant } );
-        }
         return numbers;
     }
 
-    static SdkNumber find( const Numbers & numbers, uint32_t number ) {
+    static SdkNumber find( const Numbers & numbers, std::uint32_t number ) {
         const auto it = std::find_if( numbers.begin(), numbers.end(),
                                       [&]( const SdkNumber & n ) { return n.number == number; } );
         return it == numbers.end() ? SdkNumber{ number } : *it;
@@ -53,9 +52,9 @@ struct Recorder::State {
                      .handle = allocates ? entries.invalidHandle() : operation.handle,
                      .unit = entry.unit,
                      .table = std::string( entry.table ),
-                     .field = operation.field ? operation.field : "",
-                     .symbol = operation.symbol ? operation.symbol : "" };
-        if ( operation.values ) {
+                     .field = operation.field != nullptr ? operation.field : "",
+                     .symbol = operation.symbol != nullptr ? operation.symbol : "" };
+        if ( operation.values != nullptr ) {
             event.values.assign( operation.values,
                                  operation.values +
                                      std::min( operation.count, maxRecordedValues ) );
@@ -82,24 +81,21 @@ struct Recorder::State {
 
     // Makes one call between the two looks of the observer, and writes it down. `make` puts what
     // the call returns into the event.
-    template <typename Make>
+    template <class Make>
     void record( Event event, Make && make ) {
-        if ( observer ) {
+        if ( observer )
             observer( Moment::before, event );
-        }
         make( event );
         event.returned = true;
-        if ( observer ) {
+        if ( observer )
             observer( Moment::after, event );
-        }
         const std::lock_guard lock( mutex );
-        if ( keepConstants || kind( event.call ) != SdkCallKind::constant ) {
+        if ( keepConstants || kind( event.call ) != SdkCallKind::constant )
             events.push_back( std::move( event ) );
-        }
     }
 
     // The same for a call that returns a text.
-    template <typename Ask>
+    template <class Ask>
     const char * recordText( Event event, Ask && ask ) {
         const char * text = nullptr;
         record( std::move( event ), [&]( Event & e ) {
@@ -141,18 +137,16 @@ int Recorder::operate( const Operation & operation ) noexcept {
     int rc = 0;
     state_->record( state_->eventOf( operation ), [&]( Event & event ) {
         rc = event.rc = state_->entries.perform( operation );
-        if ( rc >= 0 && operation.newHandle ) {
+        if ( rc >= 0 && operation.newHandle != nullptr )
             event.handle = *operation.newHandle;
-        }
-        if ( rc >= 0 && operation.result ) {
+        if ( rc >= 0 && operation.result != nullptr )
             event.values = { *operation.result };
-        }
     } );
     return rc;
 }
 
-uint32_t Recorder::number( SdkCall call ) noexcept {
-    uint32_t number = 0;
+std::uint32_t Recorder::number( SdkCall call ) noexcept {
+    std::uint32_t number = 0;
     state_->record( { .call = call },
                     [&]( Event & e ) { number = e.result = askNumber( inner(), call ); } );
     return number;
@@ -175,18 +169,22 @@ void Recorder::failureHook() noexcept {
     state_->record( { .call = SdkCall::failureHook }, [&]( Event & ) { inner().failureHook(); } );
 }
 
-uint32_t Recorder::BCMLT_ENT_ATTR_GET_FROM_HW() noexcept {
+std::uint32_t Recorder::BCMLT_ENT_ATTR_GET_FROM_HW() noexcept {
     return number( SdkCall::attrGetFromHw );
 }
-uint32_t Recorder::BCMLT_OPCODE_DELETE() noexcept { return number( SdkCall::opcodeDelete ); }
-uint32_t Recorder::BCMLT_OPCODE_INSERT() noexcept { return number( SdkCall::opcodeInsert ); }
-uint32_t Recorder::BCMLT_OPCODE_LOOKUP() noexcept { return number( SdkCall::opcodeLookup ); }
-uint32_t Recorder::BCMLT_OPCODE_UPDATE() noexcept { return number( SdkCall::opcodeUpdate ); }
-uint32_t Recorder::BCMLT_PRIORITY_NORMAL() noexcept { return number( SdkCall::priorityNormal ); }
-uint32_t Recorder::BCMLT_PT_OPCODE_GET() noexcept { return number( SdkCall::ptOpcodeGet ); }
-uint32_t Recorder::BCMLT_PT_OPCODE_MODIFY() noexcept { return number( SdkCall::ptOpcodeModify ); }
-uint32_t Recorder::BCMLT_PT_OPCODE_SET() noexcept { return number( SdkCall::ptOpcodeSet ); }
-uint32_t Recorder::BCMLT_INVALID_HDL() noexcept { return number( SdkCall::invalidHandle ); }
+std::uint32_t Recorder::BCMLT_OPCODE_DELETE() noexcept { return number( SdkCall::opcodeDelete ); }
+std::uint32_t Recorder::BCMLT_OPCODE_INSERT() noexcept { return number( SdkCall::opcodeInsert ); }
+std::uint32_t Recorder::BCMLT_OPCODE_LOOKUP() noexcept { return number( SdkCall::opcodeLookup ); }
+std::uint32_t Recorder::BCMLT_OPCODE_UPDATE() noexcept { return number( SdkCall::opcodeUpdate ); }
+std::uint32_t Recorder::BCMLT_PRIORITY_NORMAL() noexcept {
+    return number( SdkCall::priorityNormal );
+}
+std::uint32_t Recorder::BCMLT_PT_OPCODE_GET() noexcept { return number( SdkCall::ptOpcodeGet ); }
+std::uint32_t Recorder::BCMLT_PT_OPCODE_MODIFY() noexcept {
+    return number( SdkCall::ptOpcodeModify );
+}
+std::uint32_t Recorder::BCMLT_PT_OPCODE_SET() noexcept { return number( SdkCall::ptOpcodeSet ); }
+std::uint32_t Recorder::BCMLT_INVALID_HDL() noexcept { return number( SdkCall::invalidHandle ); }
 
 const char * Recorder::ENABLEs() noexcept { return text( SdkCall::enableName ); }
 const char * Recorder::NUM_LANESs() noexcept { return text( SdkCall::numLanesName ); }

@@ -59,16 +59,16 @@ class Recorder final : public Interposer {
     void clear();
 
     const char * errmsg( int rc ) noexcept override;
-    uint32_t BCMLT_ENT_ATTR_GET_FROM_HW() noexcept override;
-    uint32_t BCMLT_OPCODE_DELETE() noexcept override;
-    uint32_t BCMLT_OPCODE_INSERT() noexcept override;
-    uint32_t BCMLT_OPCODE_LOOKUP() noexcept override;
-    uint32_t BCMLT_OPCODE_UPDATE() noexcept override;
-    uint32_t BCMLT_PRIORITY_NORMAL() noexcept override;
-    uint32_t BCMLT_PT_OPCODE_GET() noexcept override;
-    uint32_t BCMLT_PT_OPCODE_MODIFY() noexcept override;
-    uint32_t BCMLT_PT_OPCODE_SET() noexcept override;
-    uint32_t BCMLT_INVALID_HDL() noexcept override;
+    std::uint32_t BCMLT_ENT_ATTR_GET_FROM_HW() noexcept override;
+    std::uint32_t BCMLT_OPCODE_DELETE() noexcept override;
+    std::uint32_t BCMLT_OPCODE_INSERT() noexcept override;
+    std::uint32_t BCMLT_OPCODE_LOOKUP() noexcept override;
+    std::uint32_t BCMLT_OPCODE_UPDATE() noexcept override;
+    std::uint32_t BCMLT_PRIORITY_NORMAL() noexcept override;
+    std::uint32_t BCMLT_PT_OPCODE_GET() noexcept override;
+    std::uint32_t BCMLT_PT_OPCODE_MODIFY() noexcept override;
+    std::uint32_t BCMLT_PT_OPCODE_SET() noexcept override;
+    std::uint32_t BCMLT_INVALID_HDL() noexcept override;
     const char * ENABLEs() noexcept override;
     const char * NUM_LANESs() noexcept override;
     const char * PC_PHYS_PORT_IDs() noexcept override;
@@ -81,7 +81,7 @@ class Recorder final : public Interposer {
 
   private:
     int operate( const Operation & operation ) noexcept override;
-    uint32_t number( SdkCall call ) noexcept;
+    std::uint32_t number( SdkCall call ) noexcept;
     const char * text( SdkCall call ) noexcept;
 
     struct State;

@@ -7,7 +7,7 @@ namespace Interpose {
 
 namespace {
 
-using Number = uint32_t ( Shim::Sdk::* )() noexcept;
+using Number = std::uint32_t ( Shim::Sdk::* )() noexcept;
 using Text = const char * (Shim::Sdk::*)() noexcept;
 
 struct CallInfo {
@@ -86,7 +86,7 @@ std::string_view name( SdkCall call ) { return calls[static_cast<std::size_t>( c
 
 SdkCallKind kind( SdkCall call ) { return calls[static_cast<std::size_t>( call )].kind; }
 
-uint32_t askNumber( Shim::Sdk & sdk, SdkCall number ) noexcept {
+std::uint32_t askNumber( Shim::Sdk & sdk, SdkCall number ) noexcept {
     return ( sdk.*calls[static_cast<std::size_t>( number )].number )();
 }
 

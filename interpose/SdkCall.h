@@ -11,7 +11,7 @@
 
 namespace Interpose {
 
-enum class SdkCall : uint8_t {
+enum class SdkCall : std::uint8_t {
     errmsg,
     attrGetFromHw,
     opcodeDelete,
@@ -43,7 +43,7 @@ enum class SdkCall : uint8_t {
     failureHook,
 };
 
-enum class SdkCallKind : uint8_t {
+enum class SdkCallKind : std::uint8_t {
     operation, ///< bcmlt_...: acts on the chip and returns a code
     constant,  ///< asks for a number or a name text
     text,      ///< errmsg
@@ -62,10 +62,10 @@ std::span<const SdkCall> sdkOperations();
 std::string_view shortName( SdkCall call );
 
 /// Asks an SDK for one of its constants: a number (BCMLT_...), or a name text (...s).
-uint32_t askNumber( Shim::Sdk & sdk, SdkCall number ) noexcept;
+std::uint32_t askNumber( Shim::Sdk & sdk, SdkCall number ) noexcept;
 const char * askText( Shim::Sdk & sdk, SdkCall text ) noexcept;
 
 /// An operation by its name or its short name. Nothing if there is none.
-std::optional<SdkCall> operationByName( std::string_view name );
+std::optional<SdkCall> operationByName( std::string_view wanted );
 
 } // namespace Interpose

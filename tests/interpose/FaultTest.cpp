@@ -28,7 +28,7 @@ struct FaultyChip {
         Codes codes;
         handle = 99;
         value = 99;
-        const uint64_t words[] = { 1, 2 };
+        const std::uint64_t words[] = { 1, 2 };
         codes.push_back( faults.bcmlt_entry_allocate( unit, table, &handle ) );
         codes.push_back( faults.bcmlt_entry_field_add( handle, "BCMLT_PT_INDEX", 0 ) );
         codes.push_back( faults.bcmlt_entry_field_array_add( handle, "WORDS", 0, words, 2 ) );
@@ -42,7 +42,7 @@ struct FaultyChip {
         return codes;
     }
 
-    int ptCommit( uint32_t opcode ) {
+    int ptCommit( std::uint32_t opcode ) {
         return faults.bcmlt_pt_entry_commit( handle, opcode, faults.BCMLT_PRIORITY_NORMAL() );
     }
 
@@ -57,8 +57,8 @@ struct FaultyChip {
 
     Chip chip;
     FaultInjector faults{ chip };
-    uint32_t handle = 0;
-    uint64_t value = 0;
+    std::uint32_t handle = 0;
+    std::uint64_t value = 0;
 };
 
 const Codes allGood = { 0, 0, 0, 0, 0, 0, 0, 0, 0 };
@@ -151,7 +151,7 @@ TEST( FaultTest, ARefusalOfTheChipCanBeOverridden ) {
     FaultInjector & faults = sdk.faults;
     faults.add( { .operation = SdkCall::entryAllocate, .rc = 0, .overridesRefusal = true } );
     faults.add( { .operation = SdkCall::entryFree, .rc = 5, .overridesRefusal = true } );
-    uint32_t handle = 99;
+    std::uint32_t handle = 99;
     EXPECT_EQ( faults.bcmlt_entry_allocate( 0, "NONE", &handle ), 0 );
     EXPECT_EQ( handle, faults.BCMLT_INVALID_HDL() );
     EXPECT_EQ( faults.bcmlt_entry_free( 12345 ), 5 );
@@ -162,7 +162,7 @@ TEST( FaultTest, ARefusalOfTheChipCanBeOverridden ) {
 TEST( FaultTest, AnAllocateCanSucceedWithoutAHandle ) {
     FaultyChip c;
     c.faults.add( { .occurrence = 2, .rc = 0, .invalidHandle = true } );
-    uint32_t handle = 99;
+    std::uint32_t handle = 99;
     EXPECT_EQ( c.faults.bcmlt_entry_allocate( 0, "ONEr", &handle ), 0 );
     EXPECT_EQ( c.faults.bcmlt_entry_free( handle ), 0 ) << "the first is well";
     EXPECT_EQ( c.faults.bcmlt_entry_allocate( 0, "ONEr", &handle ), 0 );
@@ -260,17 +260,15 @@ TEST( FaultTest, ThreadsAreCountedTogether ) {
     for ( int worker = 0; worker < 3; ++worker ) {
         workers.emplace_back( [&] {
             for ( int i = 0; i < 100; ++i ) {
-                uint32_t handle = 0;
+                std::uint32_t handle = 0;
                 EXPECT_EQ( c.faults.bcmlt_entry_allocate( 0, "ONEr", &handle ), 0 );
-                if ( c.faults.bcmlt_entry_free( handle ) == -70 ) {
+                if ( c.faults.bcmlt_entry_free( handle ) == -70 )
                     ++struck;
-                }
             }
         } );
     }
-    for ( std::thread & worker : workers ) {
+    for ( std::thread & worker : workers )
         worker.join();
-    }
     EXPECT_EQ( struck, 1 );
     EXPECT_EQ( c.faults.reports()[0].matches, 300u );
 }
@@ -327,7 +325,7 @@ TEST( FaultTextTest, AFaultIsRead ) {
         { "rc=5", { .rc = 5 } },
         { " field = OUTER_ECN , rc = -2147483648 , unit = 3 ",
           { .field = "OUTER_ECN", .unit = 3, .rc = -2147483647 - 1 } },
-        { "at=18446744073709551615,rc=-1", { .occurrence = ~uint64_t( 0 ), .rc = -1 } },
+        { "at=18446744073709551615,rc=-1", { .occurrence = ~std::uint64_t( 0 ), .rc = -1 } },
     };
     for ( const auto & test : cases ) {
         const ParsedFault parsed = parseFault( test.text );

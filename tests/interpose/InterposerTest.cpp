@@ -31,8 +31,8 @@ class InterposerTest : public testing::Test {
   protected:
     InterposerTest() { chip.addUnit( 0, SimTest::smallSchema() ); }
 
-    uint32_t entryOf( const char * table ) {
-        uint32_t handle = 0;
+    std::uint32_t entryOf( const char * table ) {
+        std::uint32_t handle = 0;
         EXPECT_EQ( chip.bcmlt_entry_allocate( 0, table, &handle ), 0 );
         return handle;
     }
@@ -42,7 +42,7 @@ class InterposerTest : public testing::Test {
 };
 
 TEST_F( InterposerTest, EachOperationIsAValueOnItsWayAndReachesTheChip ) {
-    uint32_t handle = 0;
+    std::uint32_t handle = 0;
     EXPECT_EQ( keeper.bcmlt_entry_allocate( 0, "MAPm", &handle ), 0 );
     EXPECT_EQ( keeper.last.call, SdkCall::entryAllocate );
     EXPECT_EQ( keeper.last.unit, 0 );
@@ -59,7 +59,7 @@ TEST_F( InterposerTest, EachOperationIsAValueOnItsWayAndReachesTheChip ) {
     EXPECT_EQ( keeper.last.call, SdkCall::entryFieldSymbolAdd );
     EXPECT_STREQ( keeper.last.symbol, "AUTO" );
 
-    const std::array<uint64_t, 2> words = { 7, 8 };
+    const std::array<std::uint64_t, 2> words = { 7, 8 };
     EXPECT_EQ( keeper.bcmlt_entry_field_array_add( handle, "WORDS", 1, words.data(), 2 ), 0 );
     EXPECT_EQ( keeper.last.call, SdkCall::entryFieldArrayAdd );
     EXPECT_EQ( keeper.last.startIndex, 1u );
@@ -78,7 +78,7 @@ TEST_F( InterposerTest, EachOperationIsAValueOnItsWayAndReachesTheChip ) {
     EXPECT_EQ( keeper.last.priority, chip.BCMLT_PRIORITY_NORMAL() );
     EXPECT_EQ( chip.value( 0, "MAPm", { .index = 5 }, "WORDS", 2 ), 8u );
 
-    uint64_t value = 0;
+    std::uint64_t value = 0;
     EXPECT_EQ( keeper.bcmlt_entry_field_get( handle, "MODE", &value ), 0 );
     EXPECT_EQ( keeper.last.call, SdkCall::entryFieldGet );
     EXPECT_EQ( keeper.last.result, &value );
@@ -90,7 +90,7 @@ TEST_F( InterposerTest, EachOperationIsAValueOnItsWayAndReachesTheChip ) {
 }
 
 TEST_F( InterposerTest, ALogicalCommitReachesTheChip ) {
-    const uint32_t handle = entryOf( "EVENT" );
+    const std::uint32_t handle = entryOf( "EVENT" );
     ASSERT_EQ( keeper.bcmlt_entry_field_symbol_add( handle, "ID", "MISS" ), 0 );
     EXPECT_EQ( keeper.bcmlt_entry_commit( handle, chip.BCMLT_OPCODE_LOOKUP(),
                                           chip.BCMLT_PRIORITY_NORMAL() ),
@@ -100,11 +100,10 @@ TEST_F( InterposerTest, ALogicalCommitReachesTheChip ) {
 }
 
 TEST_F( InterposerTest, NothingIsAllocatedOnTheWay ) {
-    const uint32_t handle = entryOf( "MAPm" );
+    const std::uint32_t handle = entryOf( "MAPm" );
     const std::uint64_t before = Support::allocations();
-    for ( unsigned i = 0; i < 100; ++i ) {
+    for ( unsigned i = 0; i < 100; ++i )
         keeper.bcmlt_entry_field_add( handle, "TAG", 1 );
-    }
     EXPECT_EQ( Support::allocations(), before );
 }
 

@@ -15,9 +15,8 @@ namespace {
 
 std::vector<std::string> texts( const Recorder & recorder ) {
     std::vector<std::string> lines;
-    for ( const Event & event : recorder.events() ) {
+    for ( const Event & event : recorder.events() )
         lines.push_back( toText( event ) );
-    }
     return lines;
 }
 
@@ -27,13 +26,13 @@ class RecorderTest : public testing::Test {
 
     // As a recipe does it: hook, constants, operation.
     void writeOneRow() {
-        uint32_t handle = 0;
+        std::uint32_t handle = 0;
         recorder.preCallHook();
         recorder.bcmlt_entry_allocate( 0, "MAPm", &handle );
         recorder.preCallHook();
         recorder.bcmlt_entry_field_add( handle, "BCMLT_PT_INDEX", 5 );
         recorder.preCallHook();
-        const uint32_t priority = recorder.BCMLT_PRIORITY_NORMAL();
+        const std::uint32_t priority = recorder.BCMLT_PRIORITY_NORMAL();
         recorder.bcmlt_pt_entry_commit( handle, recorder.BCMLT_PT_OPCODE_MODIFY(), priority );
         recorder.preCallHook();
         recorder.bcmlt_entry_free( handle );
@@ -65,14 +64,13 @@ TEST_F( RecorderTest, WritesDownEveryCallInOrder ) {
 TEST_F( RecorderTest, ConstantsCanBeLeftOut ) {
     recorder.keepConstants( false );
     writeOneRow();
-    for ( const Event & event : recorder.events() ) {
+    for ( const Event & event : recorder.events() )
         EXPECT_NE( kind( event.call ), SdkCallKind::constant ) << toText( event );
-    }
     EXPECT_EQ( recorder.eventCount(), 8u );
 }
 
 TEST_F( RecorderTest, EventsHoldWhatWasPassedAndReturned ) {
-    uint32_t handle = 0;
+    std::uint32_t handle = 0;
     ASSERT_EQ( recorder.bcmlt_entry_allocate( 0, "MAPm", &handle ), 0 );
     recorder.bcmlt_entry_commit( handle, chip.BCMLT_OPCODE_INSERT(), 77 );
     recorder.bcmlt_entry_attrib_set( handle, 9 );
@@ -102,9 +100,9 @@ TEST_F( RecorderTest, EventsHoldWhatWasPassedAndReturned ) {
 }
 
 TEST_F( RecorderTest, EveryCallHasALine ) {
-    uint32_t handle = 0;
-    uint64_t value = 0;
-    const uint64_t words[] = { 7, 8 };
+    std::uint32_t handle = 0;
+    std::uint64_t value = 0;
+    const std::uint64_t words[] = { 7, 8 };
     recorder.bcmlt_entry_allocate( 0, "NONE", &handle );
     recorder.bcmlt_entry_allocate( 0, "MAPm", &handle );
     recorder.bcmlt_entry_attrib_set( handle, chip.BCMLT_ENT_ATTR_GET_FROM_HW() );
@@ -142,7 +140,7 @@ TEST_F( RecorderTest, EveryCallHasALine ) {
 
 TEST_F( RecorderTest, EveryConstantIsPassedOnAndWrittenDown ) {
     struct {
-        uint32_t ( Shim::Sdk::*ask )() noexcept;
+        std::uint32_t ( Shim::Sdk::*ask )() noexcept;
         SdkCall call;
     } const numbers[] = {
         { &Shim::Sdk::BCMLT_ENT_ATTR_GET_FROM_HW, SdkCall::attrGetFromHw },
@@ -183,7 +181,7 @@ TEST_F( RecorderTest, EveryConstantIsPassedOnAndWrittenDown ) {
 }
 
 TEST_F( RecorderTest, NullPointersAreWrittenDownAsNothing ) {
-    uint32_t handle = 0;
+    std::uint32_t handle = 0;
     EXPECT_EQ( recorder.bcmlt_entry_allocate( 0, nullptr, &handle ), toInt( Rc::nullArgument ) );
     EXPECT_EQ( recorder.bcmlt_entry_allocate( 0, "MAPm", nullptr ), toInt( Rc::nullArgument ) );
     ASSERT_EQ( recorder.bcmlt_entry_allocate( 0, "MAPm", &handle ), 0 );
@@ -194,23 +192,23 @@ TEST_F( RecorderTest, NullPointersAreWrittenDownAsNothing ) {
     recorder.bcmlt_entry_field_get( handle, "TAG", nullptr );
     EXPECT_EQ( recorder.events()[0].field, "" );
     EXPECT_EQ( recorder.events()[1].symbol, "" );
-    EXPECT_EQ( recorder.events()[2].values, std::vector<uint64_t>{} );
+    EXPECT_EQ( recorder.events()[2].values, std::vector<std::uint64_t>{} );
     EXPECT_EQ( toText( recorder.events()[3] ), "bcmlt_entry_field_get entry 1 MAPm TAG -> rc -1" );
 }
 
 TEST_F( RecorderTest, OfALongArrayTheBeginningIsKept ) {
-    uint32_t handle = 0;
+    std::uint32_t handle = 0;
     ASSERT_EQ( recorder.bcmlt_entry_allocate( 0, "MAPm", &handle ), 0 );
-    const std::vector<uint64_t> words( 65, 3 );
+    const std::vector<std::uint64_t> words( 65, 3 );
     recorder.bcmlt_entry_field_array_add( handle, "WORDS", 0, words.data(), 65 );
     const Event event = recorder.events().back();
     EXPECT_EQ( event.count, 65u );
-    EXPECT_EQ( event.values, std::vector<uint64_t>( 64, 3 ) );
+    EXPECT_EQ( event.values, std::vector<std::uint64_t>( 64, 3 ) );
     EXPECT_NE( toText( event ).find( " 3 3 ... -> rc -19" ), std::string::npos );
 }
 
 TEST_F( RecorderTest, ClearForgetsEventsButNotTables ) {
-    uint32_t handle = 0;
+    std::uint32_t handle = 0;
     recorder.bcmlt_entry_allocate( 0, "MAPm", &handle );
     recorder.clear();
     EXPECT_EQ( recorder.eventCount(), 0u );
@@ -220,7 +218,7 @@ TEST_F( RecorderTest, ClearForgetsEventsButNotTables ) {
 }
 
 TEST_F( RecorderTest, AHandleThatBelongsToNothingHasNoTable ) {
-    uint32_t handle = 0;
+    std::uint32_t handle = 0;
     chip.bcmlt_entry_allocate( 0, "MAPm", &handle );
     recorder.bcmlt_entry_free( handle );
     EXPECT_EQ( recorder.events()[0].table, "" );
@@ -231,7 +229,7 @@ TEST_F( RecorderTest, AnEntryKeepsItsTableWhenItsFreeFails ) {
     FaultInjector faults( chip );
     faults.add( { .operation = SdkCall::entryFree, .rc = -70 } );
     Recorder outer( faults );
-    uint32_t handle = 0;
+    std::uint32_t handle = 0;
     outer.bcmlt_entry_allocate( 0, "MAPm", &handle );
     outer.bcmlt_entry_free( handle );
     outer.bcmlt_entry_free( handle );
@@ -245,7 +243,7 @@ TEST_F( RecorderTest, AnInvalidHandleHasNoTable ) {
     FaultInjector faults( chip );
     faults.add( { .rc = 0, .invalidHandle = true } );
     Recorder outer( faults );
-    uint32_t handle = 99;
+    std::uint32_t handle = 99;
     outer.bcmlt_entry_allocate( 0, "MAPm", &handle );
     outer.bcmlt_entry_field_add( handle, "TAG", 1 );
     EXPECT_EQ( texts( outer ),
@@ -263,7 +261,7 @@ TEST_F( RecorderTest, TheObserverLooksBeforeAndAfterEachCall ) {
                         std::to_string( chip.liveEntryCount() ) + " live, " +
                         std::to_string( recorder.eventCount() ) + " kept" );
     } );
-    uint32_t handle = 0;
+    std::uint32_t handle = 0;
     recorder.bcmlt_entry_allocate( 0, "MAPm", &handle );
     recorder.BCMLT_OPCODE_INSERT();
     recorder.bcmlt_entry_free( handle );
@@ -282,30 +280,29 @@ TEST_F( RecorderTest, TheObserverLooksBeforeAndAfterEachCall ) {
 
 TEST_F( RecorderTest, CallsOfOneThreadStayInOrder ) {
     std::vector<std::thread> workers;
-    for ( uint64_t worker = 0; worker < 4; ++worker ) {
+    for ( std::uint64_t worker = 0; worker < 4; ++worker ) {
         workers.emplace_back( [&, worker] {
-            uint32_t handle = 0;
+            std::uint32_t handle = 0;
             EXPECT_EQ( recorder.bcmlt_entry_allocate( 0, "MAPm", &handle ), 0 );
-            for ( uint64_t i = 0; i < 200; ++i ) {
+            for ( std::uint64_t i = 0; i < 200; ++i ) {
                 EXPECT_EQ( recorder.bcmlt_entry_field_add( handle, "COUNT", worker * 1000 + i ),
                            0 );
             }
             EXPECT_EQ( recorder.bcmlt_entry_free( handle ), 0 );
         } );
     }
-    for ( std::thread & worker : workers ) {
+    for ( std::thread & worker : workers )
         worker.join();
-    }
     EXPECT_EQ( recorder.eventCount(), 4u * 202 );
-    std::vector<uint64_t> next = { 0, 0, 0, 0 };
+    std::vector<std::uint64_t> next = { 0, 0, 0, 0 };
     for ( const Event & event : recorder.events() ) {
         EXPECT_EQ( event.table, "MAPm" );
         if ( event.call == SdkCall::entryFieldAdd ) {
-            const uint64_t value = event.values.at( 0 );
+            const std::uint64_t value = event.values.at( 0 );
             EXPECT_EQ( value % 1000, next[value / 1000]++ );
         }
     }
-    EXPECT_EQ( next, std::vector<uint64_t>( 4, 200 ) );
+    EXPECT_EQ( next, std::vector<std::uint64_t>( 4, 200 ) );
 }
 
 } // namespace

@@ -13,9 +13,8 @@ TEST( SdkCallTest, OperationsAreFoundByTheirNames ) {
     EXPECT_EQ( operationByName( "commit" ), SdkCall::entryCommit );
     EXPECT_EQ( operationByName( "pt_entry_commit" ), SdkCall::ptEntryCommit );
     EXPECT_EQ( operationByName( "bcmlt_pt_entry_commit" ), SdkCall::ptEntryCommit );
-    for ( const char * none : { "", "entry", "bcmlt_", "pt_commit", "preCallHook", "errmsg" } ) {
+    for ( const char * none : { "", "entry", "bcmlt_", "pt_commit", "preCallHook", "errmsg" } )
         EXPECT_EQ( operationByName( none ), std::nullopt ) << none;
-    }
     for ( const SdkCall call : sdkOperations() ) {
         EXPECT_EQ( kind( call ), SdkCallKind::operation );
         EXPECT_EQ( operationByName( name( call ) ), call );
