@@ -7,7 +7,7 @@
 build_packages=( g++ cmake ninja-build pkg-config
     libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libfmt-dev )
 test_packages=( libgtest-dev libbenchmark-dev binutils file python3 clang-14 clang )
-all_packages=( libclang-rt-14-dev valgrind )
+all_packages=( clang-tidy-14 libclang-rt-14-dev valgrind )
 
 install_packages() {
     local missing=() package

@@ -2,13 +2,13 @@
 # Sets everything up and passes the tests.
 #
 #     scripts/test.sh            the release build, quick
-#     scripts/test.sh --all      every preset: both compilers, debug and release, the sanitizers, the fuzzers
-#     scripts/test.sh PRESET...  these presets
+#     scripts/test.sh --all      every preset: both compilers, debug and release, the sanitizers, the fuzzers; clang-tidy
+#     scripts/test.sh PRESET...  these presets; "tidy" stands for clang-tidy
 set -euo pipefail
 cd "$( dirname "${BASH_SOURCE[0]}" )/.."
 source scripts/packages.sh
 
-every_preset=( release dev asan tsan clang-dev clang-release )
+every_preset=( release tidy dev asan tsan clang-dev clang-release )
 case "${1-}" in
     "") presets=( release ) ;;
     --all) presets=( "${every_preset[@]}" ) ;;
@@ -33,6 +33,10 @@ install_packages "${packages[@]}"
 
 for preset in "${presets[@]}"; do
     echo "== $preset"
+    if [ "$preset" = tidy ]; then
+        scripts/tidy.py
+        continue
+    fi
     cmake --preset "$preset" >/dev/null
     cmake --build --preset "$preset"
     ctest --preset "$preset" -j "$( nproc )"
