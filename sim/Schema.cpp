@@ -15,7 +15,7 @@ class Check {
   public:
     explicit Check( const Table & table ) : table_( table ) {}
 
-    std::vector<std::string> run() {
+    std::vector<Problem> run() {
         checkName();
         checkSize();
         checkFields();
@@ -25,11 +25,12 @@ class Check {
 
   private:
     void report( const std::string & what ) {
-        problems_.push_back( "table " + table_.name + ": " + what );
+        problems_.push_back( { {}, "table " + table_.name + ": " + what } );
     }
 
     void report( const Field & field, const std::string & what ) {
-        report( "field " + field.name + ": " + what );
+        problems_.push_back(
+            { field.name, "table " + table_.name + ": field " + field.name + ": " + what } );
     }
 
     static bool isName( std::string_view name ) {
@@ -179,7 +180,7 @@ class Check {
     }
 
     const Table & table_;
-    std::vector<std::string> problems_;
+    std::vector<Problem> problems_;
 };
 
 std::string noSuchTable( const Schema & schema, std::string_view table ) {
@@ -251,7 +252,15 @@ std::uint32_t Table::elementCount() const {
     return count;
 }
 
-std::vector<std::string> check( const Table & table ) { return Check( table ).run(); }
+std::vector<Problem> problemsOf( const Table & table ) { return Check( table ).run(); }
+
+std::vector<std::string> check( const Table & table ) {
+    std::vector<std::string> texts;
+    for ( Problem & problem : problemsOf( table ) ) {
+        texts.push_back( std::move( problem.text ) );
+    }
+    return texts;
+}
 
 std::vector<std::string_view> Schema::tableNames() const {
     std::vector<std::string_view> names;

@@ -121,8 +121,15 @@ inline constexpr std::string_view portField = "BCMLT_PT_PORT";
 inline constexpr std::uint32_t maxTableRows = 1u << 24; ///< rows x instances x ports; logical: rows
 inline constexpr std::uint32_t maxTableElements = 4096; ///< elements of all fields together
 
-/// What is wrong with a table: one line a problem, each naming the table, the field where it is
-/// one, and the remedy. Empty if a chip can be built of it.
+/// One thing that is wrong with a table.
+struct Problem {
+    std::string field; ///< empty if it is about the table as a whole
+    std::string text;  ///< one line that names the table, the field where it is one, and the remedy
+};
+
+/// What is wrong with a table; empty if a chip can be built of it.
+std::vector<Problem> problemsOf( const Table & table );
+/// The same as texts.
 std::vector<std::string> check( const Table & table );
 
 /// All tables of a chip. Table names are unique.

@@ -1,6 +1,6 @@
 #include "tools/model/BringupFile.h"
 
-#include "tools/model/Input.h"
+#include "tools/model/Errors.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -22,7 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput( const std::uint8_t * data, std::size_t si
             if ( toText( step ).empty() && std::get_if<Tool::StageStep>( &step.what ) == nullptr )
                 std::abort();
         }
-    } catch ( const Tool::BadInput & trouble ) {
+    } catch ( const Tool::InputError & trouble ) {
         if ( !std::string_view( trouble.what() ).starts_with( "x.toml:" ) )
             std::abort();
     }

@@ -1,6 +1,6 @@
 #include "tools/model/ChipFile.h"
 
-#include "tools/model/Input.h"
+#include "tools/model/Errors.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -15,7 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput( const std::uint8_t * data, std::size_t si
     try {
         if ( !Tool::parseChipFile( contents, "x.toml" ).check().empty() )
             std::abort();
-    } catch ( const Tool::BadInput & trouble ) {
+    } catch ( const Tool::InputError & trouble ) {
         if ( !std::string_view( trouble.what() ).starts_with( "x.toml:" ) )
             std::abort();
     }

@@ -1,6 +1,6 @@
 #include "tools/model/State.h"
 
-#include "tools/model/Input.h"
+#include "tools/model/Errors.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -17,7 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput( const std::uint8_t * data, std::size_t si
             if ( !kept.schema.check().empty() )
                 std::abort();
         }
-    } catch ( const Tool::BadInput & trouble ) {
+    } catch ( const Tool::InputError & trouble ) {
         if ( !std::string_view( trouble.what() ).starts_with( "x.json: " ) )
             std::abort();
     }

@@ -2,7 +2,7 @@
 
 #include "text/NearestName.h"
 #include "tools/cli/Verbs.h"
-#include "tools/model/Input.h"
+#include "tools/model/Errors.h"
 
 #include <CLI/CLI.hpp>
 
@@ -297,14 +297,14 @@ class CommandLine {
 
     void checkVerb( int argc, const char * const * argv ) const {
         if ( argc < 2 )
-            throw BadInput( "no verb" + Text::nameHint( "", verbNames() ) +
-                            "; \"cairn-lt --help\" tells more" );
+            throw InputError( "no verb" + Text::nameHint( "", verbNames() ) +
+                              "; \"cairn-lt --help\" tells more" );
         const std::string_view first = argv[1];
         const auto names = verbNames();
         if ( !first.starts_with( '-' ) &&
              std::find( names.begin(), names.end(), first ) == names.end() )
-            throw BadInput( "there is no verb \"" + std::string( first ) + "\"" +
-                            Text::nameHint( first, names ) + "; \"cairn-lt --help\" tells more" );
+            throw InputError( "there is no verb \"" + std::string( first ) + "\"" +
+                              Text::nameHint( first, names ) + "; \"cairn-lt --help\" tells more" );
     }
 
     // The verb of the command line; the program itself if there is none.

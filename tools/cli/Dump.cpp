@@ -1,6 +1,6 @@
 #include "tools/cli/Verbs.h"
+#include "tools/model/Errors.h"
 #include "tools/model/Files.h"
-#include "tools/model/Input.h"
 #include "tools/model/State.h"
 #include "tools/run/Tables.h"
 

@@ -2,7 +2,7 @@
 #include "text/Time.h"
 #include "tools/cli/Verbs.h"
 #include "tools/model/Arguments.h"
-#include "tools/model/Input.h"
+#include "tools/model/Errors.h"
 #include "tracereader/TraceReader.h"
 
 #include <nlohmann/json.hpp>
@@ -28,8 +28,8 @@ constexpr std::chrono::milliseconds pollPause( 50 );
 std::int64_t parseTime( const std::string & text, const std::string & option ) {
     const auto time = Text::parseUtc( text );
     if ( !time )
-        throw BadInput( option + ": \"" + text +
-                        "\" is not a time in UTC, as in 2026-03-01T07:30:00.25" );
+        throw InputError( option + ": \"" + text +
+                          "\" is not a time in UTC, as in 2026-03-01T07:30:00.25" );
     return *time;
 }
 
@@ -44,8 +44,8 @@ void parseSite( const std::string & text, TraceReader::Filter & filter ) {
     } else if ( colon == std::string::npos ) {
         filter.file = text;
     } else {
-        throw BadInput( "--site: \"" + text +
-                        "\" is not FILE:LINE, FILE or LINE, as in Cairn/CairnLtHelper:31" );
+        throw InputError( "--site: \"" + text +
+                          "\" is not FILE:LINE, FILE or LINE, as in Cairn/CairnLtHelper:31" );
     }
 }
 

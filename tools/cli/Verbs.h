@@ -11,7 +11,7 @@
 #include <vector>
 
 // The verbs of the command line. Each takes its options as parsed, prints to standard output, and
-// returns the exit code (0 yes, 1 the answer is no); BadInput stands for exit code 2.
+// returns the exit code (0 yes, 1 the answer is no); InputError and Trouble stand for exit code 2.
 
 namespace Tool {
 

@@ -4,8 +4,8 @@
 #include "text/Numbers.h"
 #include "tools/explain/Explanation.h"
 #include "tools/model/Arguments.h"
+#include "tools/model/Errors.h"
 #include "tools/model/Files.h"
-#include "tools/model/Input.h"
 #include "tools/run/Output.h"
 
 #include <fmt/format.h>
@@ -440,7 +440,7 @@ class Writer {
 
 int explain( const ExplainOptions & options ) {
     if ( options.all != options.recipe.empty() )
-        throw BadInput( "explain: name one recipe, or give --all" );
+        throw InputError( "explain: name one recipe, or give --all" );
     const Model model = modelOf( options.chips );
     std::vector<KeptUnit> kept;
     if ( !options.chips.state.empty() )

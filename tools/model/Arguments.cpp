@@ -2,7 +2,7 @@
 
 #include "text/NearestName.h"
 #include "text/Numbers.h"
-#include "tools/model/Input.h"
+#include "tools/model/Errors.h"
 #include "tools/model/Model.h"
 
 #include <algorithm>
@@ -36,8 +36,8 @@ std::string takes( const Recipe & recipe ) {
 
 [[noreturn]] void refuse( const Recipe & recipe, const Parameter & parameter,
                           const std::string & message ) {
-    throw BadInput( std::string( recipe.name ) + ": " + std::string( parameter.name ) + ": " +
-                    message );
+    throw InputError( std::string( recipe.name ) + ": " + std::string( parameter.name ) + ": " +
+                      message );
 }
 
 uint64_t parseInteger( const Recipe & recipe, const Parameter & parameter, std::string_view text ) {
@@ -117,8 +117,8 @@ std::vector<Argument> parseArguments( const Recipe & recipe, std::span<const std
                                       const Model & model ) {
     const auto parameters = recipe.parameters();
     if ( texts.size() != parameters.size() )
-        throw BadInput( takes( recipe ) + "; " + std::to_string( texts.size() ) +
-                        ( texts.size() == 1 ? " is" : " are" ) + " given" );
+        throw InputError( takes( recipe ) + "; " + std::to_string( texts.size() ) +
+                          ( texts.size() == 1 ? " is" : " are" ) + " given" );
     std::vector<Argument> arguments;
     for ( std::size_t i = 0; i < texts.size(); ++i )
         arguments.push_back( parseArgument( recipe, parameters[i], texts[i], model ) );
@@ -128,9 +128,9 @@ std::vector<Argument> parseArguments( const Recipe & recipe, std::span<const std
 
 void checkModelFor( const Recipe & recipe, const Model & model ) {
     if ( recipe.needsModule && model.modules.empty() )
-        throw BadInput( std::string( recipe.name ) +
-                        ": it works on the first module, and there is none; describe it as "
-                        "[[modules]]" );
+        throw InputError( std::string( recipe.name ) +
+                          ": it works on the first module, and there is none; describe it as "
+                          "[[modules]]" );
 }
 
 std::vector<std::string> sampleArguments( const Recipe & recipe, const Model & model ) {
@@ -153,8 +153,8 @@ const Recipe & needRecipe( std::string_view name ) {
     std::vector<std::string_view> names;
     for ( const Recipe & each : recipes() )
         names.push_back( each.name );
-    throw BadInput( "there is no recipe " + quoted( name ) + Text::nameHint( name, names ) +
-                    "; \"cairn-lt list\" shows all" );
+    throw InputError( "there is no recipe " + quoted( name ) + Text::nameHint( name, names ) +
+                      "; \"cairn-lt list\" shows all" );
 }
 
 std::string toText( const Argument & argument ) {
@@ -194,20 +194,20 @@ Result parseResult( const Recipe & recipe, std::string_view text ) {
     case ResultType::boolean: {
         bool value = false;
         if ( !parseBoolean( text, value ) )
-            throw BadInput( what + quoted( text ) + " is not a bool; write true or false" );
+            throw InputError( what + quoted( text ) + " is not a bool; write true or false" );
         return value;
     }
     case ResultType::uint16: {
         uint64_t number = 0;
         if ( !Text::parseNumber( text, number ) || number > std::numeric_limits<uint16_t>::max() )
-            throw BadInput( what + quoted( text ) + " is not a uint16_t; write 0 to 65535" );
+            throw InputError( what + quoted( text ) + " is not a uint16_t; write 0 to 65535" );
         return static_cast<uint16_t>( number );
     }
     case ResultType::none:
         break;
     }
-    throw BadInput( std::string( recipe.name ) +
-                    " returns nothing, so nothing can be expected of it; leave \"expect\" out" );
+    throw InputError( std::string( recipe.name ) +
+                      " returns nothing, so nothing can be expected of it; leave \"expect\" out" );
 }
 
 } // namespace Tool

@@ -17,7 +17,7 @@ struct Model;
 ///
 /// Integers in decimal or after 0x; bool as true, false, 1, 0, on or off; texts as they are; a
 /// ChipInfo by the name of a chip of the model. Refused with a line that names the parameter
-/// (BadInput): too few or too many, a wrong type, a number beyond the type or beyond the caller's
+/// (InputError): too few or too many, a wrong type, a number beyond the type or beyond the caller's
 /// contract, a chip or a unit that the model does not have, and a recipe for which the model lacks
 /// a module.
 std::vector<Argument> parseArguments( const Recipe & recipe, std::span<const std::string> texts,
@@ -33,7 +33,7 @@ void checkModelFor( const Recipe & recipe, const Model & model );
 /// The sample of each parameter, as texts for parseArguments.
 std::vector<std::string> sampleArguments( const Recipe & recipe, const Model & model );
 
-/// The recipe of this name; BadInput, with the nearest name, if there is none.
+/// The recipe of this name; InputError, with the nearest name, if there is none.
 const Recipe & needRecipe( std::string_view name );
 
 /// "setEgrTunnelEcnEncap( unit=0, index=5, outerEcn=2 )"

@@ -3,8 +3,8 @@
 #include "text/NearestName.h"
 #include "tools/model/Arguments.h"
 #include "tools/model/ChipFile.h"
+#include "tools/model/Errors.h"
 #include "tools/model/Files.h"
-#include "tools/model/Input.h"
 #include "tools/model/Toml.h"
 
 #include <algorithm>
@@ -124,11 +124,11 @@ class Reader {
         }
         try {
             chip.schema = loadChip_( chip.source );
-        } catch ( const BadInput & trouble ) {
+        } catch ( const InputError & trouble ) {
             // A file that can not be read is named here; one that is wrong names its own line.
-            if ( std::string_view( trouble.what() ).starts_with( chip.source + ": " ) )
-                toml_.refuse( file->line, trouble.what() );
-            throw;
+            if ( trouble.line() != 0 )
+                throw;
+            toml_.refuse( file->line, trouble.what() );
         }
     }
 
@@ -336,7 +336,7 @@ class Reader {
         try {
             step.recipe = &needRecipe( toml_.text( name, "recipe" ) );
             checkModelFor( *step.recipe, model() );
-        } catch ( const BadInput & trouble ) {
+        } catch ( const InputError & trouble ) {
             throw located( name.line, trouble );
         }
         const TomlNode * arguments = node.find( "arguments" );
@@ -349,7 +349,7 @@ class Reader {
         if ( const TomlNode * expected = node.find( "expect" ) ) {
             try {
                 step.expected = parseResult( *step.recipe, scalarText( *expected, "expect" ) );
-            } catch ( const BadInput & trouble ) {
+            } catch ( const InputError & trouble ) {
                 throw located( expected->line, trouble );
             }
         }
@@ -357,11 +357,8 @@ class Reader {
     }
 
     // Adds file and line to a message that has none yet.
-    BadInput located( int line, const BadInput & trouble ) {
-        const std::string place = toml_.file() + ":";
-        if ( std::string_view( trouble.what() ).starts_with( place ) )
-            return trouble;
-        return BadInput( place + std::to_string( line ) + ": " + trouble.what() );
+    InputError located( int line, const InputError & trouble ) {
+        return trouble.line() != 0 ? trouble : InputError( toml_.file(), line, trouble.what() );
     }
 
     void readNamedArguments( const TomlNode & node, RecipeStep & step ) {
@@ -426,7 +423,7 @@ class Reader {
         }
         try {
             return parseArgument( recipe, parameter, scalarText( node, what ), model() );
-        } catch ( const BadInput & trouble ) {
+        } catch ( const InputError & trouble ) {
             throw located( node.line, trouble );
         }
     }

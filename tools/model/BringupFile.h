@@ -60,7 +60,7 @@ struct Bringup {
 /// Reads the schema of a chip by its source (see loadChip).
 using ChipLoader = std::function<Sim::Schema( const std::string & source )>;
 
-/// The bring-up that `contents` describe, checked as a whole: BadInput, with `file` and the line,
+/// The bring-up that `contents` describe, checked as a whole: InputError, with `file` and the line,
 /// for anything unknown, mistyped, out of range or contradictory. `file` is also what relative chip
 /// files are relative to.
 Bringup parseBringup( std::string_view contents, const std::string & file,

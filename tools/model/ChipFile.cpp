@@ -1,7 +1,7 @@
 #include "tools/model/ChipFile.h"
 
+#include "tools/model/Errors.h"
 #include "tools/model/Files.h"
-#include "tools/model/Input.h"
 #include "tools/model/Toml.h"
 
 #include <algorithm>
@@ -95,12 +95,11 @@ class Reader {
             toml_.refuse( name.line, trouble );
     }
 
-    // Refuses what check() has to say about this field of a table that is still being read.
+    // Refuses what is wrong with this field of a table that is still being read.
     void refuseProblemOf( const Sim::Table & table, const std::string & field, int line ) {
-        const std::string subject = "table " + table.name + ": field " + field + ": ";
-        for ( const std::string & problem : Sim::check( table ) ) {
-            if ( problem.starts_with( subject ) )
-                toml_.refuse( line, problem );
+        for ( const Sim::Problem & problem : Sim::problemsOf( table ) ) {
+            if ( problem.field == field )
+                toml_.refuse( line, problem.text );
         }
     }
 

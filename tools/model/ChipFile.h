@@ -30,7 +30,7 @@
 
 namespace Tool {
 
-/// The schema that `contents` describe. Refused (BadInput) with `file` and the line.
+/// The schema that `contents` describe. Refused (InputError) with `file` and the line.
 Sim::Schema parseChipFile( std::string_view contents, const std::string & file );
 
 /// The schema of a chip by its source: "reference", or a chip file to be read.

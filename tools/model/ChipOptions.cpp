@@ -3,7 +3,7 @@
 #include "text/Numbers.h"
 #include "tools/model/BringupFile.h"
 #include "tools/model/ChipFile.h"
-#include "tools/model/Input.h"
+#include "tools/model/Errors.h"
 #include "tools/model/State.h"
 
 #include <algorithm>
@@ -26,7 +26,7 @@ std::pair<std::optional<int>, std::string> splitChip( const std::string & text )
     constexpr uint64_t largestUnit = 65535;
     if ( !Text::parseNumber( std::string_view( text ).substr( 0, equals ), unit ) ||
          unit > largestUnit )
-        throw BadInput( "--chip " + text + ": the unit is too large; write 0 to 65535" );
+        throw InputError( "--chip " + text + ": the unit is too large; write 0 to 65535" );
     return { static_cast<int>( unit ), text.substr( equals + 1 ) };
 }
 
@@ -37,8 +37,8 @@ std::vector<ChipDescription> chipsOf( const ChipOptions & options ) {
         const int unit = given ? *given : chips.empty() ? 0 : chips.back().unit + 1;
         if ( std::any_of( chips.begin(), chips.end(),
                           [&]( const auto & chip ) { return chip.unit == unit; } ) )
-            throw BadInput( "--chip " + text + ": unit " + std::to_string( unit ) +
-                            " is another chip already; write UNIT=FILE" );
+            throw InputError( "--chip " + text + ": unit " + std::to_string( unit ) +
+                              " is another chip already; write UNIT=FILE" );
         chips.push_back( defaultChip( unit, loadChip( source ), source ) );
     }
     if ( chips.empty() && !options.state.empty() )
@@ -52,7 +52,7 @@ std::vector<ChipDescription> chipsOf( const ChipOptions & options ) {
 
 Model modelOf( const ChipOptions & options ) {
     if ( !options.model.empty() && !options.chips.empty() )
-        throw BadInput( "--chip and --model both say what the chips are; give one of them" );
+        throw InputError( "--chip and --model both say what the chips are; give one of them" );
     if ( !options.model.empty() )
         return loadBringup( options.model ).model;
     return defaultModel( chipsOf( options ) );

@@ -1,6 +1,6 @@
 #include "tools/model/Files.h"
 
-#include "tools/model/Input.h"
+#include "tools/model/Errors.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -11,8 +11,8 @@
 namespace Tool {
 
 std::string readFile( const std::string & path ) {
-    const auto refuse = [&]( int error ) -> BadInput {
-        return BadInput( path + ": can not be read: " + std::strerror( error ) );
+    const auto refuse = [&]( int error ) -> InputError {
+        return InputError( path, 0, fmt::format( "can not be read: {}", std::strerror( error ) ) );
     };
     const std::unique_ptr<std::FILE, int ( * )( std::FILE * )> file(
         std::fopen( path.c_str(), "rbe" ), &std::fclose );

@@ -1,7 +1,7 @@
 #include "tools/model/State.h"
 
+#include "tools/model/Errors.h"
 #include "tools/model/Files.h"
-#include "tools/model/Input.h"
 
 #include <nlohmann/json.hpp>
 
@@ -244,13 +244,15 @@ std::vector<KeptUnit> unitsFromJson( const Json & json ) {
     return units;
 }
 
+InputError notAStateFile( const std::string & file, const std::string & why ) {
+    return InputError( file, 0, "not a state file: " + why,
+                       "name another file, or remove this one to start afresh" );
+}
+
 } // namespace
 
 std::vector<KeptUnit> parseState( std::string_view contents, const std::string & file ) {
-    const auto refuse = [&]( const std::string & what ) {
-        return BadInput( file + ": not a state file: " + what +
-                         "; name another file, or remove this one to start afresh" );
-    };
+    const auto refuse = [&]( const std::string & what ) { return notAStateFile( file, what ); };
     try {
         return unitsFromJson( Json::parse( contents ) );
     } catch ( const Malformed & malformed ) {
@@ -276,12 +278,11 @@ std::vector<ChipDescription> keptChips( const std::string & stateFile ) {
 void restore( Sim::Chip & chip, const std::vector<KeptUnit> & units, const std::string & file ) {
     for ( const KeptUnit & kept : units ) {
         if ( chip.clear( kept.unit ) != Sim::Rc::ok )
-            throw BadInput( file + ": " + chip.lastError() );
+            throw InputError( file, 0, chip.lastError() );
         for ( const KeptUnit::Contents & table : kept.tables ) {
             for ( const Sim::RowImage & row : table.rows ) {
                 if ( chip.restoreRow( kept.unit, table.table, row ) != Sim::Rc::ok )
-                    throw BadInput( file + ": not a state file: " + chip.lastError() +
-                                    "; name another file, or remove this one to start afresh" );
+                    throw notAStateFile( file, chip.lastError() );
             }
         }
     }
@@ -302,7 +303,7 @@ void saveState( const Sim::Chip & chip, const std::string & file ) {
     // Written beside the file and renamed over it.
     const std::string temporary = file + "." + std::to_string( ::getpid() ) + ".tmp";
     const auto refuse = [&] {
-        return BadInput( file + ": can not be written: " + std::strerror( errno ) );
+        return Trouble( file + ": can not be written: " + std::strerror( errno ) );
     };
     const int descriptor =
         ::open( temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666 );
@@ -311,7 +312,7 @@ void saveState( const Sim::Chip & chip, const std::string & file ) {
     const bool good = writeAll( descriptor, text ) && ::fsync( descriptor ) == 0 &&
                       std::rename( temporary.c_str(), file.c_str() ) == 0;
     if ( !good ) {
-        const BadInput trouble = refuse();
+        const Trouble trouble = refuse();
         ::unlink( temporary.c_str() );
         ::close( descriptor );
         throw trouble;

@@ -26,7 +26,7 @@ struct KeptUnit {
     std::vector<Contents> tables;
 };
 
-/// Reads `contents`; `file` is what messages (BadInput) call it. What is returned can be restored.
+/// Reads `contents`; `file` is what messages (InputError) call it. What is returned can be restored.
 std::vector<KeptUnit> parseState( std::string_view contents, const std::string & file );
 
 /// The chips of a state file; none if there is no such file yet.
@@ -35,11 +35,11 @@ std::vector<KeptUnit> loadState( const std::string & file );
 /// The chips that a state file keeps, as chips of a model ("chipUNIT").
 std::vector<ChipDescription> keptChips( const std::string & stateFile );
 
-/// Fills a chip that has the kept units with what was kept. Throws BadInput if a row does not fit.
+/// Fills a chip that has the kept units with what was kept. Throws InputError if a row does not fit.
 void restore( Sim::Chip & chip, const std::vector<KeptUnit> & units, const std::string & file );
 
 /// Writes all units of a chip. The file is replaced as a whole: another process sees the old or the
-/// new one. BadInput, and the old file is kept, if that fails.
+/// new one. Trouble, and the old file is kept, if that fails.
 void saveState( const Sim::Chip & chip, const std::string & file );
 
 } // namespace Tool

@@ -2,7 +2,7 @@
 
 #include "text/NearestName.h"
 #include "text/Numbers.h"
-#include "tools/model/Input.h"
+#include "tools/model/Errors.h"
 
 #include <toml++/toml.h>
 
@@ -84,8 +84,7 @@ TomlNode parseToml( std::string_view contents, const std::string & file ) {
         // The parser's texts may quote lines of the file; one line is enough.
         std::string text( error.description() );
         std::replace( text.begin(), text.end(), '\n', ' ' );
-        throw BadInput( file + ":" + std::to_string( lineOf( error.source() ) ) +
-                        ": not TOML: " + text );
+        throw InputError( file, lineOf( error.source() ), "not TOML: " + text );
     }
 }
 
@@ -110,7 +109,7 @@ const char * kindName( TomlNode::Kind kind ) {
 }
 
 void TomlReader::refuse( int line, const std::string & message ) const {
-    throw BadInput( file_ + ":" + std::to_string( line ) + ": " + message );
+    throw InputError( file_, line, message );
 }
 
 void TomlReader::expectKind( const TomlNode & node, TomlNode::Kind kind,

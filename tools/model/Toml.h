@@ -9,7 +9,7 @@
 #include <vector>
 
 // TOML files as the tool reads them: a tree whose nodes know their lines, and a reader that refuses
-// what it does not expect. Every error is a BadInput of the form "FILE:LINE: MESSAGE".
+// what it does not expect. Every error is a InputError of the form "FILE:LINE: MESSAGE".
 
 namespace Tool {
 

@@ -1,8 +1,8 @@
 #include "tools/run/Output.h"
 
 #include "text/Escape.h"
+#include "tools/model/Errors.h"
 #include "tools/model/Files.h"
-#include "tools/model/Input.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -25,14 +25,14 @@ Format parseFormat( std::string_view text, std::string_view option ) {
         return Format::text;
     if ( text == "json" )
         return Format::json;
-    throw BadInput( std::string( option ) + ": there is no format \"" + std::string( text ) +
-                    "\"; write text or json" );
+    throw InputError( std::string( option ) + ": there is no format \"" + std::string( text ) +
+                      "\"; write text or json" );
 }
 
 void print( std::string_view text ) {
     if ( !writeAll( STDOUT_FILENO, text ) )
-        throw BadInput( std::string( "standard output can not be written: " ) +
-                        std::strerror( errno ) );
+        throw Trouble( std::string( "standard output can not be written: " ) +
+                       std::strerror( errno ) );
 }
 
 void complain( std::string_view message ) {

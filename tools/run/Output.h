@@ -9,11 +9,11 @@ namespace Tool {
 
 enum class Format { text, json };
 
-/// "text" or "json"; anything else is BadInput that begins with `option`.
+/// "text" or "json"; anything else is InputError that begins with `option`.
 Format parseFormat( std::string_view text, std::string_view option );
 
 /// Writes to standard output at once, so that nothing is left behind when the process stops.
-/// BadInput if it can not be written.
+/// Trouble if it can not be written.
 void print( std::string_view text );
 
 /// Writes "cairn-lt: MESSAGE" as one line to standard error; control characters in it are escaped.

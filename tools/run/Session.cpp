@@ -6,7 +6,7 @@
 #include "sim/Chip.h"
 #include "text/NearestName.h"
 #include "tools/model/Arguments.h"
-#include "tools/model/Input.h"
+#include "tools/model/Errors.h"
 #include "tools/model/State.h"
 #include "tools/run/StopHandler.h"
 #include "tools/run/Tables.h"
@@ -34,7 +34,7 @@ using Json = nlohmann::ordered_json;
 
 void checkNames( const Interpose::Fault & fault, const Model & model, const std::string & option ) {
     if ( fault.unit && model.findUnit( static_cast<uint64_t>( *fault.unit ) ) == nullptr )
-        throw BadInput( option + ": there is no unit " + std::to_string( *fault.unit ) );
+        throw InputError( option + ": there is no unit " + std::to_string( *fault.unit ) );
     // An allocate of a table that a chip lacks can fail, too: the reference chip's names count.
     const Sim::Schema reference = Sim::referenceSchema();
     std::vector<const Sim::Schema *> schemas{ &reference };
@@ -58,8 +58,8 @@ void checkNames( const Interpose::Fault & fault, const Model & model, const std:
     const auto check = [&]( const std::optional<std::string> & name, const char * what,
                             const std::vector<std::string_view> & names ) {
         if ( name && std::find( names.begin(), names.end(), *name ) == names.end() )
-            throw BadInput( option + ": there is no " + what + " \"" + *name + "\"" +
-                            Text::nameHint( *name, names ) );
+            throw InputError( option + ": there is no " + what + " \"" + *name + "\"" +
+                              Text::nameHint( *name, names ) );
     };
     check( fault.table, "table", tables );
     check( fault.field, "field", fields );
@@ -98,8 +98,8 @@ class Session::Impl {
         : bringup_( std::move( bringup ) ), options_( std::move( options ) ), style_( style ),
           faults_( chip_ ), recorder_( faults_ ) {
         if ( options_.format == Format::json && options_.dump == Format::text )
-            throw BadInput( "--dump: with --format json the tables are part of the document; "
-                            "leave \"=text\" out" );
+            throw InputError( "--dump: with --format json the tables are part of the document; "
+                              "leave \"=text\" out" );
         addFaults();
         setUpChips();
         setUpTrace();
@@ -154,7 +154,7 @@ class Session::Impl {
         for ( const std::string & text : options_.inject ) {
             const Interpose::ParsedFault parsed = Interpose::parseFault( text );
             if ( !parsed.fault )
-                throw BadInput( "--inject \"" + text + "\": " + parsed.error );
+                throw InputError( "--inject \"" + text + "\": " + parsed.error );
             checkNames( *parsed.fault, bringup_.model, "--inject \"" + text + "\"" );
             faults_.add( *parsed.fault );
         }
@@ -178,8 +178,8 @@ class Session::Impl {
     }
 
     [[noreturn]] void refuseState( const std::string & why ) {
-        throw BadInput( options_.state + ": " + why +
-                        "; name another state file, or remove this one to start afresh" );
+        throw InputError( options_.state, 0, why,
+                          "name another state file, or remove this one to start afresh" );
     }
 
     void setUpTrace() {
@@ -187,7 +187,7 @@ class Session::Impl {
             std::string error;
             const auto settings = Kiln::parseTraceSettings( text, error );
             if ( !error.empty() )
-                throw BadInput( "--trace: " + error );
+                throw InputError( "--trace: " + error );
             Kiln::traceSettings( settings );
         }
         openTraceDir();
@@ -196,8 +196,8 @@ class Session::Impl {
         try {
             Kiln::traceToFile( options_.traceFile );
         } catch ( const std::system_error & trouble ) {
-            throw BadInput( "--trace-file: " + options_.traceFile +
-                            ": can not be written: " + trouble.code().message() );
+            throw InputError( "--trace-file: " + options_.traceFile +
+                              ": can not be written: " + trouble.code().message() );
         }
     }
 
@@ -210,8 +210,8 @@ class Session::Impl {
             open.directory = options_.traceDir;
             Fleetlog::openDefault( open );
         } catch ( const std::system_error & trouble ) {
-            throw BadInput( "--trace-dir: " + options_.traceDir + ": " + trouble.code().message() +
-                            "; name a folder that can be written to" );
+            throw InputError( "--trace-dir: " + options_.traceDir + ": " +
+                              trouble.code().message() + "; name a folder that can be written to" );
         }
     }
 
@@ -229,7 +229,7 @@ class Session::Impl {
                 .index = poke.index, .instance = poke.instance, .port = poke.port };
             if ( chip_.pokeHardware( poke.unit, poke.table, row, poke.field, poke.value ) !=
                  Sim::Rc::ok )
-                throw BadInput( place( step ) + chip_.lastError() );
+                throw InputError( place( step ) + chip_.lastError() );
         }
     }
 
@@ -301,10 +301,10 @@ class Session::Impl {
     }
 
     int finish() {
+        keepChips();
         warnOfFaults();
         warnOfLeaks();
         printTables();
-        keepChips();
         const bool good = std::all_of( outcomes_.begin(), outcomes_.end(),
                                        []( const Outcome & each ) { return each.good(); } );
         if ( style_ == Style::steps && !good ) {
@@ -394,6 +394,12 @@ class Session::Impl {
     }
 
     void stopped() {
+        std::string notKept;
+        try {
+            keepChips();
+        } catch ( const std::exception & trouble ) {
+            notKept = trouble.what();
+        }
         const Step & step = *outcomes_.back().step;
         complain( place( step ) + "stopped in step " + std::to_string( stepNumber_ ) + " of " +
                   std::to_string( bringup_.steps.size() ) + ": " + toText( step ) );
@@ -403,11 +409,12 @@ class Session::Impl {
         const std::string reason = stopReason();
         if ( !reason.empty() )
             complain( ( lastCallInjected_ ? "it is " : "the chip says: " ) + reason );
+        if ( !notKept.empty() )
+            complain( notKept );
         try {
             collectRecord();
             printTables();
-            keepChips();
-        } catch ( const BadInput & trouble ) {
+        } catch ( const std::exception & trouble ) {
             complain( trouble.what() );
         }
     }

@@ -39,19 +39,19 @@ class Session {
         steps,   ///< each step, with its result
     };
 
-    /// Checks the options and sets everything up; BadInput if something is wrong. Nothing has been
+    /// Checks the options and sets everything up; InputError if something is wrong. Nothing has been
     /// programmed, printed or written then.
     Session( Bringup bringup, SessionOptions options, Style style );
     ~Session();
     Session( const Session & ) = delete;
     Session & operator=( const Session & ) = delete;
 
-    /// Runs the steps, prints what is asked for and keeps the chips. Returns the exit code: 0, or 1
+    /// Runs the steps, keeps the chips and prints what is asked for. Returns the exit code: 0, or 1
     /// if a verify... said no or a result was not the one expected.
     ///
     /// A recipe may stop the process (SIGABRT). Before it dies, the step, the SDK call and the
-    /// chip's own words for the failure are written to standard error; then what is asked for is
-    /// printed and the chips are kept, as they were at the stop.
+    /// chip's own words for the failure are written to standard error; what is asked for is printed
+    /// last. The chips are kept as they were at the stop, before any of that.
     int run();
 
   private:

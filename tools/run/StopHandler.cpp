@@ -1,6 +1,6 @@
 #include "tools/run/StopHandler.h"
 
-#include "tools/model/Input.h"
+#include "tools/model/Errors.h"
 
 #include <cerrno>
 #include <csignal>
@@ -48,7 +48,7 @@ extern "C" void handleAbort( int signal, siginfo_t * info, void * ) {
 
 void openPipe( int ( &ends )[2] ) {
     if ( ::pipe2( ends, O_CLOEXEC ) != 0 )
-        throw BadInput( std::string( "no pipe: " ) + std::strerror( errno ) );
+        throw Trouble( std::string( "no pipe: " ) + std::strerror( errno ) );
 }
 
 } // namespace

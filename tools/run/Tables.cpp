@@ -3,7 +3,7 @@
 #include "text/Columns.h"
 #include "text/NearestName.h"
 #include "text/Numbers.h"
-#include "tools/model/Input.h"
+#include "tools/model/Errors.h"
 #include "tools/run/Output.h"
 
 #include <fmt/format.h>
@@ -186,7 +186,7 @@ Json rowJson( const Sim::Table & table, const Sim::RowImage & image ) {
 
 void checkSelection( const Sim::Chip & chip, const TableSelection & selection ) {
     if ( selection.unit && chip.schema( *selection.unit ) == nullptr )
-        throw BadInput( "there is no unit " + std::to_string( *selection.unit ) );
+        throw InputError( "there is no unit " + std::to_string( *selection.unit ) );
     std::vector<std::string_view> names;
     for ( const int unit : chip.units() ) {
         if ( selection.unit && *selection.unit != unit )
@@ -196,8 +196,8 @@ void checkSelection( const Sim::Chip & chip, const TableSelection & selection ) 
     }
     for ( const std::string & table : selection.tables ) {
         if ( std::find( names.begin(), names.end(), table ) == names.end() )
-            throw BadInput( "there is no table \"" + table + "\"" +
-                            Text::nameHint( table, names ) );
+            throw InputError( "there is no table \"" + table + "\"" +
+                              Text::nameHint( table, names ) );
     }
 }
 

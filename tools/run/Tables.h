@@ -20,7 +20,7 @@ struct TableSelection {
     Sim::Rows rows = Sim::Rows::touched;
 };
 
-/// Refuses a unit or a table that no chip has (BadInput, with the nearest name).
+/// Refuses a unit or a table that no chip has (InputError, with the nearest name).
 void checkSelection( const Sim::Chip & chip, const TableSelection & selection );
 
 /// Each table under a heading, its rows below each other; rows that are too wide for a line are

@@ -3,8 +3,8 @@
 #include "interpose/FaultInjector.h"
 #include "sim/Chip.h"
 #include "tools/model/Arguments.h"
+#include "tools/model/Errors.h"
 #include "tools/model/Files.h"
-#include "tools/model/Input.h"
 #include "tools/run/Output.h"
 #include "tools/run/StopHandler.h"
 
@@ -199,7 +199,7 @@ void runHere( const PreparedCase & prepared, const std::optional<Interpose::Faul
 // --- In the process of the sweep
 
 [[noreturn]] void throwTrouble( const char * what ) {
-    throw BadInput( std::string( "the sweep can not " ) + what + ": " + std::strerror( errno ) );
+    throw Trouble( std::string( "the sweep can not " ) + what + ": " + std::strerror( errno ) );
 }
 
 // A file in memory that a child writes and its parent reads.
@@ -336,7 +336,7 @@ std::vector<Argument> argumentsOf( const Recipe & recipe, const Texts & given,
     return parseArguments( recipe, texts, model );
 }
 
-// BadInput if the model lacks something that the recipe needs.
+// InputError if the model lacks something that the recipe needs.
 PreparedCase prepare( const SweepCase & plan, const Model & model, bool isReference ) {
     PreparedCase prepared;
     prepared.plan = &plan;
@@ -382,7 +382,7 @@ class Sweeper {
             entry.report.plan = &plan;
             try {
                 entry.prepared = prepare( plan, model, isReference );
-            } catch ( const BadInput & lacking ) {
+            } catch ( const InputError & lacking ) {
                 entry.report.leftOut = lacking.what();
             }
             entries_.push_back( std::move( entry ) );

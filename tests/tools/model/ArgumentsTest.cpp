@@ -1,6 +1,6 @@
 #include "tools/model/Arguments.h"
 
-#include "tools/model/Input.h"
+#include "tools/model/Errors.h"
 #include "tools/model/Model.h"
 
 #include "sim/Schema.h"
@@ -23,7 +23,7 @@ class Arguments : public ::testing::Test {
     std::string refusal( const char * recipe, const std::vector<std::string> & texts ) {
         try {
             parse( recipe, texts );
-        } catch ( const Tool::BadInput & trouble ) {
+        } catch ( const Tool::InputError & trouble ) {
             return trouble.what();
         }
         return "accepted";
@@ -129,7 +129,7 @@ TEST_F( Arguments, UnknownRecipesAreAnsweredWithTheNearest ) {
     try {
         Tool::needRecipe( "setEgrTunelEcnEncap" );
         FAIL();
-    } catch ( const Tool::BadInput & trouble ) {
+    } catch ( const Tool::InputError & trouble ) {
         EXPECT_STREQ( trouble.what(), "there is no recipe \"setEgrTunelEcnEncap\"; the nearest is "
                                       "setEgrTunnelEcnEncap; \"cairn-lt list\" shows all" );
     }

@@ -1,6 +1,6 @@
 #include "tools/model/BringupFile.h"
 
-#include "tools/model/Input.h"
+#include "tools/model/Errors.h"
 
 #include <gtest/gtest.h>
 
@@ -22,7 +22,7 @@ Bringup parse( const std::string & contents ) {
 std::string refusal( const std::string & contents ) {
     try {
         parse( contents );
-    } catch ( const Tool::BadInput & trouble ) {
+    } catch ( const Tool::InputError & trouble ) {
         return trouble.what();
     }
     return "accepted";
@@ -166,10 +166,10 @@ TEST( BringupFile, AChipFileThatCanNotBeReadIsNamedWithTheLineThatNamesIt ) {
     try {
         Tool::parseBringup( "[[chips]]\nname = 'leaf'\nunit = 0\nfile = 'gone.toml'\n", "x.toml",
                             []( const std::string & source ) -> Sim::Schema {
-                                throw Tool::BadInput( source + ": can not be read: gone" );
+                                throw Tool::InputError( source, 0, "can not be read: gone" );
                             } );
         FAIL();
-    } catch ( const Tool::BadInput & trouble ) {
+    } catch ( const Tool::InputError & trouble ) {
         EXPECT_STREQ( trouble.what(), "x.toml:4: gone.toml: can not be read: gone" );
     }
 }
@@ -178,10 +178,10 @@ TEST( BringupFile, AChipFileThatIsWrongNamesItsOwnLine ) {
     try {
         Tool::parseBringup( "[[chips]]\nname = 'leaf'\nunit = 0\nfile = 'chip.toml'\n", "x.toml",
                             []( const std::string & source ) -> Sim::Schema {
-                                throw Tool::BadInput( source + ":9: wrong" );
+                                throw Tool::InputError( source, 9, "wrong" );
                             } );
         FAIL();
-    } catch ( const Tool::BadInput & trouble ) {
+    } catch ( const Tool::InputError & trouble ) {
         EXPECT_STREQ( trouble.what(), "chip.toml:9: wrong" );
     }
 }

@@ -1,6 +1,6 @@
 #include "tools/model/ChipFile.h"
 
-#include "tools/model/Input.h"
+#include "tools/model/Errors.h"
 
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@ using Tool::parseChipFile;
 std::string refusal( const std::string & contents ) {
     try {
         parseChipFile( contents, "x.toml" );
-    } catch ( const Tool::BadInput & trouble ) {
+    } catch ( const Tool::InputError & trouble ) {
         return trouble.what();
     }
     return "accepted";
@@ -158,12 +158,12 @@ TEST( ChipFile, AMissingFileIsNamed ) {
     try {
         Tool::loadChip( "/nowhere/chip.toml" );
         FAIL();
-    } catch ( const Tool::BadInput & trouble ) {
+    } catch ( const Tool::InputError & trouble ) {
         EXPECT_STREQ( trouble.what(),
                       "/nowhere/chip.toml: can not be read: No such file or directory" );
     }
 }
 
-TEST( ChipFile, AFolderIsNotAFile ) { EXPECT_THROW( Tool::loadChip( "/tmp" ), Tool::BadInput ); }
+TEST( ChipFile, AFolderIsNotAFile ) { EXPECT_THROW( Tool::loadChip( "/tmp" ), Tool::InputError ); }
 
 } // namespace

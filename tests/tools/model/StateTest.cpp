@@ -1,6 +1,6 @@
 #include "tools/model/State.h"
 
-#include "tools/model/Input.h"
+#include "tools/model/Errors.h"
 
 #include "tests/tools/Program.h"
 
@@ -27,7 +27,7 @@ class State : public ::testing::Test {
                 chip.addUnit( kept.unit, kept.schema );
                 Tool::restore( chip, { kept }, "x.json" );
             }
-        } catch ( const Tool::BadInput & trouble ) {
+        } catch ( const Tool::InputError & trouble ) {
             return trouble.what();
         }
         return "accepted";
@@ -147,7 +147,7 @@ TEST_F( State, AFileThatCanNotBeWrittenIsNamed ) {
     try {
         Tool::saveState( chip, file( "no/folder.json" ) );
         FAIL();
-    } catch ( const Tool::BadInput & trouble ) {
+    } catch ( const Tool::Trouble & trouble ) {
         EXPECT_EQ( trouble.what(),
                    file( "no/folder.json" ) + ": can not be written: No such file or directory" );
     }
