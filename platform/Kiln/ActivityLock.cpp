@@ -2,6 +2,8 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <new>
+#include <pthread.h>
 
 namespace Kiln {
 
@@ -38,8 +40,22 @@ bool ActivityLock::heldByThisThread() const noexcept {
     return owner_.load( std::memory_order_relaxed ) == &thisThread;
 }
 
+// Another thread may have held the mutex, have been taking it or have been waiting for it. It does
+// not exist here, and nobody would ever release it: the mutex is made anew.
+void ActivityLock::freeInChild() noexcept {
+    if ( heldByThisThread() )
+        return;
+    new ( &mutex_ ) std::mutex;
+    owner_.store( nullptr, std::memory_order_relaxed );
+}
+
 ActivityLock & activityLock() noexcept {
-    static auto & lock = *new ActivityLock;
+    static auto & lock = [&]() -> ActivityLock & {
+        auto & made = *new ActivityLock;
+        if ( ::pthread_atfork( nullptr, nullptr, [] { activityLock().freeInChild(); } ) != 0 )
+            stopForMisuse( "no memory for its fork handler" );
+        return made;
+    }();
     return lock;
 }
 

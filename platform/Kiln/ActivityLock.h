@@ -23,6 +23,10 @@
 //                            | stops     |
 //
 // Misuse writes one line to standard error, "Kiln activity lock: ...", and aborts.
+//
+// In a child made by fork() the process's lock is free, unless the forking thread held it; then it
+// holds it in the child as well. A child made by clone() or _Fork(), which run no handlers, inherits
+// the lock as it is.
 
 namespace Kiln {
 
@@ -41,6 +45,11 @@ class ActivityLock {
     bool heldByThisThread() const noexcept;
 
   private:
+    friend ActivityLock & activityLock() noexcept;
+
+    /// In a child after fork(), of whose threads only the forking one is left.
+    void freeInChild() noexcept;
+
     std::mutex mutex_;
     std::atomic<const void *> owner_{ nullptr };
 };

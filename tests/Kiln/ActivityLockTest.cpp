@@ -1,10 +1,15 @@
+#include "tests/support/ChildProcess.h"
+
 #include <Kiln/ActivityLock.h>
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <csignal>
+#include <future>
 #include <string>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -79,6 +84,60 @@ TEST( ActivityLockTest, InterpreterLockThatIsNotHeldIsLeftAlone ) {
     Kiln::setInterpreterLock( nullptr );
     EXPECT_FALSE( interpreter.held );
     EXPECT_TRUE( interpreter.notes.empty() );
+}
+
+// Whether a child gets the lock. One that would wait forever is ended by a signal.
+bool getsTheLock() {
+    ::alarm( 20 );
+    const std::lock_guard held( activityLock() );
+    return activityLock().heldByThisThread();
+}
+
+TEST( ActivityLockTest, ChildFindsItFreeWhenAnotherThreadHeldItAtTheFork ) {
+    std::promise<void> taken;
+    std::promise<void> forked;
+    std::thread other( [&] {
+        const std::lock_guard held( activityLock() );
+        taken.set_value();
+        forked.get_future().wait();
+        EXPECT_TRUE( activityLock().heldByThisThread() ); // the parent's lock is as it was
+    } );
+    taken.get_future().wait();
+    EXPECT_EQ(
+        Support::runInChild( [] { return !activityLock().heldByThisThread() && getsTheLock(); } ),
+        0 );
+    forked.set_value();
+    other.join();
+}
+
+TEST( ActivityLockTest, ChildFindsItFreeWhateverOtherThreadsDidWithItAtTheFork ) {
+    std::atomic<bool> isEnding{ false };
+    std::vector<std::thread> others;
+    for ( int i = 0; i < 3; ++i )
+        others.emplace_back( [&] {
+            while ( !isEnding.load() ) {
+                const std::lock_guard held( activityLock() );
+                const Kiln::ActivityUnlockAnchor unlocked;
+            }
+        } );
+    for ( int i = 0; i < 60; ++i )
+        EXPECT_EQ( Support::runInChild( getsTheLock ), 0 ) << i;
+    isEnding = true;
+    for ( auto & other : others )
+        other.join();
+}
+
+TEST( ActivityLockTest, ChildHoldsItWhenTheForkingThreadHeldIt ) {
+    const std::lock_guard held( activityLock() );
+    EXPECT_EQ( Support::runInChild( [] {
+                   if ( !activityLock().heldByThisThread() )
+                       return false;
+                   std::thread( [] { EXPECT_FALSE( activityLock().heldByThisThread() ); } ).join();
+                   activityLock().unlock();
+                   return getsTheLock();
+               } ),
+               0 );
+    EXPECT_TRUE( activityLock().heldByThisThread() );
 }
 
 TEST( ActivityLockTest, ExcludesUnderContention ) {
