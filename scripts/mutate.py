@@ -128,10 +128,13 @@ MACHINERY = [
     ("platform/Fleetlog/TraceFile.cpp", "registeredBeyond_.clear();", ""),
     ("Cairn/internal/TraceMessage.h", "if ( !msgIdInitialized( *file, id ) ||", "if ( id == 0 ||"),
     ("Cairn/internal/TraceMessage.h", "if ( !msgIdInitialized( file, id ) )", "if ( id == 0 )"),
-    ("Cairn/internal/TraceMessage.h", "put2( ring, value )", "put4( ring, value )"),
-    ("Cairn/internal/TraceMessage.h", "ring.endMsg();", ""),
-    ("Cairn/internal/TraceMessage.h", """writeRecord( file, id, values... );
-    writeMessageText( site, values... );""", "writeRecord( file, id, values... );"),
+    ("Cairn/internal/TraceMessage.h", "put2( record, value )", "put4( record, value )"),
+    ("Cairn/internal/TraceMessage.h", """CairnPlatform::endMsg( record );
+    }
+    if ( messagesMayBeEnabled""", """}
+    if ( messagesMayBeEnabled"""),
+    ("Cairn/internal/TraceMessage.h", """}
+    writeMessageText( site, values... );""", "}"),
     ("Cairn/internal/TraceMessage.h", "if ( messagesMayBeEnabled( messageLevel ) ) [[unlikely]]",
      "if ( messagesMayBeEnabled( messageLevel + 1 ) )"),
     ("Cairn/internal/TraceMessage.cpp", "messagesMayBeEnabled( messageLevel ) ? nullptr : nowhere()",

@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <list>
+#include <mutex>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,28 +15,44 @@ namespace TraceReader {
 
 namespace {
 
+class FileBytes;
+
+/// The files that are open just now, the one that was read last in front. There are fewer than the
+/// process may have: one that is opened takes the place of the one that was read longest ago.
+class OpenFiles {
+  public:
+    static OpenFiles & instance() {
+        static OpenFiles & files = *new OpenFiles;
+        return files;
+    }
+
+    std::mutex mutex;
+    std::list<const FileBytes *> files;
+
+    static constexpr std::size_t most = 200;
+};
+
 class FileBytes : public Bytes {
   public:
     explicit FileBytes( const std::string & path ) : path_( path ) {
-        descriptor_ = ::open( path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK );
-        if ( descriptor_ < 0 )
-            fail();
-        struct stat status {};
-        if ( ::fstat( descriptor_, &status ) != 0 || !S_ISREG( status.st_mode ) ) {
-            ::close( descriptor_ );
-            throw Error( path_ + ": not a trace file: not a regular file" );
-        }
+        const std::lock_guard lock( OpenFiles::instance().mutex );
+        open();
     }
 
-    ~FileBytes() override { ::close( descriptor_ ); }
+    ~FileBytes() override {
+        const std::lock_guard lock( OpenFiles::instance().mutex );
+        close();
+    }
 
     FileBytes( const FileBytes & ) = delete;
     FileBytes & operator=( const FileBytes & ) = delete;
 
     std::size_t read( std::uint64_t offset, void * to, std::size_t size ) const override {
+        const std::lock_guard lock( OpenFiles::instance().mutex );
+        const int descriptor = use();
         std::size_t got = 0;
         while ( got < size ) {
-            const ssize_t part = ::pread( descriptor_, static_cast<std::byte *>( to ) + got,
+            const ssize_t part = ::pread( descriptor, static_cast<std::byte *>( to ) + got,
                                           size - got, static_cast<off_t>( offset + got ) );
             if ( part < 0 && errno == EINTR )
                 continue;
@@ -48,19 +66,90 @@ class FileBytes : public Bytes {
     }
 
     std::uint64_t size() const override {
-        struct stat status {};
-        if ( ::fstat( descriptor_, &status ) != 0 )
-            fail();
-        return static_cast<std::uint64_t>( status.st_size );
+        const std::lock_guard lock( OpenFiles::instance().mutex );
+        return static_cast<std::uint64_t>( status( use() ).st_size );
+    }
+
+    std::uint64_t nextData( std::uint64_t offset ) const override {
+        const std::lock_guard lock( OpenFiles::instance().mutex );
+        const int descriptor = use();
+        const off_t data = ::lseek( descriptor, static_cast<off_t>( offset ), SEEK_DATA );
+        if ( data >= 0 )
+            return static_cast<std::uint64_t>( data );
+        return errno == ENXIO ? static_cast<std::uint64_t>( status( descriptor ).st_size ) : offset;
+    }
+
+    std::optional<bool> isLocked() const override {
+        const std::lock_guard lock( OpenFiles::instance().mutex );
+        struct flock whole {};
+        whole.l_type = F_RDLCK;
+        whole.l_whence = SEEK_SET;
+        if ( ::fcntl( use(), F_OFD_GETLK, &whole ) != 0 )
+            return std::nullopt;
+        return whole.l_type != F_UNLCK;
     }
 
   private:
     [[noreturn]] void fail() const {
-        throw Error( path_ + ": cannot be read: " + std::strerror( errno ) );
+        throw Error( path_, std::string( "cannot be read: " ) + std::strerror( errno ),
+                     errno == ENOENT );
+    }
+
+    struct stat status( int descriptor ) const {
+        struct stat status {};
+        if ( ::fstat( descriptor, &status ) != 0 )
+            fail();
+        return status;
+    }
+
+    void open() const {
+        auto & files = OpenFiles::instance().files;
+        while ( files.size() >= OpenFiles::most )
+            files.back()->close();
+        while ( ( descriptor_ = ::open( path_.c_str(),
+                                        O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY ) ) < 0 ) {
+            if ( ( errno != EMFILE && errno != ENFILE ) || files.empty() )
+                fail();
+            files.back()->close();
+        }
+        files.push_front( this );
+        place_ = files.begin();
+        struct stat found {};
+        const bool isRegular = ::fstat( descriptor_, &found ) == 0 && S_ISREG( found.st_mode );
+        const bool isSame = !isKnown_ || ( found.st_dev == device_ && found.st_ino == inode_ );
+        if ( !isRegular || !isSame ) {
+            close();
+            throw Error( path_, isRegular ? "was replaced by another file while it was read"
+                                          : "not a trace file: not a regular file" );
+        }
+        device_ = found.st_dev;
+        inode_ = found.st_ino;
+        isKnown_ = true;
+    }
+
+    void close() const {
+        if ( descriptor_ < 0 )
+            return;
+        ::close( descriptor_ );
+        descriptor_ = -1;
+        OpenFiles::instance().files.erase( place_ );
+    }
+
+    int use() const {
+        auto & files = OpenFiles::instance().files;
+        if ( descriptor_ < 0 )
+            open();
+        else if ( files.front() != this )
+            files.splice( files.begin(), files, place_ );
+        return descriptor_;
     }
 
     std::string path_;
-    int descriptor_;
+    mutable int descriptor_ = -1;
+    mutable std::list<const FileBytes *>::iterator place_; ///< among the open files
+    mutable bool isKnown_ = false;
+    mutable dev_t device_ = 0;
+    mutable ino_t inode_ = 0;
 };
 
 class MemoryBytes : public Bytes {
@@ -77,6 +166,8 @@ class MemoryBytes : public Bytes {
     }
 
     std::uint64_t size() const override { return content_.size(); }
+    std::uint64_t nextData( std::uint64_t offset ) const override { return offset; }
+    std::optional<bool> isLocked() const override { return std::nullopt; }
 
   private:
     std::vector<std::byte> content_;

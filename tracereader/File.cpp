@@ -1,12 +1,16 @@
 #include "tracereader/TraceReader.h"
 
+#include "text/Escape.h"
 #include "tracereader/Bytes.h"
 
 #include <Fleetlog/Format.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
+#include <unordered_map>
+#include <unordered_set>
 
 namespace TraceReader {
 
@@ -14,15 +18,12 @@ namespace {
 
 namespace Layout = Fleetlog::Format;
 
-// What a descriptor or a block may have at most, so that a damaged length asks for no absurd
-// memory.
-constexpr std::uint64_t maxDescriptorSize = 1 << 16;
-constexpr std::uint64_t maxBlockBytes = 1 << 20;
-constexpr std::uint64_t maxRegionBytes = std::uint64_t( 1 ) << 48;
+// What a writer makes at most. What is beyond was never written by one, and is refused, so that
+// reading takes no more time and memory than the file is worth.
+constexpr std::uint64_t maxDescriptorSize = 2048;
+constexpr std::size_t maxLetters = 64;
+constexpr std::uint64_t maxRegionBytes = std::uint64_t( 1 ) << 40;
 constexpr std::uint32_t maxSiteId = 1 << 20;
-
-// How many blocks are read at a time.
-constexpr std::size_t chunkBlocks = 64;
 
 template <class Value>
 Value load( const std::byte * at ) noexcept {
@@ -119,6 +120,14 @@ std::optional<std::size_t> fixedSize( std::string_view letters ) noexcept {
     return size;
 }
 
+// What a block has for records.
+constexpr std::uint64_t roomOfBlock = Layout::pageBytes - sizeof( Layout::BlockHeader );
+
+bool isZero( std::span<const std::byte> bytes ) noexcept {
+    return std::all_of( bytes.begin(), bytes.end(),
+                        []( std::byte each ) { return each == std::byte{ 0 }; } );
+}
+
 constexpr std::size_t roundUp( std::size_t size ) noexcept { return ( size + 7 ) / 8 * 8; }
 
 // Whether a text can be printed, also within a JSON string, as it is.
@@ -150,8 +159,13 @@ std::vector<std::string> splitTexts( std::string_view text, std::size_t values )
 
 } // namespace
 
+Error::Error( const std::string & path, const std::string & cause, bool isMissing )
+    : std::runtime_error( Text::printable( path + ": " + cause ) ), cause_( cause ),
+      isMissing_( isMissing ) {}
+
 std::string Finding::text() const {
-    return file + ": at byte " + std::to_string( offset ) + ": " + what;
+    return Text::printable(
+        file + ": " + ( offset ? "at byte " + std::to_string( *offset ) + ": " : "" ) + what );
 }
 
 std::int64_t Clock::time( std::uint64_t counter ) const noexcept {
@@ -165,8 +179,15 @@ std::int64_t Clock::time( std::uint64_t counter ) const noexcept {
     return sum;
 }
 
-std::uint64_t Counts::overwrittenRecords() const noexcept {
-    return fullBlocks == 0 ? 0 : overwrittenBlocks * fullBlockRecords / fullBlocks;
+std::optional<std::uint64_t> Counts::overwrittenRecords() const noexcept {
+    if ( overwrittenBytes == 0 )
+        return 0;
+    if ( recordBytes == 0 )
+        return std::nullopt;
+    const double average = static_cast<double>( recordBytes ) / static_cast<double>( records );
+    const double estimate = static_cast<double>( overwrittenBytes ) / average;
+    constexpr double most = 1e18;
+    return std::max<std::uint64_t>( 1, static_cast<std::uint64_t>( std::min( estimate, most ) ) );
 }
 
 void decode( const Record & record, std::vector<Value> & values ) {
@@ -188,6 +209,8 @@ class File::Impl {
 
     bool next( Record & record );
     bool poll();
+    void setReadAhead( std::size_t blocks ) noexcept { chunkBlocks_ = blocks; }
+    Writer writer() const;
 
     Info info;
     std::deque<Site> sites;
@@ -209,11 +232,13 @@ class File::Impl {
         std::uint64_t sequence;
         std::uint64_t counter;
         std::int64_t time;
+        std::uint32_t thread;
     };
 
     void readHeader();
     void readChangingHeader();
     void checkSize();
+    void checkNotCut();
     void readSites();
     bool addSite( const Layout::DescriptorHeader & header, std::span<const std::byte> texts );
     Plan & plan( std::uint32_t id );
@@ -224,6 +249,7 @@ class File::Impl {
     std::uint64_t blockIndex( std::uint64_t sequence ) const noexcept;
     std::optional<Block> readBlockHeader( std::uint64_t index );
     bool isStillThere( const Block & block ) const;
+    bool isOverwritten( std::uint64_t sequence );
     bool enterBlock();
     void fillGap( std::uint64_t wanted );
     bool loadChunk();
@@ -231,7 +257,8 @@ class File::Impl {
     void startBlock( const Block & block );
     void countOverwritten( const Block & first );
     void checkEnd();
-    std::size_t committedBytes() const noexcept;
+    std::uint64_t restOfBlock() const noexcept;
+    std::size_t committedBytes( std::uint64_t offset, std::size_t position ) const;
     bool nextInBlock( Record & record );
     bool isSound( const Plan & plan, std::span<const std::byte> payload ) const noexcept;
     void find( Finding::Kind kind, std::uint64_t offset, std::string what );
@@ -241,20 +268,21 @@ class File::Impl {
 
     const File & self_;
     std::unique_ptr<Bytes> bytes_;
-    std::uint64_t headerBytes_ = 0;
     std::uint64_t ringOffset_ = 0;
     std::uint64_t recordRoom_ = 0;
     Fleetlog::Timestamps timestamps_{};
 
     std::uint64_t descriptorOffset_ = 0; ///< where the next descriptor begins
     bool hasMoreDescriptors_ = true;
-    std::vector<Plan> plans_; ///< by the site's identifier
-    Plan unknownPlan_;
+    std::unordered_map<std::uint32_t, Plan> plans_; ///< by the site's identifier
+    std::unordered_set<std::string> found_;         ///< the findings, so that none is told twice
+    std::uint64_t size_ = 0;                        ///< of the file, when it was last looked at
 
     std::vector<Block> blocks_;  ///< to be read, by sequence
     std::size_t nextBlock_ = 0;  ///< in blocks_
     std::size_t chunkBegin_ = 0; ///< the part of blocks_ that is in chunk_
     std::size_t chunkEnd_ = 0;
+    std::size_t chunkBlocks_ = 64; ///< how many blocks are read at a time
     std::vector<std::byte> chunk_;
     std::size_t chunkBytes_ = 0; ///< of the chunk, that are on file
     bool isChunkWhole_ = false;  ///< none of it was overwritten while it was read
@@ -263,12 +291,12 @@ class File::Impl {
     bool isStarted_ = false; ///< block_ is one that was entered
     Block block_{};
     const std::byte * blockBytes_ = nullptr;
-    std::size_t position_ = 0;        ///< in the block: the next record
-    std::size_t limit_ = 0;           ///< in the block: what can be read
-    bool isBlockCut_ = false;         ///< the file ends within the block
-    bool isBlockDamaged_ = false;     ///< and what follows position_ is lost
-    std::uint64_t recordsBefore_ = 0; ///< how many were read before the block
-    bool wasOvertaken_ = false;       ///< blocks were overwritten before they could be read
+    std::size_t position_ = 0;    ///< in the block: the next record
+    std::size_t limit_ = 0;       ///< in the block: what can be read
+    bool isBlockCut_ = false;     ///< the file ends within the block
+    bool isBlockDamaged_ = false; ///< and what follows position_ is lost
+    bool isRestUnused_ = false;   ///< the writer left the block before it was full
+    bool wasOvertaken_ = false;   ///< blocks were overwritten before they could be read
 };
 
 File::Impl::Impl( const File & self, std::unique_ptr<Bytes> bytes, std::string path )
@@ -284,33 +312,47 @@ File::Impl::Impl( const File & self, std::unique_ptr<Bytes> bytes, std::string p
 // The header ------------------------------------------------------------------------------------
 
 void File::Impl::readHeader() {
-    const auto refuse = [this]( const std::string & why ) {
-        throw Error( info.path + ": " + why );
-    };
+    const auto refuse = [this]( const std::string & why ) { throw Error( info.path, why ); };
 
     Layout::FileHeader header{};
     const std::size_t got = bytes_->read( 0, &header, sizeof header );
+    if ( got == 0 )
+        refuse( "is empty: its writer was stopped before it had made it" );
     if ( got < sizeof header.magic ||
-         std::memcmp( header.magic, Layout::magic, sizeof header.magic ) != 0 )
+         std::memcmp( header.magic, Layout::magic, sizeof header.magic ) != 0 ) {
+        if ( isZero( { reinterpret_cast<const std::byte *>( &header ), got } ) )
+            refuse( "begins with zeros: its writer was stopped before it had written the header" );
         refuse( "not a trace file: it does not begin with \"FLEETLOG\"" );
-    if ( got < sizeof header )
-        refuse( "ends within its header, after " + count( got, "byte" ) + "; nothing can be read" );
+    }
+    const auto endsWithin = [&]( std::size_t bytes ) {
+        if ( got < bytes )
+            refuse( "ends within its header, after " + count( got, "byte" ) +
+                    "; nothing can be read" );
+    };
+    endsWithin( Layout::headerBytesVersion1 );
     if ( header.byteOrder == __builtin_bswap32( Layout::byteOrderMark ) )
         refuse( "written on a machine of the other byte order; read it on such a machine" );
-    if ( header.version != Layout::version )
+    if ( header.version < Layout::oldestVersion || header.version > Layout::version )
         refuse( "has format version " + std::to_string( header.version ) +
-                "; this reader knows version " + std::to_string( Layout::version ) +
+                "; this reader knows versions " + std::to_string( Layout::oldestVersion ) + " to " +
+                std::to_string( Layout::version ) +
                 ": use the reader that belongs to the program that wrote it" );
-    if ( header.byteOrder != Layout::byteOrderMark || header.headerBytes < sizeof header ||
-         header.headerBytes > maxBlockBytes || header.descriptorBytes > maxRegionBytes ||
-         header.blockBytes < sizeof( Layout::BlockHeader ) + sizeof( Layout::RecordHeader ) ||
-         header.blockBytes % 8 != 0 || header.blockBytes > maxBlockBytes ||
-         header.blockCount == 0 || header.blockCount > maxRegionBytes / header.blockBytes )
-        refuse( "has a damaged header; nothing can be found with it" );
+    if ( header.version > 1 )
+        endsWithin( sizeof header );
+    const auto isRegion = []( std::uint64_t bytes ) {
+        return bytes % Layout::pageBytes == 0 && bytes >= Layout::pageBytes &&
+               bytes <= maxRegionBytes;
+    };
+    if ( header.byteOrder != Layout::byteOrderMark || header.headerBytes != Layout::pageBytes ||
+         !isRegion( header.descriptorBytes ) || header.blockBytes != Layout::pageBytes ||
+         header.blockCount < 2 || header.blockCount > maxRegionBytes / Layout::pageBytes )
+        refuse( "has a damaged header: header of " + count( header.headerBytes, "byte" ) + ", " +
+                count( header.descriptorBytes, "byte" ) + " of descriptors, " +
+                count( header.blockCount, "block" ) + " of " + count( header.blockBytes, "byte" ) +
+                "; no writer makes such a file, and nothing can be found in it" );
 
     if ( header.checksum != Layout::checksum( &header, offsetof( Layout::FileHeader, checksum ) ) )
         damage( 0, "the header is damaged; program, process and times may be wrong" );
-    headerBytes_ = header.headerBytes;
     descriptorOffset_ = header.headerBytes;
     ringOffset_ = header.headerBytes + header.descriptorBytes;
 
@@ -355,14 +397,18 @@ void File::Impl::readHeader() {
 
 void File::Impl::readChangingHeader() {
     Layout::FileHeader header{};
-    if ( bytes_->read( 0, &header, sizeof header ) < sizeof header )
+    if ( bytes_->read( 0, &header, sizeof header ) < Layout::headerBytesVersion1 )
         return;
     info.isClosed = header.state == static_cast<std::uint32_t>( Layout::State::closed );
     info.unregistered = header.unregistered;
+    if ( info.version == 1 )
+        return;
+    info.interrupting = header.interrupting;
+    info.hasLock = header.lock == static_cast<std::uint32_t>( Layout::Lock::held );
 }
 
 void File::Impl::checkSize() {
-    const std::uint64_t size = bytes_->size();
+    const std::uint64_t size = size_ = bytes_->size();
     const std::uint64_t whole = ringOffset_ + info.blockCount * info.blockBytes;
     if ( size < ringOffset_ )
         damage( size, "the file ends here, before its records; it should have " +
@@ -374,6 +420,27 @@ void File::Impl::checkSize() {
                     " of " + std::to_string( info.blockCount ) + " missing or cut" );
     else if ( size > whole )
         damage( whole, count( size - whole, "byte" ) + " after the end" );
+}
+
+// A file that is being followed may be cut under its writer, which nobody may do.
+void File::Impl::checkNotCut() {
+    const std::uint64_t size = bytes_->size();
+    if ( size >= size_ )
+        return;
+    damage( size, "the file was cut here, from " + count( size_, "byte" ) +
+                      ", while it was read; what was behind is lost" );
+    size_ = size;
+    info.isCut = true;
+}
+
+// Whether somebody may still be writing.
+Writer File::Impl::writer() const {
+    if ( info.isCut )
+        return Writer::ended;
+    if ( !info.hasLock )
+        return info.isClosed ? Writer::ended : Writer::unknown;
+    const auto isLocked = bytes_->isLocked();
+    return !isLocked ? Writer::unknown : *isLocked ? Writer::lives : Writer::ended;
 }
 
 // Descriptors -----------------------------------------------------------------------------------
@@ -389,10 +456,13 @@ void File::Impl::readSites() {
             hasMoreDescriptors_ = false;
             return;
         }
-        const std::size_t got = bytes_->read( descriptorOffset_, &header, sizeof header );
-        if ( got >= sizeof header.size && header.size == 0 )
+        // The size is written last, so it is read first, and by itself.
+        if ( bytes_->read( descriptorOffset_, &header.size, sizeof header.size ) ==
+                 sizeof header.size &&
+             header.size == 0 )
             return; // more may come
-        if ( got < sizeof header ) {
+        std::atomic_thread_fence( std::memory_order_acquire );
+        if ( bytes_->read( descriptorOffset_, &header, sizeof header ) < sizeof header ) {
             hasMoreDescriptors_ = false; // the end of the file, which is a finding already
             return;
         }
@@ -433,7 +503,7 @@ bool File::Impl::addSite( const Layout::DescriptorHeader & header,
     std::string_view file;
     std::string_view letters;
     std::string_view piece;
-    if ( !cursor.take( file ) || !cursor.take( letters ) ||
+    if ( !cursor.take( file ) || !cursor.take( letters ) || letters.size() > maxLetters ||
          letters.find_first_not_of( "isbp" ) != letters.npos )
         return false;
     std::string function;
@@ -449,8 +519,6 @@ bool File::Impl::addSite( const Layout::DescriptorHeader & header,
     const bool isAllPlain = isPlain( file ) && isPlain( message );
     sites.push_back( { header.id, std::string( file ), header.line, std::string( letters ),
                        std::move( function ), splitTexts( message, letters.size() ), isAllPlain } );
-    if ( plans_.size() <= header.id )
-        plans_.resize( header.id + 1 );
     Plan & plan = plans_[header.id];
     plan.site = &sites.back();
     if ( const auto size = fixedSize( letters ) )
@@ -459,16 +527,11 @@ bool File::Impl::addSite( const Layout::DescriptorHeader & header,
 }
 
 File::Impl::Plan & File::Impl::plan( std::uint32_t id ) {
-    if ( id < plans_.size() && plans_[id].site != nullptr )
-        return plans_[id];
-    if ( id > maxSiteId )
-        return unknownPlan_;
-    if ( plans_.size() <= id )
-        plans_.resize( id + 1 );
+    Plan & known = plans_[id];
     // It may have been registered since the descriptors were read.
-    if ( !plans_[id].isReported )
+    if ( known.site == nullptr && !known.isReported )
         readSites();
-    return plans_[id];
+    return known;
 }
 
 // Blocks ----------------------------------------------------------------------------------------
@@ -491,10 +554,14 @@ std::optional<File::Impl::Block> File::Impl::readBlockHeader( std::uint64_t inde
             return std::nullopt; // the end of the file, which is a finding already
         if ( header.sequence == 0 )
             return std::nullopt;
-        if ( header.checksum ==
-                 Layout::checksum( &header, offsetof( Layout::BlockHeader, checksum ) ) &&
+        const std::uint32_t checksum = header.checksum;
+        header.checksum = 0;
+        const std::size_t summed =
+            info.version == 1 ? offsetof( Layout::BlockHeader, checksum ) : sizeof header;
+        if ( checksum == Layout::checksum( &header, summed ) &&
              blockIndex( header.sequence ) == index )
-            return Block{ header.sequence, header.counter, header.time };
+            return Block{ header.sequence, header.counter, header.time,
+                          info.version == 1 ? info.thread : header.thread };
     }
     damage( offset, "the header of a block is damaged; the block is lost" );
     return std::nullopt;
@@ -507,16 +574,34 @@ bool File::Impl::isStillThere( const Block & block ) const {
            sequence == block.sequence;
 }
 
+// Whether the ring has come round to the place of a block: one that is as new as what follows it
+// there, or newer, lies at the place before it.
+bool File::Impl::isOverwritten( std::uint64_t sequence ) {
+    if ( sequence < 2 )
+        return false;
+    const auto before = readBlockHeader( blockIndex( sequence - 1 ) );
+    return before && before->sequence >= sequence - 1 + info.blockCount;
+}
+
 // Finds the blocks after a sequence number, wherever they are.
 void File::Impl::scanBlocks( std::uint64_t after ) {
     const std::uint64_t size = bytes_->size();
     const std::uint64_t held =
         size <= ringOffset_ ? 0 : ( size - ringOffset_ - 1 ) / info.blockBytes + 1;
     const std::uint64_t end = std::min( held, info.blockCount );
+    std::uint64_t unused = 0; // blocks one after the other
     for ( std::uint64_t index = 0; index < end; ++index ) {
         const auto block = readBlockHeader( index );
+        unused = block ? 0 : unused + 1;
         if ( block && block->sequence > after )
             blocks_.push_back( *block );
+        // A file may be far longer than what is on disk of it.
+        constexpr std::uint64_t manyUnused = 16;
+        if ( unused % manyUnused == manyUnused - 1 ) {
+            const std::uint64_t data = bytes_->nextData( blockOffset( index + 1 ) );
+            if ( data > blockOffset( index + 1 ) )
+                index = std::min( ( data - ringOffset_ ) / info.blockBytes, end ) - 1;
+        }
     }
     std::sort( blocks_.begin(), blocks_.end(), []( const Block & one, const Block & other ) {
         return one.sequence < other.sequence;
@@ -568,6 +653,8 @@ bool File::Impl::enterBlock() {
         }
         wasOvertaken_ = true;
     }
+    chunk_ = {}; // there may be many files, and this one may have been read to its end
+    chunkBegin_ = chunkEnd_ = 0;
     return false;
 }
 
@@ -580,7 +667,7 @@ void File::Impl::fillGap( std::uint64_t wanted ) {
     const auto there = readBlockHeader( blockIndex( wanted ) );
     if ( there && there->sequence == wanted )
         blocks_.insert( blocks_.begin() + static_cast<std::ptrdiff_t>( nextBlock_ ), *there );
-    else if ( there && there->sequence > wanted )
+    else if ( ( there && there->sequence > wanted ) || isOverwritten( wanted ) )
         wasOvertaken_ = true;
 }
 
@@ -590,7 +677,7 @@ bool File::Impl::loadChunk() {
     if ( nextBlock_ >= chunkEnd_ || nextBlock_ < chunkBegin_ ) {
         chunkBegin_ = nextBlock_;
         chunkEnd_ = nextBlock_ + 1;
-        while ( chunkEnd_ + 1 < blocks_.size() && chunkEnd_ - chunkBegin_ < chunkBlocks &&
+        while ( chunkEnd_ + 1 < blocks_.size() && chunkEnd_ - chunkBegin_ < chunkBlocks_ &&
                 blocks_[chunkEnd_].sequence == blocks_[chunkEnd_ - 1].sequence + 1 &&
                 blockIndex( blocks_[chunkEnd_].sequence ) != 0 )
             ++chunkEnd_;
@@ -606,32 +693,39 @@ bool File::Impl::loadChunk() {
     return isChunkWhole_ || isStillThere( blocks_[nextBlock_] );
 }
 
-// Reads the block that is being written, twice: the records whose sizes were there the first time
-// are whole the second time.
+// Reads the block that is being written: first how far its records reach, then these.
 bool File::Impl::loadNewest( const Block & block ) {
     const std::uint64_t offset = blockOffset( blockIndex( block.sequence ) );
+    const bool isCurrent = isStarted_ && block.sequence == block_.sequence;
+    const std::size_t committed =
+        committedBytes( offset, isCurrent ? position_ : sizeof( Layout::BlockHeader ) );
     newest_.assign( info.blockBytes, std::byte{ 0 } );
     limit_ = bytes_->read( offset, newest_.data(), newest_.size() );
     isBlockCut_ = limit_ < info.blockBytes;
+    limit_ = std::min( limit_, committed );
     blockBytes_ = newest_.data();
-    const std::size_t committed = committedBytes();
-    limit_ = std::min( committed, bytes_->read( offset, newest_.data(), newest_.size() ) );
     return isStillThere( block );
 }
 
-// How far the records of the loaded block reach: to the end of the last, or, if that is damaged, to
-// the end of the block.
-std::size_t File::Impl::committedBytes() const noexcept {
-    std::size_t position = sizeof( Layout::BlockHeader );
-    while ( position + sizeof( Layout::RecordHeader ) <= limit_ ) {
-        const auto size = load<std::uint32_t>( blockBytes_ + position );
+// How far the records of a block reach that may be being written: to the end of the last, or, if that
+// is damaged, to the end of the block. Each size is read by itself, after the one before it: the
+// writer has put a 0 behind a record before it let the record in. Of a copy that is made in one go,
+// that is not certain: processors copy in an order of their own, and what was left behind the records
+// from an earlier round would be taken for records.
+std::size_t File::Impl::committedBytes( std::uint64_t offset, std::size_t position ) const {
+    while ( position + sizeof( Layout::RecordHeader ) <= info.blockBytes ) {
+        std::uint32_t size = 0;
+        if ( bytes_->read( offset + position, &size, sizeof size ) < sizeof size )
+            return info.blockBytes; // the end of the file, which is a finding already
+        std::atomic_thread_fence( std::memory_order_acquire );
         if ( size == 0 )
             return position;
-        if ( size < sizeof( Layout::RecordHeader ) || size % 8 != 0 || size > limit_ - position )
+        if ( size < sizeof( Layout::RecordHeader ) || size % 8 != 0 ||
+             size > info.blockBytes - position )
             break;
         position += size;
     }
-    return limit_;
+    return info.blockBytes;
 }
 
 void File::Impl::startBlock( const Block & block ) {
@@ -641,14 +735,17 @@ void File::Impl::startBlock( const Block & block ) {
     else {
         const std::uint64_t blocks = block.sequence - block_.sequence - 1;
         if ( wasOvertaken_ ) {
+            const std::uint64_t bytes = blocks * roomOfBlock + restOfBlock();
             counts.overwrittenBlocks += blocks;
-            find( Finding::Kind::overwritten, offset,
-                  "overwritten before they could be read: " + count( blocks, "block" ) +
-                      " before this one, and what was not yet read of the one before" );
+            counts.overwrittenBytes += bytes;
+            if ( bytes != 0 )
+                find( Finding::Kind::overwritten, offset,
+                      "overwritten before they could be read: " + count( blocks, "block" ) +
+                          " before this one" +
+                          ( bytes == blocks * roomOfBlock ? ""
+                                                          : ", and the rest of the one before" ) );
         } else {
             checkEnd();
-            ++counts.fullBlocks;
-            counts.fullBlockRecords += counts.records - recordsBefore_;
             counts.missingBlocks += blocks;
             if ( blocks != 0 )
                 damage( offset, "missing before this block: " + count( blocks, "block" ) );
@@ -657,15 +754,22 @@ void File::Impl::startBlock( const Block & block ) {
     wasOvertaken_ = false;
     isStarted_ = true;
     isBlockDamaged_ = false;
+    isRestUnused_ = false;
     block_ = block;
     position_ = sizeof( Layout::BlockHeader );
-    recordsBefore_ = counts.records;
     ++counts.blocks;
+}
+
+// What a writer may have put behind the records that were read of the block, if it is complete by
+// now: nothing if the next one would not have fitted.
+std::uint64_t File::Impl::restOfBlock() const noexcept {
+    return isRestUnused_ || position_ + recordRoom_ > info.blockBytes ? 0
+                                                                      : info.blockBytes - position_;
 }
 
 // The block that was read is followed by another, so it should be full.
 void File::Impl::checkEnd() {
-    if ( !isBlockDamaged_ && !isBlockCut_ && position_ + recordRoom_ <= info.blockBytes )
+    if ( !isBlockDamaged_ && !isBlockCut_ && restOfBlock() != 0 )
         damage( blockOffset( blockIndex( block_.sequence ) ) + position_,
                 "the records of a block end early; what followed in it is lost" );
 }
@@ -688,6 +792,9 @@ void File::Impl::countOverwritten( const Block & first ) {
             missing = 0; // about to be made anew
     }
     counts.overwrittenBlocks = first.sequence - 1 - missing;
+    counts.overwrittenBytes = counts.overwrittenBlocks > UINT64_MAX / roomOfBlock
+                                  ? UINT64_MAX
+                                  : counts.overwrittenBlocks * roomOfBlock;
     counts.missingBlocks = missing;
     if ( missing > 0 )
         damage( blockOffset( blockIndex( first.sequence ) ),
@@ -713,13 +820,21 @@ bool File::Impl::nextInBlock( Record & record ) {
         return false;
     }
 
+    if ( header.id == Layout::restUnusedId && info.version > 1 ) {
+        isRestUnused_ = true;
+        limit_ = position_;
+        return false;
+    }
     record.file = &self_;
     record.id = header.id;
+    record.thread = block_.thread;
     record.offset = offset;
+    record.counter = 0;
     record.payload = { at + sizeof header, header.size - sizeof header };
     switch ( timestamps_ ) {
     case Fleetlog::Timestamps::counter:
         record.time = clock.time( header.time );
+        record.counter = static_cast<std::int64_t>( header.time - clock.baseCounter );
         break;
     case Fleetlog::Timestamps::tick:
         record.time = static_cast<std::int64_t>( header.time );
@@ -747,6 +862,7 @@ bool File::Impl::nextInBlock( Record & record ) {
     }
     position_ += header.size;
     ++counts.records;
+    counts.recordBytes += header.size;
     return true;
 }
 
@@ -771,6 +887,7 @@ bool File::Impl::next( Record & record ) {
 }
 
 bool File::Impl::poll() {
+    checkNotCut();
     readChangingHeader();
     readSites();
     blocks_.clear();
@@ -797,11 +914,8 @@ bool File::Impl::poll() {
 }
 
 void File::Impl::find( Finding::Kind kind, std::uint64_t offset, std::string what ) {
-    const auto isSame = [&]( const Finding & each ) {
-        return each.offset == offset && each.what == what;
-    };
     if ( findings.size() == File::maxFindings ||
-         std::any_of( findings.begin(), findings.end(), isSame ) )
+         !found_.insert( std::to_string( offset ) + what ).second )
         return;
     if ( findings.size() == File::maxFindings - 1 )
         what = "and more: further findings are left out";
@@ -817,6 +931,9 @@ File::File( std::string path, std::vector<std::byte> content )
     : impl_(
           std::make_unique<Impl>( *this, holdBytes( std::move( content ) ), std::move( path ) ) ) {}
 
+File::File( std::string path, std::unique_ptr<Bytes> bytes )
+    : impl_( std::make_unique<Impl>( *this, std::move( bytes ), std::move( path ) ) ) {}
+
 File::~File() = default;
 
 const Info & File::info() const noexcept { return impl_->info; }
@@ -828,5 +945,7 @@ const Counts & File::counts() const noexcept { return impl_->counts; }
 const Clock & File::clock() const noexcept { return impl_->clock; }
 std::int64_t File::clockSpan() const noexcept { return impl_->clockSpan; }
 void File::setClock( const Clock & clock ) noexcept { impl_->clock = clock; }
+void File::setReadAhead( std::size_t blocks ) noexcept { impl_->setReadAhead( blocks ); }
+Writer File::writer() const { return impl_->writer(); }
 
 } // namespace TraceReader

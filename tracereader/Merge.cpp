@@ -5,41 +5,97 @@
 
 namespace TraceReader {
 
-// Heaps have the greatest in front, so the later record is the lesser one.
+namespace {
+
+// What the files together may read ahead.
+constexpr std::size_t readAheadBlocks = 16384;
+constexpr std::size_t mostReadAhead = 64;
+
+} // namespace
+
+// Heaps have the greatest in front, so the later record is the lesser one. Within a group a greater
+// counter never has an earlier time, so that this is one order for all.
 bool Merge::isLater( const Head & one, const Head & other ) noexcept {
-    return one.record.time != other.record.time ? one.record.time > other.record.time
-                                                : one.file > other.file;
+    if ( one.record.time != other.record.time )
+        return one.record.time > other.record.time;
+    if ( one.group != other.group )
+        return one.group > other.group;
+    if ( one.record.counter != other.record.counter )
+        return one.record.counter > other.record.counter;
+    return one.file > other.file;
+}
+
+bool Merge::add( const std::string & path ) {
+    try {
+        add( std::make_unique<File>( path ) );
+        return true;
+    } catch ( const Error & error ) {
+        find( error, path, "" );
+        return false;
+    }
 }
 
 void Merge::add( std::unique_ptr<File> file ) {
     toRefill_.push_back( files_.size() );
+    groupOfFile_.push_back( groupOf( *file ) );
+    isLost_.push_back( false );
+    if ( isStarted_ )
+        file->setClock( groups_[groupOfFile_.back()].clock );
     files_.push_back( std::move( file ) );
 }
 
 // The files of a process were stamped by one clock. They get one rate, too, that which was measured
 // over the longest time: two threads' records must not change places because their files measured
-// differently.
-void Merge::shareClocks() {
-    const auto isShared = []( const Clock & one, const Clock & other ) {
-        return one.baseCounter == other.baseCounter && one.baseTime == other.baseTime;
-    };
-    for ( const auto & file : files_ ) {
-        const File * best = file.get();
-        for ( const auto & other : files_ )
-            if ( isShared( other->clock(), file->clock() ) &&
-                 other->clockSpan() > best->clockSpan() )
-                best = other.get();
-        file->setClock( best->clock() );
+// differently. It stays the same from the first record on.
+std::size_t Merge::groupOf( const File & file ) {
+    const auto & clock = file.clock();
+    const auto [entry, isNew] =
+        groupByBase_.try_emplace( { clock.baseCounter, clock.baseTime }, groups_.size() );
+    if ( isNew )
+        groups_.push_back( { clock.baseCounter, clock.baseTime, clock, file.clockSpan() } );
+    Group & group = groups_[entry->second];
+    if ( !isStarted_ && file.clockSpan() > group.clockSpan ) {
+        group.clock = clock;
+        group.clockSpan = file.clockSpan();
     }
+    return entry->second;
+}
+
+void Merge::start() {
+    const std::size_t readAhead = std::clamp<std::size_t>(
+        readAheadBlocks / std::max<std::size_t>( files_.size(), 1 ), 1, mostReadAhead );
+    for ( std::size_t index = 0; index < files_.size(); ++index ) {
+        files_[index]->setClock( groups_[groupOfFile_[index]].clock );
+        files_[index]->setReadAhead( readAhead );
+    }
+    isStarted_ = true;
+}
+
+// Reads a file, unless it can no longer be read, which is told once.
+template <class Read>
+bool Merge::tryRead( std::size_t file, Read read ) {
+    if ( isLost_[file] )
+        return false;
+    try {
+        return read( *files_[file] );
+    } catch ( const Error & error ) {
+        find( error, files_[file]->info().path, "; it is not read further" );
+        isLost_[file] = true;
+        return false;
+    }
+}
+
+void Merge::find( const Error & error, const std::string & path, const std::string & consequence ) {
+    findings_.push_back( { error.isMissing() ? Finding::Kind::removed : Finding::Kind::damage, path,
+                           std::nullopt, error.cause() + consequence } );
 }
 
 bool Merge::next( Record & record ) {
     if ( !isStarted_ )
-        shareClocks();
-    isStarted_ = true;
+        start();
     for ( const std::size_t index : toRefill_ ) {
-        Head head{ {}, index };
-        if ( files_[index]->next( head.record ) ) {
+        Head head{ {}, index, groupOfFile_[index] };
+        if ( tryRead( index, [&]( File & file ) { return file.next( head.record ); } ) ) {
             heads_.push_back( head );
             std::push_heap( heads_.begin(), heads_.end(), isLater );
         }
@@ -55,9 +111,11 @@ bool Merge::next( Record & record ) {
 }
 
 bool Merge::poll() {
-    bool isWorth = false;
+    bool isWorth = !toRefill_.empty(); // files that were added
+    const std::vector<std::size_t> added = toRefill_;
     for ( std::size_t index = 0; index < files_.size(); ++index ) {
-        if ( files_[index]->poll() ) {
+        if ( std::find( added.begin(), added.end(), index ) == added.end() &&
+             tryRead( index, []( File & file ) { return file.poll(); } ) ) {
             toRefill_.push_back( index );
             isWorth = true;
         }
@@ -65,18 +123,24 @@ bool Merge::poll() {
     return isWorth;
 }
 
-std::vector<std::string> findFiles( const std::string & path ) {
+bool Merge::mayBeWritten() {
+    for ( std::size_t index = 0; index < files_.size(); ++index ) {
+        if ( tryRead( index, []( File & file ) { return file.writer() != Writer::ended; } ) )
+            return true;
+    }
+    return false;
+}
+
+std::vector<std::string> findFiles( const std::string & directory ) {
     std::error_code error;
-    if ( !std::filesystem::is_directory( path, error ) )
-        return { path };
     std::vector<std::string> found;
-    for ( const auto & entry : std::filesystem::directory_iterator( path, error ) )
-        if ( entry.path().extension() == ".fleetlog" )
-            found.push_back( entry.path().string() );
+    std::filesystem::directory_iterator entry( directory, error );
+    for ( ; !error && entry != std::filesystem::directory_iterator(); entry.increment( error ) ) {
+        if ( entry->path().extension() == ".fleetlog" )
+            found.push_back( entry->path().string() );
+    }
     if ( error )
-        throw Error( path + ": cannot be read: " + error.message() );
-    if ( found.empty() )
-        throw Error( path + ": no trace files (*.fleetlog) in this directory" );
+        throw Error( directory, "cannot be read: " + error.message() );
     std::sort( found.begin(), found.end() );
     return found;
 }

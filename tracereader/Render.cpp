@@ -1,6 +1,7 @@
 #include "tracereader/TraceReader.h"
 
-#include <array>
+#include "text/Escape.h"
+
 #include <charconv>
 #include <cstdio>
 #include <ctime>
@@ -20,102 +21,6 @@ void appendBytes( std::string & out, std::span<const std::byte> bytes ) {
     for ( const std::byte byte : bytes ) {
         out += hex[std::to_integer<unsigned>( byte ) >> 4];
         out += hex[std::to_integer<unsigned>( byte ) & 15];
-    }
-}
-
-// The length of the UTF-8 character at the front of a text that is not empty; 0 if there is none.
-// In the order of RFC 3629: no overlong forms, no surrogates, nothing beyond U+10FFFF.
-std::size_t characterLength( std::string_view text ) {
-    const auto byte = [&]( std::size_t at ) { return static_cast<unsigned char>( text[at] ); };
-    const auto isBetween = [&]( std::size_t at, unsigned low, unsigned high ) {
-        return at < text.size() && byte( at ) >= low && byte( at ) <= high;
-    };
-    const unsigned first = byte( 0 );
-    if ( first < 0x80 )
-        return 1;
-    if ( first >= 0xc2 && first <= 0xdf )
-        return isBetween( 1, 0x80, 0xbf ) ? 2 : 0;
-    if ( first >= 0xe0 && first <= 0xef ) {
-        const unsigned low = first == 0xe0 ? 0xa0 : 0x80;
-        const unsigned high = first == 0xed ? 0x9f : 0xbf;
-        return isBetween( 1, low, high ) && isBetween( 2, 0x80, 0xbf ) ? 3 : 0;
-    }
-    if ( first >= 0xf0 && first <= 0xf4 ) {
-        const unsigned low = first == 0xf0 ? 0x90 : 0x80;
-        const unsigned high = first == 0xf4 ? 0x8f : 0xbf;
-        return isBetween( 1, low, high ) && isBetween( 2, 0x80, 0xbf ) && isBetween( 3, 0x80, 0xbf )
-                   ? 4
-                   : 0;
-    }
-    return 0;
-}
-
-// Which characters stand for themselves in a printed line, and which in a JSON string.
-enum : unsigned char { inLine = 1, inJson = 2 };
-
-constexpr auto plainness = [] {
-    std::array<unsigned char, 256> table{};
-    for ( std::size_t each = 0x20; each < 0x7f; ++each )
-        table[each] = each == '"' || each == '\\' ? inLine : inLine | inJson;
-    return table;
-}();
-
-// Takes the characters off the front of a text that stand for themselves.
-std::string_view takePlain( std::string_view & text, unsigned char where ) {
-    std::size_t length = 0;
-    while ( length < text.size() &&
-            ( plainness[static_cast<unsigned char>( text[length] )] & where ) != 0 )
-        ++length;
-    const std::string_view plain = text.substr( 0, length );
-    text.remove_prefix( length );
-    return plain;
-}
-
-void appendByte( std::string & out, char byte ) {
-    appendBytes( out, std::as_bytes( std::span( &byte, 1 ) ) );
-}
-
-// Escapes what would break the line or the terminal: "\n", "\t", "\x1b".
-void appendPrintable( std::string & out, std::string_view text ) {
-    for ( ;; ) {
-        out += takePlain( text, inLine );
-        if ( text.empty() )
-            return;
-        const char first = text.front();
-        const std::size_t length = characterLength( text );
-        if ( length > 1 )
-            out += text.substr( 0, length );
-        else if ( first == '\n' )
-            out += "\\n";
-        else if ( first == '\t' )
-            out += "\\t";
-        else {
-            out += "\\x";
-            appendByte( out, first );
-        }
-        text.remove_prefix( length == 0 ? 1 : length );
-    }
-}
-
-void appendJsonText( std::string & out, std::string_view text ) {
-    for ( ;; ) {
-        out += takePlain( text, inJson );
-        if ( text.empty() )
-            return;
-        const char first = text.front();
-        const std::size_t length = characterLength( text );
-        if ( length > 1 )
-            out += text.substr( 0, length );
-        else if ( length == 0 )
-            out += "\\ufffd";
-        else if ( first == '"' || first == '\\' ) {
-            out += '\\';
-            out += first;
-        } else {
-            out += "\\u00";
-            appendByte( out, first );
-        }
-        text.remove_prefix( length == 0 ? 1 : length );
     }
 }
 
@@ -180,8 +85,7 @@ bool Filter::accepts( const Record & record ) const {
     if ( ( from && record.time < *from ) || ( to && record.time >= *to ) )
         return false;
     if ( thread ) {
-        const Info & info = record.file->info();
-        if ( ( info.thread != 0 ? info.thread : info.process ) != *thread )
+        if ( ( record.thread != 0 ? record.thread : record.file->info().process ) != *thread )
             return false;
     }
     if ( !text.empty() ) {
@@ -234,13 +138,14 @@ void Renderer::appendLine( std::string & out, const Record & record ) {
     out += ' ';
     if ( format_ == Format::text ) {
         appendNumber( out, info.process );
-        if ( info.thread != 0 ) {
+        if ( record.thread != 0 ) {
             out += '/';
-            appendNumber( out, info.thread );
+            appendNumber( out, record.thread );
         }
         out += ' ';
         if ( site != nullptr ) {
-            site->isPlain ? appendAsItIs( out, site->file ) : appendPrintable( out, site->file );
+            site->isPlain ? appendAsItIs( out, site->file )
+                          : Text::appendPrintable( out, site->file );
             out += ':';
             appendNumber( out, site->line );
             out += ' ';
@@ -249,9 +154,9 @@ void Renderer::appendLine( std::string & out, const Record & record ) {
     if ( site == nullptr )
         appendRaw( out, record );
     else if ( site->isPlain )
-        appendMessage<appendPrintable, appendAsItIs>( out, *site, values_ );
+        appendMessage<Text::appendPrintable, appendAsItIs>( out, *site, values_ );
     else
-        appendMessage<appendPrintable, appendPrintable>( out, *site, values_ );
+        appendMessage<Text::appendPrintable, Text::appendPrintable>( out, *site, values_ );
 }
 
 void Renderer::appendJson( std::string & out, const Record & record ) {
@@ -260,9 +165,9 @@ void Renderer::appendJson( std::string & out, const Record & record ) {
     appendTime( out, record.time );
     out += info.isTimeOfBlock ? "\",\"timeOfBlock\":true,\"process\":" : "\",\"process\":";
     appendNumber( out, info.process );
-    if ( info.thread != 0 ) {
+    if ( record.thread != 0 ) {
         out += ",\"thread\":";
-        appendNumber( out, info.thread );
+        appendNumber( out, record.thread );
     }
     if ( record.site == nullptr ) {
         out += ",\"message\":";
@@ -273,7 +178,7 @@ void Renderer::appendJson( std::string & out, const Record & record ) {
         return;
     }
     const Site & site = *record.site;
-    const AppendText appendPiece = site.isPlain ? appendAsItIs : appendJsonText;
+    const AppendText appendPiece = site.isPlain ? appendAsItIs : Text::appendJson;
     out += ",\"file\":\"";
     appendPiece( out, site.file );
     out += "\",\"line\":";
@@ -282,9 +187,9 @@ void Renderer::appendJson( std::string & out, const Record & record ) {
     appendPiece( out, site.function );
     out += "\",\"text\":\"";
     if ( site.isPlain )
-        appendMessage<appendJsonText, appendAsItIs>( out, site, values_ );
+        appendMessage<Text::appendJson, appendAsItIs>( out, site, values_ );
     else
-        appendMessage<appendJsonText, appendJsonText>( out, site, values_ );
+        appendMessage<Text::appendJson, Text::appendJson>( out, site, values_ );
     out += "\",\"values\":[";
     for ( std::size_t i = 0; i < values_.size(); ++i ) {
         if ( i != 0 )
@@ -292,7 +197,7 @@ void Renderer::appendJson( std::string & out, const Record & record ) {
         const bool isText = values_[i].letter == 'p';
         if ( isText )
             out += '"';
-        appendValue<appendJsonText>( out, values_[i] );
+        appendValue<Text::appendJson>( out, values_[i] );
         if ( isText )
             out += '"';
     }

@@ -3,12 +3,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <memory>
 #include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 // Reads trace files (docs/trace-format.md) without the program that wrote them, also while it
@@ -34,21 +36,32 @@ namespace TraceReader {
 /// there is one, the remedy.
 class Error : public std::runtime_error {
   public:
-    using std::runtime_error::runtime_error;
+    Error( const std::string & path, const std::string & cause, bool isMissing = false );
+
+    /// What is said of the file.
+    const std::string & cause() const noexcept { return cause_; }
+
+    /// Whether there is no such file.
+    bool isMissing() const noexcept { return isMissing_; }
+
+  private:
+    std::string cause_;
+    bool isMissing_;
 };
 
 /// A loss that the user of a file should know of.
 struct Finding {
     enum class Kind {
         overwritten, ///< in the nature of a ring: records were overwritten while they were read
+        removed,     ///< in the nature of a folder: the file was removed while it was read
         damage,      ///< the file is not as its writer left it
     };
     Kind kind;
     std::string file;
-    std::uint64_t offset; ///< in the file, in bytes
+    std::optional<std::uint64_t> offset; ///< in the file, in bytes; nothing: all of it
     std::string what;
 
-    /// "FILE: at byte OFFSET: WHAT"
+    /// "FILE: at byte OFFSET: WHAT", or "FILE: WHAT", fit to be printed.
     std::string text() const;
 };
 
@@ -72,6 +85,7 @@ struct Value {
     bool isCut;            ///< of 'p': the writer cut the text
 };
 
+class Bytes;
 class File;
 
 /// A record. What it points to is valid until the next call of next() or poll() of its file; the
@@ -81,8 +95,10 @@ struct Record {
     /// Null: only the bytes are known, the descriptor does not fit them.
     const Site * site = nullptr;
     std::uint32_t id = 0;     ///< of the site
+    std::uint32_t thread = 0; ///< thread id of the writer; 0: any thread of the process
     std::uint64_t offset = 0; ///< in the file, in bytes
     std::int64_t time = 0;    ///< nanoseconds since 1970, UTC
+    std::int64_t counter = 0; ///< with counter timestamps: the counts since the process's base
     std::span<const std::byte> payload;
 };
 
@@ -99,14 +115,18 @@ struct Info {
     std::uint32_t version = 0;
     std::string program;
     std::uint32_t process = 0;
-    std::uint32_t thread = 0; ///< 0: the file of a whole process
+    std::uint32_t thread = 0; ///< the first that wrote the file; 0: the file of a whole process
     std::string timestamps;   ///< "counter", "tick" or "none"
     /// There are no timestamps: a record has the time at which its block was begun.
     bool isTimeOfBlock = false;
     std::uint64_t counterRate = 0; ///< counts a second, as the writer measured it
     std::int64_t openTime = 0;     ///< when the writer set its clock, nanoseconds since 1970, UTC
     bool isClosed = false;         ///< false: being written, or the writer ended without closing it
+    bool isCut = false;            ///< the file became shorter while it was read
+    bool hasLock = false;          ///< while its writer lives, the file is locked
     std::uint32_t unregistered = 0; ///< sites whose descriptor found no room
+    std::uint32_t interrupting =
+        0; ///< records that were dropped: of signal handlers within a record
     std::uint64_t descriptorBytes = 0;
     std::uint64_t blockBytes = 0;
     std::uint64_t blockCount = 0;
@@ -115,15 +135,22 @@ struct Info {
 /// What reading has met so far.
 struct Counts {
     std::uint64_t records = 0;           ///< read
+    std::uint64_t recordBytes = 0;       ///< of these
     std::uint64_t blocks = 0;            ///< read, in part or whole
-    std::uint64_t fullBlocks = 0;        ///< those of them that are followed by another
-    std::uint64_t fullBlockRecords = 0;  ///< the records in these
-    std::uint64_t overwrittenBlocks = 0; ///< for which the ring had no room any more
+    std::uint64_t overwrittenBlocks = 0; ///< whole ones, for which the ring had no room any more
+    std::uint64_t overwrittenBytes = 0;  ///< room for records in these, and in those read in part
     std::uint64_t missingBlocks = 0; ///< that were damaged, before or between those that were read
 
-    /// How many records were overwritten, about: as many a block as in the full blocks that were
-    /// read.
-    std::uint64_t overwrittenRecords() const noexcept;
+    /// How many records were overwritten, about: as many as have room in the bytes, if they were as
+    /// long as those that were read. Nothing if none was read.
+    std::optional<std::uint64_t> overwrittenRecords() const noexcept;
+};
+
+/// Whether a file is being written.
+enum class Writer {
+    lives,   ///< its process holds the file's lock
+    ended,   ///< the file is closed, or its process has ended without closing it
+    unknown, ///< the file is open, and there is no lock to tell
 };
 
 /// What turns the counter of a file into times.
@@ -144,6 +171,9 @@ class File {
 
     /// Reads a file that is in memory. `path` is its name in messages.
     File( std::string path, std::vector<std::byte> content );
+
+    /// Reads a file from wherever its bytes come.
+    File( std::string path, std::unique_ptr<Bytes> bytes );
 
     ~File();
     File( const File & ) = delete;
@@ -168,6 +198,12 @@ class File {
     static constexpr std::size_t maxFindings = 1000;
 
     const Counts & counts() const noexcept;
+
+    /// Asks anew at each call. Throws Error if the file can no longer be read.
+    Writer writer() const;
+
+    /// How many blocks are read at a time; before the first call of next().
+    void setReadAhead( std::size_t blocks ) noexcept;
 
     /// The clock of the file, and the span over which its rate was measured, in nanoseconds. The
     /// files of a process have a base in common; Merge gives them the best of their rates.
@@ -227,13 +263,19 @@ class Renderer {
     std::string secondText_;          ///< the last time's text up to the second
 };
 
-/// Several files as one: their records in the order of their times. The order within a file is
-/// kept.
+/// Several files as one: their records in the order of their times. Records of one process that
+/// have the counter are in the order of their counters, also where these fall into the same
+/// nanosecond; if the counters are equal, in the order of the files. The order within a file is kept.
+///
+/// A file that cannot be read is a finding, and does not keep the others from being read.
 class Merge {
   public:
     Merge() = default;
 
-    /// Adds a file. Before the first call of next().
+    /// Adds a file, also when records have been read; then its records come as soon as it is their
+    /// turn among those that are still to come. False if it cannot be read: findings() has the
+    /// reason.
+    bool add( const std::string & path );
     void add( std::unique_ptr<File> file );
 
     /// The next record of all; it is valid until the next call of next() or poll().
@@ -242,24 +284,48 @@ class Merge {
     /// When next() has returned false: looks for more in all files, as File::poll().
     bool poll();
 
+    /// Whether any file is being written, as far as that can be told.
+    bool mayBeWritten();
+
     const std::vector<std::unique_ptr<File>> & files() const noexcept { return files_; }
+
+    /// The files that could not be read, or not to their end.
+    const std::vector<Finding> & findings() const noexcept { return findings_; }
 
   private:
     struct Head {
         Record record;
-        std::size_t file; ///< index in files_
+        std::size_t file;  ///< index in files_
+        std::size_t group; ///< index in groups_
     };
+
+    /// The files whose records have counters of one clock: those of a process, and of its children.
+    struct Group {
+        std::uint64_t baseCounter;
+        std::int64_t baseTime;
+        Clock clock;
+        std::int64_t clockSpan;
+    };
+
     static bool isLater( const Head & one, const Head & other ) noexcept;
-    void shareClocks();
+    std::size_t groupOf( const File & file );
+    void start();
+    template <class Read>
+    bool tryRead( std::size_t file, Read read );
+    void find( const Error & error, const std::string & path, const std::string & consequence );
 
     std::vector<std::unique_ptr<File>> files_;
+    std::vector<std::size_t> groupOfFile_;
+    std::vector<char> isLost_; ///< by file: it can no longer be read
+    std::vector<Group> groups_;
+    std::map<std::pair<std::uint64_t, std::int64_t>, std::size_t> groupByBase_;
+    std::vector<Finding> findings_;
     std::vector<Head> heads_;           ///< a heap, the earliest in front
     std::vector<std::size_t> toRefill_; ///< files that have no record in heads_ but may have one
     bool isStarted_ = false;
 };
 
-/// The trace files at a path: the file itself, or those in a directory, by name. Throws Error if
-/// there are none.
-std::vector<std::string> findFiles( const std::string & path );
+/// The trace files in a directory, by name; there may be none. Throws Error if it cannot be read.
+std::vector<std::string> findFiles( const std::string & directory );
 
 } // namespace TraceReader

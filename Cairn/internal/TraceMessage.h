@@ -119,21 +119,21 @@ inline bool msgIdInitialized( const Fleetlog::TraceFile & file, unsigned msgId )
 [[gnu::cold, gnu::noinline]] unsigned
 registerMessage( Fleetlog::TraceFile & file, const MessageSite & site, int & msgId ) noexcept;
 
-inline void putValue( Fleetlog::RingBuf & ring, std::uint32_t value ) noexcept {
-    CairnPlatform::put4( ring, value );
+inline void putValue( CairnPlatform::Record & record, std::uint32_t value ) noexcept {
+    CairnPlatform::put4( record, value );
 }
-inline void putValue( Fleetlog::RingBuf & ring, int value ) noexcept {
-    CairnPlatform::put4( ring, static_cast<std::uint32_t>( value ) );
+inline void putValue( CairnPlatform::Record & record, int value ) noexcept {
+    CairnPlatform::put4( record, static_cast<std::uint32_t>( value ) );
 }
-inline void putValue( Fleetlog::RingBuf & ring, std::uint16_t value ) noexcept {
-    CairnPlatform::put2( ring, value );
+inline void putValue( CairnPlatform::Record & record, std::uint16_t value ) noexcept {
+    CairnPlatform::put2( record, value );
 }
-inline void putValue( Fleetlog::RingBuf & ring, std::same_as<bool> auto value ) noexcept {
-    CairnPlatform::put1( ring, value );
+inline void putValue( CairnPlatform::Record & record, std::same_as<bool> auto value ) noexcept {
+    CairnPlatform::put1( record, value );
 }
-[[gnu::always_inline]] inline void putValue( Fleetlog::RingBuf & ring,
+[[gnu::always_inline]] inline void putValue( CairnPlatform::Record & record,
                                              const char * value ) noexcept {
-    Fleetlog::put( &ring, value );
+    CairnPlatform::putText( record, value );
 }
 
 /// Writes the pieces into Twinlog's fixed stream.
@@ -153,15 +153,6 @@ template <class... Values>
     writeMessageLine( site, text );
 }
 
-template <class... Values>
-[[gnu::always_inline]] inline void writeRecord( Fleetlog::TraceFile & file, unsigned msgId,
-                                                Values... values ) noexcept {
-    Fleetlog::RingBuf & ring = CairnPlatform::ringBuf( file );
-    ring.startMsg( &file, static_cast<int>( msgId ) );
-    ( putValue( ring, values ), ... );
-    ring.endMsg();
-}
-
 /// A message whose site is not registered yet, or that does not go into the current block.
 template <class... Values>
 [[gnu::cold, gnu::noinline]] void writeRareMessage( Fleetlog::TraceFile & file,
@@ -170,7 +161,11 @@ template <class... Values>
     unsigned id = identifierOf( msgId );
     if ( !msgIdInitialized( file, id ) )
         id = registerMessage( file, site, msgId );
-    writeRecord( file, id, values... );
+    CairnPlatform::Record record;
+    if ( CairnPlatform::startMsg( record, file, static_cast<int>( id ) ) ) {
+        ( putValue( record, values ), ... );
+        CairnPlatform::endMsg( record );
+    }
     writeMessageText( site, values... );
 }
 
@@ -190,10 +185,12 @@ template <class... Values>
                                     int & msgId, Values... values ) noexcept {
     if ( file != nullptr ) {
         const unsigned id = identifierOf( msgId );
+        CairnPlatform::Record record;
         if ( !msgIdInitialized( *file, id ) ||
-             !CairnPlatform::hasRoom( CairnPlatform::ringBuf( *file ) ) ) [[unlikely]]
+             !CairnPlatform::startMsgInBlock( record, *file, static_cast<int>( id ) ) ) [[unlikely]]
             return writeRareMessage( *file, site, msgId, values... );
-        writeRecord( *file, id, values... );
+        ( putValue( record, values ), ... );
+        CairnPlatform::endMsg( record );
     }
     if ( messagesMayBeEnabled( messageLevel ) ) [[unlikely]]
         writeMessageText( site, values... );

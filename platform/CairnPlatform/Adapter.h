@@ -72,10 +72,6 @@ inline Fleetlog::TraceFile * traceFile( const Fleetlog::TraceHandle & handle ) n
     return handle.traceFile();
 }
 
-inline Fleetlog::RingBuf & ringBuf( Fleetlog::TraceFile & file ) noexcept {
-    return *file.ringBuf();
-}
-
 /// The table of initialised identifiers: at an identifier, a byte that is not zero.
 inline const unsigned char * initialisedSites( const Fleetlog::TraceFile & file ) noexcept {
     return file.initialised();
@@ -98,14 +94,31 @@ inline Fleetlog::MsgFormatString & formatString( Fleetlog::MsgDesc & descriptor 
 inline constexpr std::size_t maxTextBytes = Fleetlog::maxTextBytes;
 inline constexpr std::size_t maxPayloadBytes = Fleetlog::maxPayloadBytes;
 
-/// Whether the next record is begun without leaving the block that is being written. May always be
-/// true; it only separates the usual way from the rare one.
-inline bool hasRoom( const Fleetlog::RingBuf & ring ) noexcept { return ring.hasRoom(); }
+/// One record while it is written, made on the stack: startMsg(), the value writers, endMsg().
+using Record = Fleetlog::RecordWriter;
 
-/// The value writers. Without an active record they drop the value.
-inline void put4( Fleetlog::RingBuf & ring, std::uint32_t value ) noexcept { ring.put4( value ); }
-inline void put2( Fleetlog::RingBuf & ring, std::uint16_t value ) noexcept { ring.put2( value ); }
-inline void put1( Fleetlog::RingBuf & ring, std::uint8_t value ) noexcept { ring.put1( value ); }
+/// Begins a record in the file's ring. False if none can be begun; then nothing is written.
+[[gnu::always_inline]] inline bool startMsg( Record & record, Fleetlog::TraceFile & file,
+                                             int msgId ) noexcept {
+    return record.start( *file.ringBuf(), file, msgId );
+}
+
+/// The same, if it can be done without leaving the block that is being written; false if not. May
+/// do the same as startMsg(): it only separates the usual way, inline, from the rare one.
+[[gnu::always_inline]] inline bool startMsgInBlock( Record & record, Fleetlog::TraceFile & file,
+                                                    int msgId ) noexcept {
+    return record.startInBlock( *file.ringBuf(), msgId );
+}
+
+/// The value writers.
+inline void put4( Record & record, std::uint32_t value ) noexcept { record.put4( value ); }
+inline void put2( Record & record, std::uint16_t value ) noexcept { record.put2( value ); }
+inline void put1( Record & record, std::uint8_t value ) noexcept { record.put1( value ); }
+[[gnu::always_inline]] inline void putText( Record & record, const char * value ) noexcept {
+    record.putText( value );
+}
+
+[[gnu::always_inline]] inline void endMsg( Record & record ) noexcept { record.end(); }
 
 // --- Twinlog
 

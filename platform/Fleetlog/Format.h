@@ -4,9 +4,10 @@
 #include <cstdint>
 #include <cstring>
 
-// The layout of a trace file, version 1, as docs/trace-format.md describes it. Written by
+// The layout of a trace file, version 2, as docs/trace-format.md describes it. Written by
 // Fleetlog::TraceFile, decoded by TraceReader (tracereader) from these same declarations: a change
-// here is a new version of the format and needs a reader that knows both.
+// here is a new version of the format and needs a reader that knows all of them. What version 1
+// lacks is said where it stands.
 //
 //     FileHeader | descriptors, which never wrap | blocks, which do
 //
@@ -26,11 +27,15 @@ enum class Timestamps : std::uint32_t {
 namespace Fleetlog::Format {
 
 inline constexpr char magic[8] = { 'F', 'L', 'E', 'E', 'T', 'L', 'O', 'G' };
-inline constexpr std::uint32_t version = 1;
+inline constexpr std::uint32_t version = 2;
+inline constexpr std::uint32_t oldestVersion = 1;
 inline constexpr std::uint32_t byteOrderMark = 0x01020304;
 
 /// The file header, the region of descriptors and each block begin at a multiple of this.
 inline constexpr std::size_t pageBytes = 4096;
+
+/// How much of a program's name is kept.
+inline constexpr std::size_t maxProgramLength = 63;
 
 enum class State : std::uint32_t {
     open = 1,   ///< being written, or its writer ended without closing it
@@ -52,14 +57,25 @@ struct FileHeader {
     std::uint64_t baseCounter; ///< the counter at baseTime
     std::int64_t baseTime;     ///< nanoseconds since 1970, UTC
     std::uint64_t counterRate; ///< counts a second
-    char program[64];          ///< name of the writer's program, filled up with zero bytes
+    char program[64];          ///< name of the writer's program, cut to maxProgramLength bytes
     std::uint32_t checksum;    ///< of all bytes before it
     // What follows changes while the file is written.
     std::uint32_t state;        ///< a State
     std::uint32_t unregistered; ///< sites whose descriptor found no room
-    std::uint32_t reserved2;    ///< 0
+    // What follows is not in version 1.
+    std::uint32_t interrupting; ///< records that were dropped: of signal handlers within a record
+    std::uint32_t lock;         ///< a Lock
+    std::uint32_t reserved;     ///< 0
 };
-static_assert( sizeof( FileHeader ) == 160 );
+static_assert( sizeof( FileHeader ) == 168 );
+inline constexpr std::size_t headerBytesVersion1 = 160;
+
+/// Whether the file's writer is alive can be told from a lock on the file (an exclusive one by
+/// fcntl( F_OFD_SETLK ), on all of it), which the kernel drops when the process ends.
+enum class Lock : std::uint32_t {
+    unknown = 0, ///< the file system has no such locks, or version 1
+    held = 1,    ///< while the writer lives
+};
 
 /// A message site. Texts follow, each a 16-bit length and its bytes: the source file, the format
 /// letters, the pieces. Zero bytes fill it up to a multiple of 8.
@@ -77,8 +93,9 @@ struct BlockHeader {
     std::uint64_t sequence; ///< 1 for the first block ever written; 0: not in use. Written last.
     std::uint64_t counter;  ///< the counter at `time`; only with Timestamps::counter
     std::int64_t time;      ///< nanoseconds since 1970, UTC; see docs/trace-format.md
-    std::uint32_t checksum; ///< of all bytes before it
-    std::uint32_t reserved; ///< 0
+    /// Of the whole header, with 0 in this place. In version 1: of the 24 bytes before it.
+    std::uint32_t checksum;
+    std::uint32_t thread; ///< thread id of the block's writer; 0: any thread. Not in version 1.
 };
 static_assert( sizeof( BlockHeader ) == 32 );
 
@@ -90,6 +107,10 @@ struct RecordHeader {
     std::uint64_t time; ///< by the file's timestamps: counter, nanoseconds since 1970, or 0
 };
 static_assert( sizeof( RecordHeader ) == 16 );
+
+/// The id of a record without values, the last of its block: the writer has left the rest unused.
+/// Not in version 1.
+inline constexpr std::uint32_t restUnusedId = 0;
 
 inline constexpr std::uint16_t textCutFlag = 0x8000;
 

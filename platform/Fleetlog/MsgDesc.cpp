@@ -50,11 +50,15 @@ void MsgDesc::finish() noexcept {
     // Sites beyond the table come here with each message.
     if ( file_->isRegistered( header_.id ) )
         return;
+    // A signal handler that interrupted another registration: the site's next message comes again.
+    if ( std::atomic_ref( file_->isRegistering_ ).exchange( true, std::memory_order_relaxed ) )
+        return;
     beginPieces();
     if ( !write() && file_->memory_ != nullptr )
         ++file_->header().unregistered;
     // Without its descriptor, too: it is counted once.
     file_->setRegistered( header_.id );
+    std::atomic_ref( file_->isRegistering_ ).store( false, std::memory_order_release );
 }
 
 // The letters are complete when the first piece comes.
@@ -77,7 +81,7 @@ void MsgDesc::append( const char * text, std::size_t length ) noexcept {
 
 bool MsgDesc::write() noexcept {
     const std::size_t size = ( length_ + 7 ) / 8 * 8; // maxBytes is a multiple of 8, too
-    if ( !file_->hasMemory() || !fits_ ||
+    if ( !file_->makeInChild() || !fits_ ||
          size > file_->options_.descriptorBytes - file_->descriptorsUsed_ )
         return false;
     std::memset( bytes_ + length_, 0, size - length_ );

@@ -1,47 +1,84 @@
 #include <Fleetlog/RingBuf.h>
 
-#include <Fleetlog/internal/Clock.h>
 #include <Fleetlog/TraceFile.h>
+#include <Fleetlog/internal/Clock.h>
 
 #include <algorithm>
 
 namespace Fleetlog {
 
-void RingBuf::begin( std::byte * blocks, std::uint64_t blockCount,
-                     Timestamps timestamps ) noexcept {
+void RingBuf::begin( std::byte * blocks, std::uint64_t blockCount, Timestamps timestamps,
+                     std::uint32_t thread ) noexcept {
     blocks_ = blocks;
     blockCount_ = blockCount;
     timestamps_ = timestamps;
+    thread_ = thread;
     block_ = 0;
     sequence_ = 0;
     tick_ = 0;
     clockCounter_ = clockBase().base.counter;
     clockTime_ = clockBase().base.time;
-    record_ = beginBlock();
-    cursor_ = nullptr;
+    release( beginBlock() );
 }
 
 void RingBuf::end() noexcept {
     blocks_ = nullptr;
-    record_ = scratch_;
-    cursor_ = nullptr;
     limit_ = nullptr;
+    counterLimit_ = nullptr;
+    open_ = {};
+    release( nowhere() );
 }
 
-void RingBuf::putShortOrLongText( const char * text, std::size_t length ) noexcept {
+// The rest of the current block stays unused, and a record that says so tells it from one that was
+// lost.
+void RingBuf::handOver( std::uint32_t thread ) noexcept {
+    thread_ = thread;
+    open_ = {};
+    // Where a record was begun and never ended, too.
+    auto * const record =
+        reinterpret_cast<std::byte *>( reinterpret_cast<std::uintptr_t>( claim() ) % claimed );
+    if ( hasRoomAt( record ) ) {
+        auto * const next = record + sizeof( Format::RecordHeader );
+        RecordWriter::store<std::uint64_t>( record + offsetof( Format::RecordHeader, time ), 0 );
+        RecordWriter::store<std::uint32_t>( record + offsetof( Format::RecordHeader, id ),
+                                            Format::restUnusedId );
+        RecordWriter::store<std::uint32_t>( next, 0 );
+        RecordWriter::publish( record, sizeof( Format::RecordHeader ) );
+    }
+    release( beginBlock() );
+}
+
+std::byte * RecordWriter::putShortOrLongText( std::byte * cursor, const char * text,
+                                              std::size_t length ) noexcept {
     const bool isCut = length > maxTextBytes;
     const std::size_t kept = isCut ? maxTextBytes : length;
-    store<std::uint16_t>( cursor_,
+    store<std::uint16_t>( cursor,
                           static_cast<std::uint16_t>( isCut ? kept | Format::textCutFlag : kept ) );
-    std::memcpy( cursor_ + sizeof( std::uint16_t ), text, kept );
-    cursor_ += sizeof( std::uint16_t ) + kept;
+    std::memcpy( cursor + sizeof( std::uint16_t ), text, kept );
+    return cursor + sizeof( std::uint16_t ) + kept;
 }
 
-std::byte * RingBuf::changeBlock( TraceFile & file ) noexcept {
-    if ( blocks_ != nullptr )
-        return beginBlock();
-    // Making the file begins its first block.
-    return file.hasMemory() ? record_ : scratch_;
+std::byte * RingBuf::claimSlowly( TraceFile & file ) noexcept {
+    std::byte * record = claim();
+    if ( isClaimed( record ) ) {
+        unclaim();
+        file.countInterrupting();
+        return nullptr;
+    }
+    if ( blocks_ == nullptr ) {
+        if ( !file.makeInChild() ) {
+            release( record );
+            return nullptr;
+        }
+        record = claim(); // making the file has begun its first block
+    } else if ( !hasRoomAt( record ) ) {
+        record = beginBlock(); // unless a signal handler did, since the caller found it full
+    }
+    if ( timestamps_ == Timestamps::counter )
+        RecordWriter::storeCounter( record );
+    else
+        RecordWriter::storeTime( record, tick_ );
+    return record;
 }
 
 std::byte * RingBuf::beginBlock() noexcept {
@@ -55,7 +92,8 @@ std::byte * RingBuf::beginBlock() noexcept {
     made.sequence = sequence_;
     made.counter = clockCounter_;
     made.time = clockTime_;
-    made.checksum = Format::checksum( &made, offsetof( Format::BlockHeader, checksum ) );
+    made.thread = thread_;
+    made.checksum = Format::checksum( &made, sizeof made );
 
     // While the block is made anew, what it held is gone and what it will hold is not there yet.
     // Each store releases, so that none is seen before the one that takes the block out of use.
@@ -64,12 +102,14 @@ std::byte * RingBuf::beginBlock() noexcept {
         std::atomic_ref( field ).store( value, std::memory_order_release );
     };
     set( header.sequence, std::uint64_t( 0 ) );
-    publish( block + sizeof header, 0 );
+    RecordWriter::publish( block + sizeof header, 0 );
     set( header.counter, made.counter );
     set( header.time, made.time );
+    set( header.thread, made.thread );
     set( header.checksum, made.checksum );
     set( header.sequence, made.sequence );
-    limit_ = block + Format::pageBytes - recordRoom;
+    ( timestamps_ == Timestamps::counter ? counterLimit_ : limit_ ) =
+        block + Format::pageBytes - recordRoom;
     return block + sizeof( Format::BlockHeader );
 }
 

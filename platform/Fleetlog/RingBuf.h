@@ -13,11 +13,28 @@
 //     Fleetlog::put( ring, "L3_HDR_ERROR" );
 //     ring->endMsg();
 //
-// A record becomes visible by the one store that endMsg() makes last. A process that is killed at
-// any instruction leaves every record whose endMsg() was reached, and none in half.
+// or, with the record's state in registers instead of in the ring, three instructions shorter:
+//
+//     Fleetlog::RecordWriter record;
+//     if ( record.start( *ring, *file, msgId ) ) {
+//         record.put4( unit );
+//         record.putText( "L3_HDR_ERROR" );
+//         record.end();
+//     }
+//
+// A record becomes visible by one store, made when it ends. A process that is killed at any
+// instruction leaves every record whose end was reached, and none in half.
 //
 // Threads: one writer at a time. A ring of a thread's own file belongs to that thread; a ring that
 // a process shares is written with the activity lock held.
+//
+// Signals: a handler may write to the ring of the thread that it interrupts. If it interrupts a
+// record of that ring, its own record is dropped and counted (the reader says so), and the
+// interrupted record is whole. A handler uses a RecordWriter, as the library's messages do, or
+// looks at what startMsg() returns: without an open record of its own it must not call put...() and
+// endMsg(), which would go to the record that it interrupted. The first message of a thread, and the
+// first of a process after fork(), make a file; a handler must not write these. A site that a handler
+// registers while another is being registered in the same file is registered at its next message.
 
 namespace CairnPlatform {
 struct Layout;
@@ -42,40 +59,29 @@ inline std::uint64_t readCounter() noexcept { return __builtin_ia32_rdtsc(); }
 std::uint64_t readCounter() noexcept;
 #endif
 
-class RingBuf {
+class RingBuf;
+
+/// One record while it is being written. Made on the stack for one record; it has no destructor, so
+/// a record that was started must be ended: until then the ring takes no other.
+class RecordWriter {
   public:
-    RingBuf() = default;
-    RingBuf( const RingBuf & ) = delete;
-    RingBuf & operator=( const RingBuf & ) = delete;
+    /// Begins a record of the site `msgId`. `file` is the file that the ring belongs to. False if the
+    /// ring has no file, or if the caller is a signal handler that interrupted a record of the same
+    /// ring: then nothing is written. The values that follow must fit into maxPayloadBytes; this is
+    /// not checked.
+    [[gnu::always_inline]] bool start( RingBuf & ring, TraceFile & file, int msgId ) noexcept;
 
-    /// Whether the next record goes into the block that is being written, so that startMsg() will
-    /// not have to change it.
-    bool hasRoom() const noexcept { return record_ <= limit_; }
+    /// The same, but false also if the record does not go into the block that is being written; then
+    /// the other start() is called. Calls nothing.
+    [[gnu::always_inline]] bool startInBlock( RingBuf & ring, int msgId ) noexcept;
 
-    /// Begins a record of the site `msgId`. `file` is the file that this ring belongs to. A record
-    /// that was begun and not ended is given up. The values that follow must fit into
-    /// maxPayloadBytes; this is not checked.
-    void startMsg( TraceFile * file, int msgId ) noexcept {
-        std::byte * record = record_;
-        if ( !hasRoom() ) [[unlikely]]
-            record = changeBlock( *file );
-        if ( record == nullptr )
-            __builtin_unreachable();
-        store<std::uint64_t>( record + offsetof( Format::RecordHeader, time ),
-                              timestamps_ == Timestamps::counter ? readCounter() : tick_ );
-        store<std::uint32_t>( record + offsetof( Format::RecordHeader, id ),
-                              static_cast<std::uint32_t>( msgId ) );
-        record_ = record;
-        cursor_ = record + sizeof( Format::RecordHeader );
-    }
-
-    /// Appends a value to the record that is being written; without one, drops it.
+    /// Appends a value to the record; without one, drops it.
     void put4( std::uint32_t value ) noexcept { putValue( value ); }
     void put2( std::uint16_t value ) noexcept { putValue( value ); }
     void put1( std::uint8_t value ) noexcept { putValue( Octet{ value } ); }
 
     /// Appends a text of at most maxTextBytes; what is longer is cut. Null is written as "(null)",
-    /// as in a trace line. Without a record that is being written, drops it.
+    /// as in a trace line. Without a record, drops it.
     [[gnu::always_inline]] void putText( const char * text ) noexcept {
         if ( cursor_ == nullptr )
             return;
@@ -89,7 +95,7 @@ class RingBuf {
         if ( last > maxTextBytes - sizeof( Words ) ) [[unlikely]] {
             const std::size_t lastWord = length - sizeof( Word );
             if ( lastWord > sizeof( Word ) ) {
-                putShortOrLongText( text, length );
+                cursor_ = putShortOrLongText( cursor_, text, length );
                 return;
             }
             store<std::uint16_t>( cursor_, static_cast<std::uint16_t>( length ) );
@@ -106,25 +112,10 @@ class RingBuf {
     }
 
     /// Ends the record: from here on it is in the file. Without one, does nothing.
-    void endMsg() noexcept {
-        if ( cursor_ == nullptr )
-            return;
-        std::byte * const record = record_;
-        const std::size_t size = ( reinterpret_cast<std::uintptr_t>( cursor_ ) -
-                                   reinterpret_cast<std::uintptr_t>( record ) + 7 ) &
-                                 ~std::size_t( 7 );
-        std::byte * const next = record + size;
-        // A reader walks from record to record until a size of 0: the end is moved on before the
-        // record is let in.
-        store<std::uint32_t>( next, 0 );
-        record_ = next;
-        cursor_ = nullptr;
-        publish( record, static_cast<std::uint32_t>( size ) );
-    }
+    [[gnu::always_inline]] void end() noexcept;
 
   private:
-    friend struct CairnPlatform::Layout;
-    friend class TraceFile;
+    friend class RingBuf;
 
     /// One byte that is not a character: a store of a character could change any object.
     enum class Octet : std::uint8_t {};
@@ -142,6 +133,34 @@ class RingBuf {
             .store( value, std::memory_order_release );
     }
 
+    static void storeTime( std::byte * record, std::uint64_t time ) noexcept {
+        store<std::uint64_t>( record + offsetof( Format::RecordHeader, time ), time );
+    }
+
+    static void storeCounter( std::byte * record ) noexcept {
+#if defined( __x86_64__ )
+        // As the processor gives it, in two halves.
+        std::uint32_t low;
+        std::uint32_t high;
+        asm volatile( "rdtsc" : "=a"( low ), "=d"( high ) );
+        std::byte * const at = record + offsetof( Format::RecordHeader, time );
+        store<std::uint32_t>( at, low );
+        store<std::uint32_t>( at + sizeof low, high );
+#else
+        storeTime( record, readCounter() );
+#endif
+    }
+
+    void begin( RingBuf & ring, std::byte * record, int msgId ) noexcept {
+        if ( record == nullptr )
+            __builtin_unreachable();
+        store<std::uint32_t>( record + offsetof( Format::RecordHeader, id ),
+                              static_cast<std::uint32_t>( msgId ) );
+        ring_ = &ring;
+        record_ = record;
+        cursor_ = record + sizeof( Format::RecordHeader );
+    }
+
     typedef std::uint64_t Word;
     typedef std::uint64_t Words __attribute__( ( vector_size( 16 ) ) );
 
@@ -152,8 +171,9 @@ class RingBuf {
         store<Value>( to, value );
     }
 
-    /// A text that is shorter than a Word, or too long and to be cut.
-    void putShortOrLongText( const char * text, std::size_t length ) noexcept;
+    /// A text that is shorter than a Word, or too long and to be cut. Returns where it ends.
+    static std::byte * putShortOrLongText( std::byte * cursor, const char * text,
+                                           std::size_t length ) noexcept;
 
     template <class Value>
     void putValue( Value value ) noexcept {
@@ -163,36 +183,163 @@ class RingBuf {
         cursor_ += sizeof( Value );
     }
 
+    RingBuf * ring_ = nullptr;
+    std::byte * record_ = nullptr;
+    std::byte * cursor_ = nullptr; ///< where the next value goes; null: no record is being written
+};
+
+class RingBuf {
+  public:
+    RingBuf() = default;
+    RingBuf( const RingBuf & ) = delete;
+    RingBuf & operator=( const RingBuf & ) = delete;
+
+    /// Begins a record, and returns whether it did, as RecordWriter::start(). Each record that was
+    /// begun must be ended.
+    bool startMsg( TraceFile * file, int msgId ) noexcept {
+        return open_.start( *this, *file, msgId );
+    }
+
+    /// Appends a value to the record that is being written; without one, drops it.
+    void put4( std::uint32_t value ) noexcept { open_.put4( value ); }
+    void put2( std::uint16_t value ) noexcept { open_.put2( value ); }
+    void put1( std::uint8_t value ) noexcept { open_.put1( value ); }
+    [[gnu::always_inline]] void putText( const char * text ) noexcept { open_.putText( text ); }
+
+    /// Ends the record: from here on it is in the file. Without one, does nothing.
+    void endMsg() noexcept { open_.end(); }
+
+  private:
+    friend struct CairnPlatform::Layout;
+    friend class RecordWriter;
+    friend class TraceFile;
+
+    /// Takes the place where the next record begins, and leaves a mark there that keeps everybody
+    /// else away: one instruction, so that no signal comes between.
+    std::byte * claim() noexcept {
+#if defined( __x86_64__ )
+        auto * place = reinterpret_cast<std::byte *>( claimed );
+        asm volatile( "xaddq %0, %1" : "+r"( place ), "+m"( place_ ) : : "cc" );
+        return place;
+#else
+        return std::atomic_ref( place_ ).fetch_add( claimed, std::memory_order_relaxed );
+#endif
+    }
+
+    /// Takes back a claim that another one, who is interrupted, had made before, or that cannot be
+    /// used.
+    void unclaim() noexcept {
+#if defined( __x86_64__ )
+        // From the upper half: an instruction takes no longer number than that.
+        asm volatile( "subl %1, 4+%0"
+                      : "+m"( place_ )
+                      : "i"( static_cast<std::uint32_t>( claimed >> 32 ) )
+                      : "cc" );
+#else
+        std::atomic_ref( place_ ).fetch_sub( claimed, std::memory_order_relaxed );
+#endif
+    }
+
+    /// Lets the next record begin at `place`.
+    void release( std::byte * place ) noexcept {
+        std::atomic_signal_fence( std::memory_order_seq_cst ); // after all that was stored
+        place_ = place;
+    }
+
     /// From here on records go to these blocks, which are all zero.
-    void begin( std::byte * blocks, std::uint64_t blockCount, Timestamps timestamps ) noexcept;
+    void begin( std::byte * blocks, std::uint64_t blockCount, Timestamps timestamps,
+                std::uint32_t thread ) noexcept;
 
     /// From here on records go nowhere.
     void end() noexcept;
 
-    /// Begins the next block and returns where its first record goes. Never null: without blocks,
-    /// records are written to scratch_, which nobody reads.
-    [[gnu::cold, gnu::noinline]] std::byte * changeBlock( TraceFile & file ) noexcept;
+    /// From here on records are those of another thread: in a block of their own.
+    void handOver( std::uint32_t thread ) noexcept;
+
+    /// Claims the place of a record, in the next block or in a new file, and stores its time. Null if
+    /// the ring has no file, or if a record is being written, which the caller has interrupted.
+    [[gnu::cold, gnu::noinline]] std::byte * claimSlowly( TraceFile & file ) noexcept;
     std::byte * beginBlock() noexcept;
+    bool hasRoomAt( const std::byte * place ) const noexcept {
+        return place <= limit_ || place <= counterLimit_;
+    }
     void readClocks() noexcept;
 
     /// Room that a record needs: its header, its values, and the size of the record after it.
     static constexpr std::size_t recordRoom =
         sizeof( Format::RecordHeader ) + maxPayloadBytes + sizeof( std::uint64_t );
 
-    std::byte * record_ = scratch_; ///< the record that is being written, or where the next begins
-    std::byte * cursor_ = nullptr;  ///< where its next value goes; null: none is being written
-    std::byte * limit_ = nullptr;   ///< the last place in the block where a record may begin
-    Timestamps timestamps_ = Timestamps::none;
-    std::uint64_t tick_ = 0;
+    /// What a claim adds to a place: more than any address has.
+    static constexpr std::uintptr_t claimed = std::uintptr_t( 1 ) << 56;
+    static bool isClaimed( const std::byte * place ) noexcept {
+        return reinterpret_cast<std::uintptr_t>( place ) >= claimed;
+    }
 
+    /// A place beyond every limit, which no record begins at.
+    static std::byte * nowhere() noexcept {
+        return reinterpret_cast<std::byte *>( std::uintptr_t( 1 ) << 55 );
+    }
+
+    std::byte * place_ = nowhere();      ///< where the next record begins; see claim()
+    std::byte * limit_ = nullptr;        ///< the last place in the block where a record may begin
+    std::byte * counterLimit_ = nullptr; ///< the same if records have the counter; else limit_
+    std::uint64_t tick_ = 0;
+    RecordWriter open_; ///< for startMsg()
+
+    Timestamps timestamps_ = Timestamps::none;
+    std::uint32_t thread_ = 0;
     std::byte * blocks_ = nullptr;
     std::uint64_t blockCount_ = 0;
     std::uint64_t block_ = 0;        ///< the next one
     std::uint64_t sequence_ = 0;     ///< of the block that is being written
     std::uint64_t clockCounter_ = 0; ///< the counter at clockTime_
     std::int64_t clockTime_ = 0;     ///< the wall clock, as it was last read
-    alignas( 8 ) std::byte scratch_[recordRoom];
 };
+
+inline bool RecordWriter::startInBlock( RingBuf & ring, int msgId ) noexcept {
+    std::byte * const record = ring.claim();
+    if ( record <= ring.limit_ ) {
+        storeTime( record, ring.tick_ );
+    } else if ( record <= ring.counterLimit_ ) {
+        storeCounter( record );
+    } else [[unlikely]] {
+        ring.unclaim();
+        return false;
+    }
+    begin( ring, record, msgId );
+    return true;
+}
+
+inline bool RecordWriter::start( RingBuf & ring, TraceFile & file, int msgId ) noexcept {
+    std::byte * record = ring.claim();
+    if ( record <= ring.limit_ ) {
+        storeTime( record, ring.tick_ );
+    } else if ( record <= ring.counterLimit_ ) {
+        storeCounter( record );
+    } else [[unlikely]] {
+        ring.unclaim();
+        record = ring.claimSlowly( file );
+        if ( record == nullptr )
+            return false;
+    }
+    begin( ring, record, msgId );
+    return true;
+}
+
+inline void RecordWriter::end() noexcept {
+    if ( cursor_ == nullptr )
+        return;
+    const std::size_t size = ( reinterpret_cast<std::uintptr_t>( cursor_ ) -
+                               reinterpret_cast<std::uintptr_t>( record_ ) + 7 ) &
+                             ~std::size_t( 7 );
+    std::byte * const next = record_ + size;
+    // A reader walks from record to record until a size of 0: the end is moved on before the record
+    // is let in.
+    store<std::uint32_t>( next, 0 );
+    cursor_ = nullptr;
+    publish( record_, static_cast<std::uint32_t>( size ) );
+    ring_->release( next );
+}
 
 /// The text writer of a record.
 [[gnu::always_inline]] inline void put( RingBuf * ring, const char * text ) noexcept {

@@ -1,6 +1,8 @@
 #include <Fleetlog/TraceFile.h>
 
 #include <Fleetlog/internal/Clock.h>
+#include <Fleetlog/internal/NewFile.h>
+#include <Fleetlog/internal/OldFiles.h>
 #include <Fleetlog/internal/Registry.h>
 #include <Fleetlog/internal/Report.h>
 
@@ -8,9 +10,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/resource.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -19,10 +19,6 @@ namespace Fleetlog {
 namespace {
 
 constexpr std::size_t maxRegionBytes = std::size_t( 1 ) << 40;
-
-[[noreturn]] void fail( int error, const std::string & what ) {
-    throw std::system_error( error, std::generic_category(), "Fleetlog: " + what );
-}
 
 std::size_t wholePages( const char * what, std::size_t bytes, std::size_t leastPages ) {
     const std::size_t pages = bytes / Format::pageBytes + ( bytes % Format::pageBytes != 0 );
@@ -34,60 +30,10 @@ std::size_t wholePages( const char * what, std::size_t bytes, std::size_t leastP
     return pages * Format::pageBytes;
 }
 
-// An open file that is made for this process, closed at the end, and removed unless it is kept.
-class NewFile {
-  public:
-    // Makes the first of <stem>.fleetlog, <stem>.2.fleetlog, ... that does not exist.
-    explicit NewFile( const std::string & stem ) {
-        for ( int copy = 1; descriptor_ < 0; ++copy ) {
-            path_ = stem + ( copy == 1 ? "" : "." + std::to_string( copy ) ) + ".fleetlog";
-            descriptor_ = ::open( path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644 );
-            if ( descriptor_ < 0 && errno != EEXIST )
-                fail( errno, "cannot make the trace file " + path_ );
-        }
-    }
-
-    ~NewFile() {
-        ::close( descriptor_ );
-        if ( !kept_ )
-            ::unlink( path_.c_str() );
-    }
-
-    NewFile( const NewFile & ) = delete;
-    NewFile & operator=( const NewFile & ) = delete;
-
-    const std::string & path() const noexcept { return path_; }
-
-    // A file without its disk space would stop the process at some later store to it.
-    void reserve( std::size_t bytes ) {
-        // Beyond this limit the kernel does not only refuse, it sends a signal.
-        rlimit limit{};
-        int error = 0;
-        if ( ::getrlimit( RLIMIT_FSIZE, &limit ) == 0 && bytes > limit.rlim_cur )
-            error = EFBIG;
-        else
-            do
-                error = ::posix_fallocate( descriptor_, 0, static_cast<off_t>( bytes ) );
-            while ( error == EINTR );
-        if ( error != 0 )
-            fail( error, "cannot reserve " + std::to_string( bytes ) + " bytes for " + path_ +
-                             "; make room or choose a smaller ring" );
-    }
-
-    std::byte * map( std::size_t bytes ) {
-        void * const memory =
-            ::mmap( nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor_, 0 );
-        if ( memory == MAP_FAILED )
-            fail( errno, "cannot map " + path_ );
-        kept_ = true;
-        return static_cast<std::byte *>( memory );
-    }
-
-  private:
-    int descriptor_ = -1;
-    std::string path_;
-    bool kept_ = false;
-};
+// The program's name as files and headers have it: what a file name has room for.
+std::string programName() {
+    return std::string( program_invocation_short_name ).substr( 0, Format::maxProgramLength );
+}
 
 // Brings each page into memory, writable. It is a store to each, not a flag of mmap(): that one
 // brings the pages of a shared mapping in for reading only.
@@ -100,6 +46,8 @@ void touchPages( std::byte * memory, std::size_t bytes ) noexcept {
 
 TraceFile::TraceFile( const OpenOptions & options, int thread )
     : options_( options ), thread_( thread ) {
+    if ( options.directory.empty() )
+        fail( EINVAL, "no directory is given for the trace files" );
     options_.ringBytes = wholePages( "a ring", options.ringBytes, 2 );
     options_.descriptorBytes = wholePages( "a room for descriptors", options.descriptorBytes, 1 );
     create();
@@ -119,20 +67,24 @@ TraceFile::~TraceFile() {
     ::munmap( memory_, memoryBytes_ );
 }
 
+void TraceFile::removeOldFiles( const OpenOptions & options ) {
+    Fleetlog::removeOldFiles( options.directory, programName(), options.keepFiles,
+                              options.keepBytes );
+}
+
 void TraceFile::create() {
     const auto process = static_cast<std::uint32_t>( ::getpid() );
     if ( thread_ != 0 )
         thread_ = ::gettid();
 
-    std::string stem =
-        options_.directory + "/" + program_invocation_short_name + "-" + std::to_string( process );
+    const std::string program = programName();
+    std::string stem = program + "-" + std::to_string( process );
     if ( thread_ != 0 )
         stem += "-" + std::to_string( thread_ );
     const ClockBase & clock = clockBase();
-    NewFile file( stem );
+    NewFile file( options_.directory, stem, options_.mode );
     const std::size_t bytes = Format::pageBytes + options_.descriptorBytes + options_.ringBytes;
     file.reserve( bytes );
-    path_ = file.path();
     memory_ = file.map( bytes );
     memoryBytes_ = bytes;
     touchPages( memory_, bytes );
@@ -152,14 +104,24 @@ void TraceFile::create() {
     made.baseCounter = clock.base.counter;
     made.baseTime = clock.base.time;
     made.counterRate = clock.rate;
-    std::strncpy( made.program, program_invocation_short_name, sizeof made.program - 1 );
+    std::memcpy( made.program, program.data(), program.size() );
     made.checksum = Format::checksum( &made, offsetof( Format::FileHeader, checksum ) );
     made.state = static_cast<std::uint32_t>( Format::State::open );
+    made.lock =
+        static_cast<std::uint32_t>( file.isLocked() ? Format::Lock::held : Format::Lock::unknown );
     header() = made;
 
     descriptorsUsed_ = 0;
     ring_.begin( memory_ + Format::pageBytes + options_.descriptorBytes, made.blockCount,
-                 options_.timestamps );
+                 options_.timestamps, made.thread );
+    try {
+        path_ = file.publish();
+    } catch ( ... ) {
+        ring_.end();
+        ::munmap( memory_, memoryBytes_ );
+        memory_ = nullptr;
+        throw;
+    }
 }
 
 Format::FileHeader & TraceFile::header() noexcept {
@@ -171,12 +133,31 @@ void TraceFile::refreshTick() noexcept {
         ring_.tick_ = static_cast<std::uint64_t>( wallClock() );
 }
 
+void TraceFile::countInterrupting() noexcept {
+    if ( memory_ != nullptr )
+        ++header().interrupting;
+}
+
+void TraceFile::leaveToThread() noexcept {
+    if ( memory_ != nullptr )
+        header().state = static_cast<std::uint32_t>( Format::State::closed );
+}
+
+void TraceFile::takeOver( int thread ) noexcept {
+    thread_ = thread;
+    if ( memory_ == nullptr )
+        return;
+    header().state = static_cast<std::uint32_t>( Format::State::open );
+    ring_.handOver( static_cast<std::uint32_t>( thread ) );
+}
+
 void TraceFile::leaveToParent() noexcept {
     if ( memory_ != nullptr )
         ::munmap( memory_, memoryBytes_ );
     memory_ = nullptr;
     mayCreate_ = true;
-    // With no site registered and no block, the next message comes by hasMemory().
+    isRegistering_ = false;
+    // With no site registered and no block, the next message comes by makeInChild().
     std::memset( initialised_, 0, initialisedLength() );
     lastInitialised_ = 0;
     registeredBeyond_.clear();
@@ -202,16 +183,21 @@ void TraceFile::setRegistered( std::uint32_t id ) {
     registeredBeyond_[beyond] = true;
 }
 
-bool TraceFile::hasMemory() noexcept {
+bool TraceFile::makeInChild() noexcept {
     if ( memory_ == nullptr && mayCreate_ ) {
         mayCreate_ = false;
         try {
+            removeOldFiles( options_ );
             create();
         } catch ( const std::exception & error ) {
             reportLoss( error.what() );
         }
     }
     return memory_ != nullptr;
+}
+
+void fail( int error, const std::string & what ) {
+    throw std::system_error( error, std::generic_category(), "Fleetlog: " + what );
 }
 
 void reportLoss( std::string_view why ) noexcept {

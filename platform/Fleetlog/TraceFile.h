@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 // A trace file that is being written: descriptors of message sites, and a ring of records, in a
@@ -13,15 +14,25 @@
 //
 // The file is decoded without the program that wrote it (docs/trace-format.md).
 //
+// A file appears under its name when it is complete. While its process lives, a lock of the kernel
+// (F_OFD_SETLK) tells that it does, whatever the process id is reused for. The lock goes with the
+// mapping: no descriptor stays open.
+//
+// Never truncate a file that a process may be writing: its next store there would be a SIGBUS, which
+// no library can prevent. Move it away or delete it; the process goes on writing to it, and a new
+// process makes a new one.
+//
 // Fork: a child never writes into its parent's file. Its first message makes a file of its own,
-// beside the parent's, with the child's process id in the name.
+// beside the parent's, with the child's process id in the name. This needs the handlers that fork()
+// runs: a child made by clone() or _Fork() shares its parent's file and damages it if it writes
+// messages. Neither a fork from a signal handler that interrupted a message is allowed.
 
 namespace Fleetlog {
 
 /// Whether the threads of a process share a file.
 enum class Files {
     perProcess, ///< one file, written with the activity lock held
-    perThread,  ///< one file a thread, made at the thread's first message; no lock is needed
+    perThread,  ///< one file a thread, got at the thread's first message; no lock is needed
 };
 
 struct OpenOptions {
@@ -36,6 +47,15 @@ struct OpenOptions {
 
     Timestamps timestamps = Timestamps::counter;
     Files files = Files::perProcess;
+
+    /// Permissions of the files, less the process's umask.
+    mode_t mode = 0640;
+
+    /// What the ended processes of this program may leave in the directory: so many files with so
+    /// many bytes on disk. When a process opens its first file, those beyond are removed, the ones
+    /// that were written longest ago first. Files of living processes are not counted.
+    std::size_t keepFiles = 1000;
+    std::uint64_t keepBytes = std::uint64_t( 1 ) << 30;
 };
 
 class TraceFile {
@@ -47,13 +67,14 @@ class TraceFile {
     /// Makes `<directory>/<program>-<process>[-<thread>].fleetlog`, reserves its disk space, maps
     /// it and touches each of its pages, so that no message waits for a page fault or meets a full
     /// disk. A file of that name from an earlier process is left alone: a number is added to the
-    /// name. The first file of a process takes some milliseconds to measure the speed of the
-    /// counter.
+    /// name. Of a program's name 63 bytes are used. The first file of a process takes some
+    /// milliseconds to measure the speed of the counter.
     ///
     /// `thread` is the thread id for a file of one thread, 0 for a file of the process.
     ///
-    /// Throws std::system_error if the options are out of range, the directory cannot be written,
-    /// or there is no room; no file is left behind.
+    /// Throws std::system_error if the options are out of range, no directory is given, it cannot be
+    /// written, or there is no room; no file is left behind. A process that is killed meanwhile may
+    /// leave one with a hidden name, `.<program>-...new`, which a later process removes.
     TraceFile( const OpenOptions & options, int thread );
 
     /// Marks the file as closed and unmaps it. The file stays on disk.
@@ -61,6 +82,10 @@ class TraceFile {
 
     TraceFile( const TraceFile & ) = delete;
     TraceFile & operator=( const TraceFile & ) = delete;
+
+    /// Removes what the ended processes of this program have left in the directory beyond the
+    /// options' limits. What cannot be removed stays.
+    static void removeOldFiles( const OpenOptions & options );
 
     /// Where the file is. In a child after fork(): the parent's, until the first message.
     const std::string & path() const noexcept { return path_; }
@@ -90,7 +115,14 @@ class TraceFile {
     void setRegistered( std::uint32_t id );
 
     /// Whether there is a file to write to. In a child after fork(), makes one at the first call.
-    bool hasMemory() noexcept;
+    bool makeInChild() noexcept;
+
+    /// Counts a record that was dropped, because it interrupted another.
+    void countInterrupting() noexcept;
+
+    /// The thread of the file has ended; another may take the file over.
+    void leaveToThread() noexcept;
+    void takeOver( int thread ) noexcept;
 
     /// In a child after fork(): lets go of the parent's file.
     void leaveToParent() noexcept;
@@ -107,7 +139,8 @@ class TraceFile {
     std::byte * memory_ = nullptr;
     std::size_t memoryBytes_ = 0;
     std::size_t descriptorsUsed_ = 0;
-    bool mayCreate_ = false; ///< in a child after fork(), until the first message
+    bool mayCreate_ = false;     ///< in a child after fork(), until the first message
+    bool isRegistering_ = false; ///< a descriptor is being written
 };
 
 } // namespace Fleetlog

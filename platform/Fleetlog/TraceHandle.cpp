@@ -25,8 +25,8 @@ struct ThreadSlot {
 
 std::atomic<unsigned> lastGeneration{ 0 };
 
-void closeFileOfEndedThread( void * ) noexcept {
-    Registry::instance().closeThreadFile( slot.file, slot.generation );
+void leaveFileOfEndedThread( void * ) noexcept {
+    Registry::instance().leaveThreadFile( slot.file, slot.generation );
     slot.file = nullptr;
 }
 
@@ -35,7 +35,7 @@ void closeFileOfEndedThread( void * ) noexcept {
 void watchThreadEnd() {
     static const pthread_key_t key = [] {
         pthread_key_t made;
-        const int error = pthread_key_create( &made, closeFileOfEndedThread );
+        const int error = pthread_key_create( &made, leaveFileOfEndedThread );
         if ( error != 0 )
             throw std::system_error( error, std::generic_category(),
                                      "Fleetlog: pthread_key_create" );
@@ -55,6 +55,7 @@ std::atomic_ref<TraceHandle *> defaultHandle() noexcept {
 TraceHandle::TraceHandle( const OpenOptions & options )
     : multiThread_( options.files == Files::perThread ), generation_( ++lastGeneration ),
       options_( options ) {
+    TraceFile::removeOldFiles( options );
     if ( multiThread_ )
         makeThreadFile();
     else
@@ -74,6 +75,10 @@ TraceFile * TraceHandle::mtTraceFile() noexcept {
 
 void TraceHandle::makeThreadFile() {
     watchThreadEnd();
+    if ( TraceFile * const left = Registry::instance().takeOverThreadFile( generation_ ) ) {
+        slot = { generation_, left };
+        return;
+    }
     auto file = std::make_unique<TraceFile>( options_, ::gettid() );
     TraceFile * const made = file.get();
     Registry::instance().addThreadFile( std::move( file ), generation_ );

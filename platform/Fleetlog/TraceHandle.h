@@ -37,9 +37,11 @@ class TraceHandle {
     /// The single file of the process; null if there is none.
     TraceFile * traceFile() const noexcept { return file_.get(); }
 
-    /// The calling thread's file, made now if the thread has none; it is closed when the thread
-    /// ends. Null if it could not be made: standard error has said so once, and the thread's
-    /// messages are not recorded. Only for handles with Files::perThread.
+    /// The calling thread's file. A thread that has none takes over the file of a thread of the
+    /// handle that has ended, which keeps its name and its records; without such a file, one is made
+    /// now. So there are as many files as there were threads at a time. When a thread ends, its file
+    /// is marked as closed. Null if no file could be made: standard error has said so once, and the
+    /// thread's messages are not recorded. Only for handles with Files::perThread.
     TraceFile * mtTraceFile() noexcept;
 
   private:

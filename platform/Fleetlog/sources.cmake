@@ -3,6 +3,8 @@ target_sources( cairn_platform
     PRIVATE
         Fleetlog/internal/Clock.cpp
         Fleetlog/MsgDesc.cpp
+        Fleetlog/internal/NewFile.cpp
+        Fleetlog/internal/OldFiles.cpp
         Fleetlog/internal/Registry.cpp
         Fleetlog/RingBuf.cpp
         Fleetlog/TraceFile.cpp

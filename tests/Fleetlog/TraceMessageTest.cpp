@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <latch>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -391,12 +392,14 @@ TEST_F( TraceMessageTest, ThreadsWithFilesOfTheirOwnShareTheIdentifierOfASite ) 
     constexpr uint32_t messages = 3000;
     openTrace( Fleetlog::Files::perThread );
     std::vector<std::thread> running;
+    std::latch atEnd( threads ); // a thread that ended would leave its file to another
     for ( uint32_t thread = 0; thread < threads; ++thread )
-        running.emplace_back( [=] {
+        running.emplace_back( [thread, &atEnd] {
             for ( uint32_t i = 0; i < messages; ++i ) {
                 setSeed( thread, i );
                 twoSites( i, false );
             }
+            atEnd.arrive_and_wait();
         } );
     for ( auto & thread : running )
         thread.join();

@@ -39,28 +39,28 @@ class TraceBudgetTest : public ::testing::Test {
     Fleetlog::OpenOptions options_;
 };
 
-TEST_F( TraceBudgetTest, RecordOfTwoValuesWithoutTimestampTakesAtMost16Instructions ) {
-    expectAtMost<Support::RecordTwoValues<Timestamps::none>>( 16 );
+TEST_F( TraceBudgetTest, RecordOfTwoValuesWithoutTimestampTakesAtMost15Instructions ) {
+    expectAtMost<Support::RecordTwoValues<Timestamps::none>>( 15 );
 }
 
-TEST_F( TraceBudgetTest, RecordOfTwoValuesWithTickTakesAtMost18Instructions ) {
-    expectAtMost<Support::RecordTwoValues<Timestamps::tick>>( 18 );
+TEST_F( TraceBudgetTest, RecordOfTwoValuesWithTickTakesAtMost15Instructions ) {
+    expectAtMost<Support::RecordTwoValues<Timestamps::tick>>( 15 );
 }
 
-TEST_F( TraceBudgetTest, RecordOfTwoValuesWithCounterTakesAtMost22Instructions ) {
-    expectAtMost<Support::RecordTwoValues<Timestamps::counter>>( 22 );
+TEST_F( TraceBudgetTest, RecordOfTwoValuesWithCounterTakesAtMost18Instructions ) {
+    expectAtMost<Support::RecordTwoValues<Timestamps::counter>>( 18 );
 }
 
-TEST_F( TraceBudgetTest, RecordOfAValueAndATextOf20CharactersTakesAtMost60Instructions ) {
-    expectAtMost<Support::RecordText<Timestamps::none>>( 60 );
-    expectAtMost<Support::RecordText<Timestamps::tick>>( 60 );
-    expectAtMost<Support::RecordText<Timestamps::counter>>( 60 );
+TEST_F( TraceBudgetTest, RecordOfAValueAndATextOf20CharactersTakesAtMost57Instructions ) {
+    expectAtMost<Support::RecordText<Timestamps::none>>( 57 );
+    expectAtMost<Support::RecordText<Timestamps::tick>>( 57 );
+    expectAtMost<Support::RecordText<Timestamps::counter>>( 57 );
 }
 
-TEST_F( TraceBudgetTest, RecordOfAValueAndATextOf12CharactersTakesAtMost60Instructions ) {
+TEST_F( TraceBudgetTest, RecordOfAValueAndATextOf12CharactersTakesAtMost57Instructions ) {
     using Support::TraceTargets;
-    expectAtMost<Support::RecordText<Timestamps::none, &TraceTargets::shortText>>( 60 );
-    expectAtMost<Support::RecordText<Timestamps::counter, &TraceTargets::shortText>>( 60 );
+    expectAtMost<Support::RecordText<Timestamps::none, &TraceTargets::shortText>>( 57 );
+    expectAtMost<Support::RecordText<Timestamps::counter, &TraceTargets::shortText>>( 57 );
 }
 
 TEST_F( TraceBudgetTest, MessageOfTwoValuesToTheFileOfTheProcessTakesAtMost60Instructions ) {

@@ -123,8 +123,11 @@ MsgDesc::MsgDesc( TraceFile *, int *, const char *, int ) noexcept {}
 MsgDesc & MsgDesc::operator<<( const char * ) noexcept { return *this; }
 void MsgDesc::finish() noexcept {}
 void MsgFormatString::put( const char * ) noexcept {}
-std::byte * RingBuf::changeBlock( TraceFile & ) noexcept { return nullptr; }
-void RingBuf::putShortOrLongText( const char *, std::size_t ) noexcept {}
+std::byte * RingBuf::claimSlowly( TraceFile & ) noexcept { return nullptr; }
+std::byte * RecordWriter::putShortOrLongText( std::byte * cursor, const char *,
+                                              std::size_t ) noexcept {
+    return cursor;
+}
 
 } // namespace Fleetlog
 

@@ -57,11 +57,12 @@ struct RecordTwoValues {
     Fleetlog::TraceFile * file = traceTargets->files[static_cast<unsigned>( timestamps )].get();
     int msgId = traceTargets->twoValuesId;
     [[gnu::always_inline]] void run( std::uint32_t i, std::uint32_t j ) const {
-        Fleetlog::RingBuf & ring = *file->ringBuf();
-        ring.startMsg( file, msgId );
-        ring.put4( i );
-        ring.put4( j );
-        ring.endMsg();
+        Fleetlog::RecordWriter record;
+        if ( !record.start( *file->ringBuf(), *file, msgId ) )
+            return;
+        record.put4( i );
+        record.put4( j );
+        record.end();
     }
 };
 
@@ -71,11 +72,12 @@ struct RecordText {
     int msgId = traceTargets->textId;
     const char * value = traceTargets->*text;
     [[gnu::always_inline]] void run( std::uint32_t i, std::uint32_t ) const {
-        Fleetlog::RingBuf & ring = *file->ringBuf();
-        ring.startMsg( file, msgId );
-        ring.put4( i );
-        Fleetlog::put( &ring, value );
-        ring.endMsg();
+        Fleetlog::RecordWriter record;
+        if ( !record.start( *file->ringBuf(), *file, msgId ) )
+            return;
+        record.put4( i );
+        record.putText( value );
+        record.end();
     }
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <pthread.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace Fleetlog {
 
@@ -51,10 +52,26 @@ std::unique_ptr<TraceFile> Registry::takeThreadFile( Predicate isWanted ) noexce
     return file;
 }
 
-void Registry::closeThreadFile( const TraceFile * file, unsigned generation ) noexcept {
-    takeThreadFile( [=]( const ThreadFile & each ) {
-        return each.file.get() == file && each.generation == generation;
-    } );
+void Registry::leaveThreadFile( TraceFile * file, unsigned generation ) noexcept {
+    const std::lock_guard lock( mutex_ );
+    for ( ThreadFile & each : threadFiles_ ) {
+        if ( each.file.get() == file && each.generation == generation ) {
+            each.hasThread = false;
+            file->leaveToThread();
+        }
+    }
+}
+
+TraceFile * Registry::takeOverThreadFile( unsigned generation ) noexcept {
+    const std::lock_guard lock( mutex_ );
+    for ( ThreadFile & each : threadFiles_ ) {
+        if ( !each.hasThread && each.generation == generation ) {
+            each.hasThread = true;
+            each.file->takeOver( ::gettid() );
+            return each.file.get();
+        }
+    }
+    return nullptr;
 }
 
 void Registry::closeThreadFiles( unsigned generation ) noexcept {

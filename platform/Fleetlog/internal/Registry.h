@@ -22,13 +22,19 @@ class Registry {
 
     /// Owns the file of a thread on behalf of the handle with this generation.
     void addThreadFile( std::unique_ptr<TraceFile> file, unsigned generation );
-    void closeThreadFile( const TraceFile * file, unsigned generation ) noexcept;
     void closeThreadFiles( unsigned generation ) noexcept;
+
+    /// The thread of the file has ended. The handle's next thread without a file takes it over.
+    void leaveThreadFile( TraceFile * file, unsigned generation ) noexcept;
+
+    /// A file of the handle whose thread has ended, now the calling thread's; null if there is none.
+    TraceFile * takeOverThreadFile( unsigned generation ) noexcept;
 
   private:
     struct ThreadFile {
         std::unique_ptr<TraceFile> file;
         unsigned generation;
+        bool hasThread = true; ///< which has not ended
     };
 
     Registry();

@@ -1,11 +1,15 @@
 #pragma once
 
+#include <string>
 #include <string_view>
 
 namespace Fleetlog {
 
-/// Says on standard error, in one line, that messages are not recorded, and why. Internal: for
-/// where there is no caller who could be told.
+/// Throws a std::system_error of this library.
+[[noreturn]] void fail( int error, const std::string & what );
+
+/// Says on standard error, in one line, that messages are not recorded, and why: for where there is
+/// no caller who could be told.
 void reportLoss( std::string_view why ) noexcept;
 
 } // namespace Fleetlog

@@ -31,7 +31,6 @@ inline bool isMultiThread( const Fleetlog::TraceHandle & handle ) noexcept {
 inline Fleetlog::TraceFile * traceFile( const Fleetlog::TraceHandle & handle ) noexcept {
     return handle.single;
 }
-inline Fleetlog::RingBuf & ringBuf( Fleetlog::TraceFile & file ) noexcept { return file.ring; }
 inline const unsigned char * initialisedSites( const Fleetlog::TraceFile & file ) noexcept {
     return file.known.data();
 }
@@ -44,12 +43,23 @@ inline Fleetlog::MsgFormatString & formatString( Fleetlog::MsgDesc & descriptor 
 
 inline constexpr std::size_t maxTextBytes = 200;
 inline constexpr std::size_t maxPayloadBytes = 1000;
-inline bool hasRoom( const Fleetlog::RingBuf & ring ) noexcept {
-    return ring.records.size() % 2 == 0;
+struct Record {
+    Fleetlog::RingBuf * ring = nullptr;
+};
+inline bool startMsg( Record & record, Fleetlog::TraceFile & file, int msgId ) {
+    record.ring = &file.ring;
+    file.ring.startMsg( &file, msgId );
+    return true;
 }
-inline void put4( Fleetlog::RingBuf & ring, std::uint32_t value ) { ring.number( value, 4 ); }
-inline void put2( Fleetlog::RingBuf & ring, std::uint16_t value ) { ring.number( value, 2 ); }
-inline void put1( Fleetlog::RingBuf & ring, std::uint8_t value ) { ring.number( value, 1 ); }
+// Every other record takes the rare way.
+inline bool startMsgInBlock( Record & record, Fleetlog::TraceFile & file, int msgId ) {
+    return file.ring.records.size() % 2 == 0 && startMsg( record, file, msgId );
+}
+inline void put4( Record & record, std::uint32_t value ) { record.ring->number( value, 4 ); }
+inline void put2( Record & record, std::uint16_t value ) { record.ring->number( value, 2 ); }
+inline void put1( Record & record, std::uint8_t value ) { record.ring->number( value, 1 ); }
+inline void putText( Record & record, const char * value ) { Fleetlog::put( record.ring, value ); }
+inline void endMsg( Record & record ) { record.ring->endMsg(); }
 
 inline std::string text( const Twinlog::FleetlogConverter & converter ) {
     return converter.merged();
