@@ -9,6 +9,10 @@
 
 #include "sim/Chip.h"
 
+#include <Fleetlog/TraceHandle.h>
+
+#include <string>
+
 // The least that an agent does to call a recipe. A simulated chip stands where the agent's own shim does.
 
 // sample: definition
@@ -23,6 +27,12 @@ void start( Shim::Sdk & agentsShim ) {
 }
 // end of sample
 
+// sample: trace
+void startTracing( const std::string & folder ) {
+    Fleetlog::openDefault( { .directory = folder, .files = Fleetlog::Files::perThread } );
+}
+// end of sample
+
 // sample: call
 void markTunnel( std::uint32_t unit, std::uint32_t index, std::uint32_t ecn ) {
     const std::lock_guard lock( Kiln::activityLock() );
@@ -32,7 +42,9 @@ void markTunnel( std::uint32_t unit, std::uint32_t index, std::uint32_t ecn ) {
 
 } // namespace
 
-int main() {
+int main( int argc, char ** argv ) {
+    if ( argc > 1 )
+        startTracing( argv[1] );
     Sim::Chip chip;
     chip.addUnit( 0, Sim::referenceSchema() );
     start( chip );

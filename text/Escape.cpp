@@ -33,8 +33,14 @@ void appendByte( std::string & out, char byte ) {
     out += digits[static_cast<unsigned char>( byte ) & 15];
 }
 
-// Appends the text; `appendEscaped( first, isUtf8 )` appends a character that does not stand for
-// itself.
+// The control characters beyond ASCII, U+0080 to U+009F, which terminals obey as well.
+bool isControl( std::string_view character ) {
+    return character.size() == 2 && character[0] == '\xc2' &&
+           static_cast<unsigned char>( character[1] ) < 0xa0;
+}
+
+// Appends the text; `appendEscaped( character, isUtf8 )` appends a character, or a byte that is none,
+// that does not stand for itself.
 template <class AppendEscaped>
 void appendWith( std::string & out, std::string_view text, unsigned char where,
                  const AppendEscaped & appendEscaped ) {
@@ -43,11 +49,12 @@ void appendWith( std::string & out, std::string_view text, unsigned char where,
         if ( text.empty() )
             return;
         const std::size_t length = characterLength( text );
-        if ( length > 1 )
-            out += text.substr( 0, length );
+        const std::string_view character = text.substr( 0, length == 0 ? 1 : length );
+        if ( length > 1 && !isControl( character ) )
+            out += character;
         else
-            appendEscaped( text.front(), length == 1 );
-        text.remove_prefix( length == 0 ? 1 : length );
+            appendEscaped( character, length != 0 );
+        text.remove_prefix( character.size() );
     }
 }
 
@@ -79,14 +86,16 @@ std::size_t characterLength( std::string_view text ) {
 }
 
 void appendPrintable( std::string & out, std::string_view text ) {
-    appendWith( out, text, inLine, [&]( char first, bool ) {
-        if ( first == '\n' ) {
+    appendWith( out, text, inLine, [&]( std::string_view character, bool ) {
+        if ( character == "\n" ) {
             out += "\\n";
-        } else if ( first == '\t' ) {
+        } else if ( character == "\t" ) {
             out += "\\t";
         } else {
-            out += "\\x";
-            appendByte( out, first );
+            for ( const char byte : character ) {
+                out += "\\x";
+                appendByte( out, byte );
+            }
         }
     } );
 }
@@ -98,15 +107,15 @@ std::string printable( std::string_view text ) {
 }
 
 void appendJson( std::string & out, std::string_view text ) {
-    appendWith( out, text, inJson, [&]( char first, bool isUtf8 ) {
+    appendWith( out, text, inJson, [&]( std::string_view character, bool isUtf8 ) {
         if ( !isUtf8 ) {
             out += "\\ufffd";
-        } else if ( first == '"' || first == '\\' ) {
+        } else if ( character == "\"" || character == "\\" ) {
             out += '\\';
-            out += first;
+            out += character;
         } else {
             out += "\\u00";
-            appendByte( out, first );
+            appendByte( out, character.back() );
         }
     } );
 }

@@ -36,4 +36,9 @@ TEST( EscapeTest, JsonTextsAreEscaped ) {
     EXPECT_EQ( json( "\xff\xc3\xbc" ), "\\ufffd\xc3\xbc" );
 }
 
+TEST( EscapeTest, ControlCharactersBeyondAsciiAreEscaped ) {
+    EXPECT_EQ( Text::printable( "a\xc2\x9b[2J \xc2\xa0" ), "a\\xc2\\x9b[2J \xc2\xa0" );
+    EXPECT_EQ( json( "a\xc2\x9b[2J" ), "a\\u009b[2J" );
+}
+
 } // namespace

@@ -20,4 +20,21 @@ TEST( TimeTest, IsReadWithAndWithoutAFraction ) {
         EXPECT_EQ( Text::parseUtc( text ), std::nullopt ) << text;
 }
 
+TEST( TimeTest, DatesAndTimesThatThereAreNotAreRefused ) {
+    EXPECT_TRUE( Text::parseUtc( "2024-02-29T23:59:59.999999999" ) );
+    for ( const char * text :
+          { "2026-02-31T00:00:00", "2025-02-29T00:00:00", "2026-00-01T00:00:00",
+            "2026-13-01T00:00:00", "2026-01-01T24:00:00", "2026-01-01T00:60:00",
+            "2026-01-01T00:00:60", "2026-1-1T00:00:00", "2026-01-01T00:00:00.",
+            "-026-01-01T00:00:00", " 2026-01-01T00:00:00", "2026-01-01T00:00:00 " } )
+        EXPECT_EQ( Text::parseUtc( text ), std::nullopt ) << text;
+}
+
+TEST( TimeTest, TimesThat64BitsDoNotHoldAreTheLastOrTheFirst ) {
+    EXPECT_EQ( Text::parseUtc( "9999-01-01T00:00:00" ), INT64_MAX );
+    EXPECT_EQ( Text::parseUtc( "2300-01-01T00:00:00" ), INT64_MAX );
+    EXPECT_EQ( Text::parseUtc( "1600-01-01T00:00:00" ), INT64_MIN );
+    EXPECT_EQ( Text::parseUtc( "1969-12-31T23:59:59.999999999" ), -1 );
+}
+
 } // namespace

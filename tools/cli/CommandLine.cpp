@@ -181,10 +181,12 @@ class CommandLine {
             "cairn-lt trace trace/\n"
             "cairn-lt trace trace/ --recipe setLoadBalanceRandSeedCtrl --format json\n"
             "cairn-lt trace trace/ --from 2026-03-01T07:30:00 --match 'unit: 3'\n"
-            "cairn-lt trace trace/ --follow\n"
+            "cairn-lt trace trace/ --follow --wait 60\n"
             "cairn-lt trace trace/ --info",
             "The records of all files are shown in the order of their times. What is missing is "
-            "said on standard error. Exit code 1 if a file is damaged; what is whole is read.\n" );
+            "said on standard error. Exit code 1 if a file is damaged or cannot be read; the others "
+            "are read.\n"
+            "Records carry no checksum: a byte that was changed within a value is not noticed.\n" );
         verb.add_option( "paths", trace_.paths, "Trace files, or folders that hold some" )
             ->required();
         verb.add_option( "--recipe", trace_.recipe, "Only messages of this recipe" );
@@ -196,7 +198,13 @@ class CommandLine {
             "Only those of this thread, or of this process if its threads share a file" );
         verb.add_option( "--match", trace_.match, "Only those whose text holds this" );
         CLI::Option * follow =
-            verb.add_flag( "--follow", trace_.follow, "Waits for more while a file is written" );
+            verb.add_flag( "--follow", trace_.follow,
+                           "Waits for more while a process writes, and for new files in a folder" );
+        verb.add_option( "--wait", trace_.wait,
+                         "How many seconds a folder is followed when no process writes there any "
+                         "more: for one that is started anew (default 5)" )
+            ->needs( follow )
+            ->check( CLI::Range( 0u, 1'000'000'000u ) );
         CLI::Option * info =
             verb.add_flag( "--info", trace_.info,
                            "Shows what the files are: writer, clock, sites, blocks, losses" );

@@ -1,3 +1,4 @@
+#include "text/Escape.h"
 #include "text/Numbers.h"
 #include "text/Time.h"
 #include "tools/cli/Verbs.h"
@@ -10,6 +11,9 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <filesystem>
+#include <optional>
+#include <set>
 #include <thread>
 
 namespace Tool {
@@ -66,67 +70,174 @@ TraceReader::Filter filterOf( const TraceOptions & options ) {
     return filter;
 }
 
-// The files of all paths, each once.
-TraceReader::Merge openAll( const std::vector<std::string> & paths ) {
-    std::vector<std::string> files;
-    for ( const auto & path : paths ) {
-        for ( auto & file : TraceReader::findFiles( path ) ) {
-            if ( std::find( files.begin(), files.end(), file ) == files.end() )
-                files.push_back( std::move( file ) );
-        }
+// The trace files of the paths that were given: files, and folders that hold some.
+class Sources {
+  public:
+    explicit Sources( const std::vector<std::string> & paths ) : paths_( paths ) {
+        for ( const auto & path : paths )
+            hasFolder_ = hasFolder_ || isFolder( path );
     }
-    TraceReader::Merge merge;
-    for ( const auto & file : files )
-        merge.add( std::make_unique<TraceReader::File>( file ) );
-    return merge;
+
+    bool hasFolder() const { return hasFolder_; }
+
+    // Whether the path itself was given, and not a folder that holds it.
+    bool isNamed( const std::string & path ) const {
+        return std::find( paths_.begin(), paths_.end(), path ) != paths_.end();
+    }
+
+    // The files that were not there at the last call. One that is reached by two paths is given once.
+    std::vector<std::string> newFiles() {
+        std::vector<std::string> files;
+        for ( const auto & path : paths_ ) {
+            for ( auto & file :
+                  isFolder( path ) ? TraceReader::findFiles( path ) : std::vector{ path } ) {
+                std::error_code error;
+                const auto place = std::filesystem::canonical( file, error );
+                if ( seen_.insert( error ? file : place.string() ).second )
+                    files.push_back( std::move( file ) );
+            }
+        }
+        return files;
+    }
+
+  private:
+    static bool isFolder( const std::string & path ) {
+        std::error_code error;
+        return std::filesystem::is_directory( path, error );
+    }
+
+    std::vector<std::string> paths_;
+    std::set<std::string> seen_;
+    bool hasFolder_ = false;
+};
+
+std::string noFilesIn( const std::vector<std::string> & paths ) {
+    return paths.front() + ": no trace files (*.fleetlog) in this directory";
 }
 
-bool isDamaged( const TraceReader::Merge & merge ) {
-    for ( const auto & file : merge.files() ) {
-        for ( const Finding & finding : file->findings() ) {
-            if ( finding.kind == Finding::Kind::damage )
-                return true;
-        }
-    }
-    return false;
+bool isDamaged( const std::vector<Finding> & findings ) {
+    return std::any_of( findings.begin(), findings.end(), []( const Finding & finding ) {
+        return finding.kind == Finding::Kind::damage;
+    } );
 }
 
-// Says on standard error what is not there: damage, and what the rings had no room for any more.
-void tellLosses( const TraceReader::Merge & merge ) {
-    for ( const auto & file : merge.files() ) {
-        for ( const Finding & finding : file->findings() )
-            complain( finding.text() );
-        const std::uint64_t overwritten = file->counts().overwrittenRecords();
-        if ( overwritten != 0 )
-            complain( file->info().path + ": the oldest records, about " +
-                      std::to_string( overwritten ) +
-                      ", were overwritten; a larger ring keeps more" );
-        if ( file->info().unregistered != 0 )
-            complain( file->info().path + ": " + std::to_string( file->info().unregistered ) +
-                      " message sites found no room for their description; their records are "
-                      "shown as bytes" );
-    }
+std::string number( std::uint64_t count, const std::string & what ) {
+    return std::to_string( count ) + " " + what + ( count == 1 ? "" : "s" );
+}
+
+// What the ring had no room for any more.
+std::string overwrittenText( const TraceReader::Counts & counts ) {
+    const auto records = counts.overwrittenRecords();
+    const std::string blocks = number( counts.overwrittenBlocks, "block" );
+    return records ? "about " + number( *records, "record" ) + ", " + blocks
+                   : blocks + " with an unknown number of records";
+}
+
+// Says on standard error what a file does not have: damage, and what its writer had no room for.
+void tellLosses( const TraceReader::File & file ) {
+    const std::string path = Text::printable( file.info().path );
+    for ( const Finding & finding : file.findings() )
+        complain( finding.text() );
+    if ( file.counts().overwrittenBytes != 0 )
+        complain( path + ": the oldest were overwritten: " + overwrittenText( file.counts() ) +
+                  "; a larger ring keeps more" );
+    if ( file.info().unregistered != 0 )
+        complain( path + ": " + number( file.info().unregistered, "message site" ) +
+                  " found no room for a description; their records are shown as bytes" );
+    if ( file.info().interrupting != 0 )
+        complain( path + ": " + number( file.info().interrupting, "message" ) +
+                  " of signal handlers interrupted another message and were dropped" );
+}
+
+// The exit code for what was found. A file that was named and cannot be read is trouble if there is
+// nothing else to show.
+int exitCode( const TraceReader::Merge & merge, const Sources & sources ) {
+    const bool isRefused = std::any_of(
+        merge.findings().begin(), merge.findings().end(), [&]( const Finding & finding ) {
+            return finding.kind == Finding::Kind::damage || sources.isNamed( finding.file );
+        } );
+    if ( isRefused )
+        return merge.files().empty() && !sources.hasFolder() ? 2 : 1;
+    return std::any_of( merge.files().begin(), merge.files().end(),
+                        []( const auto & file ) { return isDamaged( file->findings() ); } )
+               ? 1
+               : 0;
 }
 
 volatile std::sig_atomic_t interrupted = 0;
 
-bool allClosed( const TraceReader::Merge & merge ) {
-    return std::all_of( merge.files().begin(), merge.files().end(),
-                        []( const auto & file ) { return file->info().isClosed; } );
+// Waits for what is still to come: records, files, and, in a folder, processes that are started
+// anew.
+class Follower {
+  public:
+    Follower( TraceReader::Merge & merge, Sources & sources, std::chrono::milliseconds wait )
+        : merge_( merge ), sources_( sources ), wait_( wait ) {
+        std::signal( SIGINT, []( int ) { interrupted = 1; } );
+    }
+
+    // True if there is more to read; false if nothing more will come.
+    bool waitForMore() {
+        while ( interrupted == 0 ) {
+            // Asked before the files are looked at: what was written up to here is read then.
+            const bool mayCome = merge_.mayBeWritten();
+            const bool hasNew = ( !mayCome || ++polls_ % pollsBetweenLists == 0 ) && addNew();
+            if ( merge_.poll() || hasNew ) {
+                idle_ = {};
+                return true;
+            }
+            if ( mayCome )
+                idle_ = {};
+            else if ( !sources_.hasFolder() || idle_ >= wait_ )
+                return false;
+            std::this_thread::sleep_for( pollPause );
+            idle_ += pollPause;
+        }
+        return false;
+    }
+
+  private:
+    static constexpr std::uint64_t pollsBetweenLists = 5;
+
+    bool addNew() {
+        bool isNew = false;
+        for ( const auto & path : sources_.newFiles() )
+            isNew = merge_.add( path ) || isNew;
+        return isNew;
+    }
+
+    TraceReader::Merge & merge_;
+    Sources & sources_;
+    std::chrono::milliseconds wait_;
+    std::chrono::milliseconds idle_{}; ///< since any process was seen to write
+    std::uint64_t polls_ = 0;
+};
+
+TraceReader::Format formatOf( const TraceOptions & options ) {
+    switch ( options.format ) {
+    case TraceFormat::json:
+        return TraceReader::Format::json;
+    case TraceFormat::brief:
+        return TraceReader::Format::brief;
+    default:
+        return TraceReader::Format::text;
+    }
 }
 
 int showRecords( const TraceOptions & options ) {
     const TraceReader::Filter filter = filterOf( options );
-    TraceReader::Merge merge = openAll( options.paths );
-    TraceReader::Renderer renderer( options.format == TraceFormat::json ? TraceReader::Format::json
-                                    : options.format == TraceFormat::brief
-                                        ? TraceReader::Format::brief
-                                        : TraceReader::Format::text );
+    Sources sources( options.paths );
+    TraceReader::Merge merge;
+    for ( const auto & path : sources.newFiles() )
+        merge.add( path );
+    if ( merge.files().empty() && merge.findings().empty() && !options.follow )
+        throw InputError( noFilesIn( options.paths ) );
+    std::optional<Follower> follower;
     if ( options.follow )
-        std::signal( SIGINT, []( int ) { interrupted = 1; } );
+        follower.emplace( merge, sources, std::chrono::seconds( options.wait ) );
+    TraceReader::Renderer renderer( formatOf( options ) );
     TraceReader::Record record;
     std::string lines;
-    for ( ;; ) {
+    do {
         while ( merge.next( record ) ) {
             if ( filter.accepts( record ) )
                 renderer.append( lines, record );
@@ -137,28 +248,42 @@ int showRecords( const TraceOptions & options ) {
         }
         print( lines );
         lines.clear();
-        if ( !options.follow || interrupted != 0 )
-            break;
-        // A closed file may have got its last records just before it was closed.
-        const bool last = allClosed( merge );
-        if ( merge.poll() )
-            continue;
-        if ( last )
-            break;
-        std::this_thread::sleep_for( pollPause );
+    } while ( follower && follower->waitForMore() );
+    for ( const Finding & finding : merge.findings() )
+        complain( finding.text() );
+    for ( const auto & file : merge.files() ) {
+        tellLosses( *file );
+        if ( options.follow && !file->info().isClosed && file->info().hasLock &&
+             file->writer() == TraceReader::Writer::ended )
+            complain( Text::printable( file->info().path ) +
+                      ": its process ended without closing it" );
     }
-    tellLosses( merge );
-    return isDamaged( merge ) ? 1 : 0;
+    return exitCode( merge, sources );
+}
+
+std::string writerName( TraceReader::Writer writer ) {
+    switch ( writer ) {
+    case TraceReader::Writer::lives:
+        return "lives";
+    case TraceReader::Writer::ended:
+        return "ended";
+    default:
+        return "unknown";
+    }
+}
+
+Json findingsJson( const std::vector<Finding> & findings ) {
+    Json all = Json::array();
+    for ( const Finding & finding : findings )
+        all.push_back( { { "damage", finding.kind == Finding::Kind::damage },
+                         { "offset", finding.offset ? Json( *finding.offset ) : Json() },
+                         { "what", finding.what } } );
+    return all;
 }
 
 Json infoJson( const TraceReader::File & file ) {
     const auto & info = file.info();
     const auto & counts = file.counts();
-    Json findings = Json::array();
-    for ( const Finding & finding : file.findings() )
-        findings.push_back( { { "damage", finding.kind == Finding::Kind::damage },
-                              { "offset", finding.offset },
-                              { "what", finding.what } } );
     Json sites = Json::array();
     for ( const auto & site : file.sites() ) {
         std::string text = site.function;
@@ -178,38 +303,49 @@ Json infoJson( const TraceReader::File & file ) {
              { "thread", info.thread },
              { "opened", Text::utc( info.openTime ) },
              { "closed", info.isClosed },
+             { "writer", writerName( file.writer() ) },
              { "timestamps", info.timestamps },
              { "counterRate", info.counterRate },
              { "ringBlocks", info.blockCount },
              { "blockBytes", info.blockBytes },
              { "descriptorBytes", info.descriptorBytes },
              { "sitesWithoutRoom", info.unregistered },
+             { "droppedOfSignalHandlers", info.interrupting },
              { "records", counts.records },
              { "blocks", counts.blocks },
              { "overwrittenBlocks", counts.overwrittenBlocks },
-             { "overwrittenRecords", counts.overwrittenRecords() },
+             { "overwrittenBytes", counts.overwrittenBytes },
+             { "overwrittenRecords",
+               counts.overwrittenRecords() ? Json( *counts.overwrittenRecords() ) : Json() },
              { "missingBlocks", counts.missingBlocks },
              { "sites", sites },
-             { "findings", findings } };
+             { "findings", findingsJson( file.findings() ) } };
 }
 
-std::string infoText( const Json & info ) {
+std::string closedText( const Json & info ) {
+    if ( info["closed"] )
+        return "yes";
+    if ( info["writer"] == "lives" )
+        return "no: it is being written";
+    return info["writer"] == "ended"
+               ? "no: its process ended without closing it"
+               : "no: it is being written, or its process ended without closing it";
+}
+
+std::string infoText( const TraceReader::File & file, const Json & info ) {
     const auto row = []( const char * name, const std::string & value ) {
         std::string text = std::string( "  " ) + name;
         text.resize( 22, ' ' );
-        return text + value + "\n";
+        return text + Text::printable( value ) + "\n";
     };
     const auto number = [&]( const char * name ) { return info[name].dump(); };
-    std::string text = heading( info["path"].get<std::string>() ) + "\n";
+    std::string text = heading( Text::printable( info["path"].get<std::string>() ) ) + "\n";
     text += row( "format version", number( "version" ) );
     text += row( "program",
                  info["program"].get<std::string>() + ", process " + number( "process" ) +
                      ( info["thread"] == 0 ? std::string() : ", thread " + number( "thread" ) ) );
     text += row( "opened", info["opened"] );
-    text +=
-        row( "closed", info["closed"].get<bool>()
-                           ? "yes"
-                           : "no: it is being written, or its process ended without closing it" );
+    text += row( "closed", closedText( info ) );
     text += row( "timestamps", info["timestamps"].get<std::string>() +
                                    ( info["timestamps"] == "counter"
                                          ? ", " + number( "counterRate" ) + " a second"
@@ -217,44 +353,61 @@ std::string infoText( const Json & info ) {
     text +=
         row( "ring", number( "ringBlocks" ) + " blocks of " + number( "blockBytes" ) + " bytes" );
     text += row( "records", number( "records" ) + " in " + number( "blocks" ) + " blocks" );
-    text += row( "overwritten", "about " + number( "overwrittenRecords" ) + " records, " +
-                                    number( "overwrittenBlocks" ) + " blocks" );
+    text += row( "overwritten", overwrittenText( file.counts() ) );
     text += row( "lost to damage", number( "missingBlocks" ) + " blocks" );
+    text += row( "dropped", number( "droppedOfSignalHandlers" ) + " of signal handlers" );
     text += row( "message sites", std::to_string( info["sites"].size() ) + ", " +
                                       number( "sitesWithoutRoom" ) + " without room" );
     for ( const Json & site : info["sites"] )
-        text += "    " + site["file"].get<std::string>() + ":" + site["line"].dump() + " " +
-                site["letters"].get<std::string>() + "  " + site["text"].get<std::string>() + "\n";
+        text += Text::printable( "    " + site["file"].get<std::string>() + ":" +
+                                 site["line"].dump() + " " + site["letters"].get<std::string>() +
+                                 "  " + site["text"].get<std::string>() ) +
+                "\n";
     return text;
+}
+
+std::string checkText( const TraceReader::File & file ) {
+    std::string text;
+    for ( const Finding & finding : file.findings() )
+        text += finding.text() + "\n";
+    return text + Text::printable( file.info().path ) + ": " +
+           ( isDamaged( file.findings() ) ? "damaged" : "no damage found" ) + ", " +
+           number( file.counts().records, "record" ) + " read\n";
 }
 
 // Reads every file to its end, so that the counts and findings are complete.
 int showFiles( const TraceOptions & options ) {
-    bool damaged = false;
+    Sources sources( options.paths );
     Json all = Json::array();
-    std::string text;
-    TraceReader::Merge merge = openAll( options.paths );
-    for ( const auto & file : merge.files() ) {
+    int worst = 0;
+    bool isAnyRead = false;
+    bool isAnyFound = false;
+    for ( const auto & path : sources.newFiles() ) {
+        TraceReader::Merge merge;
+        merge.add( path );
         TraceReader::Record record;
-        while ( file->next( record ) ) {
+        while ( merge.next( record ) ) {
         }
-        const Json info = infoJson( *file );
-        all.push_back( info );
-        if ( options.check ) {
-            bool whole = true;
-            for ( const Finding & finding : file->findings() ) {
-                text += finding.text() + "\n";
-                whole = whole && finding.kind != Finding::Kind::damage;
-            }
-            text += file->info().path + ": " + ( whole ? "whole" : "damaged" ) + ", " +
-                    std::to_string( file->counts().records ) + " records read\n";
-        } else {
-            text += infoText( info );
+        worst = std::max( worst, exitCode( merge, sources ) );
+        isAnyFound = true;
+        isAnyRead = isAnyRead || !merge.files().empty();
+        for ( const Finding & finding : merge.findings() )
+            complain( finding.text() );
+        for ( const auto & file : merge.files() ) {
+            const Json info = infoJson( *file );
+            if ( options.format == TraceFormat::json )
+                all.push_back( info );
+            else
+                print( options.check ? checkText( *file ) : infoText( *file, info ) );
         }
+        if ( merge.files().empty() )
+            all.push_back( { { "path", path }, { "findings", findingsJson( merge.findings() ) } } );
     }
-    damaged = isDamaged( merge );
-    print( options.format == TraceFormat::json ? all.dump( 2 ) + "\n" : text );
-    return damaged ? 1 : 0;
+    if ( !isAnyFound )
+        throw InputError( noFilesIn( options.paths ) );
+    if ( options.format == TraceFormat::json )
+        print( all.dump( 2, ' ', true, Json::error_handler_t::replace ) + "\n" );
+    return isAnyRead ? std::min( worst, 1 ) : worst;
 }
 
 } // namespace

@@ -52,16 +52,19 @@ struct TraceOptions {
     std::string to;
     std::optional<uint32_t> thread;
     std::string match;
-    /// Goes on as long as a file is open for writing.
+    /// Goes on as long as a process writes to the files; in a folder, new files are shown, too.
     bool follow = false;
+    /// How long, in seconds, a folder is followed when no process writes there any more.
+    unsigned wait = 5;
     /// What the files are, in place of their records.
     bool info = false;
-    /// Whether the files are whole, in place of their records.
+    /// What can be known of damage to the files, in place of their records.
     bool check = false;
     TraceFormat format = TraceFormat::text;
 };
 
-/// The records of trace files, in the order of their times. 1 if a file is damaged.
+/// The records of trace files, in the order of their times. 1 if a file is damaged or cannot be read;
+/// what can be read is shown. 2 if what was named cannot be read, and nothing else was named.
 int trace( const TraceOptions & options );
 
 struct DumpOptions {

@@ -1,16 +1,24 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/tools/Program.h"
 
+#include <Fleetlog/MsgDesc.h>
+#include <Fleetlog/TraceHandle.h>
+
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <future>
+#include <stdexcept>
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -79,8 +87,8 @@ TEST_F( TraceVerb, HoldsEveryMessageUpToTheStop ) {
     EXPECT_EQ( run.exitCode, 0 );
     EXPECT_EQ( linesWith( run.out, "setLoadBalanceRandSeedCtrl unit: 0 seed: 12345" ).size(), 1u );
     EXPECT_EQ( linesWith( cairnLt( { "trace", folder(), "--info" } ).out, "closed" ),
-               ( std::vector<std::string>{ "  closed              no: it is being written, or its "
-                                           "process ended without closing it" } ) );
+               ( std::vector<std::string>{ "  closed              no: its process ended "
+                                           "without closing it" } ) );
 }
 
 TEST_F( TraceVerb, SkipMessageFollowsTheEntryMessage ) {
@@ -138,11 +146,11 @@ TEST_F( TraceVerb, InfoTellsVersionWriterClockBlocksAndSites ) {
     EXPECT_EQ( info[0]["findings"], Json::array() );
 }
 
-TEST_F( TraceVerb, CheckSaysWhole ) {
+TEST_F( TraceVerb, CheckSaysThatItFoundNoDamage ) {
     ASSERT_EQ( seeds().exitCode, 0 );
     const Outcome run = cairnLt( { "trace", folder(), "--check" } );
     EXPECT_EQ( run.exitCode, 0 );
-    EXPECT_EQ( run.out, onlyFile() + ": whole, 1 records read\n" );
+    EXPECT_EQ( run.out, onlyFile() + ": no damage found, 1 record read\n" );
 }
 
 TEST_F( TraceVerb, DamageIsSaidAndTheRestIsRead ) {
@@ -186,6 +194,220 @@ TEST_F( TraceVerb, FollowEndsWhenTheWriterHasClosedItsFile ) {
     EXPECT_EQ( lines( run.out ).size(), 1u );
 }
 
+// A process that has written a message and lives on.
+class LivingWriter {
+  public:
+    explicit LivingWriter( const std::string & folder ) {
+        std::filesystem::create_directories( folder );
+        int ready[2];
+        if ( ::pipe( ready ) != 0 )
+            throw std::runtime_error( "pipe" );
+        child_ = Support::startChild( [&] {
+            Fleetlog::OpenOptions options;
+            options.directory = folder;
+            static Fleetlog::TraceFile file( options, 0 );
+            static int msgId = 0;
+            Fleetlog::MsgDesc descriptor( &file, &msgId, "living", 1 );
+            descriptor << "living";
+            descriptor.finish();
+            file.ringBuf()->startMsg( &file, msgId );
+            file.ringBuf()->endMsg();
+            if ( ::write( ready[1], "r", 1 ) != 1 )
+                return false;
+            for ( ;; )
+                ::pause();
+        } );
+        char byte = 0;
+        if ( ::read( ready[0], &byte, 1 ) != 1 )
+            throw std::runtime_error( "the writer has not started" );
+        ::close( ready[0] );
+        ::close( ready[1] );
+    }
+    ~LivingWriter() { kill(); }
+    LivingWriter( const LivingWriter & ) = delete;
+    LivingWriter & operator=( const LivingWriter & ) = delete;
+
+    void kill() {
+        if ( child_ == 0 )
+            return;
+        ::kill( child_, SIGKILL );
+        Support::statusOf( child_ );
+        child_ = 0;
+    }
+
+  private:
+    pid_t child_ = 0;
+};
+
+// cairn-lt trace --follow, while the test goes on.
+class Following {
+  public:
+    Following( const std::string & what, const std::string & wait )
+        : out_( temporary_.path( "out" ) ), run_( std::async( std::launch::async, [=, this] {
+              return cairnLt( { "trace", what, "--follow", "--format", "brief", "--wait", wait },
+                              out_ );
+          } ) ) {}
+
+    // Waits until so many lines with this text were shown; false if it ends before.
+    bool shows( const std::string & part, std::size_t count = 1 ) {
+        for ( ;; ) {
+            const bool isEnded =
+                run_.wait_for( std::chrono::milliseconds( 5 ) ) == std::future_status::ready;
+            if ( linesWith( Support::contents( out_ ), part ).size() >= count )
+                return true;
+            if ( isEnded )
+                return false;
+        }
+    }
+
+    Outcome end() { return run_.get(); }
+
+  private:
+    Support::TemporaryFolder temporary_;
+    std::string out_;
+    std::future<Outcome> run_;
+};
+
+TEST_F( TraceVerb, FollowEndsAndSaysSoWhenItsWriterIsKilled ) {
+    LivingWriter writer( folder() );
+    const std::string path = onlyFile();
+    for ( const auto & what : { path, folder() } ) {
+        Following following( what, "0" );
+        EXPECT_TRUE( following.shows( "living" ) );
+        writer.kill(); // in the second round it is dead already
+        const Outcome run = following.end();
+        EXPECT_EQ( run.exitCode, 0 );
+        EXPECT_EQ( run.err, "cairn-lt: " + path + ": its process ended without closing it\n" );
+    }
+}
+
+TEST_F( TraceVerb, FollowShowsFilesThatAreMadeMeanwhile ) {
+    LivingWriter writer( folder() );
+    Following following( folder(), "0" );
+    EXPECT_TRUE( following.shows( "living" ) );
+    for ( std::size_t i = 1; i <= 2; ++i ) {
+        ASSERT_EQ( seeds().exitCode, 0 );
+        EXPECT_TRUE( following.shows( "setLoadBalanceRandSeedCtrl", i ) );
+    }
+    LivingWriter other( folder() );
+    EXPECT_TRUE( following.shows( "living", 2 ) );
+    writer.kill();
+    other.kill();
+    EXPECT_EQ( following.end().exitCode, 0 );
+}
+
+TEST_F( TraceVerb, FollowWaitsInAFolderForAProcessThatIsStartedAnew ) {
+    { LivingWriter killed( folder() ); }
+    Following following( folder(), "3" );
+    EXPECT_TRUE( following.shows( "living" ) );
+    ASSERT_EQ( seeds().exitCode, 0 );
+    EXPECT_TRUE( following.shows( "setLoadBalanceRandSeedCtrl" ) );
+    EXPECT_EQ( following.end().exitCode, 0 );
+}
+
+TEST_F( TraceVerb, FollowSaysThatAFileWasCutUnderIt ) {
+    LivingWriter writer( folder() );
+    const std::string path = onlyFile();
+    Following following( folder(), "0" );
+    EXPECT_TRUE( following.shows( "living" ) );
+    std::filesystem::resize_file( path, 4096 );
+    const Outcome run = following.end();
+    EXPECT_EQ( run.exitCode, 1 );
+    EXPECT_NE( run.err.find( path + ": at byte 4096: the file was cut here" ), std::string::npos )
+        << run.err;
+}
+
+TEST_F( TraceVerb, BadFilesHideNoOtherAndAreSaidWithExitCodeOne ) {
+    ASSERT_EQ( seeds().exitCode, 0 );
+    const std::string empty = folder() + "/empty.fleetlog";
+    const std::string zeros = folder() + "/zeros.fleetlog";
+    std::ofstream{ empty };
+    std::ofstream( zeros ) << std::string( 5000, '\0' );
+    ASSERT_EQ( ::mkfifo( ( folder() + "/fifo.fleetlog" ).c_str(), 0600 ), 0 );
+    const Outcome run = cairnLt( { "trace", folder() } );
+    EXPECT_EQ( run.exitCode, 1 );
+    EXPECT_EQ( lines( run.out ).size(), 1u );
+    EXPECT_EQ( lines( run.err ).size(), 3u ) << run.err;
+    EXPECT_EQ( linesWith( run.err, empty + ": is empty" ).size(), 1u );
+    EXPECT_EQ( linesWith( run.err, zeros + ": begins with zeros" ).size(), 1u );
+    for ( const char * what : { "--info", "--check" } ) {
+        const Outcome all = cairnLt( { "trace", folder(), what } );
+        EXPECT_EQ( all.exitCode, 1 );
+        EXPECT_EQ( lines( all.err ).size(), 3u ) << all.err;
+        EXPECT_NE( all.out, "" );
+    }
+    const Json info =
+        Json::parse( cairnLt( { "trace", folder(), "--info", "--format", "json" } ).out );
+    ASSERT_EQ( info.size(), 4u );
+    EXPECT_EQ( info[1]["path"], empty );
+    EXPECT_EQ( info[1]["findings"][0]["damage"], true );
+
+    // What was named and cannot be read: the others are shown; if there is none, it is trouble.
+    EXPECT_EQ( cairnLt( { "trace", empty, zeros } ).exitCode, 2 );
+    EXPECT_EQ( cairnLt( { "trace", folder() + "/none.fleetlog", empty } ).exitCode, 2 );
+}
+
+TEST_F( TraceVerb, FileThatIsReachedByTwoPathsIsShownOnce ) {
+    ASSERT_EQ( seeds().exitCode, 0 );
+    const std::string link = file( "link", "" );
+    std::filesystem::remove( link );
+    std::filesystem::create_directory_symlink( folder(), link );
+    const Outcome run = cairnLt( { "trace", folder(), onlyFile(), link, folder() + "/." } );
+    EXPECT_EQ( run.exitCode, 0 );
+    EXPECT_EQ( lines( run.out ).size(), 1u );
+}
+
+TEST_F( TraceVerb, TimesBeyondThoseOfRecordsAreBeforeOrAfterAllOfThem ) {
+    ASSERT_EQ( seeds().exitCode, 0 );
+    const auto count = [&]( const char * option, const char * time ) {
+        return lines( cairnLt( { "trace", folder(), option, time } ).out ).size();
+    };
+    EXPECT_EQ( count( "--from", "9999-01-01T00:00:00" ), 0u );
+    EXPECT_EQ( count( "--to", "9999-01-01T00:00:00" ), 1u );
+    EXPECT_EQ( count( "--from", "2300-01-01T00:00:00" ), 0u );
+    EXPECT_EQ( count( "--to", "2300-01-01T00:00:00" ), 1u );
+    EXPECT_EQ( count( "--from", "0001-01-01T00:00:00" ), 1u );
+    EXPECT_EQ( count( "--to", "1600-01-01T00:00:00" ), 0u );
+    EXPECT_EQ( count( "--from", "1969-12-31T23:59:59.999999999Z" ), 1u );
+    EXPECT_EQ( count( "--to", "2024-02-29T23:59:59" ), 0u );
+}
+
+TEST_F( TraceVerb, WhatAFileSaysReachesTheTerminalEscaped ) {
+    std::filesystem::create_directory( folder() );
+    const char name[] = "a\x1b[31m\xff";
+    char * const before = program_invocation_short_name;
+    program_invocation_short_name = const_cast<char *>( name );
+    {
+        Fleetlog::OpenOptions options;
+        options.directory = folder();
+        Fleetlog::TraceFile file( options, 0 );
+        program_invocation_short_name = before;
+        int msgId = 0;
+        Fleetlog::MsgDesc descriptor( &file, &msgId, "so\x1b[2Jurce", 1 );
+        descriptor.formatString().put( "i" );
+        descriptor << "f\x1b]0;title\x07\xc2\x9b"
+                   << "%s\xff";
+        descriptor.finish();
+        file.ringBuf()->startMsg( &file, msgId );
+        file.ringBuf()->endMsg(); // without its value: it does not fit
+    }
+    for ( const std::vector<std::string> & arguments :
+          { std::vector<std::string>{ "trace", folder() },
+            { "trace", folder(), "--info" },
+            { "trace", folder(), "--check" },
+            { "trace", folder(), "--info", "--format", "json" },
+            { "trace", folder(), "--format", "json" } } ) {
+        const Outcome run = cairnLt( arguments );
+        EXPECT_EQ( run.exitCode, 1 );
+        for ( const char control : { '\x1b', '\x07', '\x9b', '\xff' } )
+            EXPECT_EQ( ( run.out + run.err ).find( control ), std::string::npos ) << run.out;
+    }
+    const Outcome info = cairnLt( { "trace", folder(), "--info" } );
+    EXPECT_NE( info.out.find( "a\\x1b[31m\\xff, process " ), std::string::npos ) << info.out;
+    EXPECT_TRUE(
+        Json::accept( cairnLt( { "trace", folder(), "--info", "--format", "json" } ).out ) );
+}
+
 TEST_F( TraceVerb, FilesOfSeveralRunsAreMergedByTime ) {
     ASSERT_EQ( seeds().exitCode, 0 );
     ASSERT_EQ(
@@ -212,6 +434,11 @@ TEST_F( TraceVerb, BadInputIsOneLineAndExitCodeTwo ) {
               Case{ { "trace", folder(), "--from", "yesterday" },
                     "\"yesterday\" is not a time in UTC" },
               Case{ { "trace", folder(), "--to", "2026-03-01T07:30:00x" }, "is not a time in UTC" },
+              Case{ { "trace", folder(), "--to", "2026-02-31T00:00:00" }, "is not a time in UTC" },
+              Case{ { "trace", folder(), "--to", "2026-02-01T24:00:00" }, "is not a time in UTC" },
+              Case{ { "trace", folder(), "--to", "2026-2-1T00:00:00" }, "is not a time in UTC" },
+              Case{ { "trace", folder(), "--from", "2026-02-01T00:00:00." }, "is not a time" },
+              Case{ { "trace", folder(), "--wait", "3" }, "--follow" },
               Case{ { "trace", folder(), "--site", "a:b" }, "\"a:b\" is not FILE:LINE" },
               Case{ { "trace", folder(), "--format", "xml" }, "--format" },
               Case{ { "trace", folder(), "--info", "--check" }, "--check" },
@@ -249,8 +476,10 @@ TEST_F( TraceVerb, BringUpThatIsKilledLeavesWhatItHadSaid ) {
         }
         Support::statusOf( child );
         const Outcome run = cairnLt( { "trace", folder() } );
-        if ( run.exitCode == 2 )
-            continue; // killed while the file was being made
+        if ( run.exitCode == 2 ) { // killed before the file was made
+            EXPECT_NE( run.err.find( "no trace files" ), std::string::npos ) << run.err;
+            continue;
+        }
         EXPECT_EQ( run.exitCode, 0 ) << run.err;
         EXPECT_EQ( run.err, "" );
         most = std::max( most, lines( run.out ).size() );
