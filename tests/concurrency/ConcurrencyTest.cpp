@@ -14,6 +14,7 @@
 #include <atomic>
 #include <chrono>
 #include <filesystem>
+#include <latch>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -192,11 +193,17 @@ TEST_F( ConcurrencyTest, ThreadsRegisterTheSameMessagesEachInAFileOfItsOwn ) {
     options.ringBytes = 64 << 10;
     options.files = Fleetlog::Files::perThread;
     Fleetlog::openDefault( options );
-    onThreads( threadCount, 50, []( int, int round ) {
-        const std::lock_guard lock( Kiln::activityLock() );
-        Cairn::setLoadBalanceRandSeedMem( 0, static_cast<std::uint32_t>( round ) );
-        Cairn::setFlexctrIngressCounterActionEnable( 0 );
-        Cairn::enable1BitEccRpt( 0, "ING_EN_EFILTER_BITMAPm", true );
+    constexpr int rounds = 50;
+    std::latch atEnd( threadCount ); // a thread that ended would leave its file to another
+    onThreads( threadCount, rounds, [&]( int, int round ) {
+        {
+            const std::lock_guard lock( Kiln::activityLock() );
+            Cairn::setLoadBalanceRandSeedMem( 0, static_cast<std::uint32_t>( round ) );
+            Cairn::setFlexctrIngressCounterActionEnable( 0 );
+            Cairn::enable1BitEccRpt( 0, "ING_EN_EFILTER_BITMAPm", true );
+        }
+        if ( round == rounds - 1 )
+            atEnd.arrive_and_wait();
     } );
     Fleetlog::closeDefault();
     long files = 0;

@@ -25,7 +25,7 @@ code() { sed 's|//.*||' "${sources[@]}"; }
 
 used=$( code | grep -oE '\bCairnPlatform::\w+' | sed 's/.*:://' | LC_ALL=C sort -u )
 differ "What the library asks the adapter for" "$used" "$( names_below 'Names of the adapter' )"
-defined=$( sed -n '/^namespace CairnPlatform/,$p' "$adapter" |
+defined=$( sed -n '/^namespace CairnPlatform/,$p' "$adapter" | sed -E 's/^\[\[[^]]*\]\] //' |
     sed -nE 's/^(inline |constexpr |using |template |const |Nacre::).*/&/p' | grep -vE '^template ' |
     sed -E 's/^using (\w+) = .*/\1/; s/^inline constexpr void \( \*(\w+) \).*/\1/; s/^inline constexpr [a-z:_ ]+ (\w+) = .*/\1/; s/^[^(]*[ *&](\w+)\(.*/\1/' | LC_ALL=C sort -u )
 differ "What the adapter offers and the library asks for" "$used" "$defined"
