@@ -231,8 +231,10 @@ class RingBuf {
     void unclaim() noexcept {
 #if defined( __x86_64__ )
         // From the upper half: an instruction takes no longer number than that.
-        asm volatile( "subl %1, 4+%0"
-                      : "+m"( place_ )
+        typedef std::uint32_t Half __attribute__( ( may_alias ) );
+        Half & upper = reinterpret_cast<Half *>( &place_ )[1];
+        asm volatile( "subl %2, %0"
+                      : "+m"( upper ), "+m"( place_ )
                       : "i"( static_cast<std::uint32_t>( claimed >> 32 ) )
                       : "cc" );
 #else

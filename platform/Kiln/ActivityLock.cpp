@@ -19,6 +19,15 @@ thread_local char thisThread;
 
 std::atomic<InterpreterLock *> interpreterLock{ nullptr };
 
+// Needs no code to begin and none to end, so that a fork finds it made whenever it comes.
+constinit ActivityLock theLock;
+
+[[maybe_unused]] const bool hasForkHandler = [] {
+    if ( ::pthread_atfork( nullptr, nullptr, [] { theLock.freeInChild(); } ) != 0 )
+        stopForMisuse( "no memory for its fork handler" );
+    return true;
+}();
+
 } // namespace
 
 void ActivityLock::lock() noexcept {
@@ -49,15 +58,7 @@ void ActivityLock::freeInChild() noexcept {
     owner_.store( nullptr, std::memory_order_relaxed );
 }
 
-ActivityLock & activityLock() noexcept {
-    static auto & lock = [&]() -> ActivityLock & {
-        auto & made = *new ActivityLock;
-        if ( ::pthread_atfork( nullptr, nullptr, [] { activityLock().freeInChild(); } ) != 0 )
-            stopForMisuse( "no memory for its fork handler" );
-        return made;
-    }();
-    return lock;
-}
+ActivityLock & activityLock() noexcept { return theLock; }
 
 InterpreterLock * setInterpreterLock( InterpreterLock * lock ) noexcept {
     return interpreterLock.exchange( lock, std::memory_order_acq_rel );

@@ -44,12 +44,12 @@ class ActivityLock {
     /// Whether the calling thread holds the lock.
     bool heldByThisThread() const noexcept;
 
-  private:
-    friend ActivityLock & activityLock() noexcept;
 
-    /// In a child after fork(), of whose threads only the forking one is left.
+    /// In a child after fork(), of whose threads only the forking one is left: frees the lock, unless
+    /// that thread holds it. The process's lock is freed so by itself.
     void freeInChild() noexcept;
 
+  private:
     std::mutex mutex_;
     std::atomic<const void *> owner_{ nullptr };
 };
