@@ -13,7 +13,7 @@
 //     Fleetlog::put( ring, "L3_HDR_ERROR" );
 //     ring->endMsg();
 //
-// or, with the record's state in registers instead of in the ring, three instructions shorter:
+// or, with the state of the record on the stack, where compilers keep it in registers:
 //
 //     Fleetlog::RecordWriter record;
 //     if ( record.start( *ring, *file, msgId ) ) {
