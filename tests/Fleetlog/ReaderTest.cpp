@@ -358,7 +358,7 @@ TEST_F( TraceReaderTest, MergePutsTheRecordsOfAllThreadsInOrderOfTime ) {
     std::vector<std::pair<std::uint32_t, std::uint64_t>> other;
     std::uint64_t counter = 0;
     for ( std::uint32_t i = 0; i < 150; ++i ) {
-        counter += std::array{ 26, 52, 1 }[i % 3];
+        counter += std::array<std::uint64_t, 3>{ 26, 52, 1 }[i % 3];
         ( i % 7 < 3 ? one : other ).emplace_back( i, counter );
     }
     TraceReader::Merge made;
@@ -478,7 +478,7 @@ TEST_F( TraceReaderTest, FolderWithMoreFilesThanMayBeOpenIsReadInFull ) {
         Writer writer( directory_.path(), 2 * 4096 );
         writer.seed( i );
     }
-    for ( const rlim_t limit : { 5, 64 } )
+    for ( const rlim_t limit : { rlim_t( 5 ), rlim_t( 64 ) } )
         EXPECT_EQ( Support::runInChild( [&] {
                        for ( int descriptor = 3; descriptor < 64; ++descriptor )
                            ::close( descriptor );
@@ -1059,7 +1059,7 @@ TEST_F( TraceReaderTest, DescriptorWithMoreLettersThanAWriterTakesIsDamage ) {
 
 TEST_F( TraceReaderTest, OverwrittenRecordsAreEstimatedFromASingleBlockThatCanBeRead ) {
     auto content = wrapped(); // the blocks 5, 6, 3, 4
-    for ( const std::size_t index : { 0, 2, 3 } )
+    for ( const std::size_t index : { 0u, 2u, 3u } )
         poke<std::uint64_t>( content, blockAt( index ) + offsetof( Layout::BlockHeader, time ),
                              12 );
     const auto reading = Support::read( content );

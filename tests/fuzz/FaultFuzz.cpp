@@ -14,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput( const std::uint8_t * data, std::size_t si
     if ( parsed.fault.has_value() != parsed.error.empty() )
         std::abort();
     if ( parsed.fault ) {
-        if ( !Sim::check( *parsed.fault ).empty() )
+        if ( !Interpose::check( *parsed.fault ).empty() )
             std::abort();
         if ( Interpose::parseFault( Interpose::toText( *parsed.fault ) ).fault != parsed.fault )
             std::abort();
