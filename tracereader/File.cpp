@@ -6,7 +6,6 @@
 #include <Fleetlog/Format.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <unordered_map>
@@ -461,7 +460,6 @@ void File::Impl::readSites() {
                  sizeof header.size &&
              header.size == 0 )
             return; // more may come
-        std::atomic_thread_fence( std::memory_order_acquire );
         if ( bytes_->read( descriptorOffset_, &header, sizeof header ) < sizeof header ) {
             hasMoreDescriptors_ = false; // the end of the file, which is a finding already
             return;
@@ -708,8 +706,8 @@ bool File::Impl::loadNewest( const Block & block ) {
 }
 
 // How far the records of a block reach that may be being written: to the end of the last, or, if that
-// is damaged, to the end of the block. Each size is read by itself, after the one before it: the
-// writer has put a 0 behind a record before it let the record in. Of a copy that is made in one go,
+// is damaged, to the end of the block. Each size is read by itself, after the one before it (the lock
+// that each read of a file takes keeps them in order): the writer has put a 0 behind a record before it let the record in. Of a copy that is made in one go,
 // that is not certain: processors copy in an order of their own, and what was left behind the records
 // from an earlier round would be taken for records.
 std::size_t File::Impl::committedBytes( std::uint64_t offset, std::size_t position ) const {
@@ -717,7 +715,6 @@ std::size_t File::Impl::committedBytes( std::uint64_t offset, std::size_t positi
         std::uint32_t size = 0;
         if ( bytes_->read( offset + position, &size, sizeof size ) < sizeof size )
             return info.blockBytes; // the end of the file, which is a finding already
-        std::atomic_thread_fence( std::memory_order_acquire );
         if ( size == 0 )
             return position;
         if ( size < sizeof( Layout::RecordHeader ) || size % 8 != 0 ||
