@@ -707,7 +707,8 @@ bool File::Impl::loadNewest( const Block & block ) {
 
 // How far the records of a block reach that may be being written: to the end of the last, or, if that
 // is damaged, to the end of the block. Each size is read by itself, after the one before it (the lock
-// that each read of a file takes keeps them in order): the writer has put a 0 behind a record before it let the record in. Of a copy that is made in one go,
+// that each read of a file takes keeps them in order): the writer has put a 0 behind a record before
+// it let the record in. Of a copy that is made in one go,
 // that is not certain: processors copy in an order of their own, and what was left behind the records
 // from an earlier round would be taken for records.
 std::size_t File::Impl::committedBytes( std::uint64_t offset, std::size_t position ) const {
