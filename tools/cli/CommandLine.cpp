@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <exception>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -57,7 +58,7 @@ class CommandLine {
             app_.parse( argc, argv );
             return verb_();
         } catch ( const CLI::Success & help ) {
-            return app_.exit( help ); // prints the help or the version
+            return show( help );
         } catch ( const CLI::ParseError & trouble ) {
             complain( explain( trouble ) );
         } catch ( const std::exception & trouble ) {
@@ -292,6 +293,19 @@ class CommandLine {
     }
 
     // --- Messages
+
+    // The help or the version. It counts as said only if it was written.
+    int show( const CLI::Success & help ) const {
+        std::ostringstream text;
+        const int code = app_.exit( help, text, text );
+        try {
+            print( text.str() );
+            return code;
+        } catch ( const Trouble & trouble ) {
+            complain( trouble.what() );
+            return 2;
+        }
+    }
 
     std::vector<std::string_view> verbNames() const {
         static const std::vector<std::string> names = [this] {

@@ -939,4 +939,13 @@ TEST( Explain, ReadsAsText ) {
         "The activity lock is released around each call.\n" );
 }
 
+TEST( CommandLine, HelpThatCannotBeWrittenIsTrouble ) {
+    for ( const std::vector<std::string> & arguments :
+          { std::vector<std::string>{ "--help" }, { "--version" }, { "run", "--help" } } ) {
+        const Outcome run = cairnLt( arguments, "/dev/full" );
+        EXPECT_EQ( run.exitCode, 2 );
+        EXPECT_EQ( lines( run.err ).size(), 1u ) << run.err;
+    }
+}
+
 } // namespace
