@@ -1,10 +1,8 @@
 #pragma once
 
-#include "tools/explain/Explain.h"
 #include "tools/model/ChipOptions.h"
 #include "tools/run/Output.h"
 #include "tools/run/Session.h"
-#include "tools/sweep/Sweep.h"
 
 #include <optional>
 #include <string>
@@ -39,6 +37,36 @@ struct BringupOptions {
 
 /// All steps of a bring-up file.
 int bringup( const BringupOptions & options );
+
+enum class ExplainFormat { text, markdown, json };
+
+struct ExplainOptions {
+    std::string recipe;
+    /// Empty: sample arguments.
+    std::vector<std::string> arguments;
+    /// All recipes, with sample arguments, instead of one.
+    bool all = false;
+    /// The chips; a state file is only read.
+    ChipOptions chips;
+    ExplainFormat format = ExplainFormat::text;
+};
+
+/// What recipes do, step by step, seen by running them on a scratch chip. 1 if a recipe stops
+/// there.
+int explain( const ExplainOptions & options );
+
+struct SweepOptions {
+    /// Empty: all.
+    std::vector<std::string> recipes;
+    ChipOptions chips;
+    /// Each fault on a line of its own.
+    bool verbose = false;
+    Format format = Format::text;
+};
+
+/// Disturbs each SDK call of each branch of recipes, and says whether what came of it is what the
+/// library promises. 1 if something is not.
+int sweep( const SweepOptions & options );
 
 enum class TraceFormat { text, brief, json };
 

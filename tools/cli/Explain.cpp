@@ -1,7 +1,6 @@
-#include "tools/explain/Explain.h"
-
 #include "sim/Chip.h"
 #include "text/Numbers.h"
+#include "tools/cli/Verbs.h"
 #include "tools/explain/Explanation.h"
 #include "tools/model/Arguments.h"
 #include "tools/model/Errors.h"

@@ -1,6 +1,5 @@
-#include "tools/sweep/Sweep.h"
-
 #include "text/Columns.h"
+#include "tools/cli/Verbs.h"
 #include "tools/model/Arguments.h"
 #include "tools/model/Files.h"
 #include "tools/sweep/SweepRunner.h"
