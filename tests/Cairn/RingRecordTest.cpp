@@ -1,6 +1,6 @@
 #include "tests/support/RecipeTest.h"
 
-#include "tests/Fleetlog/TraceFiles.h"
+#include "tests/support/TraceFiles.h"
 
 #include "Cairn/CairnLtHelper.h"
 

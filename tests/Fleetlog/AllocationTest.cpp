@@ -1,7 +1,7 @@
 #include "Cairn/internal/TraceMessage.h"
 
-#include "tests/Fleetlog/TraceFiles.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/TraceFiles.h"
 
 #include <gtest/gtest.h>
 

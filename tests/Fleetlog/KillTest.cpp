@@ -1,4 +1,4 @@
-#include "tests/Fleetlog/TraceFiles.h"
+#include "tests/support/TraceFiles.h"
 
 #include <Fleetlog/MsgDesc.h>
 #include <Fleetlog/TraceHandle.h>

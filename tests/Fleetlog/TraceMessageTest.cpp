@@ -1,6 +1,6 @@
 #include "Cairn/internal/TraceMessage.h"
 
-#include "tests/Fleetlog/TraceFiles.h"
+#include "tests/support/TraceFiles.h"
 
 #include <Fleetlog/MsgDesc.h>
 #include <Kiln/ActivityLock.h>
