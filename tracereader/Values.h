@@ -1,0 +1,59 @@
+#pragma once
+
+#include "tracereader/Source.h"
+#include "tracereader/TraceReader.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+
+namespace TraceReader {
+
+/// Takes values off the front of bytes; once one does not fit, nothing does.
+class Cursor {
+  public:
+    explicit Cursor( std::span<const std::byte> bytes ) noexcept : bytes_( bytes ) {}
+
+    template <class Number>
+    bool take( Number & number ) noexcept {
+        if ( bytes_.size() < sizeof number )
+            return false;
+        number = load<Number>( bytes_.data() );
+        bytes_ = bytes_.subspan( sizeof number );
+        return true;
+    }
+
+    /// A text with its length before it. The top bit of the length may be a flag.
+    bool take( std::string_view & text, std::uint16_t flag, bool & isFlagged ) noexcept {
+        std::uint16_t prefix = 0;
+        if ( !take( prefix ) )
+            return false;
+        isFlagged = ( prefix & flag ) != 0;
+        const std::size_t length = prefix & static_cast<std::uint16_t>( ~flag );
+        if ( bytes_.size() < length )
+            return false;
+        text = { reinterpret_cast<const char *>( bytes_.data() ), length };
+        bytes_ = bytes_.subspan( length );
+        return true;
+    }
+
+    bool take( std::string_view & text ) noexcept {
+        bool isFlagged = false;
+        return take( text, 0, isFlagged );
+    }
+
+    std::size_t left() const noexcept { return bytes_.size(); }
+
+  private:
+    std::span<const std::byte> bytes_;
+};
+
+/// Takes the value that a format letter stands for.
+bool takeValue( Cursor & cursor, char letter, Value & value ) noexcept;
+
+/// The bytes of values without texts; nothing if there are texts, or letters that nobody knows.
+std::optional<std::size_t> fixedSize( std::string_view letters ) noexcept;
+
+} // namespace TraceReader
