@@ -2,6 +2,8 @@
 
 #include "text/NearestName.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <charconv>
 #include <iterator>
@@ -93,14 +95,14 @@ class Parser {
         fault_.operation = operationByName( value );
         if ( fault_.operation )
             return;
-        std::string list;
         std::vector<std::string_view> names;
+        std::vector<std::string_view> candidates;
         for ( const SdkCall call : sdkOperations() ) {
-            list += ( list.empty() ? "" : ", " ) + std::string( name( call ) );
             names.push_back( name( call ) );
-            names.push_back( shortName( call ) );
+            candidates.insert( candidates.end(), { name( call ), shortName( call ) } );
         }
-        report( "the operations are " + list + Text::nearestHint( value, names ) );
+        report( fmt::format( "the operations are {}{}", fmt::join( names, ", " ),
+                             Text::nearestHint( value, candidates ) ) );
     }
 
     template <class Number>
@@ -109,8 +111,8 @@ class Parser {
         const auto [end, error] =
             std::from_chars( value.data(), value.data() + value.size(), result );
         if ( error != std::errc() || end != value.data() + value.size() || result < least ) {
-            report( "a number from " + std::to_string( least ) + " to " +
-                    std::to_string( std::numeric_limits<Number>::max() ) + " is wanted" );
+            report( fmt::format( "a number from {} to {} is wanted", least,
+                                 std::numeric_limits<Number>::max() ) );
         }
         return result;
     }
@@ -131,9 +133,9 @@ class Parser {
         error_ = check( fault_ );
     }
 
-    void report( const std::string & what ) {
+    void report( std::string_view what ) {
         if ( error_.empty() )
-            error_ = "\"" + std::string( word_ ) + "\": " + what;
+            error_ = fmt::format( "\"{}\": {}", word_, what );
     }
 
     Fault fault_;
@@ -146,11 +148,12 @@ class Parser {
 
 std::string check( const Fault & fault ) {
     if ( fault.operation && kind( *fault.operation ) != SdkCallKind::operation )
-        return std::string( name( *fault.operation ) ) + " is not an operation that can fail";
+        return fmt::format( "{} is not an operation that can fail", name( *fault.operation ) );
     if ( fault.invalidHandle ) {
         if ( fault.operation && *fault.operation != SdkCall::entryAllocate ) {
-            return std::string( name( *fault.operation ) ) +
-                   " hands out no handle; an invalid handle goes with bcmlt_entry_allocate";
+            return fmt::format(
+                "{} hands out no handle; an invalid handle goes with bcmlt_entry_allocate",
+                name( *fault.operation ) );
         }
         if ( fault.rc < 0 )
             return "an invalid handle goes with success; give a code of 0 or more, or none";
@@ -160,8 +163,8 @@ std::string check( const Fault & fault ) {
     const bool mayNameField =
         !fault.invalidHandle && ( !fault.operation || namesField( *fault.operation ) );
     if ( fault.field && !mayNameField ) {
-        return std::string( name( fault.operation.value_or( SdkCall::entryAllocate ) ) ) +
-               " names no field; leave the field out";
+        return fmt::format( "{} names no field; leave the field out",
+                            name( fault.operation.value_or( SdkCall::entryAllocate ) ) );
     }
     if ( fault.occurrence == 0 )
         return "occurrences are counted from 1";
@@ -173,18 +176,18 @@ ParsedFault parseFault( std::string_view text ) { return Parser().parse( text );
 std::string toText( const Fault & fault ) {
     std::string text;
     if ( fault.operation )
-        text += "op=" + std::string( name( *fault.operation ) ) + ",";
+        text += fmt::format( "op={},", name( *fault.operation ) );
     if ( fault.table )
-        text += "table=" + *fault.table + ",";
+        text += fmt::format( "table={},", *fault.table );
     if ( fault.field )
-        text += "field=" + *fault.field + ",";
+        text += fmt::format( "field={},", *fault.field );
     if ( fault.unit )
-        text += "unit=" + std::to_string( *fault.unit ) + ",";
+        text += fmt::format( "unit={},", *fault.unit );
     if ( fault.invalidHandle )
         text += "handle=invalid,";
     if ( !fault.invalidHandle || fault.rc != 0 )
-        text += "rc=" + std::to_string( fault.rc ) + ",";
-    text += "at=" + std::to_string( fault.occurrence );
+        text += fmt::format( "rc={},", fault.rc );
+    text += fmt::format( "at={}", fault.occurrence );
     if ( fault.always )
         text += ",always";
     return text;
