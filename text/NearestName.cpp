@@ -62,7 +62,7 @@ std::string nearestHint( std::string_view wanted, std::span<const std::string_vi
 std::string nameHint( std::string_view wanted, std::span<const std::string_view> names ) {
     const std::string_view nearest = nearestName( wanted, names );
     if ( !nearest.empty() )
-        return "; the nearest is " + std::string( nearest );
+        return "the nearest is " + std::string( nearest );
     // Half a name is not near by the letters that are missing.
     std::vector<std::string_view> candidates;
     std::copy_if( names.begin(), names.end(), std::back_inserter( candidates ),
@@ -72,7 +72,7 @@ std::string nameHint( std::string_view wanted, std::span<const std::string_view>
     constexpr std::size_t few = 12;
     if ( candidates.empty() || candidates.size() > few )
         return {};
-    std::string text = candidates.size() == 1 ? "; there is " : "; there are ";
+    std::string text = candidates.size() == 1 ? "there is " : "there are ";
     for ( std::size_t i = 0; i < candidates.size(); ++i ) {
         text += i == 0 ? "" : i + 1 == candidates.size() ? " and " : ", ";
         text += candidates[i];

@@ -17,8 +17,8 @@ std::string_view nearestName( std::string_view wanted, std::span<const std::stri
 /// "; the nearest name is ..." to put behind an error text, or nothing if no name is near.
 std::string nearestHint( std::string_view wanted, std::span<const std::string_view> names );
 
-/// What to append to a message about a name that does not exist: "; the nearest is NAME", or the
-/// names there are, if none is near and there are few of them.
+/// What to say to someone who gave a name that does not exist: "the nearest is NAME", or the names
+/// there are, if none is near and there are few of them. Empty otherwise.
 std::string nameHint( std::string_view wanted, std::span<const std::string_view> names );
 
 } // namespace Text

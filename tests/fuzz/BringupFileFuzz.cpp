@@ -22,8 +22,8 @@ extern "C" int LLVMFuzzerTestOneInput( const std::uint8_t * data, std::size_t si
             if ( toText( step ).empty() && std::get_if<Tool::StageStep>( &step.what ) == nullptr )
                 std::abort();
         }
-    } catch ( const Tool::InputError & trouble ) {
-        if ( !std::string_view( trouble.what() ).starts_with( "x.toml:" ) )
+    } catch ( const Tool::InputError & error ) {
+        if ( !std::string_view( error.what() ).starts_with( "x.toml:" ) )
             std::abort();
     }
     return 0;

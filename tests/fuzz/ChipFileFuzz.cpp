@@ -15,8 +15,8 @@ extern "C" int LLVMFuzzerTestOneInput( const std::uint8_t * data, std::size_t si
     try {
         if ( !Tool::parseChipFile( contents, "x.toml" ).check().empty() )
             std::abort();
-    } catch ( const Tool::InputError & trouble ) {
-        if ( !std::string_view( trouble.what() ).starts_with( "x.toml:" ) )
+    } catch ( const Tool::InputError & error ) {
+        if ( !std::string_view( error.what() ).starts_with( "x.toml:" ) )
             std::abort();
     }
     return 0;

@@ -13,12 +13,12 @@
 extern "C" int LLVMFuzzerTestOneInput( const std::uint8_t * data, std::size_t size ) {
     const std::string_view contents( reinterpret_cast<const char *>( data ), size );
     try {
-        for ( const Tool::KeptUnit & kept : Tool::parseState( contents, "x.json" ) ) {
+        for ( const Tool::SavedUnit & kept : Tool::parseState( contents, "x.json" ) ) {
             if ( !kept.schema.check().empty() )
                 std::abort();
         }
-    } catch ( const Tool::InputError & trouble ) {
-        if ( !std::string_view( trouble.what() ).starts_with( "x.json: " ) )
+    } catch ( const Tool::InputError & error ) {
+        if ( !std::string_view( error.what() ).starts_with( "x.json: " ) )
             std::abort();
     }
     return 0;

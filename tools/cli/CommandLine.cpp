@@ -5,6 +5,7 @@
 #include "tools/model/Errors.h"
 
 #include <CLI/CLI.hpp>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <exception>
@@ -59,10 +60,10 @@ class CommandLine {
             return verb_();
         } catch ( const CLI::Success & help ) {
             return show( help );
-        } catch ( const CLI::ParseError & trouble ) {
-            complain( explain( trouble ) );
-        } catch ( const std::exception & trouble ) {
-            complain( trouble.what() );
+        } catch ( const CLI::ParseError & error ) {
+            complain( explain( error ).what() );
+        } catch ( const std::exception & error ) {
+            complain( error.what() );
         }
         return 2;
     }
@@ -301,8 +302,8 @@ class CommandLine {
         try {
             print( text.str() );
             return code;
-        } catch ( const Trouble & trouble ) {
-            complain( trouble.what() );
+        } catch ( const Trouble & error ) {
+            complain( error.what() );
             return 2;
         }
     }
@@ -319,14 +320,14 @@ class CommandLine {
 
     void checkVerb( int argc, const char * const * argv ) const {
         if ( argc < 2 )
-            throw InputError( "no verb" + Text::nameHint( "", verbNames() ) +
-                              "; \"cairn-lt --help\" tells more" );
+            throw InputError( "no verb",
+                              joined( { Text::nameHint( "", verbNames() ), seeHelp( app_ ) } ) );
         const std::string_view first = argv[1];
         const auto names = verbNames();
         if ( !first.starts_with( '-' ) &&
              std::find( names.begin(), names.end(), first ) == names.end() )
-            throw InputError( "there is no verb \"" + std::string( first ) + "\"" +
-                              Text::nameHint( first, names ) + "; \"cairn-lt --help\" tells more" );
+            throw InputError( fmt::format( "there is no verb \"{}\"", first ),
+                              joined( { Text::nameHint( first, names ), seeHelp( app_ ) } ) );
     }
 
     // The verb of the command line; the program itself if there is none.
@@ -335,31 +336,44 @@ class CommandLine {
         return parsed.empty() ? app_ : *parsed.front();
     }
 
-    std::string explain( const CLI::ParseError & trouble ) const {
+    InputError explain( const CLI::ParseError & error ) const {
         const CLI::App & verb = current();
-        const std::string command = &verb == &app_ ? "cairn-lt" : "cairn-lt " + verb.get_name();
-        std::string text = trouble.what();
         const auto extras = verb.remaining();
-        if ( trouble.get_exit_code() == static_cast<int>( CLI::ExitCodes::ExtrasError ) &&
+        if ( error.get_exit_code() == static_cast<int>( CLI::ExitCodes::ExtrasError ) &&
              !extras.empty() )
-            text = explainExtra( verb, extras.front() );
+            return explainExtra( verb, extras.front() );
+        std::string text = error.what();
         std::replace( text.begin(), text.end(), '\n', ' ' );
-        return text + "; \"" + command + " --help\" tells more";
+        return InputError( text, seeHelp( verb ) );
     }
 
-    static std::string explainExtra( const CLI::App & verb, const std::string & extra ) {
+    InputError explainExtra( const CLI::App & verb, const std::string & extra ) const {
         if ( !extra.starts_with( '-' ) )
-            return "one argument too many: \"" + extra + "\"";
+            return InputError( fmt::format( "one argument too many: \"{}\"", extra ),
+                               seeHelp( verb ) );
         if ( extra.find_first_not_of( "0123456789", 1 ) == std::string::npos && extra.size() > 1 )
-            return "the argument " + extra + " is negative; arguments are not";
+            return InputError(
+                fmt::format( "the argument {} is negative; arguments are not", extra ),
+                seeHelp( verb ) );
         std::vector<std::string> names;
         for ( const CLI::Option * option : verb.get_options() ) {
             if ( option->nonpositional() )
                 names.push_back( option->get_name() );
         }
         const std::vector<std::string_view> views( names.begin(), names.end() );
-        return "there is no option \"" + extra + "\"" +
-               Text::nameHint( extra.substr( 0, extra.find( '=' ) ), views );
+        return InputError( fmt::format( "there is no option \"{}\"", extra ),
+                           joined( { Text::nameHint( extra.substr( 0, extra.find( '=' ) ), views ),
+                                     seeHelp( verb ) } ) );
+    }
+
+    std::string seeHelp( const CLI::App & verb ) const {
+        return fmt::format( "\"cairn-lt{}{} --help\" tells more", &verb == &app_ ? "" : " ",
+                            &verb == &app_ ? "" : verb.get_name() );
+    }
+
+    static std::string joined( std::vector<std::string> remedies ) {
+        std::erase( remedies, "" );
+        return fmt::format( "{}", fmt::join( remedies, "; " ) );
     }
 
     CLI::App app_;

@@ -9,9 +9,9 @@
 namespace Tool {
 
 int dump( const DumpOptions & options ) {
-    const std::vector<KeptUnit> kept = parseState( readFile( options.state ), options.state );
+    const std::vector<SavedUnit> kept = parseState( readFile( options.state ), options.state );
     Sim::Chip chip;
-    for ( const KeptUnit & unit : kept )
+    for ( const SavedUnit & unit : kept )
         chip.addUnit( unit.unit, unit.schema );
     restore( chip, kept, options.state );
 

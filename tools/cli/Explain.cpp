@@ -441,7 +441,7 @@ int explain( const ExplainOptions & options ) {
     if ( options.all != options.recipe.empty() )
         throw InputError( "explain: name one recipe, or give --all" );
     const Model model = modelOf( options.chips );
-    std::vector<KeptUnit> kept;
+    std::vector<SavedUnit> kept;
     if ( !options.chips.state.empty() )
         kept = parseState( readFile( options.chips.state ), options.chips.state );
 

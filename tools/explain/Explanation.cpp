@@ -61,7 +61,7 @@ class SeeingStageService final : public CairnCentral::BringupStageService {
 } // namespace
 
 Explanation explainRecipe( const Recipe & recipe, const std::vector<Argument> & arguments,
-                           const Model & model, const std::vector<KeptUnit> * kept,
+                           const Model & model, const std::vector<SavedUnit> * kept,
                            const std::function<void( const Explanation & )> & onStop ) {
     Explanation explanation{ .recipe = &recipe,
                              .arguments = arguments,

@@ -28,7 +28,7 @@ struct Explanation {
 /// not null, is what the chip holds; otherwise it is fresh, and the recipe that prepares this one
 /// runs first. `onStop` is called if the recipe stops the process, which dies when it returns.
 Explanation explainRecipe( const Recipe & recipe, const std::vector<Argument> & arguments,
-                           const Model & model, const std::vector<KeptUnit> * kept,
+                           const Model & model, const std::vector<SavedUnit> * kept,
                            const std::function<void( const Explanation & )> & onStop );
 
 } // namespace Tool

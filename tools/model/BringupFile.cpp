@@ -18,10 +18,8 @@ namespace Tool {
 
 namespace {
 
-std::string at( int line ) { return " (line " + std::to_string( line ) + ")"; }
-
 std::string portText( int unit, uint16_t port ) {
-    return "port " + std::to_string( port ) + " of unit " + std::to_string( unit );
+    return fmt::format( "port {} of unit {}", port, unit );
 }
 
 class Reader {
@@ -43,7 +41,7 @@ class Reader {
         for ( const TomlNode & chip : toml_.tables( root, "chips" ) )
             readChip( chip );
         if ( model().chips.empty() )
-            toml_.refuse( root.line, "there is no chip; describe at least one as [[chips]]" );
+            toml_.refuse( root.line, "there is no chip", "describe at least one as [[chips]]" );
         for ( const TomlNode & module : toml_.tables( root, "modules" ) )
             readModule( module );
         for ( const TomlNode & port : toml_.tables( root, "cpu_ports" ) )
@@ -72,17 +70,19 @@ class Reader {
         if ( nameText.empty() )
             toml_.refuse( name.line, "the name of a chip must not be empty" );
         if ( !chipLines_.emplace( nameText, name.line ).second )
-            toml_.refuse( name.line, "there is a chip \"" + nameText + "\" already" +
-                                         at( chipLines_.at( nameText ) ) +
-                                         "; give this one another name" );
+            toml_.refuse( name.line,
+                          fmt::format( "there is a chip \"{}\" already (line {})", nameText,
+                                       chipLines_.at( nameText ) ),
+                          "give this one another name" );
         readChipValues( node, nameText, chip );
 
-        const TomlNode & unit = toml_.need( node, "unit", "chip \"" + nameText + "\"" );
+        const TomlNode & unit = toml_.need( node, "unit", fmt::format( "chip \"{}\"", nameText ) );
         chip.unit = toml_.number<uint16_t>( unit, "unit" ); // as wide as ports and modules have it
         if ( !unitLines_.emplace( chip.unit, unit.line ).second )
             toml_.refuse( unit.line,
-                          "unit " + std::to_string( chip.unit ) + " is another chip already" +
-                              at( unitLines_.at( chip.unit ) ) + "; give this one another unit" );
+                          fmt::format( "unit {} is another chip already (line {})", chip.unit,
+                                       unitLines_.at( chip.unit ) ),
+                          "give this one another unit" );
         readChipFile( node, chip );
         if ( const TomlNode * profile = node.find( "profile" ) )
             readProfile( *profile, chip );
@@ -108,9 +108,8 @@ class Reader {
                       const std::string & meaning ) {
         toml_.expectKind( node, TomlNode::Kind::array, what );
         if ( node.items.size() != count )
-            toml_.refuse( node.line, std::string( what ) + " has " +
-                                         std::to_string( node.items.size() ) + " items; write " +
-                                         meaning );
+            toml_.refuse( node.line, fmt::format( "{} has {} items", what, node.items.size() ),
+                          fmt::format( "write {}", meaning ) );
     }
 
     void readChipFile( const TomlNode & node, ChipDescription & chip ) {
@@ -124,11 +123,11 @@ class Reader {
         }
         try {
             chip.schema = loadChip_( chip.source );
-        } catch ( const InputError & trouble ) {
-            // A file that can not be read is named here; one that is wrong names its own line.
-            if ( trouble.line() != 0 )
+        } catch ( const InputError & error ) {
+            // A file that cannot be read is named here; one that is wrong names its own line.
+            if ( error.line() != 0 )
                 throw;
-            toml_.refuse( file->line, trouble.what() );
+            throw error.within( toml_.file(), file->line );
         }
     }
 
@@ -161,15 +160,14 @@ class Reader {
         std::vector<std::string_view> names;
         for ( const ChipDescription & chip : model().chips )
             names.push_back( chip.info.name().view() );
-        toml_.refuse( node.line,
-                      "there is no chip \"" + name + "\"" + Text::nameHint( name, names ) );
+        toml_.refuse( node.line, fmt::format( "there is no chip \"{}\"", name ),
+                      Text::nameHint( name, names ) );
     }
 
     int needUnit( const TomlNode & node ) {
         const auto unit = toml_.number<uint16_t>( node, "unit" );
         if ( model().findUnit( unit ) == nullptr )
-            toml_.refuse( node.line,
-                          "there is no unit " + std::to_string( unit ) + "; no chip has it" );
+            toml_.refuse( node.line, fmt::format( "there is no unit {}", unit ), "no chip has it" );
         return unit;
     }
 
@@ -181,9 +179,10 @@ class Reader {
         ModuleDescription module;
         module.id = toml_.number<uint16_t>( id, "id" );
         if ( !moduleLines_.emplace( module.id, id.line ).second )
-            toml_.refuse( id.line, "there is a module " + std::to_string( module.id ) + " already" +
-                                       at( moduleLines_.at( module.id ) ) +
-                                       "; give this one another id" );
+            toml_.refuse( id.line,
+                          fmt::format( "there is a module {} already (line {})", module.id,
+                                       moduleLines_.at( module.id ) ),
+                          "give this one another id" );
         module.info.chip = needChip( toml_.need( node, "chip", "[[modules]]" ) ).info;
         if ( const TomlNode * name = node.find( "name" ) )
             module.info.name = std::string_view( toml_.text( *name, "name" ) );
@@ -212,10 +211,10 @@ class Reader {
         const TomlNode & interface = toml_.need( node, "interface", what );
         const Netbase::IntfId id{ toml_.number<uint32_t>( interface, "interface" ) };
         if ( !interfaceLines_.emplace( id.number, interface.line ).second )
-            toml_.refuse( interface.line, "interface " + std::to_string( id.number ) +
-                                              " has a port already" +
-                                              at( interfaceLines_.at( id.number ) ) +
-                                              "; give this port another interface" );
+            toml_.refuse( interface.line,
+                          fmt::format( "interface {} has a port already (line {})", id.number,
+                                       interfaceLines_.at( id.number ) ),
+                          "give this port another interface" );
         return id;
     }
 
@@ -224,9 +223,11 @@ class Reader {
         const auto [place, added] =
             portLines_.emplace( std::pair( port.unit, port.portId ), std::pair( what, line ) );
         if ( !added )
-            toml_.refuse( line, portText( port.unit, port.portId ) + " is a " +
-                                    place->second.first + " already" + at( place->second.second ) +
-                                    "; give this one another port" );
+            toml_.refuse( line,
+                          fmt::format( "{} is a {} already (line {})",
+                                       portText( port.unit, port.portId ), place->second.first,
+                                       place->second.second ),
+                          "give this one another port" );
     }
 
     void readCpuPort( const TomlNode & node ) {
@@ -238,7 +239,8 @@ class Reader {
         // A CPU port's physical port has the same number.
         hardwareLines_.emplace(
             std::pair( port.unit, port.portId ),
-            std::pair( "CPU " + portText( port.unit, port.portId ), node.find( "port" )->line ) );
+            std::pair( fmt::format( "CPU {}", portText( port.unit, port.portId ) ),
+                       node.find( "port" )->line ) );
     }
 
     void readRecirculationPort( const TomlNode & node ) {
@@ -259,20 +261,23 @@ class Reader {
         entry.hardware.phyPortId = toml_.number<uint16_t>( hardware, "hardware_port" );
         for ( std::size_t i = 0; i < model().hardwarePorts.size(); ++i ) {
             if ( model().hardwarePorts[i].port == entry.port )
-                toml_.refuse( line, portText( entry.port.unit, entry.port.portId ) +
-                                        " has a hardware port already" +
-                                        at( hardwarePortLines_[i] ) + "; remove one of the two" );
+                toml_.refuse( line,
+                              fmt::format( "{} has a hardware port already (line {})",
+                                           portText( entry.port.unit, entry.port.portId ),
+                                           hardwarePortLines_[i] ),
+                              "remove one of the two" );
         }
         hardwarePortLines_.push_back( line );
         const auto [place, added] = hardwareLines_.emplace(
             std::pair( entry.port.unit, entry.hardware.phyPortId ),
             std::pair( portText( entry.port.unit, entry.port.portId ), hardware.line ) );
         if ( !added )
-            toml_.refuse( hardware.line,
-                          "hardware port " + std::to_string( entry.hardware.phyPortId ) +
-                              " of unit " + std::to_string( entry.port.unit ) + " belongs to " +
-                              place->second.first + " already" + at( place->second.second ) +
-                              "; give this one another hardware port" );
+            toml_.refuse(
+                hardware.line,
+                fmt::format( "hardware port {} of unit {} belongs to {} already (line {})",
+                             entry.hardware.phyPortId, entry.port.unit, place->second.first,
+                             place->second.second ),
+                "give this one another hardware port" );
         model().hardwarePorts.push_back( entry );
     }
 
@@ -283,10 +288,11 @@ class Reader {
             for ( const RecirculationDescription & loop : model().recirculationPorts ) {
                 if ( loop.port.unit == port.unit && loop.port.portId == port.portId &&
                      !( loop.port == port ) )
-                    toml_.refuse( hardwarePortLines_[i],
-                                  portText( port.unit, port.portId ) +
-                                      " has another slot or lane as a recirculation port; give "
-                                      "both the same" );
+                    toml_.refuse(
+                        hardwarePortLines_[i],
+                        fmt::format( "{} has another slot or lane as a recirculation port",
+                                     portText( port.unit, port.portId ) ),
+                        "give both the same" );
             }
         }
     }
@@ -303,8 +309,9 @@ class Reader {
         if ( stages == nullptr )
             stages = node.find( "unblock" );
         if ( ( recipe != nullptr ) + ( poke != nullptr ) + ( stages != nullptr ) != 1 )
-            toml_.refuse( node.line, "a step does one thing; write \"recipe\", \"poke\", or "
-                                     "\"block\" and \"unblock\" with a \"chip\"" );
+            toml_.refuse(
+                node.line, "a step does one thing",
+                "write \"recipe\", \"poke\", or \"block\" and \"unblock\" with a \"chip\"" );
         if ( recipe != nullptr ) {
             allow( node, { "recipe", "arguments", "expect" }, "recipe" );
             addStep( recipe->line, readRecipeStep( node, *recipe ) );
@@ -326,8 +333,10 @@ class Reader {
                 const std::string & with ) {
         for ( const auto & [key, value] : node.members ) {
             if ( std::find( keys.begin(), keys.end(), key ) == keys.end() )
-                toml_.refuse( value.line, "\"" + key + "\" does not go with \"" + with +
-                                              "\" in one step; make it a step of its own" );
+                toml_.refuse(
+                    value.line,
+                    fmt::format( "\"{}\" does not go with \"{}\" in one step", key, with ),
+                    "make it a step of its own" );
         }
     }
 
@@ -336,8 +345,8 @@ class Reader {
         try {
             step.recipe = &needRecipe( toml_.text( name, "recipe" ) );
             checkModelFor( *step.recipe, model() );
-        } catch ( const InputError & trouble ) {
-            throw located( name.line, trouble );
+        } catch ( const InputError & error ) {
+            throw located( name.line, error );
         }
         const TomlNode * arguments = node.find( "arguments" );
         if ( arguments != nullptr && arguments->kind == TomlNode::Kind::table )
@@ -349,16 +358,16 @@ class Reader {
         if ( const TomlNode * expected = node.find( "expect" ) ) {
             try {
                 step.expected = parseResult( *step.recipe, scalarText( *expected, "expect" ) );
-            } catch ( const InputError & trouble ) {
-                throw located( expected->line, trouble );
+            } catch ( const InputError & error ) {
+                throw located( expected->line, error );
             }
         }
         return step;
     }
 
-    // Adds file and line to a message that has none yet.
-    InputError located( int line, const InputError & trouble ) {
-        return trouble.line() != 0 ? trouble : InputError( toml_.file(), line, trouble.what() );
+    // Adds file and line to an error that has none yet.
+    InputError located( int line, const InputError & error ) {
+        return error.line() != 0 ? error : error.within( toml_.file(), line );
     }
 
     void readNamedArguments( const TomlNode & node, RecipeStep & step ) {
@@ -372,9 +381,9 @@ class Reader {
                 std::vector<std::string_view> names;
                 for ( const Parameter & each : parameters )
                     names.push_back( each.name );
-                toml_.refuse( value.line, std::string( step.recipe->name ) +
-                                              " has no parameter \"" + key + "\"" +
-                                              Text::nameHint( key, names ) );
+                toml_.refuse( value.line,
+                              fmt::format( "{} has no parameter \"{}\"", step.recipe->name, key ),
+                              Text::nameHint( key, names ) );
             }
         }
         for ( std::size_t i = 0; i < parameters.size(); ++i ) {
@@ -392,23 +401,23 @@ class Reader {
             refuseMissing( node.line, *step.recipe, node.items.size() );
         if ( node.items.size() > parameters.size() )
             toml_.refuse( node.items[parameters.size()].line,
-                          std::string( step.recipe->name ) + " takes " +
-                              std::to_string( parameters.size() ) + " arguments, not " +
-                              std::to_string( node.items.size() ) + "; remove the rest" );
+                          fmt::format( "{} takes {} arguments, not {}", step.recipe->name,
+                                       parameters.size(), node.items.size() ),
+                          "remove the rest" );
         for ( std::size_t i = 0; i < parameters.size(); ++i )
             step.arguments.push_back( readArgument( node.items[i], *step.recipe, parameters[i] ) );
     }
 
     [[noreturn]] void refuseMissing( int line, const Recipe & recipe, std::size_t from ) {
         const auto parameters = recipe.parameters();
-        toml_.refuse( line, std::string( recipe.name ) + " needs an argument \"" +
-                                std::string( parameters[from].name ) + "\" (" +
-                                std::string( spelling( parameters[from].type ) ) + ")" );
+        toml_.refuse( line,
+                      fmt::format( "{} needs an argument \"{}\" ({})", recipe.name,
+                                   parameters[from].name, spelling( parameters[from].type ) ) );
     }
 
     Argument readArgument( const TomlNode & node, const Recipe & recipe,
                            const Parameter & parameter ) {
-        const std::string what = std::string( recipe.name ) + ": " + std::string( parameter.name );
+        const std::string what = fmt::format( "{}: {}", recipe.name, parameter.name );
         switch ( parameter.type ) {
         case ArgumentType::boolean:
             toml_.expectKind( node, TomlNode::Kind::boolean, what );
@@ -423,8 +432,8 @@ class Reader {
         }
         try {
             return parseArgument( recipe, parameter, scalarText( node, what ), model() );
-        } catch ( const InputError & trouble ) {
-            throw located( node.line, trouble );
+        } catch ( const InputError & error ) {
+            throw located( node.line, error );
         }
     }
 
@@ -434,12 +443,12 @@ class Reader {
         case TomlNode::Kind::text:
             return node.text;
         case TomlNode::Kind::integer:
-            return std::to_string( node.integer );
+            return fmt::to_string( node.integer );
         case TomlNode::Kind::boolean:
             return node.boolean ? "true" : "false";
         default:
             toml_.refuse( node.line,
-                          std::string( what ) + " must not be " + kindName( node.kind ) );
+                          fmt::format( "{} must not be {}", what, kindName( node.kind ) ) );
         }
     }
 
@@ -464,18 +473,18 @@ class Reader {
         step.table = toml_.text( tableNode, "table" );
         const Sim::Table * table = schema.find( step.table );
         if ( table == nullptr )
-            toml_.refuse( tableNode.line, "there is no table \"" + step.table + "\"" +
-                                              Text::nameHint( step.table, schema.tableNames() ) );
+            toml_.refuse( tableNode.line, fmt::format( "there is no table \"{}\"", step.table ),
+                          Text::nameHint( step.table, schema.tableNames() ) );
         if ( !table->isPhysical() )
-            toml_.refuse( tableNode.line,
-                          step.table + " is a logical table; only registers and memories change "
-                                       "behind the SDK" );
+            toml_.refuse( tableNode.line, fmt::format( "{} is a logical table", step.table ),
+                          "only registers and memories change behind the SDK" );
         const TomlNode & fieldNode = toml_.need( node, "field", "poke" );
         step.field = toml_.text( fieldNode, "field" );
         const Sim::Field * field = table->find( step.field );
         if ( field == nullptr )
-            toml_.refuse( fieldNode.line, step.table + " has no field \"" + step.field + "\"" +
-                                              Text::nameHint( step.field, table->fieldNames() ) );
+            toml_.refuse( fieldNode.line,
+                          fmt::format( "{} has no field \"{}\"", step.table, step.field ),
+                          Text::nameHint( step.field, table->fieldNames() ) );
         step.value = toml_.number( toml_.need( node, "value", "poke" ), field->maximum(),
                                    step.table + "." + step.field );
         step.index = readPlace( node, "index", table->size.rows );
@@ -505,11 +514,8 @@ class Reader {
 
 std::string stagesText( const char * verb, const StageStep & step,
                         const std::vector<uint32_t> & stages ) {
-    std::string text = std::string( verb ) + " " + std::string( step.chip.name().view() ) +
-                       ( stages.size() == 1 ? " at stage " : " at stages " );
-    for ( std::size_t i = 0; i < stages.size(); ++i )
-        text += ( i == 0 ? "" : ", " ) + std::to_string( stages[i] );
-    return text;
+    return fmt::format( "{} {} at stage{} {}", verb, step.chip.name().view(),
+                        stages.size() == 1 ? "" : "s", fmt::join( stages, ", " ) );
 }
 
 } // namespace
@@ -527,8 +533,8 @@ std::string toText( const Step & step ) {
         return text;
     }
     const auto & poke = std::get<PokeStep>( step.what );
-    return "the hardware of unit " + std::to_string( poke.unit ) + " changes " + poke.table + "." +
-           poke.field + " to " + std::to_string( poke.value );
+    return fmt::format( "the hardware of unit {} changes {}.{} to {}", poke.unit, poke.table,
+                        poke.field, poke.value );
 }
 
 Bringup parseBringup( std::string_view contents, const std::string & file,

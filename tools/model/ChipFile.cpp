@@ -39,16 +39,16 @@ class Reader {
         if ( base == "reference" )
             schema_ = Sim::referenceSchema();
         else if ( base != "nothing" )
-            toml_.refuse( node.line,
-                          "there is no base \"" + base + "\"; write \"reference\" or \"nothing\"" );
+            toml_.refuse( node.line, fmt::format( "there is no base \"{}\"", base ),
+                          "write \"reference\" or \"nothing\"" );
     }
 
     void readRemove( const TomlNode & node ) {
         toml_.expectKind( node, TomlNode::Kind::array, "remove" );
         for ( const TomlNode & table : node.items ) {
-            const std::string trouble = schema_.remove( toml_.text( table, "a table to remove" ) );
-            if ( !trouble.empty() )
-                toml_.refuse( table.line, trouble );
+            const std::string problem = schema_.remove( toml_.text( table, "a table to remove" ) );
+            if ( !problem.empty() )
+                toml_.refuse( table.line, problem );
         }
     }
 
@@ -57,16 +57,16 @@ class Reader {
         const TomlNode & name = toml_.need( node, "table", "[[resize]]" );
         const std::string & table = toml_.text( name, "table" );
         const Sim::Table * found = schema_.find( table );
-        const std::string trouble = schema_.resize(
+        const std::string problem = schema_.resize(
             table, readSize( node, found == nullptr ? Sim::TableSize() : found->size ) );
-        if ( !trouble.empty() )
-            toml_.refuse( name.line, trouble );
+        if ( !problem.empty() )
+            toml_.refuse( name.line, problem );
     }
 
-    Sim::TableSize readSize( const TomlNode & node, const Sim::TableSize & otherwise ) {
-        return { .rows = toml_.number( node, "rows", otherwise.rows ),
-                 .instances = toml_.number( node, "instances", otherwise.instances ),
-                 .ports = toml_.number( node, "ports", otherwise.ports ) };
+    Sim::TableSize readSize( const TomlNode & node, const Sim::TableSize & fallback ) {
+        return { .rows = toml_.number( node, "rows", fallback.rows ),
+                 .instances = toml_.number( node, "instances", fallback.instances ),
+                 .ports = toml_.number( node, "ports", fallback.ports ) };
     }
 
     void readTable( const TomlNode & node ) {
@@ -90,9 +90,9 @@ class Reader {
         const std::vector<std::string> problems = Sim::check( table );
         if ( !problems.empty() )
             toml_.refuse( name.line, problems.front() );
-        const std::string trouble = schema_.add( std::move( table ) );
-        if ( !trouble.empty() )
-            toml_.refuse( name.line, trouble );
+        const std::string problem = schema_.add( std::move( table ) );
+        if ( !problem.empty() )
+            toml_.refuse( name.line, problem );
     }
 
     // Refuses what is wrong with this field of a table that is still being read.
@@ -111,8 +111,8 @@ class Reader {
             return Sim::TableKind::physicalRegister;
         if ( kind == "memory" )
             return Sim::TableKind::physicalMemory;
-        toml_.refuse( node.line, "there is no kind \"" + kind +
-                                     "\"; write \"logical\", \"register\" or \"memory\"" );
+        toml_.refuse( node.line, fmt::format( "there is no kind \"{}\"", kind ),
+                      "write \"logical\", \"register\" or \"memory\"" );
     }
 
     Sim::Field readField( const TomlNode & node ) {

@@ -26,7 +26,8 @@ std::pair<std::optional<int>, std::string> splitChip( const std::string & text )
     constexpr uint64_t largestUnit = 65535;
     if ( !Text::parseNumber( std::string_view( text ).substr( 0, equals ), unit ) ||
          unit > largestUnit )
-        throw InputError( "--chip " + text + ": the unit is too large; write 0 to 65535" );
+        throw InputError( fmt::format( "--chip {}: the unit is too large", text ),
+                          "write 0 to 65535" );
     return { static_cast<int>( unit ), text.substr( equals + 1 ) };
 }
 
@@ -37,12 +38,13 @@ std::vector<ChipDescription> chipsOf( const ChipOptions & options ) {
         const int unit = given ? *given : chips.empty() ? 0 : chips.back().unit + 1;
         if ( std::any_of( chips.begin(), chips.end(),
                           [&]( const auto & chip ) { return chip.unit == unit; } ) )
-            throw InputError( "--chip " + text + ": unit " + std::to_string( unit ) +
-                              " is another chip already; write UNIT=FILE" );
+            throw InputError(
+                fmt::format( "--chip {}: unit {} is another chip already", text, unit ),
+                "write UNIT=FILE" );
         chips.push_back( defaultChip( unit, loadChip( source ), source ) );
     }
     if ( chips.empty() && !options.state.empty() )
-        chips = keptChips( options.state );
+        chips = savedChips( options.state );
     if ( chips.empty() )
         chips.push_back( defaultChip( 0, Sim::referenceSchema(), "reference" ) );
     return chips;
@@ -52,7 +54,7 @@ std::vector<ChipDescription> chipsOf( const ChipOptions & options ) {
 
 Model modelOf( const ChipOptions & options ) {
     if ( !options.model.empty() && !options.chips.empty() )
-        throw InputError( "--chip and --model both say what the chips are; give one of them" );
+        throw InputError( "--chip and --model both say what the chips are", "give one of them" );
     if ( !options.model.empty() )
         return loadBringup( options.model ).model;
     return defaultModel( chipsOf( options ) );

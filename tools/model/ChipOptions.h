@@ -21,7 +21,7 @@ struct ChipOptions {
 };
 
 /// What the options describe: the model of the bring-up file, or else the default model of the
-/// chips given, of the chips kept, or of the reference chip as unit 0.
+/// chips given, of the chips saved, or of the reference chip as unit 0.
 Model modelOf( const ChipOptions & options );
 
 } // namespace Tool

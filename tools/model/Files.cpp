@@ -12,7 +12,7 @@ namespace Tool {
 
 std::string readFile( const std::string & path ) {
     const auto refuse = [&]( int error ) -> InputError {
-        return InputError( path, 0, fmt::format( "can not be read: {}", std::strerror( error ) ) );
+        return InputError( path, 0, fmt::format( "cannot be read: {}", std::strerror( error ) ) );
     };
     const std::unique_ptr<std::FILE, int ( * )( std::FILE * )> file(
         std::fopen( path.c_str(), "rbe" ), &std::fclose );

@@ -7,7 +7,7 @@
 
 namespace Tool {
 
-/// The contents of a file; InputError, naming the file and the reason, if it can not be read.
+/// The contents of a file; InputError, naming the file and the reason, if it cannot be read.
 std::string readFile( const std::string & path );
 
 /// Writes all of `text`; false, with errno set, if that fails.

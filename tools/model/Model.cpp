@@ -6,6 +6,8 @@
 #include <ChipModel/ChipProfile.h>
 #include <Nacre/DebugAssert.h>
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -35,7 +37,7 @@ const ChipDescription * Model::findUnit( uint64_t unit ) const {
 
 ChipDescription defaultChip( int unit, Sim::Schema schema, std::string source ) {
     ChipDescription chip;
-    chip.info = CairnCentral::ChipInfo( std::string_view( "chip" + std::to_string( unit ) ),
+    chip.info = CairnCentral::ChipInfo( std::string_view( fmt::format( "chip{}", unit ) ),
                                         static_cast<uint32_t>( unit ), 0, 0 );
     chip.unit = unit;
     chip.schema = std::move( schema );
@@ -55,7 +57,7 @@ Model defaultModel( std::vector<ChipDescription> chips ) {
         const auto unit = static_cast<uint32_t>( chip.unit );
         chip.blockedStages.push_back( vlanPolicyStage );
         Cairn::CairnModInfo info;
-        info.name = std::string_view( "module" + std::to_string( unit ) );
+        info.name = std::string_view( fmt::format( "module{}", unit ) );
         info.chip = chip.info;
         model.modules.push_back( { static_cast<uint16_t>( unit ), std::move( info ) } );
         model.cpuPorts.push_back( { portOf( chip.unit, cpuPort ), { 1 + 2 * unit } } );

@@ -3,6 +3,7 @@
 #include "tools/model/Errors.h"
 #include "tools/model/Files.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -110,7 +111,7 @@ template <class T>
 T number( const Json & json, const std::string & what ) {
     if ( !json.is_number_unsigned() || json.get<uint64_t>() > std::numeric_limits<T>::max() )
         throw Malformed{ "\"" + what + "\" is not a number from 0 to " +
-                         std::to_string( std::numeric_limits<T>::max() ) };
+                         fmt::to_string( std::numeric_limits<T>::max() ) };
     return json.get<T>();
 }
 
@@ -197,9 +198,9 @@ Sim::RowImage rowFromJson( const Json & json, const Sim::Table & table ) {
     return row;
 }
 
-KeptUnit unitFromJson( const Json & json ) {
-    KeptUnit kept;
-    kept.unit = static_cast<int>( numberMember<uint16_t>( json, "unit" ) );
+SavedUnit unitFromJson( const Json & json ) {
+    SavedUnit saved;
+    saved.unit = static_cast<int>( numberMember<uint16_t>( json, "unit" ) );
     for ( const Json & tableJson : arrayMember( json, "tables" ) ) {
         Sim::Table table;
         table.name = textMember( tableJson, "name" );
@@ -213,33 +214,32 @@ KeptUnit unitFromJson( const Json & json ) {
         const std::vector<std::string> problems = Sim::check( table );
         if ( !problems.empty() )
             throw Malformed{ problems.front() };
-        KeptUnit::Contents contents{ table.name, {} };
+        SavedUnit::Contents contents{ table.name, {} };
         for ( const Json & row : arrayMember( tableJson, "contents" ) )
             contents.rows.push_back( rowFromJson( row, table ) );
-        kept.tables.push_back( std::move( contents ) );
-        const std::string trouble = kept.schema.add( std::move( table ) );
-        if ( !trouble.empty() )
-            throw Malformed{ trouble };
+        saved.tables.push_back( std::move( contents ) );
+        const std::string problem = saved.schema.add( std::move( table ) );
+        if ( !problem.empty() )
+            throw Malformed{ problem };
     }
-    return kept;
+    return saved;
 }
 
-std::vector<KeptUnit> unitsFromJson( const Json & json ) {
+std::vector<SavedUnit> unitsFromJson( const Json & json ) {
     if ( !json.is_object() || !json.contains( "format" ) || json.at( "format" ) != formatName )
         throw Malformed{ "it does not begin with the format \"" + std::string( formatName ) +
                          "\"" };
     const int version = numberMember<uint16_t>( json, "version" );
     if ( version != stateVersion )
-        throw Malformed{ "version " + std::to_string( version ) +
-                         " is not known, this program reads version " +
-                         std::to_string( stateVersion ) };
-    std::vector<KeptUnit> units;
+        throw Malformed{ fmt::format( "version {} is not known, this program reads version {}",
+                                      version, stateVersion ) };
+    std::vector<SavedUnit> units;
     for ( const Json & unit : arrayMember( json, "units" ) ) {
         units.push_back( unitFromJson( unit ) );
         const int added = units.back().unit;
         if ( std::count_if( units.begin(), units.end(),
-                            [&]( const KeptUnit & each ) { return each.unit == added; } ) > 1 )
-            throw Malformed{ "unit " + std::to_string( added ) + " is there twice" };
+                            [&]( const SavedUnit & each ) { return each.unit == added; } ) > 1 )
+            throw Malformed{ fmt::format( "unit {} is there twice", added ) };
     }
     return units;
 }
@@ -251,37 +251,37 @@ InputError notAStateFile( const std::string & file, const std::string & why ) {
 
 } // namespace
 
-std::vector<KeptUnit> parseState( std::string_view contents, const std::string & file ) {
+std::vector<SavedUnit> parseState( std::string_view contents, const std::string & file ) {
     const auto refuse = [&]( const std::string & what ) { return notAStateFile( file, what ); };
     try {
         return unitsFromJson( Json::parse( contents ) );
     } catch ( const Malformed & malformed ) {
         throw refuse( malformed.what );
-    } catch ( const Json::exception & trouble ) {
-        throw refuse( trouble.what() );
+    } catch ( const Json::exception & error ) {
+        throw refuse( error.what() );
     }
 }
 
-std::vector<KeptUnit> loadState( const std::string & file ) {
+std::vector<SavedUnit> loadState( const std::string & file ) {
     if ( ::access( file.c_str(), F_OK ) != 0 && errno == ENOENT )
         return {};
     return parseState( readFile( file ), file );
 }
 
-std::vector<ChipDescription> keptChips( const std::string & stateFile ) {
+std::vector<ChipDescription> savedChips( const std::string & stateFile ) {
     std::vector<ChipDescription> chips;
-    for ( KeptUnit & kept : loadState( stateFile ) )
-        chips.push_back( defaultChip( kept.unit, std::move( kept.schema ), stateFile ) );
+    for ( SavedUnit & saved : loadState( stateFile ) )
+        chips.push_back( defaultChip( saved.unit, std::move( saved.schema ), stateFile ) );
     return chips;
 }
 
-void restore( Sim::Chip & chip, const std::vector<KeptUnit> & units, const std::string & file ) {
-    for ( const KeptUnit & kept : units ) {
-        if ( chip.clear( kept.unit ) != Sim::Rc::ok )
+void restore( Sim::Chip & chip, const std::vector<SavedUnit> & units, const std::string & file ) {
+    for ( const SavedUnit & saved : units ) {
+        if ( chip.clear( saved.unit ) != Sim::Rc::ok )
             throw InputError( file, 0, chip.lastError() );
-        for ( const KeptUnit::Contents & table : kept.tables ) {
+        for ( const SavedUnit::Contents & table : saved.tables ) {
             for ( const Sim::RowImage & row : table.rows ) {
-                if ( chip.restoreRow( kept.unit, table.table, row ) != Sim::Rc::ok )
+                if ( chip.restoreRow( saved.unit, table.table, row ) != Sim::Rc::ok )
                     throw notAStateFile( file, chip.lastError() );
             }
         }
@@ -301,9 +301,9 @@ void saveState( const Sim::Chip & chip, const std::string & file ) {
     const std::string text = json.dump() + "\n";
 
     // Written beside the file and renamed over it.
-    const std::string temporary = file + "." + std::to_string( ::getpid() ) + ".tmp";
+    const std::string temporary = fmt::format( "{}.{}.tmp", file, ::getpid() );
     const auto refuse = [&] {
-        return Trouble( file + ": can not be written: " + std::strerror( errno ) );
+        return Trouble( fmt::format( "{}: cannot be written: {}", file, std::strerror( errno ) ) );
     };
     const int descriptor =
         ::open( temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666 );

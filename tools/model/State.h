@@ -15,8 +15,8 @@ namespace Tool {
 /// The version that is written, and the only one that is read.
 inline constexpr int stateVersion = 1;
 
-/// One unit as it was kept.
-struct KeptUnit {
+/// One unit as it was saved.
+struct SavedUnit {
     struct Contents {
         std::string table;
         std::vector<Sim::RowImage> rows;
@@ -27,16 +27,16 @@ struct KeptUnit {
 };
 
 /// Reads `contents`; `file` is what messages (InputError) call it. What is returned can be restored.
-std::vector<KeptUnit> parseState( std::string_view contents, const std::string & file );
+std::vector<SavedUnit> parseState( std::string_view contents, const std::string & file );
 
 /// The chips of a state file; none if there is no such file yet.
-std::vector<KeptUnit> loadState( const std::string & file );
+std::vector<SavedUnit> loadState( const std::string & file );
 
-/// The chips that a state file keeps, as chips of a model ("chipUNIT").
-std::vector<ChipDescription> keptChips( const std::string & stateFile );
+/// The chips of a state file, as chips of a model ("chipUNIT").
+std::vector<ChipDescription> savedChips( const std::string & stateFile );
 
-/// Fills a chip that has the kept units with what was kept. Throws InputError if a row does not fit.
-void restore( Sim::Chip & chip, const std::vector<KeptUnit> & units, const std::string & file );
+/// Fills a chip that has the saved units with what was saved. Throws InputError if a row does not fit.
+void restore( Sim::Chip & chip, const std::vector<SavedUnit> & units, const std::string & file );
 
 /// Writes all units of a chip. The file is replaced as a whole: another process sees the old or the
 /// new one. Trouble, and the old file is kept, if that fails.

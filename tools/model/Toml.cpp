@@ -84,7 +84,7 @@ TomlNode parseToml( std::string_view contents, const std::string & file ) {
         // The parser's texts may quote lines of the file; one line is enough.
         std::string text( error.description() );
         std::replace( text.begin(), text.end(), '\n', ' ' );
-        throw InputError( file, lineOf( error.source() ), "not TOML: " + text );
+        throw InputError( file, lineOf( error.source() ), fmt::format( "not TOML: {}", text ) );
     }
 }
 
@@ -108,15 +108,15 @@ const char * kindName( TomlNode::Kind kind ) {
     return "";
 }
 
-void TomlReader::refuse( int line, const std::string & message ) const {
-    throw InputError( file_, line, message );
+void TomlReader::refuse( int line, std::string problem, std::string remedy ) const {
+    throw InputError( file_, line, std::move( problem ), std::move( remedy ) );
 }
 
 void TomlReader::expectKind( const TomlNode & node, TomlNode::Kind kind,
                              std::string_view what ) const {
     if ( node.kind != kind )
-        refuse( node.line, std::string( what ) + " must be " + kindName( kind ) + ", not " +
-                               kindName( node.kind ) );
+        refuse( node.line, fmt::format( "{} must be {}, not {}", what, kindName( kind ),
+                                        kindName( node.kind ) ) );
 }
 
 void TomlReader::expectKeys( const TomlNode & table, std::initializer_list<std::string_view> keys,
@@ -124,8 +124,8 @@ void TomlReader::expectKeys( const TomlNode & table, std::initializer_list<std::
     expectKind( table, TomlNode::Kind::table, what );
     for ( const auto & [key, value] : table.members ) {
         if ( std::find( keys.begin(), keys.end(), key ) == keys.end() )
-            refuse( value.line, std::string( what ) + " has no key \"" + key + "\"" +
-                                    Text::nameHint( key, { keys.begin(), keys.size() } ) );
+            refuse( value.line, fmt::format( "{} has no key \"{}\"", what, key ),
+                    Text::nameHint( key, { keys.begin(), keys.size() } ) );
     }
 }
 
@@ -133,29 +133,28 @@ const TomlNode & TomlReader::need( const TomlNode & table, std::string_view key,
                                    std::string_view what ) const {
     const TomlNode * node = table.find( key );
     if ( node == nullptr )
-        refuse( table.line, std::string( what ) + " needs a key \"" + std::string( key ) + "\"" );
+        refuse( table.line, fmt::format( "{} needs a key \"{}\"", what, key ) );
     return *node;
 }
 
 uint64_t TomlReader::number( const TomlNode & node, uint64_t maximum,
                              std::string_view what ) const {
+    const std::string range = fmt::format( "write 0 to {}", maximum );
     // TOML's integers end at 63 bits; larger numbers are written as texts.
     uint64_t number = 0;
     if ( node.kind == TomlNode::Kind::text ) {
         if ( !Text::parseNumber( node.text, number ) )
-            refuse( node.line, std::string( what ) + ": \"" + node.text +
-                                   "\" is not an unsigned number; write it in decimal, or in "
-                                   "hexadecimal after 0x" );
+            refuse( node.line,
+                    fmt::format( "{}: \"{}\" is not an unsigned number", what, node.text ),
+                    "write it in decimal, or in hexadecimal after 0x" );
     } else {
         expectKind( node, TomlNode::Kind::integer, what );
         if ( node.integer < 0 )
-            refuse( node.line, std::string( what ) + ": " + std::to_string( node.integer ) +
-                                   " is negative; write 0 to " + std::to_string( maximum ) );
+            refuse( node.line, fmt::format( "{}: {} is negative", what, node.integer ), range );
         number = static_cast<uint64_t>( node.integer );
     }
     if ( number > maximum )
-        refuse( node.line, std::string( what ) + ": " + std::to_string( number ) +
-                               " is too large; write 0 to " + std::to_string( maximum ) );
+        refuse( node.line, fmt::format( "{}: {} is too large", what, number ), range );
     return number;
 }
 
@@ -175,7 +174,7 @@ const std::vector<TomlNode> & TomlReader::tables( const TomlNode & table,
     const TomlNode * node = table.find( key );
     if ( node == nullptr )
         return none;
-    const std::string what = "[[" + std::string( key ) + "]]";
+    const std::string what = fmt::format( "[[{}]]", key );
     expectKind( *node, TomlNode::Kind::array, what );
     for ( const TomlNode & item : node->items )
         expectKind( item, TomlNode::Kind::table, what );

@@ -9,7 +9,7 @@
 #include <vector>
 
 // TOML files as the tool reads them: a tree whose nodes know their lines, and a reader that refuses
-// what it does not expect. Every error is a InputError of the form "FILE:LINE: MESSAGE".
+// what it does not expect. Every error is an InputError with the file and the line.
 
 namespace Tool {
 
@@ -43,7 +43,7 @@ class TomlReader {
 
     const std::string & file() const { return file_; }
 
-    [[noreturn]] void refuse( int line, const std::string & message ) const;
+    [[noreturn]] void refuse( int line, std::string problem, std::string remedy = {} ) const;
 
     /// Refuses a node that is not of this kind.
     void expectKind( const TomlNode & node, TomlNode::Kind kind, std::string_view what ) const;
@@ -66,11 +66,11 @@ class TomlReader {
     T number( const TomlNode & node, std::string_view what ) const {
         return static_cast<T>( number( node, uint64_t( std::numeric_limits<T>::max() ), what ) );
     }
-    /// A number of a table, or `otherwise` if the key is not there.
+    /// A number of a table, or `fallback` if the key is not there.
     template <class T>
-    T number( const TomlNode & table, std::string_view key, T otherwise ) const {
+    T number( const TomlNode & table, std::string_view key, T fallback ) const {
         const TomlNode * node = table.find( key );
-        return node == nullptr ? otherwise : number<T>( *node, key );
+        return node == nullptr ? fallback : number<T>( *node, key );
     }
 
     /// The tables of `table` under `key`, which are written as [[key]]; none if the key is not

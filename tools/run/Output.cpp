@@ -4,6 +4,8 @@
 #include "tools/model/Errors.h"
 #include "tools/model/Files.h"
 
+#include <fmt/format.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -25,14 +27,14 @@ Format parseFormat( std::string_view text, std::string_view option ) {
         return Format::text;
     if ( text == "json" )
         return Format::json;
-    throw InputError( std::string( option ) + ": there is no format \"" + std::string( text ) +
-                      "\"; write text or json" );
+    throw InputError( fmt::format( "{}: there is no format \"{}\"", option, text ),
+                      "write text or json" );
 }
 
 void print( std::string_view text ) {
     if ( !writeAll( STDOUT_FILENO, text ) )
-        throw Trouble( std::string( "standard output can not be written: " ) +
-                       std::strerror( errno ) );
+        throw Trouble(
+            fmt::format( "standard output cannot be written: {}", std::strerror( errno ) ) );
 }
 
 void complain( std::string_view message ) {

@@ -13,7 +13,7 @@ enum class Format { text, json };
 Format parseFormat( std::string_view text, std::string_view option );
 
 /// Writes to standard output at once, so that nothing is left behind when the process stops.
-/// Trouble if it can not be written.
+/// Trouble if it cannot be written.
 void print( std::string_view text );
 
 /// Writes "cairn-lt: MESSAGE" as one line to standard error; control characters in it are escaped.

@@ -17,6 +17,7 @@
 #include <Kiln/TraceHandle.h>
 #include <Kiln/TraceSink.h>
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -34,7 +35,7 @@ using Json = nlohmann::ordered_json;
 
 void checkNames( const Interpose::Fault & fault, const Model & model, const std::string & option ) {
     if ( fault.unit && model.findUnit( static_cast<uint64_t>( *fault.unit ) ) == nullptr )
-        throw InputError( option + ": there is no unit " + std::to_string( *fault.unit ) );
+        throw InputError( fmt::format( "{}: there is no unit {}", option, *fault.unit ) );
     // An allocate of a table that a chip lacks can fail, too: the reference chip's names count.
     const Sim::Schema reference = Sim::referenceSchema();
     std::vector<const Sim::Schema *> schemas{ &reference };
@@ -58,7 +59,7 @@ void checkNames( const Interpose::Fault & fault, const Model & model, const std:
     const auto check = [&]( const std::optional<std::string> & name, const char * what,
                             const std::vector<std::string_view> & names ) {
         if ( name && std::find( names.begin(), names.end(), *name ) == names.end() )
-            throw InputError( option + ": there is no " + what + " \"" + *name + "\"" +
+            throw InputError( fmt::format( "{}: there is no {} \"{}\"", option, what, *name ),
                               Text::nameHint( *name, names ) );
     };
     check( fault.table, "table", tables );
@@ -98,7 +99,7 @@ class Session::Impl {
         : bringup_( std::move( bringup ) ), options_( std::move( options ) ), style_( style ),
           faults_( chip_ ), recorder_( faults_ ) {
         if ( options_.format == Format::json && options_.dump == Format::text )
-            throw InputError( "--dump: with --format json the tables are part of the document; "
+            throw InputError( "--dump: with --format json the tables are part of the document",
                               "leave \"=text\" out" );
         addFaults();
         setUpChips();
@@ -154,8 +155,8 @@ class Session::Impl {
         for ( const std::string & text : options_.inject ) {
             const Interpose::ParsedFault parsed = Interpose::parseFault( text );
             if ( !parsed.fault )
-                throw InputError( "--inject \"" + text + "\": " + parsed.error );
-            checkNames( *parsed.fault, bringup_.model, "--inject \"" + text + "\"" );
+                throw InputError( fmt::format( "--inject \"{}\": {}", text, parsed.error ) );
+            checkNames( *parsed.fault, bringup_.model, fmt::format( "--inject \"{}\"", text ) );
             faults_.add( *parsed.fault );
         }
     }
@@ -164,8 +165,8 @@ class Session::Impl {
         addUnits( chip_, bringup_.model );
         if ( options_.state.empty() )
             return;
-        const std::vector<KeptUnit> kept = loadState( options_.state );
-        for ( const KeptUnit & unit : kept ) {
+        const std::vector<SavedUnit> kept = loadState( options_.state );
+        for ( const SavedUnit & unit : kept ) {
             const Sim::Schema * schema = chip_.schema( unit.unit );
             if ( schema == nullptr )
                 refuseState( "it keeps a unit " + std::to_string( unit.unit ) +
@@ -187,7 +188,7 @@ class Session::Impl {
             std::string error;
             const auto settings = Kiln::parseTraceSettings( text, error );
             if ( !error.empty() )
-                throw InputError( "--trace: " + error );
+                throw InputError( fmt::format( "--trace: {}", error ) );
             Kiln::traceSettings( settings );
         }
         openTraceDir();
@@ -195,9 +196,9 @@ class Session::Impl {
             return;
         try {
             Kiln::traceToFile( options_.traceFile );
-        } catch ( const std::system_error & trouble ) {
-            throw InputError( "--trace-file: " + options_.traceFile +
-                              ": can not be written: " + trouble.code().message() );
+        } catch ( const std::system_error & error ) {
+            throw InputError( fmt::format( "--trace-file: {}: cannot be written: {}",
+                                           options_.traceFile, error.code().message() ) );
         }
     }
 
@@ -209,9 +210,10 @@ class Session::Impl {
             Fleetlog::OpenOptions open;
             open.directory = options_.traceDir;
             Fleetlog::openDefault( open );
-        } catch ( const std::system_error & trouble ) {
-            throw InputError( "--trace-dir: " + options_.traceDir + ": " +
-                              trouble.code().message() + "; name a folder that can be written to" );
+        } catch ( const std::system_error & error ) {
+            throw InputError(
+                fmt::format( "--trace-dir: {}: {}", options_.traceDir, error.code().message() ),
+                "name a folder that can be written to" );
         }
     }
 
@@ -229,7 +231,7 @@ class Session::Impl {
                 .index = poke.index, .instance = poke.instance, .port = poke.port };
             if ( chip_.pokeHardware( poke.unit, poke.table, row, poke.field, poke.value ) !=
                  Sim::Rc::ok )
-                throw InputError( place( step ) + chip_.lastError() );
+                throw InputError( bringup_.file, step.line, chip_.lastError() );
         }
     }
 

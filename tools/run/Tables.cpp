@@ -75,7 +75,7 @@ std::string fieldText( const Sim::Field & field, const std::vector<uint64_t> & v
             ++run;
         text += ( text.empty() ? "" : ", " ) + element;
         if ( run > 1 )
-            text += " x" + std::to_string( run );
+            text += fmt::format( " x{}", run );
         i += run;
     }
     return text;
@@ -83,13 +83,13 @@ std::string fieldText( const Sim::Field & field, const std::vector<uint64_t> & v
 
 std::string tableTitle( int unit, const Sim::Table & table ) {
     const Sim::TableSize & size = table.size;
-    std::string text = heading( table.name ) + "  unit " + std::to_string( unit ) + ", " +
-                       Sim::kindName( table.kind ) + ", " + std::to_string( size.rows ) +
-                       ( size.rows == 1 ? " row" : " rows" );
+    std::string text =
+        fmt::format( "{}  unit {}, {}, {} row{}", heading( table.name ), unit,
+                     Sim::kindName( table.kind ), size.rows, size.rows == 1 ? "" : "s" );
     if ( size.instances > 1 )
-        text += ", " + std::to_string( size.instances ) + " instances";
+        text += fmt::format( ", {} instances", size.instances );
     if ( size.ports > 0 )
-        text += ", " + std::to_string( size.ports ) + " ports";
+        text += fmt::format( ", {} ports", size.ports );
     return text + "\n";
 }
 
@@ -186,7 +186,7 @@ Json rowJson( const Sim::Table & table, const Sim::RowImage & image ) {
 
 void checkSelection( const Sim::Chip & chip, const TableSelection & selection ) {
     if ( selection.unit && chip.schema( *selection.unit ) == nullptr )
-        throw InputError( "there is no unit " + std::to_string( *selection.unit ) );
+        throw InputError( fmt::format( "there is no unit {}", *selection.unit ) );
     std::vector<std::string_view> names;
     for ( const int unit : chip.units() ) {
         if ( selection.unit && *selection.unit != unit )
@@ -196,7 +196,7 @@ void checkSelection( const Sim::Chip & chip, const TableSelection & selection ) 
     }
     for ( const std::string & table : selection.tables ) {
         if ( std::find( names.begin(), names.end(), table ) == names.end() )
-            throw InputError( "there is no table \"" + table + "\"" +
+            throw InputError( fmt::format( "there is no table \"{}\"", table ),
                               Text::nameHint( table, names ) );
     }
 }

@@ -199,7 +199,7 @@ void runHere( const PreparedCase & prepared, const std::optional<Interpose::Faul
 // --- In the process of the sweep
 
 [[noreturn]] void throwTrouble( const char * what ) {
-    throw Trouble( std::string( "the sweep can not " ) + what + ": " + std::strerror( errno ) );
+    throw Trouble( std::string( "the sweep cannot " ) + what + ": " + std::strerror( errno ) );
 }
 
 // A file in memory that a child writes and its parent reads.

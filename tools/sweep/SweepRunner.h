@@ -59,7 +59,7 @@ struct SweepSetup {
     std::function<Shim::Sdk &( Shim::Sdk & watched )> around = {};
 };
 
-/// Sweeps the cases of these recipes on the chips of a model. Trouble if processes can not be had.
+/// Sweeps the cases of these recipes on the chips of a model. Trouble if processes cannot be had.
 SweepReport sweepRecipes( const Model & model, const std::vector<const Recipe *> & recipes,
                           const SweepSetup & setup );
 

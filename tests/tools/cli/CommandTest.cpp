@@ -98,7 +98,7 @@ const BadCommand badCommands[] = {
       "or FACILITY/* with levels 0 to 9, as in ApiCairn/4" },
     { "BadTraceFile",
       { "run", "setOpaqueTagEgress", "0", "--trace-file", "/no/where" },
-      "--trace-file: /no/where: can not be written: No such file or directory" },
+      "--trace-file: /no/where: cannot be written: No such file or directory" },
     { "FaultOfUnknownTable",
       { "run", "setOpaqueTagEgress", "0", "--inject", "op=commit,table=PC_PROT,rc=-1" },
       "--inject \"op=commit,table=PC_PROT,rc=-1\": there "
@@ -117,13 +117,13 @@ const BadCommand badCommands[] = {
       "there is no recipe \"two\\nlines\\x1b[1m\"; \"cairn-lt list\" shows all" },
     { "MissingBringupFile",
       { "bringup", "nowhere.toml" },
-      "nowhere.toml: can not be read: No such file or directory" },
+      "nowhere.toml: cannot be read: No such file or directory" },
     { "MissingModel",
       { "run", "setOpaqueTagEgress", "0", "--model", "nowhere.toml" },
-      "nowhere.toml: can not be read: No such file or directory" },
+      "nowhere.toml: cannot be read: No such file or directory" },
     { "MissingChip",
       { "run", "setOpaqueTagEgress", "0", "--chip", "nowhere.toml" },
-      "nowhere.toml: can not be read: No such file or directory" },
+      "nowhere.toml: cannot be read: No such file or directory" },
     { "ChipAndModel",
       { "run", "setOpaqueTagEgress", "0", "--chip", "reference", "--model",
         "examples/bringup.toml" },
@@ -136,11 +136,11 @@ const BadCommand badCommands[] = {
       "--chip 65536=reference: the unit is too large; write 0 to 65535" },
     { "MissingState",
       { "dump", "--state", "nowhere.json" },
-      "nowhere.json: can not be read: No such file or directory" },
+      "nowhere.json: cannot be read: No such file or directory" },
     { "NoState", { "dump" }, "--state is required; \"cairn-lt dump --help\" tells more" },
     { "StateInAMissingFolder",
       { "run", "setOpaqueTagEgress", "0", "--state", "/no/where.json" },
-      "/no/where.json: can not be written: No such file or directory" },
+      "/no/where.json: cannot be written: No such file or directory" },
     { "ExplainNothing", { "explain" }, "explain: name one recipe, or give --all" },
     { "ExplainOneAndAll",
       { "explain", "cpuPortInit", "--all" },
@@ -203,7 +203,7 @@ TEST( CommandLine, HeadingsAreBoldOnATerminalOnly ) {
 TEST( CommandLine, OutputThatIsLostIsTrouble ) {
     const Outcome run = cairnLt( { "list" }, "/dev/full" );
     EXPECT_EQ( run.exitCode, 2 );
-    EXPECT_EQ( run.err, "cairn-lt: standard output can not be written: No space left on device\n" );
+    EXPECT_EQ( run.err, "cairn-lt: standard output cannot be written: No space left on device\n" );
 }
 
 // --- list

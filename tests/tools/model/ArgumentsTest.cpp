@@ -23,8 +23,8 @@ class Arguments : public ::testing::Test {
     std::string refusal( const char * recipe, const std::vector<std::string> & texts ) {
         try {
             parse( recipe, texts );
-        } catch ( const Tool::InputError & trouble ) {
-            return trouble.what();
+        } catch ( const Tool::InputError & error ) {
+            return error.what();
         }
         return "accepted";
     }
@@ -129,9 +129,9 @@ TEST_F( Arguments, UnknownRecipesAreAnsweredWithTheNearest ) {
     try {
         Tool::needRecipe( "setEgrTunelEcnEncap" );
         FAIL();
-    } catch ( const Tool::InputError & trouble ) {
-        EXPECT_STREQ( trouble.what(), "there is no recipe \"setEgrTunelEcnEncap\"; the nearest is "
-                                      "setEgrTunnelEcnEncap; \"cairn-lt list\" shows all" );
+    } catch ( const Tool::InputError & error ) {
+        EXPECT_STREQ( error.what(), "there is no recipe \"setEgrTunelEcnEncap\"; the nearest is "
+                                    "setEgrTunnelEcnEncap; \"cairn-lt list\" shows all" );
     }
 }
 

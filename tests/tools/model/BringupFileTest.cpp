@@ -22,8 +22,8 @@ Bringup parse( const std::string & contents ) {
 std::string refusal( const std::string & contents ) {
     try {
         parse( contents );
-    } catch ( const Tool::InputError & trouble ) {
-        return trouble.what();
+    } catch ( const Tool::InputError & error ) {
+        return error.what();
     }
     return "accepted";
 }
@@ -166,11 +166,11 @@ TEST( BringupFile, AChipFileThatCanNotBeReadIsNamedWithTheLineThatNamesIt ) {
     try {
         Tool::parseBringup( "[[chips]]\nname = 'leaf'\nunit = 0\nfile = 'gone.toml'\n", "x.toml",
                             []( const std::string & source ) -> Sim::Schema {
-                                throw Tool::InputError( source, 0, "can not be read: gone" );
+                                throw Tool::InputError( source, 0, "cannot be read: gone" );
                             } );
         FAIL();
-    } catch ( const Tool::InputError & trouble ) {
-        EXPECT_STREQ( trouble.what(), "x.toml:4: gone.toml: can not be read: gone" );
+    } catch ( const Tool::InputError & error ) {
+        EXPECT_STREQ( error.what(), "x.toml:4: gone.toml: cannot be read: gone" );
     }
 }
 
@@ -181,8 +181,8 @@ TEST( BringupFile, AChipFileThatIsWrongNamesItsOwnLine ) {
                                 throw Tool::InputError( source, 9, "wrong" );
                             } );
         FAIL();
-    } catch ( const Tool::InputError & trouble ) {
-        EXPECT_STREQ( trouble.what(), "chip.toml:9: wrong" );
+    } catch ( const Tool::InputError & error ) {
+        EXPECT_STREQ( error.what(), "chip.toml:9: wrong" );
     }
 }
 

@@ -16,8 +16,8 @@ using Tool::parseChipFile;
 std::string refusal( const std::string & contents ) {
     try {
         parseChipFile( contents, "x.toml" );
-    } catch ( const Tool::InputError & trouble ) {
-        return trouble.what();
+    } catch ( const Tool::InputError & error ) {
+        return error.what();
     }
     return "accepted";
 }
@@ -158,9 +158,9 @@ TEST( ChipFile, AMissingFileIsNamed ) {
     try {
         Tool::loadChip( "/nowhere/chip.toml" );
         FAIL();
-    } catch ( const Tool::InputError & trouble ) {
-        EXPECT_STREQ( trouble.what(),
-                      "/nowhere/chip.toml: can not be read: No such file or directory" );
+    } catch ( const Tool::InputError & error ) {
+        EXPECT_STREQ( error.what(),
+                      "/nowhere/chip.toml: cannot be read: No such file or directory" );
     }
 }
 

@@ -23,12 +23,12 @@ class State : public ::testing::Test {
     std::string refusal( const std::string & contents ) const {
         try {
             Sim::Chip chip;
-            for ( const Tool::KeptUnit & kept : Tool::parseState( contents, "x.json" ) ) {
+            for ( const Tool::SavedUnit & kept : Tool::parseState( contents, "x.json" ) ) {
                 chip.addUnit( kept.unit, kept.schema );
                 Tool::restore( chip, { kept }, "x.json" );
             }
-        } catch ( const Tool::InputError & trouble ) {
-            return trouble.what();
+        } catch ( const Tool::InputError & error ) {
+            return error.what();
         }
         return "accepted";
     }
@@ -97,12 +97,12 @@ TEST_F( State, WhatIsKeptComesBackAsItWas ) {
     fill( before );
     Tool::saveState( before, file() );
 
-    const std::vector<Tool::KeptUnit> kept = Tool::loadState( file() );
+    const std::vector<Tool::SavedUnit> kept = Tool::loadState( file() );
     ASSERT_EQ( kept.size(), 2u );
     EXPECT_EQ( kept[1].unit, 5 );
     EXPECT_EQ( kept[0].schema, Sim::referenceSchema() );
     Sim::Chip after;
-    for ( const Tool::KeptUnit & unit : kept )
+    for ( const Tool::SavedUnit & unit : kept )
         after.addUnit( unit.unit, unit.schema );
     Tool::restore( after, kept, file() );
 
@@ -147,9 +147,9 @@ TEST_F( State, AFileThatCanNotBeWrittenIsNamed ) {
     try {
         Tool::saveState( chip, file( "no/folder.json" ) );
         FAIL();
-    } catch ( const Tool::Trouble & trouble ) {
-        EXPECT_EQ( trouble.what(),
-                   file( "no/folder.json" ) + ": can not be written: No such file or directory" );
+    } catch ( const Tool::Trouble & error ) {
+        EXPECT_EQ( error.what(),
+                   file( "no/folder.json" ) + ": cannot be written: No such file or directory" );
     }
 }
 
