@@ -24,7 +24,7 @@ namespace CairnPlatform {
 struct Layout {
     /// To be raised when something changes that the sum does not see: the order of virtual functions,
     /// the meaning of a member that keeps its place.
-    static constexpr std::uint64_t revision = 2;
+    static constexpr std::uint64_t revision = 3;
 
     template <class... Types>
     static constexpr std::uint64_t sumOfTypes( std::uint64_t sum ) noexcept {

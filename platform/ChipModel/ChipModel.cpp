@@ -75,7 +75,17 @@ class StageTable final : public CairnCentral::BringupStageService {
     }
 };
 
+class ProfileTable final : public CairnProfile::ChipProfileService {
+  public:
+    Nacre::Ptr<Asic::ChipProfile>
+    activeChipProfile( const CairnCentral::ChipInfo & chipInfo ) noexcept override {
+        return profiles().ask( chipInfo, []( const auto & profile ) { return profile; } );
+    }
+};
+
 StageTable stageTable;
+ProfileTable profileTable;
+std::atomic<CairnProfile::ChipProfileService *> profileService{ nullptr };
 std::atomic<CairnCentral::BringupStageService *> stageService{ nullptr };
 
 CairnCentral::BringupStageService & currentStageService() noexcept {
@@ -159,7 +169,13 @@ int32_t CairnCommonFeatureAttributes::sysportFromModport( uint16_t modId, uint16
 namespace CairnProfile {
 
 Nacre::Ptr<Asic::ChipProfile> activeChipProfile( const CairnCentral::ChipInfo & chipInfo ) {
-    return profiles().ask( chipInfo, []( const auto & profile ) { return profile; } );
+    auto * const service = profileService.load( std::memory_order_acquire );
+    return service != nullptr ? service->activeChipProfile( chipInfo )
+                              : profileTable.activeChipProfile( chipInfo );
+}
+
+ChipProfileService * setChipProfileService( ChipProfileService * service ) noexcept {
+    return profileService.exchange( service, std::memory_order_acq_rel );
 }
 
 void setActiveChipProfile( const CairnCentral::ChipInfo & chipInfo,

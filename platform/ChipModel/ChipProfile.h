@@ -21,7 +21,7 @@ class Feature : public Nacre::PtrInterface {
     virtual const std::type_info & kilnType() const noexcept { return typeid( *this ); }
 };
 
-/// A set of features, at most one of each type.
+/// A set of features, at most one of each type. Open to a host's subclasses.
 class ChipProfile : public Nacre::PtrInterface {
   public:
     ~ChipProfile() override;
@@ -31,7 +31,7 @@ class ChipProfile : public Nacre::PtrInterface {
 
     /// The feature of this type, or null. CairnCentral::FeatureOf (<CairnCommon/CairnCommonUtil.h>)
     /// casts it down.
-    Nacre::Ptr<Feature> kilnTypeFeature( const std::type_info & type ) const noexcept;
+    virtual Nacre::Ptr<Feature> kilnTypeFeature( const std::type_info & type ) const noexcept;
 
   private:
     std::unordered_map<std::type_index, Nacre::Ptr<Feature>> features_;
@@ -65,7 +65,7 @@ class CairnCommonFeatureAttributes : public Asic::Feature {
 
 namespace CairnCentral {
 
-/// Properties of a chip that recipes ask for.
+/// Properties of a chip that recipes ask for. Open to a host's subclasses.
 class CairnChipAttributes : public Asic::Feature {
   public:
     explicit CairnChipAttributes( bool hasRangeTableIndex )
@@ -77,7 +77,7 @@ class CairnChipAttributes : public Asic::Feature {
     }
 
     /// Whether the ingress system-port table of this chip has a range-table index.
-    bool hasRangeTableIndex() const noexcept { return hasRangeTableIndex_; }
+    virtual bool hasRangeTableIndex() const noexcept { return hasRangeTableIndex_; }
 
   private:
     bool hasRangeTableIndex_;
@@ -90,11 +90,25 @@ namespace CairnProfile {
 /// The profile of a chip, or null if it has none.
 Nacre::Ptr<Asic::ChipProfile> activeChipProfile( const CairnCentral::ChipInfo & chipInfo );
 
-/// Gives a chip its profile; null takes it away.
+/// Who answers the question. Called on the asking thread, with the activity lock held.
+class ChipProfileService {
+  public:
+    virtual Nacre::Ptr<Asic::ChipProfile>
+    activeChipProfile( const CairnCentral::ChipInfo & chipInfo ) noexcept = 0;
+
+  protected:
+    ~ChipProfileService() = default;
+};
+
+/// Makes `service` answer from now on; null brings back the table of setActiveChipProfile(). The
+/// object stays the host's. Returns the one that was set before, or null.
+ChipProfileService * setChipProfileService( ChipProfileService * service ) noexcept;
+
+/// The start service is a table: gives a chip its profile there; null takes it away.
 void setActiveChipProfile( const CairnCentral::ChipInfo & chipInfo,
                            Nacre::Ptr<Asic::ChipProfile> profile );
 
-/// Takes the profiles of all chips away.
+/// Empties the table.
 void clearActiveChipProfiles();
 
 } // namespace CairnProfile

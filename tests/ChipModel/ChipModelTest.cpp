@@ -263,6 +263,39 @@ TEST_F( ChipModelTest, WhatIsNoSuchFeatureIsNotTakenForIt ) {
     EXPECT_EQ( CairnCentral::SYSPORT_FROM_MODPORT( chip, 3, 5, 128 ), 773 );
 }
 
+// A host that keeps profiles elsewhere, and looks a feature up when it is asked.
+class LateProfile final : public Asic::ChipProfile {
+  public:
+    Nacre::Ptr<Asic::Feature>
+    kilnTypeFeature( const std::type_info & type ) const noexcept override {
+        if ( type != typeid( CairnCentral::CairnChipAttributes ) )
+            return nullptr;
+        return Nacre::make<OwnAttributes>();
+    }
+};
+class OwnProfiles final : public CairnProfile::ChipProfileService {
+  public:
+    Nacre::Ptr<Asic::ChipProfile> activeChipProfile( const ChipInfo & chipInfo ) noexcept override {
+        asked = chipInfo.name().view();
+        return Nacre::make<LateProfile>();
+    }
+    std::string asked;
+};
+
+TEST_F( ChipModelTest, HostsOwnServiceAnswersForTheProfiles ) {
+    OwnProfiles service;
+    CairnProfile::setActiveChipProfile( chip, Nacre::make<Asic::ChipProfile>() );
+    EXPECT_EQ( CairnProfile::setChipProfileService( &service ), nullptr );
+    const auto profile = CairnProfile::activeChipProfile( chip );
+    EXPECT_EQ( service.asked, "chip" );
+    EXPECT_TRUE( FeatureOf<CairnCentral::CairnChipAttributes>( *profile ) );
+    EXPECT_FALSE( FeatureOf<CairnCommon::CairnCommonFeatureAttributes>( *profile ) );
+
+    EXPECT_EQ( CairnProfile::setChipProfileService( nullptr ), &service );
+    EXPECT_FALSE(
+        FeatureOf<CairnCentral::CairnChipAttributes>( *CairnProfile::activeChipProfile( chip ) ) );
+}
+
 TEST_F( ChipModelTest, FeatureLivesWhileItIsLookedAt ) {
     auto profile = Nacre::make<Asic::ChipProfile>();
     profile->addFeature( Nacre::make<CairnCentral::CairnChipAttributes>( true ) );
