@@ -194,10 +194,71 @@ std::vector<std::string> notesOf( const ObservedCall & call, const LockUse & use
     return notes;
 }
 
-std::string questionText( const StageQuestion & question ) {
-    return "is " + question.chip + ( question.askedUnblocked ? " unblocked" : " blocked" ) +
-           " at stage " + std::to_string( question.stage ) + "? " +
-           ( question.answer ? "yes" : "no" );
+using What = ModelQuestion::What;
+
+// What the model is asked about: bring-up stages, or the profile.
+const char * questionLabel( const ModelQuestion & question ) {
+    return question.what == What::isBlocked || question.what == What::isUnblocked ? "stage"
+                                                                                  : "profile";
+}
+
+std::string questionText( const ModelQuestion & question ) {
+    const char * const yesOrNo = question.answer != 0 ? "yes" : "no";
+    switch ( question.what ) {
+    case What::isBlocked:
+        return fmt::format( "is {} blocked at stage {}? {}", question.chip, question.stage,
+                            yesOrNo );
+    case What::isUnblocked:
+        return fmt::format( "is {} unblocked at stage {}? {}", question.chip, question.stage,
+                            yesOrNo );
+    case What::activeChipProfile:
+        return fmt::format( "has {} an active profile? {}", question.chip, yesOrNo );
+    case What::kilnTypeFeature:
+        return fmt::format( "has the profile of {} the feature {}? {}", question.chip,
+                            question.feature, yesOrNo );
+    case What::hasRangeTableIndex:
+        return fmt::format( "has {} a range table index? {}", question.chip, yesOrNo );
+    case What::sysportFromModport:
+        return fmt::format( "which system port of {} has module {}, port {} (at most {} ports)? {}",
+                            question.chip, question.modId, question.port, question.maxPorts,
+                            question.answer );
+    }
+    return {};
+}
+
+Json questionJson( const ModelQuestion & question ) {
+    Json json{ { "kind", "question" } };
+    const auto ask = [&]( const char * name ) -> Json & {
+        json["question"] = name;
+        json["chip"] = question.chip;
+        return json;
+    };
+    switch ( question.what ) {
+    case What::isBlocked:
+        ask( "isBlocked" )["stage"] = question.stage;
+        break;
+    case What::isUnblocked:
+        ask( "isUnblocked" )["stage"] = question.stage;
+        break;
+    case What::activeChipProfile:
+        ask( "activeChipProfile" );
+        break;
+    case What::kilnTypeFeature:
+        ask( "kilnTypeFeature" )["feature"] = question.feature;
+        break;
+    case What::hasRangeTableIndex:
+        ask( "hasRangeTableIndex" );
+        break;
+    case What::sysportFromModport:
+        ask( "sysportFromModport" );
+        json["modId"] = question.modId;
+        json["port"] = question.port;
+        json["maxPorts"] = question.maxPorts;
+        json["answer"] = question.answer;
+        return json;
+    }
+    json["answer"] = question.answer != 0;
+    return json;
 }
 
 // Everything else a reader wants to know, one sentence each.
@@ -245,8 +306,8 @@ std::string textOf( const Explanation & explanation, const Describer & describer
     const auto addNote = [&]( const Note & note ) {
         if ( const auto * constant = std::get_if<ObservedConstant>( &note.what ) ) {
             line( "", "constant", fmt::format( "asks {}", Interpose::name( constant->constant ) ) );
-        } else if ( const auto * question = std::get_if<StageQuestion>( &note.what ) ) {
-            line( "", "stage", questionText( *question ) );
+        } else if ( const auto * question = std::get_if<ModelQuestion>( &note.what ) ) {
+            line( "", questionLabel( *question ), questionText( *question ) );
         } else if ( const auto * message = std::get_if<ObservedMessage>( &note.what ) ) {
             line( "", "message",
                   fmt::format( "{}/{} \"{}\"", message->facility, message->level, message->text ) );
@@ -286,7 +347,7 @@ std::string markdownOf( const Explanation & explanation, const Describer & descr
     const auto addNote = [&]( const Note & note ) {
         if ( const auto * constant = std::get_if<ObservedConstant>( &note.what ) ) {
             line( "", fmt::format( "asks {}", Interpose::name( constant->constant ) ), "" );
-        } else if ( const auto * question = std::get_if<StageQuestion>( &note.what ) ) {
+        } else if ( const auto * question = std::get_if<ModelQuestion>( &note.what ) ) {
             line( "", questionText( *question ), "" );
         } else if ( const auto * message = std::get_if<ObservedMessage>( &note.what ) ) {
             line( "",
@@ -358,12 +419,8 @@ Json callJson( const ObservedCall & call, const Describer & describer ) {
 Json noteJson( const Note & note ) {
     if ( const auto * constant = std::get_if<ObservedConstant>( &note.what ) )
         return { { "kind", "constant" }, { "constant", Interpose::name( constant->constant ) } };
-    if ( const auto * question = std::get_if<StageQuestion>( &note.what ) )
-        return { { "kind", "question" },
-                 { "question", question->askedUnblocked ? "isUnblocked" : "isBlocked" },
-                 { "chip", question->chip },
-                 { "stage", question->stage },
-                 { "answer", question->answer } };
+    if ( const auto * question = std::get_if<ModelQuestion>( &note.what ) )
+        return questionJson( *question );
     const auto & message = std::get<ObservedMessage>( note.what );
     return { { "kind", "message" },
              { "facility", message.facility },

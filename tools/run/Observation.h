@@ -55,18 +55,30 @@ struct ObservedMessage {
     std::string text;
 };
 
-/// A question to the bring-up stage service.
-struct StageQuestion {
+/// A question to the chip model.
+struct ModelQuestion {
+    enum class What {
+        isBlocked,
+        isUnblocked,
+        activeChipProfile,  ///< has the chip one?
+        kilnTypeFeature,    ///< has its profile the feature?
+        hasRangeTableIndex, ///< of the feature CairnChipAttributes
+        sysportFromModport, ///< of the feature CairnCommonFeatureAttributes
+    };
+    What what;
     std::string chip;
-    uint32_t stage = 0;
-    bool askedUnblocked = false; ///< isUnblocked() rather than isBlocked()
-    bool answer = false;
+    std::uint32_t stage = 0;    ///< isBlocked, isUnblocked
+    std::string feature = {};   ///< kilnTypeFeature: its class
+    std::uint16_t modId = 0;    ///< sysportFromModport, as its arguments are called
+    std::uint16_t port = 0;     ///< likewise
+    std::uint32_t maxPorts = 0; ///< likewise
+    std::int32_t answer = 0;    ///< 1: yes, 0: no; sysportFromModport: the number
 };
 
 /// What is no call, and how many calls had been made before it.
 struct Note {
     std::size_t afterCalls = 0;
-    std::variant<ObservedConstant, ObservedMessage, StageQuestion> what;
+    std::variant<ObservedConstant, ObservedMessage, ModelQuestion> what;
 };
 
 struct Observation {
