@@ -49,6 +49,7 @@ class CommandLine {
         addBringup();
         addExplain();
         addSweep();
+        addTables();
         addDump();
         addTrace();
     }
@@ -156,6 +157,29 @@ class CommandLine {
         onVerb( verb, [this] {
             sweep_.format = parseFormat( texts_.format, "--format" );
             return Tool::sweep( sweep_ );
+        } );
+    }
+
+    void addTables() {
+        CLI::App & verb = addVerb( "tables", "Shows the tables of a chip, and their fields",
+                                   "cairn-lt tables\n"
+                                   "cairn-lt tables EGR_TUNNEL_ECN_ENCAPm PC_PORT\n"
+                                   "cairn-lt tables --chip examples/chips/small.toml\n"
+                                   "cairn-lt tables PC_PORT --format json",
+                                   "A list of all tables with their kinds and sizes; of each "
+                                   "table that is named, its fields: role, bits of an element, "
+                                   "elements, what a SET or an INSERT writes if the entry does not "
+                                   "carry the field (reset), what the field holds before anybody "
+                                   "wrote it (power-on), and the names of its values.\n" );
+        verb.add_option( "tables", tables_.tables, "The tables; all of them if left out" );
+        addChips( verb, tables_.chips );
+        verb.add_option( "--state", tables_.chips.state,
+                         "The chips of this state file; it is only read" );
+        verb.add_option( "--unit", tables_.unit, "One unit only" );
+        addFormat( verb );
+        onVerb( verb, [this] {
+            tables_.format = parseFormat( texts_.format, "--format" );
+            return Tool::tables( tables_ );
         } );
     }
 
@@ -383,6 +407,7 @@ class CommandLine {
     BringupOptions bringup_;
     ExplainOptions explain_;
     SweepOptions sweep_;
+    TablesOptions tables_;
     DumpOptions dump_;
     TraceOptions trace_;
 };

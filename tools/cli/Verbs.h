@@ -20,6 +20,16 @@ struct ListOptions {
 /// All recipes, by family, with parameters and types.
 int list( const ListOptions & options );
 
+struct TablesOptions {
+    std::vector<std::string> tables;
+    ChipOptions chips;
+    std::optional<int> unit;
+    Format format = Format::text;
+};
+
+/// The tables of chips; of tables that are named, their fields.
+int tables( const TablesOptions & options );
+
 struct RunOptions {
     std::string recipe;
     std::vector<std::string> arguments;

@@ -877,6 +877,62 @@ TEST( Explain, BranchesFollowTheModel ) {
     EXPECT_EQ( questions[1]["answer"], false );
 }
 
+TEST( Explain, QuestionsToTheProfileStandWhereTheRecipeAsksThem ) {
+    const Json recipe =
+        explained( { "programL2IfIngSystemPortTable", "ranged", "0", "3", "5", "128", "77", "true",
+                     "--model", "examples/range-table-index.toml" } )[0];
+    const auto question = []( const char * what, bool answer ) {
+        return Json{ { "kind", "question" },
+                     { "question", what },
+                     { "chip", "ranged" },
+                     { "answer", answer } };
+    };
+    const auto feature = [&]( const char * name, bool answer ) {
+        Json json = question( "kilnTypeFeature", answer );
+        json["feature"] = name;
+        return json;
+    };
+    EXPECT_EQ( stepsOf( recipe, "question" ),
+               ( std::vector<Json>{ question( "activeChipProfile", true ),
+                                    feature( "CairnCommonFeatureAttributes", false ),
+                                    question( "activeChipProfile", true ),
+                                    feature( "CairnChipAttributes", true ),
+                                    question( "hasRangeTableIndex", true ) } ) );
+    // The number of the port is asked before the first call, the attributes after the fourth.
+    const Json & steps = recipe["steps"];
+    EXPECT_EQ( steps[0]["question"], "activeChipProfile" );
+    EXPECT_EQ( steps[6]["field"], "L2_IIF" );
+    EXPECT_EQ( steps[7]["question"], "activeChipProfile" );
+}
+
+TEST( Explain, ChipThatNumbersItsPortsItselfIsAskedForTheNumber ) {
+    const Support::TemporaryFolder folder;
+    const std::string model = folder.write( "wide.toml", "[[chips]]\n"
+                                                         "name = \"wide\"\n"
+                                                         "unit = 0\n"
+                                                         "[chips.profile]\n"
+                                                         "system_port_bits = 10\n"
+                                                         "has_range_table_index = false\n" );
+    const Json recipe = explained( { "programL2IfIngSystemPortTable", "wide", "0", "3", "5", "128",
+                                     "77", "true", "--model", model } )[0];
+    EXPECT_EQ( stepsOf( recipe, "question" )[2], ( Json{ { "kind", "question" },
+                                                         { "question", "sysportFromModport" },
+                                                         { "chip", "wide" },
+                                                         { "modId", 3 },
+                                                         { "port", 5 },
+                                                         { "maxPorts", 128 },
+                                                         { "answer", 3 * 1024 + 5 } } ) );
+    EXPECT_EQ( stepsOf( recipe, "call" )[1]["value"], 3 * 1024 + 5 );
+}
+
+TEST( Explain, ChipWithoutAProfileSaysSoBeforeTheRecipeStops ) {
+    const Support::TemporaryFolder folder;
+    const std::string model = folder.write( "bare.toml", "[[chips]]\nname = \"bare\"\nunit = 0\n" );
+    const Outcome run = cairnLt( { "explain", "programL2IfIngSystemPortTable", "bare", "0", "3",
+                                   "5", "128", "77", "true", "--model", model } );
+    EXPECT_NE( run.out.find( "has bare an active profile? no" ), std::string::npos ) << run.out;
+}
+
 TEST( Explain, BranchesFollowTheArguments ) {
     EXPECT_EQ( stepsOf( explained( { "setOpaqueTagIngress", "0", "0" } )[0], "call" ).size(), 6u );
     EXPECT_EQ( stepsOf( explained( { "setOpaqueTagIngress", "0", "1" } )[0], "call" ).size(), 7u );
