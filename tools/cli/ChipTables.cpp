@@ -135,10 +135,12 @@ void checkNames( const std::vector<const ChipDescription *> & chips,
         names.insert( names.end(), tables.begin(), tables.end() );
     }
     for ( const std::string & table : wanted ) {
-        if ( std::find( names.begin(), names.end(), table ) == names.end() )
-            throw InputError(
-                fmt::format( "there is no table \"{}\"{}; \"cairn-lt tables\" shows all", table,
-                             Text::nameHint( table, names ) ) );
+        if ( std::find( names.begin(), names.end(), table ) != names.end() )
+            continue;
+        const std::string hint = Text::nameHint( table, names );
+        throw InputError(
+            fmt::format( "there is no table \"{}\"", table ),
+            fmt::format( "{}{}\"cairn-lt tables\" shows all", hint, hint.empty() ? "" : "; " ) );
     }
 }
 
@@ -149,7 +151,8 @@ std::vector<const ChipDescription *> wantedChips( const Model & model, std::opti
             chips.push_back( &chip );
     }
     if ( chips.empty() )
-        throw InputError( fmt::format( "--unit: there is no unit {}", *unit ) );
+        throw InputError( fmt::format( "--unit: there is no unit {}", *unit ),
+                          "\"cairn-lt tables\" without --unit shows all" );
     return chips;
 }
 

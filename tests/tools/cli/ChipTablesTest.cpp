@@ -129,7 +129,9 @@ TEST( ChipTablesTest, WhatDoesNotExistIsAnsweredWithTheNearestThatDoes ) {
                           "\"cairn-lt tables\" shows all\n" );
     const Outcome unit = cairnLt( { "tables", "--unit", "3" } );
     EXPECT_EQ( unit.exitCode, 2 );
-    EXPECT_EQ( unit.err, "cairn-lt: --unit: there is no unit 3\n" );
+    EXPECT_EQ( unit.err,
+               "cairn-lt: --unit: there is no unit 3; \"cairn-lt tables\" without --unit shows "
+               "all\n" );
 }
 
 } // namespace
