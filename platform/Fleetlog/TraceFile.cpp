@@ -1,5 +1,6 @@
 #include <Fleetlog/TraceFile.h>
 
+#include <CairnPlatform/internal/Write.h>
 #include <Fleetlog/internal/Clock.h>
 #include <Fleetlog/internal/NewFile.h>
 #include <Fleetlog/internal/OldFiles.h>
@@ -207,7 +208,7 @@ void reportLoss( std::string_view why ) noexcept {
                        static_cast<int>( why.size() ), why.data(), static_cast<int>( ::getpid() ) );
     const auto kept = std::min( static_cast<std::size_t>( length ), sizeof line - 1 );
     // If standard error fails, too, there is no place left to report it.
-    [[maybe_unused]] const auto written = ::write( STDERR_FILENO, line, kept );
+    CairnPlatform::writeWhole( STDERR_FILENO, { line, kept } );
 }
 
 } // namespace Fleetlog

@@ -1,9 +1,12 @@
 #include <Kiln/ActivityLock.h>
 
+#include <CairnPlatform/internal/Write.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <new>
 #include <pthread.h>
+#include <unistd.h>
 
 namespace Kiln {
 
@@ -13,7 +16,9 @@ namespace {
 thread_local char thisThread;
 
 [[noreturn, gnu::cold]] void stopForMisuse( const char * what ) noexcept {
-    std::fprintf( stderr, "Kiln activity lock: %s\n", what );
+    char line[128];
+    std::snprintf( line, sizeof line, "Kiln activity lock: %s\n", what );
+    CairnPlatform::writeWhole( STDERR_FILENO, line );
     std::abort();
 }
 

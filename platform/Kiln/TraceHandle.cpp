@@ -1,10 +1,12 @@
 #include <Kiln/TraceHandle.h>
 
+#include <CairnPlatform/internal/Write.h>
+
 #include <charconv>
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
+#include <unistd.h>
 
 namespace Kiln {
 
@@ -55,7 +57,7 @@ class FacilityTable {
         std::string error;
         settings_ = parseTraceSettings( text, error );
         if ( !error.empty() )
-            std::fprintf( stderr, "KILN_TRACE: %s\n", error.c_str() );
+            CairnPlatform::writeWhole( STDERR_FILENO, "KILN_TRACE: " + error + "\n" );
     }
 
     static bool matches( const TraceSetting & setting, std::string_view name ) {

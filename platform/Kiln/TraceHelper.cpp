@@ -1,9 +1,8 @@
 #include <Kiln/TraceHelper.h>
 
+#include <CairnPlatform/internal/Write.h>
 #include <Kiln/TraceSink.h>
 
-#include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <ctime>
 #include <fcntl.h>
@@ -82,56 +81,6 @@ TraceStream & TraceStream::operator<<( unsigned short value ) {
 
 namespace {
 
-// While one lives, a write that nobody reads, or that a limit refuses, fails on this thread and
-// sends no signal that would end the process. Other threads see nothing of it.
-class WriteSignals {
-  public:
-    WriteSignals() noexcept {
-        sigemptyset( &ours_ );
-        sigaddset( &ours_, SIGPIPE );
-        sigaddset( &ours_, SIGXFSZ );
-        pthread_sigmask( SIG_BLOCK, &ours_, &before_ );
-        // What the host keeps blocked may be waiting since earlier; that stays.
-        for ( const int signal : { SIGPIPE, SIGXFSZ } ) {
-            sigset_t pending;
-            if ( sigismember( &before_, signal ) && sigpending( &pending ) == 0 &&
-                 sigismember( &pending, signal ) )
-                sigdelset( &ours_, signal );
-        }
-    }
-    ~WriteSignals() { pthread_sigmask( SIG_SETMASK, &before_, nullptr ); }
-    WriteSignals( const WriteSignals & ) = delete;
-    WriteSignals & operator=( const WriteSignals & ) = delete;
-
-    // Takes back what a write that failed has sent.
-    void drop() noexcept {
-        const timespec atOnce{};
-        while ( sigtimedwait( &ours_, nullptr, &atOnce ) > 0 )
-            ;
-    }
-
-  private:
-    sigset_t ours_;
-    sigset_t before_;
-};
-
-// Writes the text and returns how much of it was taken.
-std::size_t writeWhole( int descriptor, std::string_view text ) noexcept {
-    WriteSignals signals;
-    std::size_t taken = 0;
-    while ( taken < text.size() ) {
-        const auto written = ::write( descriptor, text.data() + taken, text.size() - taken );
-        if ( written < 0 && errno == EINTR )
-            continue;
-        if ( written <= 0 ) {
-            signals.drop();
-            break;
-        }
-        taken += static_cast<std::size_t>( written );
-    }
-    return taken;
-}
-
 // The sink in force. Never destroyed: static objects of the host trace while the process ends.
 class Sink {
   public:
@@ -171,7 +120,7 @@ class Sink {
         }
         // Of the line before, a part may have been taken.
         const std::string text = ( isInLine_ ? "\n" : "" ) + formatTraceLine( line ) + '\n';
-        const std::size_t taken = writeWhole( descriptor_, text );
+        const std::size_t taken = CairnPlatform::writeWhole( descriptor_, text );
         if ( taken != 0 )
             isInLine_ = text[taken - 1] != '\n';
         return taken == text.size();

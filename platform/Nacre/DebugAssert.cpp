@@ -1,8 +1,10 @@
 #include <Nacre/DebugAssert.h>
 
+#include <CairnPlatform/internal/Write.h>
+
 #include <atomic>
 #include <cstdlib>
-#include <iostream>
+#include <unistd.h>
 
 namespace Nacre {
 
@@ -30,7 +32,7 @@ void debugAndAssert( const Platform::DebugStream & message, const char * file,
                      const char * function, int line ) {
     const std::string report = std::string( file ) + ":" + std::to_string( line ) + " " + function +
                                ": " + message.text() + "\n";
-    std::cerr << report << std::flush;
+    CairnPlatform::writeWhole( STDERR_FILENO, report );
     if ( debugAssertStops() )
         std::abort();
 }

@@ -1,9 +1,12 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TemporaryFolder.h"
 
+#include <Fleetlog/internal/Report.h>
+#include <Kiln/ActivityLock.h>
 #include <Kiln/TraceHandle.h>
 #include <Kiln/TraceHelper.h>
 #include <Kiln/TraceSink.h>
+#include <Nacre/DebugAssert.h>
 
 #include <gtest/gtest.h>
 
@@ -14,6 +17,7 @@
 #include <fstream>
 #include <sstream>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
@@ -163,6 +167,26 @@ class TraceSinkFailureTest : public TraceTest {
     Support::TemporaryFolder folder_;
     int closedPipe_;
 };
+
+TEST_F( TraceSinkFailureTest, ReportToAPipeThatNobodyReadsDoesNotStopTheProcess ) {
+    expectToGoOn( [&] {
+        ::dup2( closedPipe_, STDERR_FILENO );
+        Nacre::debugAndAssert( Nacre::Platform::DebugStream() << "report", "file", "function", 1 );
+        Fleetlog::reportLoss( "no room" );
+        return true;
+    } );
+}
+
+TEST_F( TraceSinkFailureTest, MisuseOfTheLockIsAnAbortAlsoWhereNobodyReadsItsMessage ) {
+    const int status = Support::runInChild( [&] {
+        std::signal( SIGPIPE, SIG_DFL );
+        ::dup2( closedPipe_, STDERR_FILENO );
+        Kiln::activityLock().unlock();
+        return true;
+    } );
+    EXPECT_TRUE( WIFSIGNALED( status ) );
+    EXPECT_EQ( WTERMSIG( status ), SIGABRT );
+}
 
 TEST_F( TraceSinkFailureTest, PipeThatNobodyReadsDoesNotStopTheProcessAndWhatWasLostIsTold ) {
     const std::string path = folder_.write( "lines", "" );
