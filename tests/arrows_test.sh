@@ -23,7 +23,8 @@ allowed[tools/model]="tools/recipes sim text $library"
 allowed[tools/run]="tools/model interpose ${allowed[tools/model]}"
 allowed[tools/explain]="tools/run ${allowed[tools/run]}"
 allowed[tools/sweep]=${allowed[tools/explain]}
-allowed[tools/cli]="tools/explain tools/sweep tracereader ${allowed[tools/explain]}"
+allowed[tools/recording]="tools/run tracereader ${allowed[tools/run]}"
+allowed[tools/cli]="tools/explain tools/recording tools/sweep tracereader ${allowed[tools/explain]}"
 
 # The room of a file, or of a project include; nothing for others.
 room_of() {

@@ -52,6 +52,7 @@ class CommandLine {
         addTables();
         addDump();
         addTrace();
+        addDiff();
     }
 
     int run( int argc, const char * const * argv ) {
@@ -249,6 +250,23 @@ class CommandLine {
         } );
     }
 
+    void addDiff() {
+        CLI::App & verb = addVerb(
+            "diff", "Shows what differs between two chips that were kept with --state",
+            "cairn-lt diff before.json after.json\n"
+            "cairn-lt diff before.json after.json --format json",
+            "Rows that are in the second one alone begin with \"+\", those in the first one alone "
+            "with \"-\", and so do the fields of rows that changed. Values that nobody wrote stand "
+            "in parentheses. Exit code 0: no difference; 1: there are some.\n" );
+        verb.add_option( "before", diff_.before, "The first state file" )->required();
+        verb.add_option( "after", diff_.after, "The second state file" )->required();
+        addFormat( verb );
+        onVerb( verb, [this] {
+            diff_.format = parseFormat( texts_.format, "--format" );
+            return Tool::diff( diff_ );
+        } );
+    }
+
     // --- What verbs share
 
     CLI::App & addVerb( const char * name, const char * description, const std::string & examples,
@@ -410,6 +428,7 @@ class CommandLine {
     TablesOptions tables_;
     DumpOptions dump_;
     TraceOptions trace_;
+    DiffOptions diff_;
 };
 
 } // namespace

@@ -116,4 +116,13 @@ struct DumpOptions {
 /// The tables of a chip that was kept.
 int dump( const DumpOptions & options );
 
+struct DiffOptions {
+    std::string before;
+    std::string after;
+    Format format = Format::text;
+};
+
+/// What differs between two state files. 1 if anything does.
+int diff( const DiffOptions & options );
+
 } // namespace Tool
