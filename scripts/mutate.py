@@ -27,6 +27,8 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 RECIPES = "Cairn/CairnLtHelper.cpp"
 # What is built and run for a mutant of the recipes: recipe_test loads the library, so it is not linked anew.
 RECIPE_TARGETS, RECIPE_TESTS = ["cairn_lt_helper"], ["recipe_test"]
+# For the pair of library and platform: hosts outside the tree load what is installed.
+PAIR_TARGETS, PAIR_TESTS = ["cairn_lt_helper", "cairn_platform"], ["library.hosting"]
 TESTS = ["guard_test", "chip_model_test", "trace_message_test", "kiln_test", "recipe_test"]
 
 OPCODES = {
@@ -179,13 +181,26 @@ MACHINERY = [
     ("CairnCommon/CairnCommonUtil.h", "maxPortsLine = 225", "maxPortsLine = 226"),
 ]
 
+# What keeps a library from a platform that was built from other headers.
+PAIR = [
+    ("platform/CairnPlatform/Adapter.h", "libraryAndPlatformMustBeBuiltFromTheSameHeaders<Layout::sum()>;", "nullptr;"),
+    ("platform/CairnPlatform/Layout.h", "add( add( sum, sizeof( Types ) ), alignof( Types ) )",
+     "add( sum, alignof( Types ) )"),
+    ("platform/CairnPlatform/Layout.h", "sum = add( sum, offset );", "static_cast<void>( offset );"),
+    ("platform/CairnPlatform/Layout.h", "return ( sum ^ number ) * 0x100000001b3;", "return sum + 0 * number;"),
+    ("Cairn/internal/TraceHandles.cpp", "[[gnu::used]] void ( *const counterpart )() noexcept = CairnPlatform::counterpart;",
+     ""),
+]
+
 
 class Mutant:
-    def __init__(self, file, number, kind, text):
+    def __init__(self, file, number, kind, text, targets=tuple(TESTS), tests=tuple(TESTS)):
         self.file = file
         self.number = number  # of the line, from 0
         self.kind = kind
         self.text = text  # of the whole file
+        self.targets = targets  # to be built
+        self.tests = tests  # to be run
 
     def __str__(self):
         return f"{self.file}:{self.number + 1}: {self.kind}"
@@ -303,16 +318,20 @@ def mutants():
     made = []
     for number, kind, replacement, replaced in recipe_mutants(lines):
         text = "\n".join(lines[:number] + replacement + lines[number + replaced :])
-        made.append(Mutant(RECIPES, number, kind, text))
-    for file, old, new in MACHINERY:
-        text = (ROOT / file).read_text()
-        found = re.search(r"\s+".join(map(re.escape, old.split())), text)
-        if not found:
-            sys.exit(f"mutate.py: {file} does not hold {old!r} any more; bring the list up to date")
-        number = text.count("\n", 0, found.start())
-        kind = " ".join(f"{old} to {new or 'nothing'}".replace("\\\n", "").split())
-        made.append(Mutant(file, number, kind, text[: found.start()] + new + text[found.end() :]))
+        made.append(Mutant(RECIPES, number, kind, text, RECIPE_TARGETS, RECIPE_TESTS))
+    made += [mutant_of(*each) for each in MACHINERY]
+    made += [mutant_of(*each, PAIR_TARGETS, PAIR_TESTS) for each in PAIR]
     return made
+
+
+def mutant_of(file, old, new, targets=tuple(TESTS), tests=tuple(TESTS)):
+    text = (ROOT / file).read_text()
+    found = re.search(r"\s+".join(map(re.escape, old.split())), text)
+    if not found:
+        sys.exit(f"mutate.py: {file} does not hold {old!r} any more; bring the list up to date")
+    number = text.count("\n", 0, found.start())
+    kind = " ".join(f"{old} to {new or 'nothing'}".replace("\\\n", "").split())
+    return Mutant(file, number, kind, text[: found.start()] + new + text[found.end() :], targets, tests)
 
 
 class Workshop:
@@ -324,18 +343,23 @@ class Workshop:
         shutil.copytree(ROOT, self.tree, ignore=shutil.ignore_patterns("build", ".git"))
         self.run(["cmake", "--preset", "dev", "-B", str(self.build), "-DCMAKE_CXX_FLAGS_DEBUG=-O0",
                   "-DCAIRN_WERROR=OFF", "-DCAIRN_BUILD_BENCHMARKS=OFF"], check=True)
-        self.run(["cmake", "--build", str(self.build), "--target", *TESTS], check=True, seconds=None)
-        if not self.passes(TESTS):
+        self.run(["cmake", "--build", str(self.build), "--target", *TESTS, *PAIR_TARGETS], check=True,
+                 seconds=None)
+        if not self.passes(TESTS + PAIR_TESTS):
             sys.exit("mutate.py: the tests fail without a mutant; mend that first")
 
     def run(self, command, check=False, seconds=600):
         return subprocess.run(command, cwd=self.tree, check=check, timeout=seconds,
                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode
 
+    def command(self, test):
+        if test.startswith("library."):
+            return ["ctest", "--test-dir", str(self.build), "--no-tests=error", "--tests-regex", f"^{re.escape(test)}$"]
+        return [str(self.build / "bin" / test), "--gtest_brief=1", "--gtest_fail_fast"]
+
     def passes(self, tests):
         try:
-            return all(self.run([str(self.build / "bin" / test), "--gtest_brief=1", "--gtest_fail_fast"],
-                                seconds=120) == 0 for test in tests)
+            return all(self.run(self.command(test), seconds=120) == 0 for test in tests)
         except subprocess.TimeoutExpired:
             return False
 
@@ -343,12 +367,11 @@ class Workshop:
         """"caught", "survived", or "does not compile"."""
         path = self.tree / mutant.file
         original = path.read_text()
-        targets, tests = (RECIPE_TARGETS, RECIPE_TESTS) if mutant.file == RECIPES else (TESTS, TESTS)
         path.write_text(mutant.text)
         try:
-            if self.run(["cmake", "--build", str(self.build), "--target", *targets]) != 0:
+            if self.run(["cmake", "--build", str(self.build), "--target", *mutant.targets]) != 0:
                 return "does not compile"
-            return "survived" if self.passes(tests) else "caught"
+            return "survived" if self.passes(mutant.tests) else "caught"
         finally:
             path.write_text(original)
 

@@ -17,11 +17,19 @@ libraries=$( dirname "$( find "$work/moved" -name libCairnLtHelper.so )" )
 
 # Only what was installed may be found.
 export PKG_CONFIG_PATH=$libraries/pkgconfig
-# Headers of another version: lines have one more member.
-cp -r "$work/moved/include/CairnLtHelper" "$work/other"
-sed -i 's/^    TraceStream stream_;/    int added_;\n&/' "$work/other/Kiln/TraceHelper.h"
+# Headers of two other versions: a class is larger, and two members of a class have changed their places.
+other() { # version, header, change
+    cp -r "$work/moved/include/CairnLtHelper" "$work/$1"
+    sed -i "$3" "$work/$1/$2"
+    if cmp -s "$work/moved/include/CairnLtHelper/$2" "$work/$1/$2"; then
+        echo "$2 has not what is to be changed in it"
+        exit 1
+    fi
+}
+other larger Kiln/ActivityLock.h 's/^    MaybeGilUnlockAnchor interpreter_;/    void * added_[2];\n&/'
+other moved_members ChipModel/CairnCommonSmData.h 's/ slot = / swapped = /; s/ unit = / slot = /; s/ swapped = / unit = /'
 cmake -S "$here" -B "$work/host" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" \
-    -DCMAKE_PREFIX_PATH="$work/moved" -DOTHER_HEADERS="$work/other" >/dev/null
+    -DCMAKE_PREFIX_PATH="$work/moved" -DOTHER_HEADERS="$work" >/dev/null
 cmake --build "$work/host" >"$work/build.log" || {
     cat "$work/build.log"
     exit 1
@@ -53,12 +61,14 @@ check "What the host built with pkg-config printed" "$( grep -v MESSAGE <<<"$cal
     "$( LD_LIBRARY_PATH=$libraries "$work/host/host_pc" )"
 check "What the host with its own platform printed" "${calls/MESSAGE/$own_line}" \
     "$( LD_LIBRARY_PATH=$work/host:$libraries "$work/host/host" )"
-if LD_LIBRARY_PATH=$work/host/other:$libraries "$work/host/host" >"$work/other.log" 2>&1; then
-    echo "The library loads with a platform that was built from other headers"
-    failed=1
-elif ! grep -q "undefined symbol: .*libraryAndPlatformMustBeBuiltFromTheSameHeaders" "$work/other.log"; then
-    echo "What stops a library whose platform was built from other headers does not say so:"
-    cat "$work/other.log"
-    failed=1
-fi
+for version in larger moved_members; do
+    if LD_LIBRARY_PATH=$work/host/$version:$libraries "$work/host/host" >"$work/$version.log" 2>&1; then
+        echo "The library loads with a platform that was built from other headers ($version)"
+        failed=1
+    elif ! grep -q "undefined symbol: .*libraryAndPlatformMustBeBuiltFromTheSameHeaders" "$work/$version.log"; then
+        echo "What stops a library whose platform was built from other headers ($version) does not say so:"
+        cat "$work/$version.log"
+        failed=1
+    fi
+done
 exit $failed
