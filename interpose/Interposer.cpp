@@ -2,6 +2,33 @@
 
 namespace Interpose {
 
+const char * Interposer::errmsg( int rc ) noexcept { return inner_.errmsg( rc ); }
+
+std::uint32_t Interposer::BCMLT_ENT_ATTR_GET_FROM_HW() noexcept {
+    return number( SdkCall::attrGetFromHw );
+}
+std::uint32_t Interposer::BCMLT_OPCODE_DELETE() noexcept { return number( SdkCall::opcodeDelete ); }
+std::uint32_t Interposer::BCMLT_OPCODE_INSERT() noexcept { return number( SdkCall::opcodeInsert ); }
+std::uint32_t Interposer::BCMLT_OPCODE_LOOKUP() noexcept { return number( SdkCall::opcodeLookup ); }
+std::uint32_t Interposer::BCMLT_OPCODE_UPDATE() noexcept { return number( SdkCall::opcodeUpdate ); }
+std::uint32_t Interposer::BCMLT_PRIORITY_NORMAL() noexcept {
+    return number( SdkCall::priorityNormal );
+}
+std::uint32_t Interposer::BCMLT_PT_OPCODE_GET() noexcept { return number( SdkCall::ptOpcodeGet ); }
+std::uint32_t Interposer::BCMLT_PT_OPCODE_MODIFY() noexcept {
+    return number( SdkCall::ptOpcodeModify );
+}
+std::uint32_t Interposer::BCMLT_PT_OPCODE_SET() noexcept { return number( SdkCall::ptOpcodeSet ); }
+std::uint32_t Interposer::BCMLT_INVALID_HDL() noexcept { return number( SdkCall::invalidHandle ); }
+
+const char * Interposer::ENABLEs() noexcept { return text( SdkCall::enableName ); }
+const char * Interposer::NUM_LANESs() noexcept { return text( SdkCall::numLanesName ); }
+const char * Interposer::PC_PHYS_PORT_IDs() noexcept { return text( SdkCall::pcPhysPortIdName ); }
+const char * Interposer::PC_PORT_PHYS_MAPs() noexcept { return text( SdkCall::pcPortPhysMapName ); }
+const char * Interposer::PC_PORTs() noexcept { return text( SdkCall::pcPortName ); }
+const char * Interposer::PORT_IDs() noexcept { return text( SdkCall::portIdName ); }
+const char * Interposer::SPEEDs() noexcept { return text( SdkCall::speedName ); }
+
 int Interposer::bcmlt_entry_allocate( int unit, const char * table,
                                       std::uint32_t * handle ) noexcept {
     return operate(
@@ -65,5 +92,18 @@ int Interposer::bcmlt_pt_entry_commit( std::uint32_t handle, std::uint32_t opcod
                       .opcode = opcode,
                       .priority = priority } );
 }
+
+void Interposer::preCallHook() noexcept { inner_.preCallHook(); }
+void Interposer::failureHook() noexcept { inner_.failureHook(); }
+
+int Interposer::operate( const Operation & operation ) noexcept {
+    return perform( inner_, operation );
+}
+
+std::uint32_t Interposer::number( SdkCall constant ) noexcept {
+    return askNumber( inner_, constant );
+}
+
+const char * Interposer::text( SdkCall constant ) noexcept { return askText( inner_, constant ); }
 
 } // namespace Interpose

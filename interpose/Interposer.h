@@ -1,10 +1,14 @@
 #pragma once
 
-#include "interpose/Forwarder.h"
 #include "interpose/Operation.h"
+#include "interpose/SdkCall.h"
 
-// The base of SDKs that stand in front of another one and do something about its operations: each
-// operation comes as a value, so that one function deals with all of them.
+#include <Shim/Sdk.h>
+
+#include <cstdint>
+
+// The base of SDKs that stand in front of another one. Each operation comes as a value, and each
+// constant as the call that asks for it, so that one function deals with all of them.
 //
 //     class Counter final : public Interpose::Interposer {
 //       public:
@@ -18,37 +22,69 @@
 //         }
 //     };
 //
-// Constants, error texts and hooks are passed on, unless the interposer overrides them. Nothing is
-// allocated on the way.
+// What an interposer does not override is passed on unchanged. Nothing is allocated on the way.
 
 namespace Interpose {
 
-class Interposer : public Forwarder {
+class Interposer : public Shim::Sdk {
   public:
-    using Forwarder::Forwarder;
+    /// `inner` must outlive the interposer.
+    explicit Interposer( Shim::Sdk & inner ) noexcept : inner_( inner ) {}
+    Interposer( const Interposer & ) = delete;
+    Interposer & operator=( const Interposer & ) = delete;
 
-    int bcmlt_entry_allocate( int unit, const char * table, std::uint32_t * handle ) noexcept final;
-    int bcmlt_entry_attrib_set( std::uint32_t handle, std::uint32_t attribute ) noexcept final;
+    const char * errmsg( int rc ) noexcept override;
+    std::uint32_t BCMLT_ENT_ATTR_GET_FROM_HW() noexcept override;
+    std::uint32_t BCMLT_OPCODE_DELETE() noexcept override;
+    std::uint32_t BCMLT_OPCODE_INSERT() noexcept override;
+    std::uint32_t BCMLT_OPCODE_LOOKUP() noexcept override;
+    std::uint32_t BCMLT_OPCODE_UPDATE() noexcept override;
+    std::uint32_t BCMLT_PRIORITY_NORMAL() noexcept override;
+    std::uint32_t BCMLT_PT_OPCODE_GET() noexcept override;
+    std::uint32_t BCMLT_PT_OPCODE_MODIFY() noexcept override;
+    std::uint32_t BCMLT_PT_OPCODE_SET() noexcept override;
+    int bcmlt_entry_allocate( int unit, const char * table,
+                              std::uint32_t * handle ) noexcept override;
+    int bcmlt_entry_attrib_set( std::uint32_t handle, std::uint32_t attribute ) noexcept override;
     int bcmlt_entry_commit( std::uint32_t handle, std::uint32_t opcode,
-                            std::uint32_t priority ) noexcept final;
+                            std::uint32_t priority ) noexcept override;
     int bcmlt_entry_field_add( std::uint32_t handle, const char * field,
-                               std::uint64_t value ) noexcept final;
+                               std::uint64_t value ) noexcept override;
     int bcmlt_entry_field_array_add( std::uint32_t handle, const char * field,
                                      std::uint32_t startIndex, const std::uint64_t * values,
-                                     std::uint32_t count ) noexcept final;
+                                     std::uint32_t count ) noexcept override;
     int bcmlt_entry_field_get( std::uint32_t handle, const char * field,
-                               std::uint64_t * value ) noexcept final;
+                               std::uint64_t * value ) noexcept override;
     int bcmlt_entry_field_symbol_add( std::uint32_t handle, const char * field,
-                                      const char * symbol ) noexcept final;
-    int bcmlt_entry_free( std::uint32_t handle ) noexcept final;
+                                      const char * symbol ) noexcept override;
+    int bcmlt_entry_free( std::uint32_t handle ) noexcept override;
     int bcmlt_pt_entry_commit( std::uint32_t handle, std::uint32_t opcode,
-                               std::uint32_t priority ) noexcept final;
+                               std::uint32_t priority ) noexcept override;
+    std::uint32_t BCMLT_INVALID_HDL() noexcept override;
+    const char * ENABLEs() noexcept override;
+    const char * NUM_LANESs() noexcept override;
+    const char * PC_PHYS_PORT_IDs() noexcept override;
+    const char * PC_PORT_PHYS_MAPs() noexcept override;
+    const char * PC_PORTs() noexcept override;
+    const char * PORT_IDs() noexcept override;
+    const char * SPEEDs() noexcept override;
+    void preCallHook() noexcept override;
+    void failureHook() noexcept override;
 
   protected:
     ~Interposer() = default;
 
-    /// Does what becomes of an operation of the SDK, and returns what the caller is told.
-    virtual int operate( const Operation & operation ) noexcept = 0;
+    Shim::Sdk & inner() noexcept { return inner_; }
+
+    /// Does what becomes of an operation, and returns what the caller is told.
+    virtual int operate( const Operation & operation ) noexcept;
+
+    /// Answer what is asked for a constant.
+    virtual std::uint32_t number( SdkCall constant ) noexcept;
+    virtual const char * text( SdkCall constant ) noexcept;
+
+  private:
+    Shim::Sdk & inner_;
 };
 
 } // namespace Interpose

@@ -145,15 +145,15 @@ int Recorder::operate( const Operation & operation ) noexcept {
     return rc;
 }
 
-std::uint32_t Recorder::number( SdkCall call ) noexcept {
+std::uint32_t Recorder::number( SdkCall constant ) noexcept {
     std::uint32_t number = 0;
-    state_->record( { .call = call },
-                    [&]( Event & e ) { number = e.result = askNumber( inner(), call ); } );
+    state_->record( { .call = constant },
+                    [&]( Event & e ) { number = e.result = Interposer::number( constant ); } );
     return number;
 }
 
-const char * Recorder::text( SdkCall call ) noexcept {
-    return state_->recordText( { .call = call }, [&] { return askText( inner(), call ); } );
+const char * Recorder::text( SdkCall constant ) noexcept {
+    return state_->recordText( { .call = constant }, [&] { return Interposer::text( constant ); } );
 }
 
 const char * Recorder::errmsg( int rc ) noexcept {
@@ -168,30 +168,5 @@ void Recorder::preCallHook() noexcept {
 void Recorder::failureHook() noexcept {
     state_->record( { .call = SdkCall::failureHook }, [&]( Event & ) { inner().failureHook(); } );
 }
-
-std::uint32_t Recorder::BCMLT_ENT_ATTR_GET_FROM_HW() noexcept {
-    return number( SdkCall::attrGetFromHw );
-}
-std::uint32_t Recorder::BCMLT_OPCODE_DELETE() noexcept { return number( SdkCall::opcodeDelete ); }
-std::uint32_t Recorder::BCMLT_OPCODE_INSERT() noexcept { return number( SdkCall::opcodeInsert ); }
-std::uint32_t Recorder::BCMLT_OPCODE_LOOKUP() noexcept { return number( SdkCall::opcodeLookup ); }
-std::uint32_t Recorder::BCMLT_OPCODE_UPDATE() noexcept { return number( SdkCall::opcodeUpdate ); }
-std::uint32_t Recorder::BCMLT_PRIORITY_NORMAL() noexcept {
-    return number( SdkCall::priorityNormal );
-}
-std::uint32_t Recorder::BCMLT_PT_OPCODE_GET() noexcept { return number( SdkCall::ptOpcodeGet ); }
-std::uint32_t Recorder::BCMLT_PT_OPCODE_MODIFY() noexcept {
-    return number( SdkCall::ptOpcodeModify );
-}
-std::uint32_t Recorder::BCMLT_PT_OPCODE_SET() noexcept { return number( SdkCall::ptOpcodeSet ); }
-std::uint32_t Recorder::BCMLT_INVALID_HDL() noexcept { return number( SdkCall::invalidHandle ); }
-
-const char * Recorder::ENABLEs() noexcept { return text( SdkCall::enableName ); }
-const char * Recorder::NUM_LANESs() noexcept { return text( SdkCall::numLanesName ); }
-const char * Recorder::PC_PHYS_PORT_IDs() noexcept { return text( SdkCall::pcPhysPortIdName ); }
-const char * Recorder::PC_PORT_PHYS_MAPs() noexcept { return text( SdkCall::pcPortPhysMapName ); }
-const char * Recorder::PC_PORTs() noexcept { return text( SdkCall::pcPortName ); }
-const char * Recorder::PORT_IDs() noexcept { return text( SdkCall::portIdName ); }
-const char * Recorder::SPEEDs() noexcept { return text( SdkCall::speedName ); }
 
 } // namespace Interpose

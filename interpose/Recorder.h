@@ -59,30 +59,13 @@ class Recorder final : public Interposer {
     void clear();
 
     const char * errmsg( int rc ) noexcept override;
-    std::uint32_t BCMLT_ENT_ATTR_GET_FROM_HW() noexcept override;
-    std::uint32_t BCMLT_OPCODE_DELETE() noexcept override;
-    std::uint32_t BCMLT_OPCODE_INSERT() noexcept override;
-    std::uint32_t BCMLT_OPCODE_LOOKUP() noexcept override;
-    std::uint32_t BCMLT_OPCODE_UPDATE() noexcept override;
-    std::uint32_t BCMLT_PRIORITY_NORMAL() noexcept override;
-    std::uint32_t BCMLT_PT_OPCODE_GET() noexcept override;
-    std::uint32_t BCMLT_PT_OPCODE_MODIFY() noexcept override;
-    std::uint32_t BCMLT_PT_OPCODE_SET() noexcept override;
-    std::uint32_t BCMLT_INVALID_HDL() noexcept override;
-    const char * ENABLEs() noexcept override;
-    const char * NUM_LANESs() noexcept override;
-    const char * PC_PHYS_PORT_IDs() noexcept override;
-    const char * PC_PORT_PHYS_MAPs() noexcept override;
-    const char * PC_PORTs() noexcept override;
-    const char * PORT_IDs() noexcept override;
-    const char * SPEEDs() noexcept override;
     void preCallHook() noexcept override;
     void failureHook() noexcept override;
 
   private:
     int operate( const Operation & operation ) noexcept override;
-    std::uint32_t number( SdkCall call ) noexcept;
-    const char * text( SdkCall call ) noexcept;
+    std::uint32_t number( SdkCall constant ) noexcept override;
+    const char * text( SdkCall constant ) noexcept override;
 
     struct State;
     std::unique_ptr<State> state_;

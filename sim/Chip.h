@@ -75,7 +75,8 @@ struct LiveEntry {
 
 struct ChipState;
 
-class Chip final : public Shim::Sdk {
+/// A test may derive from it and answer a constant otherwise; what the operations do is fixed.
+class Chip : public Shim::Sdk {
   public:
     Chip();
     ~Chip();
@@ -172,24 +173,23 @@ class Chip final : public Shim::Sdk {
     std::uint32_t BCMLT_PT_OPCODE_MODIFY() noexcept override;
     std::uint32_t BCMLT_PT_OPCODE_SET() noexcept override;
 
-    int bcmlt_entry_allocate( int unit, const char * table,
-                              std::uint32_t * handle ) noexcept override;
-    int bcmlt_entry_attrib_set( std::uint32_t handle, std::uint32_t attribute ) noexcept override;
+    int bcmlt_entry_allocate( int unit, const char * table, std::uint32_t * handle ) noexcept final;
+    int bcmlt_entry_attrib_set( std::uint32_t handle, std::uint32_t attribute ) noexcept final;
     int bcmlt_entry_commit( std::uint32_t handle, std::uint32_t opcode,
-                            std::uint32_t priority ) noexcept override;
+                            std::uint32_t priority ) noexcept final;
     int bcmlt_entry_field_add( std::uint32_t handle, const char * field,
-                               std::uint64_t value ) noexcept override;
+                               std::uint64_t value ) noexcept final;
     /// A `count` of 0 adds nothing and succeeds, whatever `values` is.
     int bcmlt_entry_field_array_add( std::uint32_t handle, const char * field,
                                      std::uint32_t startIndex, const std::uint64_t * values,
-                                     std::uint32_t count ) noexcept override;
+                                     std::uint32_t count ) noexcept final;
     int bcmlt_entry_field_get( std::uint32_t handle, const char * field,
-                               std::uint64_t * value ) noexcept override;
+                               std::uint64_t * value ) noexcept final;
     int bcmlt_entry_field_symbol_add( std::uint32_t handle, const char * field,
-                                      const char * symbol ) noexcept override;
-    int bcmlt_entry_free( std::uint32_t handle ) noexcept override;
+                                      const char * symbol ) noexcept final;
+    int bcmlt_entry_free( std::uint32_t handle ) noexcept final;
     int bcmlt_pt_entry_commit( std::uint32_t handle, std::uint32_t opcode,
-                               std::uint32_t priority ) noexcept override;
+                               std::uint32_t priority ) noexcept final;
 
     std::uint32_t BCMLT_INVALID_HDL() noexcept override;
 

@@ -1,6 +1,6 @@
 #include "Cairn/internal/GuardedCall.h"
 
-#include "interpose/Forwarder.h"
+#include "interpose/Interposer.h"
 #include "sim/Chip.h"
 
 #include <Kiln/TraceSink.h>
@@ -71,9 +71,9 @@ namespace {
 using Notes = std::vector<std::string>;
 
 /// An SDK that notes what is asked of it, with "+" where this thread holds the activity lock.
-class NotingSdk final : public Interpose::Forwarder {
+class NotingSdk final : public Interpose::Interposer {
   public:
-    NotingSdk() : Forwarder( chip_ ) {}
+    NotingSdk() : Interposer( chip_ ) {}
 
     void note( const std::string & what ) {
         notes.push_back( what + ( Kiln::activityLock().heldByThisThread() ? "+" : "-" ) );

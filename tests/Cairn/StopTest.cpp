@@ -1,6 +1,6 @@
 #include "Cairn/internal/GuardedCall.h"
 
-#include "interpose/Forwarder.h"
+#include "interpose/Interposer.h"
 #include "sim/Chip.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TemporaryFolder.h"
@@ -57,9 +57,9 @@ void throwOn( std::ios_base::iostate state ) {
 }
 
 /// Every commit fails. The hook says through a pipe that it was called.
-class FailingSdk final : public Interpose::Forwarder {
+class FailingSdk final : public Interpose::Interposer {
   public:
-    explicit FailingSdk( Shim::Sdk & chip ) : Forwarder( chip ) {}
+    explicit FailingSdk( Shim::Sdk & chip ) : Interposer( chip ) {}
 
     int bcmlt_entry_commit( std::uint32_t, std::uint32_t, std::uint32_t ) noexcept override {
         return -255;

@@ -1,6 +1,6 @@
 #include "Cairn/CairnLtHelper.h"
 
-#include "interpose/Forwarder.h"
+#include "interpose/Interposer.h"
 #include "sim/Chip.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -26,9 +26,9 @@ namespace {
 
 /// An SDK that notes how many threads were ever inside at once. Where it is told to, the first
 /// thread that gets in waits until a second one is there.
-class CrowdedSdk final : public Interpose::Forwarder {
+class CrowdedSdk final : public Interpose::Interposer {
   public:
-    CrowdedSdk() : Forwarder( chip ) {}
+    CrowdedSdk() : Interposer( chip ) {}
 
     int bcmlt_entry_field_add( std::uint32_t handle, const char * field,
                                std::uint64_t value ) noexcept override {

@@ -2,7 +2,7 @@
 #include "tools/sweep/SweepPlan.h"
 #include "tools/sweep/SweepRunner.h"
 
-#include "interpose/Forwarder.h"
+#include "interpose/Interposer.h"
 
 #include "tests/tools/Program.h"
 
@@ -628,8 +628,8 @@ class BrokenLibrary : public ::testing::Test {
 };
 
 // Takes a failed add for a successful one.
-struct FailureBlind final : Interpose::Forwarder {
-    using Forwarder::Forwarder;
+struct FailureBlind final : Interpose::Interposer {
+    using Interposer::Interposer;
     int bcmlt_entry_field_add( uint32_t handle, const char * field,
                                uint64_t value ) noexcept override {
         return std::max( 0, inner().bcmlt_entry_field_add( handle, field, value ) );
@@ -655,8 +655,8 @@ TEST_F( BrokenLibrary, FailuresOverlooked ) {
 }
 
 // Takes a positive code for a failure.
-struct PositiveAverse final : Interpose::Forwarder {
-    using Forwarder::Forwarder;
+struct PositiveAverse final : Interpose::Interposer {
+    using Interposer::Interposer;
     int bcmlt_entry_free( uint32_t handle ) noexcept override {
         return -inner().bcmlt_entry_free( handle );
     }
@@ -669,13 +669,13 @@ TEST_F( BrokenLibrary, PositiveCodesTakenForFailures ) {
     EXPECT_EQ( report.unexpected(), 2u );
 }
 
-struct NoFailureHook final : Interpose::Forwarder {
-    using Forwarder::Forwarder;
+struct NoFailureHook final : Interpose::Interposer {
+    using Interposer::Interposer;
     void failureHook() noexcept override {}
 };
 
-struct TwoFailureHooks final : Interpose::Forwarder {
-    using Forwarder::Forwarder;
+struct TwoFailureHooks final : Interpose::Interposer {
+    using Interposer::Interposer;
     void failureHook() noexcept override {
         inner().failureHook();
         inner().failureHook();
@@ -690,8 +690,8 @@ TEST_F( BrokenLibrary, FailureHooks ) {
     EXPECT_EQ( found( two, SweepFault::Kind::positive, "" ), 0u );
 }
 
-struct NoPreCallHook final : Interpose::Forwarder {
-    using Forwarder::Forwarder;
+struct NoPreCallHook final : Interpose::Interposer {
+    using Interposer::Interposer;
     void preCallHook() noexcept override {}
 };
 
@@ -706,8 +706,8 @@ TEST_F( BrokenLibrary, PreCallHooks ) {
 }
 
 // A hook too many is an unchecked call that is guarded.
-struct HookBeforeLookups final : Interpose::Forwarder {
-    using Forwarder::Forwarder;
+struct HookBeforeLookups final : Interpose::Interposer {
+    using Interposer::Interposer;
     int bcmlt_entry_commit( uint32_t handle, uint32_t opcode,
                             uint32_t priority ) noexcept override {
         if ( opcode == inner().BCMLT_OPCODE_LOOKUP() )
@@ -723,8 +723,8 @@ TEST_F( BrokenLibrary, UncheckedCallsAreNotGuarded ) {
         EXPECT_TRUE( holds( each.differences, "pre-call hook: yes, expected no" ) );
 }
 
-struct LockKeeper final : Interpose::Forwarder {
-    using Forwarder::Forwarder;
+struct LockKeeper final : Interpose::Interposer {
+    using Interposer::Interposer;
     int bcmlt_entry_free( uint32_t handle ) noexcept override {
         const std::lock_guard lock( Kiln::activityLock() );
         return inner().bcmlt_entry_free( handle );
@@ -737,8 +737,8 @@ TEST_F( BrokenLibrary, LocksKept ) {
                Findings{ "call 4: lock held: yes, expected no" } );
 }
 
-struct AsksAnotherCode final : Interpose::Forwarder {
-    using Forwarder::Forwarder;
+struct AsksAnotherCode final : Interpose::Interposer {
+    using Interposer::Interposer;
     const char * errmsg( int rc ) noexcept override { return inner().errmsg( rc - 1 ); }
 };
 
@@ -749,8 +749,8 @@ TEST_F( BrokenLibrary, ErrorTextOfAnotherCode ) {
 }
 
 // Frees twice where the first free fails, as one that cleans up before it stops.
-struct FreesAgain final : Interpose::Forwarder {
-    using Forwarder::Forwarder;
+struct FreesAgain final : Interpose::Interposer {
+    using Interposer::Interposer;
     int bcmlt_entry_free( uint32_t handle ) noexcept override {
         const int rc = inner().bcmlt_entry_free( handle );
         if ( rc < 0 )
@@ -769,8 +769,8 @@ TEST_F( BrokenLibrary, CallsBehindAFailure ) {
 }
 
 // Tells a lookup that the row is there, whatever the SDK says.
-struct FindsAll final : Interpose::Forwarder {
-    using Forwarder::Forwarder;
+struct FindsAll final : Interpose::Interposer {
+    using Interposer::Interposer;
     int bcmlt_entry_commit( uint32_t handle, uint32_t opcode,
                             uint32_t priority ) noexcept override {
         const int rc = inner().bcmlt_entry_commit( handle, opcode, priority );
@@ -796,8 +796,8 @@ TEST_F( BrokenLibrary, LookupsMisread ) {
 }
 
 // Ends by itself.
-struct Crashes final : Interpose::Forwarder {
-    using Forwarder::Forwarder;
+struct Crashes final : Interpose::Interposer {
+    using Interposer::Interposer;
     const char * errmsg( int ) noexcept override {
         ::kill( ::getpid(), SIGKILL );
         return "";
