@@ -78,75 +78,69 @@ bool contains( std::span<const std::string_view> names, std::string_view name ) 
 
 using Vary = std::function<void( Model & )>;
 
-Vary chipAttributes( bool hasRangeTableIndex ) {
-    return [=]( Model & model ) {
-        for ( ChipDescription & chip : model.chips ) {
-            if ( !chip.profile )
-                chip.profile.emplace();
-            chip.profile->hasRangeTableIndex = hasRangeTableIndex;
-        }
+template <class Change>
+Vary onEachChip( Change change ) {
+    return [change]( Model & model ) {
+        for ( ChipDescription & chip : model.chips )
+            change( chip );
     };
 }
 
-void takeProfiles( Model & model ) {
-    for ( ChipDescription & chip : model.chips )
-        chip.profile.reset();
-}
-
-void takeChipAttributes( Model & model ) {
-    for ( ChipDescription & chip : model.chips )
-        chip.profile.emplace();
+Vary rangeTableIndex( bool has ) {
+    return onEachChip( [has]( ChipDescription & chip ) {
+        if ( !chip.profile )
+            chip.profile.emplace();
+        chip.profile->hasRangeTableIndex = has;
+    } );
 }
 
 // The chip attributes, and a system-port numbering of the chip's own.
-void giveNumbering( Model & model ) {
-    chipAttributes( false )( model );
-    constexpr uint32_t portBits = 10;
-    for ( ChipDescription & chip : model.chips )
-        chip.profile->systemPortBits = portBits;
+Vary ownNumbering() {
+    return onEachChip( []( ChipDescription & chip ) {
+        if ( !chip.profile )
+            chip.profile.emplace();
+        chip.profile->hasRangeTableIndex = false;
+        chip.profile->systemPortBits = 10;
+    } );
 }
 
-Vary blockedAt( std::vector<uint32_t> stages ) {
-    return [stages = std::move( stages )]( Model & model ) {
-        for ( ChipDescription & chip : model.chips )
-            chip.blockedStages = stages;
-    };
+Vary noProfile() {
+    return onEachChip( []( ChipDescription & chip ) { chip.profile.reset(); } );
+}
+
+Vary noChipAttributes() {
+    return onEachChip( []( ChipDescription & chip ) { chip.profile.emplace(); } );
+}
+
+Vary blockedAt( std::vector<std::uint32_t> stages ) {
+    return onEachChip( [stages]( ChipDescription & chip ) { chip.blockedStages = stages; } );
 }
 
 Vary lacking( std::vector<std::string_view> tables ) {
-    return [tables = std::move( tables )]( Model & model ) {
-        for ( ChipDescription & chip : model.chips ) {
-            for ( const std::string_view table : tables ) {
-                if ( chip.schema.find( table ) != nullptr )
-                    static_cast<void>( chip.schema.remove( table ) );
-            }
-        }
-    };
+    return onEachChip( [tables]( ChipDescription & chip ) {
+        for ( const std::string_view table : tables )
+            if ( chip.schema.find( table ) != nullptr )
+                static_cast<void>( chip.schema.remove( table ) );
+    } );
 }
 
 // A row that is there from the start would never be absent.
-void emptyLearnCacheTables( Model & model ) {
-    for ( ChipDescription & chip : model.chips ) {
-        for ( const char * name : { "LEARN_CACHE_DATA_CONTROL", "LEARN_CACHE_DROP_CONTROL" } ) {
+Vary emptyLearnCacheTables() {
+    return onEachChip( []( ChipDescription & chip ) {
+        for ( const char * name : { "LEARN_CACHE_DATA_CONTROL", "LEARN_CACHE_DROP_CONTROL" } )
             if ( Sim::Table * table = chip.schema.find( name ) )
                 table->preloaded = false;
-        }
-    }
+    } );
 }
 
 CairnTypes::CairnPort anotherPort( const Model & model ) {
-    constexpr uint16_t portId = 321;
     return { .slot = 0,
-             .unit = static_cast<uint16_t>( model.chips.front().unit ),
-             .portId = portId,
+             .unit = static_cast<std::uint16_t>( model.chips.front().unit ),
+             .portId = 321,
              .lane = 0 };
 }
 
 constexpr Netbase::IntfId anotherInterface{ 54321 };
-
-void oneCpuPort( Model & model ) {
-    model.cpuPorts = { { anotherPort( model ), anotherInterface } };
-}
 
 void anotherCpuPort( Model & model ) {
     model.cpuPorts.push_back( { anotherPort( model ), anotherInterface } );
@@ -154,11 +148,9 @@ void anotherCpuPort( Model & model ) {
 
 void noCpuPort( Model & model ) { model.cpuPorts.clear(); }
 
-void oneRecirculationPort( Model & model ) {
-    const CairnTypes::CairnPort port = anotherPort( model );
-    constexpr uint16_t hardwarePort = 258;
-    model.recirculationPorts = { { anotherInterface, port } };
-    model.hardwarePorts = { { port, { hardwarePort } } };
+void oneCpuPort( Model & model ) {
+    noCpuPort( model );
+    anotherCpuPort( model );
 }
 
 void anotherRecirculationPort( Model & model ) {
@@ -166,6 +158,12 @@ void anotherRecirculationPort( Model & model ) {
 }
 
 void noRecirculationPort( Model & model ) { model.recirculationPorts.clear(); }
+
+void oneRecirculationPort( Model & model ) {
+    noRecirculationPort( model );
+    anotherRecirculationPort( model );
+    model.hardwarePorts = { { anotherPort( model ), { 258 } } };
+}
 
 void noHardwarePort( Model & model ) {
     oneRecirculationPort( model );
@@ -178,144 +176,116 @@ constexpr std::string_view insert = "BCMLT_OPCODE_INSERT";
 constexpr std::string_view update = "BCMLT_OPCODE_UPDATE";
 constexpr std::string_view remove = "BCMLT_OPCODE_DELETE";
 constexpr std::string_view ethertype = "33024"; // 0x8100
+constexpr std::string_view anyCall = "bcmlt_";
 
 using Cases = std::vector<SweepCase>;
+using Names = std::vector<std::string_view>;
+using Given = std::vector<SweepCase::Given>;
+
+// The cases of a recipe. The telltales are parts of its calls and messages: a case has those that it
+// names, and none of the others.
+void add( Cases & cases, std::string_view recipe, const Names & telltales, Cases ofRecipe ) {
+    for ( SweepCase & each : ofRecipe ) {
+        each.recipe = recipe;
+        for ( const std::string_view telltale : telltales )
+            if ( !contains( each.with, telltale ) )
+                each.without.push_back( telltale );
+        cases.push_back( std::move( each ) );
+    }
+}
+
+// Recipes without branches.
+void add( Cases & cases, std::initializer_list<std::string_view> recipes, const Names & with ) {
+    for ( const std::string_view recipe : recipes )
+        cases.push_back( { .recipe = recipe, .name = "any", .with = with } );
+}
 
 void addPortCases( Cases & cases ) {
-    cases.push_back( { .recipe = "cpuPortInit", .name = "one port", .vary = oneCpuPort } );
-    cases.push_back( { .recipe = "cpuPortInit", .name = "one port more", .vary = anotherCpuPort } );
-    cases.push_back( { .recipe = "cpuPortInit",
-                       .name = "no port",
-                       .vary = noCpuPort,
-                       .without = { "bcmlt_" } } );
-    cases.push_back( { .recipe = "lbPortInit", .name = "one port", .vary = oneRecirculationPort } );
-    cases.push_back(
-        { .recipe = "lbPortInit", .name = "one port more", .vary = anotherRecirculationPort } );
-    cases.push_back( { .recipe = "lbPortInit",
-                       .name = "no port",
-                       .vary = noRecirculationPort,
-                       .without = { "bcmlt_" } } );
-    cases.push_back( { .recipe = "lbPortInit",
-                       .name = "no hardware port",
-                       .vary = noHardwarePort,
-                       .with = { " phyPortId: 0" } } );
+    add( cases, "cpuPortInit", { anyCall },
+         { { .name = "one port", .vary = oneCpuPort, .with = { anyCall } },
+           { .name = "one port more", .vary = anotherCpuPort, .with = { anyCall } },
+           { .name = "no port", .vary = noCpuPort } } );
+    constexpr std::string_view noPortId = " phyPortId: 0";
+    add(
+        cases, "lbPortInit", { anyCall },
+        { { .name = "one port", .vary = oneRecirculationPort, .with = { anyCall } },
+          { .name = "one port more", .vary = anotherRecirculationPort, .with = { anyCall } },
+          { .name = "no port", .vary = noRecirculationPort },
+          { .name = "no hardware port", .vary = noHardwarePort, .with = { anyCall, noPortId } } } );
+}
+
+// A case of a recipe that looks its row up.
+struct LookupCase {
+    std::string_view name; ///< ends with the row that is there
+    Names with;
+    std::string_view returns = {};
+    Given given = {};
+    std::optional<Given> row = {}; ///< the arguments it was programmed with; nothing: it is absent
+    Vary vary = {};
+    std::string_view stopsBy = {};
+};
+
+// If the lookup answers the opposite, the recipe goes on as in the case of the same name that ends
+// with the opposite row. A name without a row: it goes on as it would have.
+std::string_view fallbackOf( const std::vector<LookupCase> & table, std::string_view name ) {
+    constexpr std::string_view absent = "row absent";
+    const std::size_t row = name.find( "row " );
+    if ( row == name.npos )
+        return name;
+    const auto found = std::find_if( table.begin(), table.end(), [&]( const LookupCase & each ) {
+        return each.name.substr( 0, row ) == name.substr( 0, row ) &&
+               each.name.substr( row ) == ( name.ends_with( absent ) ? "row present" : absent );
+    } );
+    return found == table.end() ? std::string_view() : found->name;
+}
+
+void addLookups( Cases & cases, std::string_view recipe, std::string_view programs,
+                 const Names & telltales, const std::vector<LookupCase> & table ) {
+    Cases ofRecipe;
+    for ( const LookupCase & each : table ) {
+        ofRecipe.push_back( { .name = each.name,
+                              .arguments = each.given,
+                              .vary = each.vary,
+                              .returns = each.returns,
+                              .stopsBy = each.stopsBy,
+                              .fallback = fallbackOf( table, each.name ),
+                              .with = each.with } );
+        if ( each.row )
+            ofRecipe.back().before = { { programs, *each.row } };
+    }
+    add( cases, recipe, telltales, std::move( ofRecipe ) );
 }
 
 void addSystemPortCases( Cases & cases ) {
     constexpr std::string_view program = "programL2IfIngSystemPortTable";
     constexpr std::string_view verify = "verifyL2IfIngSystemPortTable";
     constexpr std::string_view range = "RANGE_TABLE_INDEX";
+    constexpr std::string_view field = "L2_IIF";
     constexpr std::string_view notFound = "Couldn't find h/w entry for system source: ";
-    const Vary plain = chipAttributes( false );
-    const Vary ranged = chipAttributes( true );
-    const SweepCase::Before present{ program };
-    const SweepCase::Before presentForDelete{ program, { { "op", "true" } } };
-    const SweepCase::Before presentDifferently{ program, { { "op", "true" }, { "l2If", "78" } } };
+    const Given removal{ { "op", "false" } };
+    const Given same{ { "op", "true" } };
+    const Given other{ { "op", "true" }, { "l2If", "78" } };
+    const Vary plain = rangeTableIndex( false );
+    const Vary ranged = rangeTableIndex( true );
 
-    cases.push_back( { .recipe = program,
-                       .name = "row absent",
-                       .vary = plain,
-                       .fallback = "row present",
-                       .with = { insert },
-                       .without = { update, remove, range } } );
-    cases.push_back( { .recipe = program,
-                       .name = "row present",
-                       .before = { present },
-                       .vary = plain,
-                       .fallback = "row absent",
-                       .with = { update },
-                       .without = { insert, remove, range } } );
-    cases.push_back( { .recipe = program,
-                       .name = "range index, row absent",
-                       .vary = ranged,
-                       .fallback = "range index, row present",
-                       .with = { insert, range },
-                       .without = { update, remove } } );
-    cases.push_back( { .recipe = program,
-                       .name = "range index, row present",
-                       .before = { present },
-                       .vary = ranged,
-                       .fallback = "range index, row absent",
-                       .with = { update, range },
-                       .without = { insert, remove } } );
-    cases.push_back( { .recipe = program,
-                       .name = "own numbering, row absent",
-                       .vary = giveNumbering,
-                       .fallback = "own numbering, row present",
-                       .with = { insert },
-                       .without = { update, remove, range } } );
-    cases.push_back( { .recipe = program,
-                       .name = "own numbering, row present",
-                       .before = { present },
-                       .vary = giveNumbering,
-                       .fallback = "own numbering, row absent",
-                       .with = { update },
-                       .without = { insert, remove, range } } );
-    cases.push_back( { .recipe = program,
-                       .name = "removal, row absent",
-                       .arguments = { { "op", "false" } },
-                       .vary = plain,
-                       .fallback = "removal, row present",
-                       .with = { notFound },
-                       .without = { insert, update, remove } } );
-    cases.push_back( { .recipe = program,
-                       .name = "removal, row present",
-                       .arguments = { { "op", "false" } },
-                       .before = { presentForDelete },
-                       .vary = plain,
-                       .fallback = "removal, row absent",
-                       .with = { remove },
-                       .without = { insert, update, notFound } } );
     // The assertions come before the lookup's answer is looked at.
-    cases.push_back( { .recipe = program,
-                       .name = "no profile",
-                       .vary = takeProfiles,
-                       .stopsBy = "profile",
-                       .fallback = "no profile",
-                       .without = { insert, update, remove, range } } );
-    cases.push_back( { .recipe = program,
-                       .name = "no chip attributes",
-                       .vary = takeChipAttributes,
-                       .stopsBy = "chipAttr",
-                       .fallback = "no chip attributes",
-                       .without = { insert, update, remove, range } } );
-
-    cases.push_back( { .recipe = verify,
-                       .name = "row absent",
-                       .vary = plain,
-                       .returns = "false",
-                       .fallback = "row present",
-                       .without = { "L2_IIF" } } );
-    cases.push_back( { .recipe = verify,
-                       .name = "row present",
-                       .before = { present },
-                       .vary = plain,
-                       .returns = "true",
-                       .fallback = "row absent",
-                       .with = { "L2_IIF" } } );
-    cases.push_back( { .recipe = verify,
-                       .name = "row differs",
-                       .before = { presentDifferently },
-                       .vary = plain,
-                       .returns = "false",
-                       .fallback = "row absent",
-                       .with = { "L2_IIF" } } );
-    cases.push_back( { .recipe = verify,
-                       .name = "removal, row absent",
-                       .arguments = { { "op", "false" } },
-                       .vary = plain,
-                       .returns = "true",
-                       .fallback = "removal, row present",
-                       .with = { notFound },
-                       .without = { "L2_IIF" } } );
-    cases.push_back( { .recipe = verify,
-                       .name = "removal, row present",
-                       .arguments = { { "op", "false" } },
-                       .before = { presentForDelete },
-                       .vary = plain,
-                       .returns = "false",
-                       .fallback = "removal, row absent",
-                       .without = { "L2_IIF", notFound } } );
+    addLookups( cases, program, program, { insert, update, remove, range, notFound },
+                { { "row absent", { insert }, {}, {}, {}, plain },
+                  { "row present", { update }, {}, {}, same, plain },
+                  { "range index, row absent", { insert, range }, {}, {}, {}, ranged },
+                  { "range index, row present", { update, range }, {}, {}, same, ranged },
+                  { "own numbering, row absent", { insert }, {}, {}, {}, ownNumbering() },
+                  { "own numbering, row present", { update }, {}, {}, same, ownNumbering() },
+                  { "removal, row absent", { notFound }, {}, removal, {}, plain },
+                  { "removal, row present", { remove }, {}, removal, same, plain },
+                  { "no profile", {}, {}, {}, {}, noProfile(), "profile" },
+                  { "no chip attributes", {}, {}, {}, {}, noChipAttributes(), "chipAttr" } } );
+    addLookups( cases, verify, program, { field, notFound },
+                { { "row absent", {}, "false", {}, {}, plain },
+                  { "row present", { field }, "true", {}, same, plain },
+                  { "row differs", { field }, "false", {}, other, plain },
+                  { "removal, row absent", { notFound }, "true", removal, {}, plain },
+                  { "removal, row present", {}, "false", removal, same, plain } } );
 }
 
 void addDestinationCases( Cases & cases ) {
@@ -325,334 +295,194 @@ void addDestinationCases( Cases & cases ) {
     constexpr std::string_view trunk = "\"TRUNK_ID\"";
     constexpr std::string_view isTrunk = "\"IS_TRUNK\"";
     constexpr std::string_view notFound = "Couldn't find h/w entry for l2_eif_id: ";
-    const SweepCase::Before present{ program };
-    const SweepCase::Before presentForDelete{ program, { { "op", "true" } } };
-    const SweepCase::Given lag{ "lag", "true" };
-    const SweepCase::Given removal{ "op", "false" };
+    const Given lag{ { "lag", "true" } };
+    const Given removal{ { "op", "false" } };
+    const Given same{ { "op", "true" } };
+    const Given other{ { "portOrLagId", "6" } };
+    const Given ofPort{ { "lag", "false" } };
 
-    cases.push_back( { .recipe = program,
-                       .name = "port, row absent",
-                       .fallback = "port, row present",
-                       .with = { insert, port },
-                       .without = { update, remove, trunk, isTrunk } } );
-    cases.push_back( { .recipe = program,
-                       .name = "port, row present",
-                       .before = { present },
-                       .fallback = "port, row absent",
-                       .with = { update, port },
-                       .without = { insert, remove, trunk, isTrunk } } );
-    cases.push_back( { .recipe = program,
-                       .name = "trunk, row absent",
-                       .arguments = { lag },
-                       .fallback = "trunk, row present",
-                       .with = { insert, trunk, isTrunk },
-                       .without = { update, remove, port } } );
-    cases.push_back( { .recipe = program,
-                       .name = "trunk, row present",
-                       .arguments = { lag },
-                       .before = { present },
-                       .fallback = "trunk, row absent",
-                       .with = { update, trunk, isTrunk },
-                       .without = { insert, remove, port } } );
-    cases.push_back( { .recipe = program,
-                       .name = "removal, row absent",
-                       .arguments = { removal },
-                       .fallback = "removal, row present",
-                       .with = { notFound },
-                       .without = { insert, update, remove, port, trunk, isTrunk } } );
-    cases.push_back( { .recipe = program,
-                       .name = "removal, row present",
-                       .arguments = { removal },
-                       .before = { presentForDelete },
-                       .fallback = "removal, row absent",
-                       .with = { remove },
-                       .without = { insert, update, port, trunk, isTrunk, notFound } } );
-
+    addLookups( cases, program, program, { insert, update, remove, port, trunk, isTrunk, notFound },
+                { { "port, row absent", { insert, port } },
+                  { "port, row present", { update, port }, {}, {}, same },
+                  { "trunk, row absent", { insert, trunk, isTrunk }, {}, lag },
+                  { "trunk, row present", { update, trunk, isTrunk }, {}, lag, same },
+                  { "removal, row absent", { notFound }, {}, removal },
+                  { "removal, row present", { remove }, {}, removal, same } } );
     // An absent row verifies as present.
-    cases.push_back( { .recipe = verify,
-                       .name = "port, row absent",
-                       .returns = "true",
-                       .fallback = "port, row present",
-                       .without = { port, trunk, isTrunk } } );
-    cases.push_back( { .recipe = verify,
-                       .name = "port, row present",
-                       .before = { present },
-                       .returns = "true",
-                       .fallback = "port, row absent",
-                       .with = { isTrunk, port },
-                       .without = { trunk } } );
-    cases.push_back( { .recipe = verify,
-                       .name = "port, row differs",
-                       .before = { { program, { { "portOrLagId", "6" } } } },
-                       .returns = "false",
-                       .fallback = "port, row absent",
-                       .with = { isTrunk, port },
-                       .without = { trunk } } );
-    cases.push_back( { .recipe = verify,
-                       .name = "trunk, row absent",
-                       .arguments = { lag },
-                       .returns = "true",
-                       .fallback = "trunk, row present",
-                       .without = { port, trunk, isTrunk } } );
-    cases.push_back( { .recipe = verify,
-                       .name = "trunk, row present",
-                       .arguments = { lag },
-                       .before = { present },
-                       .returns = "true",
-                       .fallback = "trunk, row absent",
-                       .with = { isTrunk, trunk },
-                       .without = { port } } );
-    cases.push_back( { .recipe = verify,
-                       .name = "trunk, row differs",
-                       .arguments = { lag },
-                       .before = { { program, { { "portOrLagId", "6" } } } },
-                       .returns = "false",
-                       .fallback = "trunk, row absent",
-                       .with = { isTrunk, trunk },
-                       .without = { port } } );
-    cases.push_back( { .recipe = verify,
-                       .name = "trunk, row of a port",
-                       .arguments = { lag },
-                       .before = { { program, { { "lag", "false" } } } },
-                       .returns = "false",
-                       .fallback = "trunk, row absent",
-                       .with = { isTrunk, trunk },
-                       .without = { port } } );
-    cases.push_back( { .recipe = verify,
-                       .name = "removal, row absent",
-                       .arguments = { removal },
-                       .returns = "true",
-                       .fallback = "removal, row present",
-                       .with = { notFound },
-                       .without = { port, trunk, isTrunk } } );
-    cases.push_back( { .recipe = verify,
-                       .name = "removal, row present",
-                       .arguments = { removal },
-                       .before = { presentForDelete },
-                       .returns = "false",
-                       .fallback = "removal, row absent",
-                       .without = { port, trunk, isTrunk, notFound } } );
+    addLookups( cases, verify, program, { port, trunk, isTrunk, notFound },
+                { { "port, row absent", {}, "true" },
+                  { "port, row present", { isTrunk, port }, "true", {}, same },
+                  { "port, row differs", { isTrunk, port }, "false", {}, other },
+                  { "trunk, row absent", {}, "true", lag },
+                  { "trunk, row present", { isTrunk, trunk }, "true", lag, same },
+                  { "trunk, row differs", { isTrunk, trunk }, "false", lag, other },
+                  { "trunk, row of a port", { isTrunk, trunk }, "false", lag, ofPort },
+                  { "removal, row absent", { notFound }, "true", removal },
+                  { "removal, row present", {}, "false", removal, same } } );
 }
 
 void addTunnelCases( Cases & cases ) {
-    constexpr std::string_view toleratedMessage = "svp entry insertion errored out rc: ";
-    cases.push_back( { .recipe = "setVxlanDefaultNetworkSvp", .name = "any" } );
-    cases.push_back( { .recipe = "setT4XVxlanDefaultNetworkSvp",
-                       .name = "row absent",
-                       .without = { toleratedMessage } } );
-    cases.push_back( { .recipe = "setT4XVxlanDefaultNetworkSvp",
-                       .name = "row present",
-                       .before = { { "setT4XVxlanDefaultNetworkSvp" } },
-                       .with = { toleratedMessage } } );
-    cases.push_back( { .recipe = "setVxlanUdpSourcePortSel", .name = "any" } );
-    cases.push_back( { .recipe = "setVxlanDecapAdaptLookup",
-                       .name = "on",
-                       .with = { "enable ? 1 : 0", "attrib_set", "PT_OPCODE_GET" } } );
-    cases.push_back( { .recipe = "setVxlanDecapAdaptLookup",
-                       .name = "off",
-                       .arguments = { { "enable", "false" } } } );
-    cases.push_back( { .recipe = "getVxlanDecapAdaptLookup",
-                       .name = "on",
-                       .before = { { "setVxlanDecapAdaptLookup", { { "enable", "true" } } } },
-                       .returns = "true",
-                       .without = { "attrib_set" } } );
-    cases.push_back( { .recipe = "getVxlanDecapAdaptLookup",
-                       .name = "off",
-                       .before = { { "setVxlanDecapAdaptLookup", { { "enable", "false" } } } },
-                       .returns = "false",
-                       .without = { "attrib_set" } } );
-    cases.push_back( { .recipe = "setEgrTunnelEcnEncap", .name = "any" } );
-    cases.push_back( { .recipe = "setIngTunnelEcnDecap", .name = "any" } );
+    constexpr std::string_view errored = "svp entry insertion errored out rc: ";
+    constexpr std::string_view tolerating = "setT4XVxlanDefaultNetworkSvp";
+    constexpr std::string_view setter = "setVxlanDecapAdaptLookup";
+    constexpr std::string_view attribute = "attrib_set";
+    add( cases,
+         { "setVxlanDefaultNetworkSvp", "setVxlanUdpSourcePortSel", "setEgrTunnelEcnEncap",
+           "setIngTunnelEcnDecap" },
+         {} );
+    add( cases, tolerating, { errored },
+         { { .name = "row absent" },
+           { .name = "row present", .before = { { tolerating } }, .with = { errored } } } );
+    add( cases, setter, {},
+         { { .name = "on", .with = { "enable ? 1 : 0", attribute, "PT_OPCODE_GET" } },
+           { .name = "off", .arguments = { { "enable", "false" } } } } );
+    const auto set = [&]( std::string_view value ) {
+        return std::vector<SweepCase::Before>{ { setter, { { "enable", value } } } };
+    };
+    add( cases, "getVxlanDecapAdaptLookup", { attribute },
+         { { .name = "on", .before = set( "true" ), .returns = "true" },
+           { .name = "off", .before = set( "false" ), .returns = "false" } } );
 }
 
 void addOpaqueTagCases( Cases & cases ) {
-    constexpr std::string_view valueAssertion = "val == 1";
     constexpr std::string_view type = "OPAQUE_TAG_TYPE";
+    constexpr std::string_view size = "TAG_SIZE";
     constexpr std::string_view etherField = "ETHERTYPE";
-    cases.push_back( { .recipe = "setOpaqueTagIngress", .name = "tag type", .with = { type } } );
-    cases.push_back( { .recipe = "setOpaqueTagIngress",
-                       .name = "no tag type",
-                       .arguments = { { "tagType", "0" } },
-                       .without = { type } } );
-    cases.push_back( { .recipe = "getOpaqueTagIngress",
-                       .name = "set up",
-                       .before = { { "setOpaqueTagIngress" } },
-                       .returns = ethertype,
-                       .with = { type } } );
-    cases.push_back( { .recipe = "getOpaqueTagIngress",
-                       .name = "set up, no tag type",
-                       .arguments = { { "tagType", "0" } },
-                       .before = { { "setOpaqueTagIngress" } },
-                       .returns = ethertype,
-                       .with = { type } } );
-    cases.push_back( { .recipe = "getOpaqueTagIngress",
-                       .name = "another tag type",
-                       .before = { { "setOpaqueTagIngress", { { "tagType", "7" } } } },
-                       .stopsBy = "val == tagType",
-                       .with = { type },
-                       .without = { etherField } } );
-
     struct Parser {
         std::string_view setter;
         std::string_view getter;
         std::string_view table;
+        bool hasType;
         bool hasSize;
         bool hasValid;
     };
     constexpr Parser parsers[] = {
-        { "setOpaqueTagIngress", "getOpaqueTagIngress", "OPAQUE_TAG_CONFIGr", true, true },
-        { "setOpaqueTagEgress", "getOpaqueTagEgress", "EGR_EPARS_OPAQUE_TAG_CONFIGr", true, true },
-        { "setOpaqueTagEgressEfp", "getOpaqueTagEgressEfp", "EGR_EFPPARS_OPAQUE_TAG_CONFIGr", true,
+        { "setOpaqueTagIngress", "getOpaqueTagIngress", "OPAQUE_TAG_CONFIGr", true, true, true },
+        { "setOpaqueTagEgress", "getOpaqueTagEgress", "EGR_EPARS_OPAQUE_TAG_CONFIGr", false, true,
           true },
+        { "setOpaqueTagEgressEfp", "getOpaqueTagEgressEfp", "EGR_EFPPARS_OPAQUE_TAG_CONFIGr", false,
+          true, true },
         { "setInnerOpaqueTagIngress", "getInnerOpaqueTagIngress", "INNER_L2_OPAQUE_TAG_CONFIGr",
-          false, true },
+          false, false, true },
         { "setInnerOpaqueTagEgress", "getInnerOpaqueTagEgress",
-          "EGR_EPARS_INNER_L2_OPAQUE_TAG_CONFIGr", false, true },
+          "EGR_EPARS_INNER_L2_OPAQUE_TAG_CONFIGr", false, false, true },
         { "setInnerOpaqueTagEgressEpmod", "getInnerOpaqueTagEgressEpmod",
-          "EGR_EPMOD_L2_OPAQUE_TAG_CONFIGr", false, false },
+          "EGR_EPMOD_L2_OPAQUE_TAG_CONFIGr", false, false, false },
     };
+    const Given noType{ { "tagType", "0" } };
     for ( const Parser & parser : parsers ) {
-        if ( parser.setter != "setOpaqueTagIngress" ) {
-            cases.push_back( { .recipe = parser.setter, .name = "any", .with = { etherField } } );
-            cases.push_back( { .recipe = parser.getter,
-                               .name = "set up",
-                               .before = { { parser.setter } },
-                               .returns = ethertype,
-                               .without = { type } } );
-        }
-        if ( parser.hasValid )
-            cases.push_back( { .recipe = parser.getter,
-                               .name = "not valid",
-                               .before = { { parser.setter } },
-                               .holds = { { parser.table, "VALID", 0 } },
-                               .stopsBy = valueAssertion,
-                               .without = { "TAG_SIZE", etherField } } );
+        const std::vector<SweepCase::Before> set{ { parser.setter } };
+        Names read{ etherField };
         if ( parser.hasSize )
-            cases.push_back( { .recipe = parser.getter,
-                               .name = "another tag size",
-                               .before = { { parser.setter } },
-                               .holds = { { parser.table, "TAG_SIZE", 0 } },
-                               .stopsBy = valueAssertion,
-                               .with = { "TAG_SIZE" },
-                               .without = { type, etherField } } );
+            read.push_back( size );
+        if ( parser.hasType )
+            read.push_back( type );
+        Cases getting{ { .name = "set up", .before = set, .returns = ethertype, .with = read } };
+        if ( parser.hasType ) {
+            add( cases, parser.setter, { type },
+                 { { .name = "tag type", .with = { type } },
+                   { .name = "no tag type", .arguments = noType } } );
+            getting.push_back( { .name = "set up, no tag type",
+                                 .arguments = noType,
+                                 .before = set,
+                                 .returns = ethertype,
+                                 .with = read } );
+            getting.push_back( { .name = "another tag type",
+                                 .before = { { parser.setter, { { "tagType", "7" } } } },
+                                 .stopsBy = "val == tagType",
+                                 .with = { size, type } } );
+        } else
+            add( cases, { parser.setter }, { etherField } );
+        const auto holdsZero = [&]( std::string_view name, std::string_view field, Names with ) {
+            getting.push_back( { .name = name,
+                                 .before = set,
+                                 .holds = { { parser.table, field, 0 } },
+                                 .stopsBy = "val == 1",
+                                 .with = std::move( with ) } );
+        };
+        if ( parser.hasValid )
+            holdsZero( "not valid", "VALID", {} );
+        if ( parser.hasSize )
+            holdsZero( "another tag size", size, { size } );
+        add( cases, parser.getter, { etherField, size, type }, std::move( getting ) );
     }
 }
 
 void addForwardingCases( Cases & cases ) {
-    for ( const std::string_view recipe :
-          { "setDefip128StrengthProfile", "setL3TnlOverlayEgrL3Oif1StrengthProfile",
-            "setL3TnlOverlayNhStrengthProfile", "setL3TnlOverlayEgrIpTnlStrengthProfile",
-            "setL3TnlUnderlayIngNhStrengthProfile" } )
-        cases.push_back( { .recipe = recipe, .name = "any", .with = { insert } } );
-
-    constexpr std::string_view mcast = "setMcastV6StrengthProfile";
+    add( cases,
+         { "setDefip128StrengthProfile", "setL3TnlOverlayEgrL3Oif1StrengthProfile",
+           "setL3TnlOverlayNhStrengthProfile", "setL3TnlOverlayEgrIpTnlStrengthProfile",
+           "setL3TnlUnderlayIngNhStrengthProfile" },
+         { insert } );
     constexpr std::string_view skipping = "Skipping for KOVA profile";
+    constexpr std::string_view usual = "RPA_ID_STRENGTH";
     constexpr std::string_view extra = "MTU_PROFILE_PTR_STRENGTH";
-    cases.push_back( { .recipe = mcast,
-                       .name = "past stage 108",
-                       .vary = blockedAt( {} ),
-                       .with = { extra },
-                       .without = { skipping } } );
-    cases.push_back( { .recipe = mcast,
-                       .name = "blocked at stage 108",
-                       .vary = blockedAt( { 108 } ),
-                       .with = { "RPA_ID_STRENGTH" },
-                       .without = { skipping, extra } } );
-    cases.push_back( { .recipe = mcast,
-                       .name = "blocked at stage 55",
-                       .vary = blockedAt( { 55 } ),
-                       .with = { skipping },
-                       .without = { "bcmlt_" } } );
+    add( cases, "setMcastV6StrengthProfile", { anyCall, skipping, extra, usual },
+         { { .name = "past stage 108", .vary = blockedAt( {} ), .with = { anyCall, usual, extra } },
+           { .name = "blocked at stage 108",
+             .vary = blockedAt( { 108 } ),
+             .with = { anyCall, usual } },
+           { .name = "blocked at stage 55", .vary = blockedAt( { 55 } ), .with = { skipping } } } );
 }
 
 void addEventCases( Cases & cases ) {
-    for ( const std::string_view recipe : { "setLearnCacheEnabled", "setLearnCacheDropEnabled" } ) {
-        cases.push_back( { .recipe = recipe,
-                           .name = "row absent",
-                           .vary = emptyLearnCacheTables,
-                           .fallback = "row present",
-                           .with = { insert },
-                           .without = { update } } );
-        cases.push_back( { .recipe = recipe,
-                           .name = "row present",
-                           .before = { { recipe, { { "enable", "false" } } } },
-                           .vary = emptyLearnCacheTables,
-                           .fallback = "row absent",
-                           .with = { update },
-                           .without = { insert } } );
-    }
-    for ( const std::string_view recipe :
-          { "programMonTraceCpu", "programPacketTraceForL3DstLookupMiss",
-            "programPacketTraceForL3HdrError", "programPacketTraceForTtlError",
-            "programPacketDropForMtuError" } )
-        cases.push_back( { .recipe = recipe, .name = "any", .with = { insert } } );
+    for ( const std::string_view recipe : { "setLearnCacheEnabled", "setLearnCacheDropEnabled" } )
+        addLookups( cases, recipe, recipe, { insert, update },
+                    { { "row absent", { insert }, {}, {}, {}, emptyLearnCacheTables() },
+                      { "row present",
+                        { update },
+                        {},
+                        {},
+                        Given{ { "enable", "false" } },
+                        emptyLearnCacheTables() } } );
+    add( cases,
+         { "programMonTraceCpu", "programPacketTraceForL3DstLookupMiss",
+           "programPacketTraceForL3HdrError", "programPacketTraceForTtlError",
+           "programPacketDropForMtuError" },
+         { insert } );
 }
 
 void addControlCases( Cases & cases ) {
+    constexpr std::string_view seed = "\"SEED\"";
+    const Names skipped{ "skipping register 0", "skipping register 1", "skipping register 2" };
+    const Names second{ "IPOST_LAG_RAND_NUM_CTRL_1r", "IPOST_LAG_RAND_NUM_SEED_1m" };
+    const Names all{ "IPOST_LAG_RAND_NUM_CTRL_0r", "IPOST_LAG_RAND_NUM_SEED_0m",
+                     "IPOST_LAG_RAND_NUM_CTRL_1r", "IPOST_LAG_RAND_NUM_SEED_1m",
+                     "IPOST_LAG_RAND_NUM_CTRL_2r", "IPOST_LAG_RAND_NUM_SEED_2m" };
     for ( const std::string_view recipe :
-          { "setLoadBalanceRandSeedCtrl", "setLoadBalanceRandSeedMem" } ) {
-        const Vary noSecond =
-            lacking( { "IPOST_LAG_RAND_NUM_CTRL_1r", "IPOST_LAG_RAND_NUM_SEED_1m" } );
-        const Vary none = lacking( { "IPOST_LAG_RAND_NUM_CTRL_0r", "IPOST_LAG_RAND_NUM_SEED_0m",
-                                     "IPOST_LAG_RAND_NUM_CTRL_1r", "IPOST_LAG_RAND_NUM_SEED_1m",
-                                     "IPOST_LAG_RAND_NUM_CTRL_2r", "IPOST_LAG_RAND_NUM_SEED_2m" } );
-        cases.push_back(
-            { .recipe = recipe, .name = "all instances", .without = { "skipping register" } } );
-        cases.push_back( { .recipe = recipe,
-                           .name = "no instance 1",
-                           .vary = noSecond,
-                           .with = { "\"SEED\"", "skipping register 1" },
-                           .without = { "skipping register 2" } } );
-        cases.push_back( { .recipe = recipe,
-                           .name = "no instance",
-                           .vary = none,
-                           .with = { "skipping register 0" },
-                           .without = { "\"SEED\"", "skipping register 1" } } );
-    }
+          { "setLoadBalanceRandSeedCtrl", "setLoadBalanceRandSeedMem" } )
+        add( cases, recipe, { seed, skipped[0], skipped[1], skipped[2] },
+             { { .name = "all instances", .with = { seed } },
+               { .name = "no instance 1", .vary = lacking( second ), .with = { seed, skipped[1] } },
+               { .name = "no instance", .vary = lacking( all ), .with = { skipped[0] } } } );
     constexpr std::string_view info = "ENABLE_THDO_INFO";
-    cases.push_back( { .recipe = "mmuSpecialConfigInitPipe", .name = "any", .with = { info } } );
-    cases.push_back( { .recipe = "mmuSpecialConfigInitPipe",
-                       .name = "info not disabled",
-                       .arguments = { { "disableThdoInfo", "false" } },
-                       .without = { info } } );
-    cases.push_back( { .recipe = "resetIngEnEfilterBitMap", .name = "any" } );
-    cases.push_back( { .recipe = "resetIngEnEfilterBitMap",
-                       .name = "no bits",
-                       .arguments = { { "bitMapBits", "0" } } } );
-    constexpr std::string_view hash = "setEmRobustHashDisable";
-    cases.push_back( { .recipe = hash, .name = "all memories", .with = { "ROBUST_HASH_EN" } } );
-    cases.push_back(
-        { .recipe = hash,
-          .name = "the first two absent",
-          .vary = lacking( { "EFTA30_E2T_00_HASH_CONTROLm", "EFTA30_E2T_01_HASH_CONTROLm" } ),
-          .with = { "ROBUST_HASH_EN" } } );
-    cases.push_back(
-        { .recipe = hash,
-          .name = "no memory",
-          .vary = lacking( { "EFTA30_E2T_00_HASH_CONTROLm", "EFTA30_E2T_01_HASH_CONTROLm",
-                             "IFTA30_E2T_00_HASH_CONTROLm", "IFTA40_E2T_00_HASH_CONTROLm",
-                             "IFTA40_E2T_01_HASH_CONTROLm" } ),
-          .without = { "ROBUST_HASH_EN" } } );
-    cases.push_back( { .recipe = "setFlexctrIngressCounterActionEnable", .name = "any" } );
-    cases.push_back( { .recipe = "setFlexctrEgressCounterActionEnable", .name = "any" } );
-    cases.push_back( { .recipe = "enable1BitEccRpt", .name = "any", .with = { update } } );
-
-    constexpr std::string_view vlan = "setVlanXlateMissDrop";
-    cases.push_back( { .recipe = vlan,
-                       .name = "blocked at stage 64",
-                       .vary = blockedAt( { 64, 106 } ),
-                       .without = { "bcmlt_", "unit: " } } );
-    cases.push_back( { .recipe = vlan,
-                       .name = "blocked at stage 106",
-                       .vary = blockedAt( { 106 } ),
-                       .with = { insert },
-                       .without = { update } } );
-    cases.push_back( { .recipe = vlan,
-                       .name = "past stage 106",
-                       .holds = { { "R_VLAN_XLATE_MISS_POLICY", "OPAQUE_CTRL_ID", 1 } },
-                       .vary = blockedAt( {} ),
-                       .with = { update },
-                       .without = { insert } } );
+    add( cases, "mmuSpecialConfigInitPipe", { info },
+         { { .name = "any", .with = { info } },
+           { .name = "info not disabled", .arguments = { { "disableThdoInfo", "false" } } } } );
+    add( cases, "resetIngEnEfilterBitMap", {},
+         { { .name = "any" }, { .name = "no bits", .arguments = { { "bitMapBits", "0" } } } } );
+    constexpr std::string_view hashing = "ROBUST_HASH_EN";
+    const Names twoMemories{ "EFTA30_E2T_00_HASH_CONTROLm", "EFTA30_E2T_01_HASH_CONTROLm" };
+    const Names memories{ "EFTA30_E2T_00_HASH_CONTROLm", "EFTA30_E2T_01_HASH_CONTROLm",
+                          "IFTA30_E2T_00_HASH_CONTROLm", "IFTA40_E2T_00_HASH_CONTROLm",
+                          "IFTA40_E2T_01_HASH_CONTROLm" };
+    add( cases, "setEmRobustHashDisable", { hashing },
+         { { .name = "all memories", .with = { hashing } },
+           { .name = "the first two absent", .vary = lacking( twoMemories ), .with = { hashing } },
+           { .name = "no memory", .vary = lacking( memories ) } } );
+    add( cases, { "setFlexctrIngressCounterActionEnable", "setFlexctrEgressCounterActionEnable" },
+         {} );
+    add( cases, { "enable1BitEccRpt" }, { update } );
+    const SweepCase::Holds row{ "R_VLAN_XLATE_MISS_POLICY", "OPAQUE_CTRL_ID", 1 };
+    add( cases, "setVlanXlateMissDrop", { anyCall, "unit: ", insert, update },
+         { { .name = "blocked at stage 64", .vary = blockedAt( { 64, 106 } ) },
+           { .name = "blocked at stage 106",
+             .vary = blockedAt( { 106 } ),
+             .with = { anyCall, "unit: ", insert } },
+           { .name = "past stage 106",
+             .holds = { row },
+             .vary = blockedAt( {} ),
+             .with = { anyCall, "unit: ", update } } } );
 }
 
 Cases makeCases() {
@@ -665,11 +495,8 @@ Cases makeCases() {
     addForwardingCases( cases );
     addEventCases( cases );
     addControlCases( cases );
-    const auto place = []( const SweepCase & each ) {
-        return std::distance( recipes().data(), findRecipe( each.recipe ) );
-    };
-    std::stable_sort( cases.begin(), cases.end(), [&]( const SweepCase & a, const SweepCase & b ) {
-        return place( a ) < place( b );
+    std::stable_sort( cases.begin(), cases.end(), []( const SweepCase & a, const SweepCase & b ) {
+        return findRecipe( a.recipe ) < findRecipe( b.recipe );
     } );
     return cases;
 }

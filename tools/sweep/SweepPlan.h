@@ -64,8 +64,8 @@ struct SweepCase {
         uint64_t value = 0;
     };
 
-    std::string_view recipe;
-    std::string_view name;
+    std::string_view recipe = {};
+    std::string_view name = {};
     /// Where they differ from the samples.
     std::vector<Given> arguments = {};
     std::vector<Before> before = {};
