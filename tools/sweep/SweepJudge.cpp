@@ -1,6 +1,7 @@
 #include "tools/sweep/SweepJudge.h"
 
 #include "sim/Chip.h"
+#include "text/Escape.h"
 
 #include <fmt/format.h>
 
@@ -22,9 +23,9 @@ bool contains( std::string_view text, std::string_view part ) {
     return text.find( part ) != std::string_view::npos;
 }
 
-std::string rcEnding( int rc ) { return " (rc:" + std::to_string( rc ) + ")"; }
+std::string rcEnding( int rc ) { return fmt::format( " (rc:{})", rc ); }
 
-std::string quoted( std::string_view text ) { return "\"" + std::string( text ) + "\""; }
+std::string quoted( std::string_view text ) { return fmt::format( "\"{}\"", text ); }
 
 std::string errorText( int rc ) { return Sim::Chip().errmsg( rc ); }
 
@@ -47,26 +48,34 @@ TableId tableOf( const ObservedCall & call ) {
 
 // --- A report as it was written
 
+/// Takes a number off the front of a text; 0 if there is none.
+int takeNumber( std::string_view & text ) {
+    int number = 0;
+    const char * const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars( text.data(), end, number );
+    text.remove_prefix( static_cast<std::size_t>( rest - text.data() ) );
+    return error == std::errc() ? number : 0;
+}
+
 struct Report {
     int line = 0;
-    std::string text;
+    std::string_view text;
 };
 
 /// "FILE:LINE TEXT API ERROR:..." in the first line; nothing if that is not what stands there.
 std::optional<Report> parseReport( std::string_view standardError ) {
-    const std::string_view first = standardError.substr( 0, standardError.find( '\n' ) );
-    const std::size_t end = first.find( " API ERROR:" );
-    if ( end == std::string_view::npos || !first.starts_with( sourceFile ) )
+    std::string_view rest = standardError.substr( 0, standardError.find( " API ERROR:" ) );
+    if ( rest.size() == standardError.size() || contains( rest, "\n" ) ||
+         !rest.starts_with( sourceFile ) )
         return {};
-    const std::string_view rest = first.substr( 0, end ).substr( sourceFile.size() );
-    const std::size_t blank = rest.find( ' ' );
-    Report report;
-    if ( !rest.starts_with( ':' ) || blank == std::string_view::npos ||
-         std::from_chars( rest.data() + 1, rest.data() + blank, report.line ).ptr !=
-             rest.data() + blank )
+    rest.remove_prefix( sourceFile.size() );
+    if ( !rest.starts_with( ':' ) )
         return {};
-    report.text = rest.substr( blank + 1 );
-    return report;
+    rest.remove_prefix( 1 );
+    const int line = takeNumber( rest );
+    if ( line == 0 || !rest.starts_with( ' ' ) )
+        return {};
+    return Report{ line, rest.substr( 1 ) };
 }
 
 // --- Expectations
@@ -156,13 +165,13 @@ class Builder {
         } else if ( kind == CallKind::mustMiss && rc >= 0 ) {
             end( assertion( "rc < 0", pattern.call.line, pattern.next ) );
         } else if ( kind == CallKind::endsRecipe && rc != 0 ) {
-            tell( expected_.function + " skipping register " + std::to_string( allocates() - 1 ) );
+            tell( fmt::format( "{} skipping register {}", expected_.function, allocates() - 1 ) );
             end( {} );
         } else if ( kind == CallKind::tolerated ) {
             toldOwnMessage_ = true;
             if ( rc < 0 )
-                tell( expected_.signature +
-                      " svp entry insertion errored out rc: " + std::to_string( rc ) );
+                tell( fmt::format( "{} svp entry insertion errored out rc: {}", expected_.signature,
+                                   rc ) );
         }
     }
 
@@ -187,7 +196,7 @@ class Builder {
         const std::size_t end =
             std::min( text.find_first_not_of( "0123456789", first ), text.size() );
         return text.replace( first, end - first,
-                             std::to_string( Sim::Chip().BCMLT_INVALID_HDL() ) );
+                             fmt::to_string( Sim::Chip().BCMLT_INVALID_HDL() ) );
     }
 
     static SweepEnding assertion( std::string_view expression, int behind, int before ) {
@@ -242,63 +251,51 @@ class Builder {
     int lastRc_ = 0;
 };
 
-/// The calls of an undisturbed run from `first` to before `last`, with the codes that they had
-/// there.
-void addCalls( Builder & builder, const SweepRun & run, std::size_t first, std::size_t last ) {
+/// The calls of an undisturbed run from `first` to before `last`. `answer` says what each returns,
+/// and may change what it is.
+template <class Answer>
+void addCalls( Builder & builder, const SweepRun & run, std::size_t first, std::size_t last,
+               const Answer & answer, Builder::Handle handle = Builder::Handle::valid ) {
     for ( std::size_t i = first; i < last; ++i ) {
-        builder.addMessages( run, i );
-        const Pattern pattern = patternOf( run, i );
-        const int rc = pattern.call.isCheck() ? builder.lastRc() : pattern.call.operation.rc;
+        builder.addMessages( run, i, handle );
+        Pattern pattern = patternOf( run, i );
+        const int answered = answer( pattern.call );
+        const int rc = pattern.call.isCheck() ? builder.lastRc() : answered;
         builder.addCall( pattern, rc, rc >= 0 );
     }
 }
 
 /// The same to the end.
-void addRest( Builder & builder, const SweptCase & swept, std::size_t first ) {
+template <class Answer>
+void addRest( Builder & builder, const SweptCase & swept, std::size_t first, const Answer & answer,
+              Builder::Handle handle = Builder::Handle::valid ) {
     const SweepRun & run = *swept.undisturbed;
-    addCalls( builder, run, first, run.calls.size() );
-    builder.addMessages( run, run.calls.size() );
+    addCalls( builder, run, first, run.calls.size(), answer, handle );
+    builder.addMessages( run, run.calls.size(), handle );
     builder.endAsPlanned( *swept.prepared->plan );
 }
 
-/// The same with a handle that never was one: the chip refuses every call.
-void addRestOfInvalidHandle( Builder & builder, const SweptCase & swept, std::size_t first ) {
-    const SweepRun & run = *swept.undisturbed;
-    for ( std::size_t i = first; i < run.calls.size() && !builder.isOver(); ++i ) {
-        builder.addMessages( run, i, Builder::Handle::invalid );
-        Pattern pattern = patternOf( run, i );
-        pattern.call.operation.handle = 0;
-        pattern.call.operation.unit = -1;
-        pattern.call.operation.table.clear();
-        const int rc = pattern.call.isCheck() ? builder.lastRc() : toInt( Sim::Rc::unknownHandle );
-        builder.addCall( pattern, rc, false );
-    }
+/// What the chip answered then.
+int sameAnswer( const ObservedCall & call ) { return call.operation.rc; }
+
+/// What it answers where the handle never was one.
+int answerToInvalidHandle( ObservedCall & call ) {
+    call.operation.handle = 0;
+    call.operation.unit = -1;
+    call.operation.table.clear();
+    return toInt( Sim::Rc::unknownHandle );
 }
 
-/// What the chip answers to a call that follows a lookup which did not tell the truth.
-int refusalOf( const ObservedCall & call ) {
+/// What it answers behind a lookup that did not tell the truth: the opposite holds.
+int answerToOpposite( const ObservedCall & call ) {
     using Interpose::SdkCall;
     if ( call.is( SdkCall::entryFieldGet ) )
         return toInt( Sim::Rc::fieldNotCarried );
     if ( !call.is( SdkCall::entryCommit ) )
-        return 0;
+        return call.operation.rc;
     return toInt( call.operation.opcode.constant == SdkCall::opcodeInsert
                       ? Sim::Rc::entryExists
                       : Sim::Rc::entryNotFound );
-}
-
-/// The calls after a lookup as the fallback makes them, on a chip where the opposite holds.
-void addRestOfFallback( Builder & builder, const SweptCase & fallback, std::size_t first ) {
-    const SweepRun & run = *fallback.undisturbed;
-    for ( std::size_t i = first; i < run.calls.size(); ++i ) {
-        builder.addMessages( run, i );
-        const Pattern pattern = patternOf( run, i );
-        const int refusal = refusalOf( pattern.call );
-        const int rc = refusal != 0 ? refusal : pattern.call.operation.rc;
-        builder.addCall( pattern, rc, rc >= 0 );
-    }
-    builder.addMessages( run, run.calls.size() );
-    builder.endAsPlanned( *fallback.prepared->plan );
 }
 
 /// The first allocate at or behind `first`.
@@ -345,24 +342,18 @@ class Differences {
 
   private:
     static std::string word( bool value ) { return value ? "yes" : "no"; }
-    static std::string word( int value ) { return std::to_string( value ); }
-    static std::string word( std::size_t value ) { return std::to_string( value ); }
     static std::string word( const std::string & value ) {
-        std::string line = value;
-        for ( auto end = line.find( '\n' ); end != std::string::npos; end = line.find( '\n', end ) )
-            line.replace( end, 1, "\\n" );
-        return line.empty() ? "nothing" : quoted( line );
+        return value.empty() ? "nothing" : quoted( Text::printable( value ) );
     }
-    static std::string word( const std::vector<std::string> & values ) {
-        std::string text;
-        for ( const std::string & value : values )
-            text += ( text.empty() ? "" : ", " ) + quoted( value );
-        return text.empty() ? "none" : text;
+    template <class Number>
+    static std::string word( const Number & value ) {
+        return fmt::to_string( value );
     }
-    static std::string word( const std::vector<int> & values ) {
+    template <class T>
+    static std::string word( const std::vector<T> & values ) {
         std::string text;
-        for ( const int value : values )
-            text += ( text.empty() ? "" : ", " ) + std::to_string( value );
+        for ( const T & value : values )
+            text += ( text.empty() ? "" : ", " ) + word( value );
         return text.empty() ? "none" : text;
     }
 
@@ -371,7 +362,7 @@ class Differences {
 
 void compareCall( Differences & differences, std::size_t index, const ObservedCall & seen,
                   const ObservedCall & expected ) {
-    const std::string where = "call " + std::to_string( index + 1 );
+    const std::string where = fmt::format( "call {}", index + 1 );
     if ( inWords( seen ) != inWords( expected ) ) {
         differences.compare( where, inWords( seen ), inWords( expected ) );
         return;
@@ -395,71 +386,45 @@ void compareCalls( Differences & differences, const SweepExpectation & expectati
     for ( std::size_t i = 0; i < common; ++i )
         compareCall( differences, i, run.calls[i], expectation.calls[i] );
     if ( run.calls.size() > common )
-        differences.add( std::to_string( run.calls.size() - common ) +
-                         " calls too many, the first is " + inWords( run.calls[common] ) );
+        differences.add( fmt::format( "{} calls too many, the first is {}",
+                                      run.calls.size() - common, inWords( run.calls[common] ) ) );
     if ( expectation.calls.size() > common )
-        differences.add( std::to_string( expectation.calls.size() - common ) +
-                         " calls are missing, the first is " +
-                         inWords( expectation.calls[common] ) );
+        differences.add( fmt::format( "{} calls are missing, the first is {}",
+                                      expectation.calls.size() - common,
+                                      inWords( expectation.calls[common] ) ) );
     const auto hooks =
         static_cast<std::size_t>( std::count_if( expectation.calls.begin(), expectation.calls.end(),
                                                  []( const auto & call ) { return call.hook; } ) );
     differences.compare( "pre-call hooks", run.preCallHooks, hooks );
 }
 
-/// The line of the standard assertion failure, and what it must look like.
-struct AssertionLine {
-    std::string before; ///< up to the line number
-    std::string after;
-};
-
-AssertionLine assertionLine( const SweepExpectation & expectation, std::string_view expression ) {
-    return {
-        std::string( ::program_invocation_short_name ) + ": " + std::string( sourceFile ) + ":",
-        ": " + expectation.signature + ": Assertion `" + std::string( expression ) + "' failed." };
-}
-
 void compareStandardError( Differences & differences, const SweepExpectation & expectation,
                            const SweepRun & run ) {
     const SweepEnding & ending = expectation.ending;
-    switch ( ending.kind ) {
-    case SweepEnding::Kind::returns:
-        differences.compare( "standard error", run.standardError, std::string() );
-        return;
-    case SweepEnding::Kind::report: {
-        const AssertionLine stop = assertionLine( expectation, "0" );
-        const std::string line = std::to_string( ending.line );
-        differences.compare( "standard error", run.standardError,
-                             std::string( sourceFile ) + ":" + line + " " + ending.text +
-                                 " API ERROR:" + errorText( ending.rc ) + " (" +
-                                 std::to_string( ending.rc ) + ")\n" + stop.before + line +
-                                 stop.after + "\n" );
-        return;
+    const bool reports = ending.kind == SweepEnding::Kind::report;
+    const std::string before =
+        fmt::format( "{}: {}:", ::program_invocation_short_name, sourceFile );
+    int line = ending.line;
+    std::string expected;
+    if ( reports )
+        expected = fmt::format( "{}:{} {} API ERROR:{} ({})\n", sourceFile, line, ending.text,
+                                errorText( ending.rc ), ending.rc );
+    if ( ending.kind == SweepEnding::Kind::assertion ) {
+        // Its line is known no better than that it lies between two calls.
+        std::string_view seen = run.standardError;
+        seen.remove_prefix( seen.starts_with( before ) ? before.size() : seen.size() );
+        line = takeNumber( seen );
+        if ( line != 0 &&
+             ( line <= ending.line || ( ending.before != 0 && line >= ending.before ) ) )
+            differences.add( fmt::format(
+                "the assertion stands in line {}, expected behind {}{}", line, ending.line,
+                ending.before == 0 ? "" : fmt::format( " and before {}", ending.before ) ) );
     }
-    case SweepEnding::Kind::assertion:
-        break;
-    }
-    // The line of an assertion is known no better than that it lies between two calls.
-    const AssertionLine stop = assertionLine( expectation, ending.expression );
-    std::string_view number = run.standardError;
-    const std::string after = stop.after + "\n";
-    int line = 0;
-    const bool framed = number.starts_with( stop.before ) && number.ends_with( after ) &&
-                        number.size() > stop.before.size() + after.size();
-    if ( framed ) {
-        number.remove_prefix( stop.before.size() );
-        number.remove_suffix( after.size() );
-        const char * const end = number.data() + number.size();
-        if ( std::from_chars( number.data(), end, line ).ptr != end )
-            line = 0;
-    }
-    if ( line == 0 )
-        differences.compare( "standard error", run.standardError, stop.before + "LINE" + after );
-    else if ( line <= ending.line || ( ending.before != 0 && line >= ending.before ) )
-        differences.add(
-            "the assertion stands in line " + std::to_string( line ) + ", expected behind " +
-            std::to_string( ending.line ) +
-            ( ending.before == 0 ? "" : " and before " + std::to_string( ending.before ) ) );
+    if ( ending.kind != SweepEnding::Kind::returns )
+        expected += fmt::format( "{}{}: {}: Assertion `{}' failed.\n", before,
+                                 line == 0 ? "LINE" : fmt::to_string( line ), expectation.signature,
+                                 reports ? "0" : ending.expression );
+    differences.compare( "standard error", run.standardError, expected );
 }
 
 void compareEnding( Differences & differences, const SweepExpectation & expectation,
@@ -529,44 +494,29 @@ bool occurs( const SweepRun & run, std::string_view part ) {
 
 } // namespace
 
-int codeOf( SweepFault::Kind kind ) {
-    switch ( kind ) {
-    case SweepFault::Kind::fails:
-        return -1;
-    case SweepFault::Kind::positive:
-        return 1;
-    case SweepFault::Kind::succeeds:
-    case SweepFault::Kind::invalidHandle:
-        break;
-    }
-    return 0;
+namespace {
+
+struct FaultKind {
+    std::string_view name;
+    std::string_view text;
+    int code;
+};
+
+/// In the order of the kinds.
+constexpr FaultKind faultKinds[] = { { "fails", "returns -1", -1 },
+                                     { "positive", "returns 1", 1 },
+                                     { "succeeds", "returns 0", 0 },
+                                     { "invalid-handle", "leaves the handle invalid", 0 } };
+
+const FaultKind & infoOf( SweepFault::Kind kind ) {
+    return faultKinds[static_cast<std::size_t>( kind )];
 }
 
-std::string toText( SweepFault::Kind kind ) {
-    switch ( kind ) {
-    case SweepFault::Kind::fails:
-    case SweepFault::Kind::positive:
-    case SweepFault::Kind::succeeds:
-        return "returns " + std::to_string( codeOf( kind ) );
-    case SweepFault::Kind::invalidHandle:
-        break;
-    }
-    return "leaves the handle invalid";
-}
+} // namespace
 
-std::string_view name( SweepFault::Kind kind ) {
-    switch ( kind ) {
-    case SweepFault::Kind::fails:
-        return "fails";
-    case SweepFault::Kind::positive:
-        return "positive";
-    case SweepFault::Kind::succeeds:
-        return "succeeds";
-    case SweepFault::Kind::invalidHandle:
-        break;
-    }
-    return "invalid-handle";
-}
+int codeOf( SweepFault::Kind kind ) { return infoOf( kind ).code; }
+std::string toText( SweepFault::Kind kind ) { return std::string( infoOf( kind ).text ); }
+std::string_view name( SweepFault::Kind kind ) { return infoOf( kind ).name; }
 
 std::string toText( const SweepExpectation & expectation ) {
     const SweepEnding & ending = expectation.ending;
@@ -574,7 +524,7 @@ std::string toText( const SweepExpectation & expectation ) {
     case SweepEnding::Kind::returns:
         return ending.result.empty() ? "returns" : "returns " + ending.result;
     case SweepEnding::Kind::assertion:
-        return "stops by the assertion \"" + ending.expression + "\"";
+        return fmt::format( "stops by the assertion \"{}\"", ending.expression );
     case SweepEnding::Kind::report:
         break;
     }
@@ -597,7 +547,7 @@ const ObservedCall * refusedCall( const PreparedCase & prepared, const SweepRun 
 
 SweepExpectation expectUndisturbed( const PreparedCase & prepared, const SweepRun & undisturbed ) {
     Builder builder( prepared, undisturbed );
-    addRest( builder, { &prepared, &undisturbed }, 0 );
+    addRest( builder, { &prepared, &undisturbed }, 0, sameAnswer );
     return std::move( builder.expected() );
 }
 
@@ -608,8 +558,8 @@ std::vector<std::string> judgeUndisturbed( const PreparedCase & prepared,
     for ( std::size_t i = 0; i < undisturbed.calls.size(); ++i ) {
         const ObservedCall call = patternOf( undisturbed, i ).call;
         if ( !textFits( call ) )
-            differences.push_back( "call " + std::to_string( i + 1 ) + ": the text " +
-                                   quoted( call.text ) + " does not say " + inWords( call ) );
+            differences.push_back( fmt::format( "call {}: the text \"{}\" does not say {}", i + 1,
+                                                call.text, inWords( call ) ) );
     }
     if ( !prepared.isReference )
         return differences;
@@ -664,7 +614,7 @@ SweepExpectation expectFault( const SweptCase & swept, const SweptCase * fallbac
     const SweepRun & run = *swept.undisturbed;
     const Recipe & recipe = *swept.prepared->recipe;
     Builder builder( *swept.prepared, run );
-    addCalls( builder, run, 0, fault.call );
+    addCalls( builder, run, 0, fault.call, sameAnswer );
 
     const Pattern pattern = patternOf( run, fault.call );
     const ObservedCall & struck = pattern.call;
@@ -678,13 +628,13 @@ SweepExpectation expectFault( const SweptCase & swept, const SweptCase * fallbac
 
     const std::size_t next = fault.call + 1;
     if ( invalid )
-        addRestOfInvalidHandle( builder, swept, next );
+        addRest( builder, swept, next, answerToInvalidHandle, Builder::Handle::invalid );
     else if ( kind == CallKind::lookup && answersOpposite( struck, fault.kind ) )
-        addRestOfFallback( builder, *fallback, next );
+        addRest( builder, *fallback, next, answerToOpposite );
     else if ( kind == CallKind::skipsTable && code != 0 )
-        addRest( builder, swept, nextAllocate( run, next ) );
+        addRest( builder, swept, nextAllocate( run, next ), sameAnswer );
     else
-        addRest( builder, swept, next );
+        addRest( builder, swept, next, sameAnswer );
 
     SweepExpectation expected = std::move( builder.expected() );
     if ( kind == CallKind::ignored && code < 0 )

@@ -22,6 +22,7 @@
 #include <exception>
 #include <map>
 #include <mutex>
+#include <numeric>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
@@ -31,8 +32,6 @@
 #include <thread>
 #include <unistd.h>
 #include <utility>
-
-namespace Tool {} // namespace Tool
 
 // What a run has to say goes from its process to the sweep's as JSON.
 
@@ -189,8 +188,8 @@ void runHere( const PreparedCase & prepared, const std::optional<Interpose::Faul
     ::alarm( patience );
     try {
         runHere( prepared, fault, setup, log );
-    } catch ( const std::exception & trouble ) {
-        complain( trouble.what() );
+    } catch ( const std::exception & error ) {
+        complain( error.what() );
         ::_exit( 2 );
     }
     ::_exit( 0 );
@@ -209,13 +208,9 @@ class MemoryFile {
         if ( descriptor_ < 0 )
             throwTrouble( "make a file in memory" );
     }
-    ~MemoryFile() {
-        if ( descriptor_ >= 0 )
-            ::close( descriptor_ );
-    }
-    MemoryFile( MemoryFile && other ) noexcept
-        : descriptor_( std::exchange( other.descriptor_, -1 ) ) {}
-    MemoryFile & operator=( MemoryFile && ) = delete;
+    ~MemoryFile() { ::close( descriptor_ ); }
+    MemoryFile( const MemoryFile & ) = delete;
+    MemoryFile & operator=( const MemoryFile & ) = delete;
 
     int descriptor() const { return descriptor_; }
 
@@ -229,7 +224,7 @@ class MemoryFile {
     }
 
   private:
-    int descriptor_;
+    const int descriptor_;
 };
 
 // What the standard streams still hold would be written by each child as well, as soon as one of
@@ -244,7 +239,7 @@ class ChildRun {
   public:
     ChildRun( const PreparedCase & prepared, const std::optional<Interpose::Fault> & fault,
               const SweepSetup & setup )
-        : log_( "run" ), standardError_( "standard error" ), process_( forkClean() ) {
+        : process_( forkClean() ) {
         if ( process_ < 0 )
             throwTrouble( "start a process" );
         if ( process_ == 0 )
@@ -254,10 +249,8 @@ class ChildRun {
         if ( process_ > 0 )
             wait();
     }
-    ChildRun( ChildRun && other ) noexcept
-        : log_( std::move( other.log_ ) ), standardError_( std::move( other.standardError_ ) ),
-          process_( std::exchange( other.process_, -1 ) ) {}
-    ChildRun & operator=( ChildRun && ) = delete;
+    ChildRun( const ChildRun & ) = delete;
+    ChildRun & operator=( const ChildRun & ) = delete;
 
     // Waits until it is over.
     SweepRun result() {
@@ -283,8 +276,8 @@ class ChildRun {
         return status;
     }
 
-    MemoryFile log_;
-    MemoryFile standardError_;
+    const MemoryFile log_{ "run" };
+    const MemoryFile standardError_{ "standard error" };
     pid_t process_;
 };
 
@@ -366,6 +359,11 @@ bool allReference( const Model & model ) {
     const Sim::Schema reference = Sim::referenceSchema();
     return std::all_of( model.chips.begin(), model.chips.end(),
                         [&]( const auto & chip ) { return chip.schema == reference; } );
+}
+
+template <class Items, class Condition>
+std::size_t count( const Items & items, const Condition & condition ) {
+    return static_cast<std::size_t>( std::count_if( items.begin(), items.end(), condition ) );
 }
 
 class Sweeper {
@@ -521,30 +519,24 @@ class Sweeper {
 } // namespace
 
 std::size_t SweepReport::faults() const {
-    std::size_t count = 0;
-    for ( const SweepCaseReport & each : cases )
-        count += each.faults.size();
-    return count;
+    return std::transform_reduce( cases.begin(), cases.end(), std::size_t( 0 ), std::plus<>(),
+                                  []( const auto & each ) { return each.faults.size(); } );
 }
 
 std::size_t SweepReport::leftOut() const {
-    return static_cast<std::size_t>( std::count_if(
-        cases.begin(), cases.end(), []( const auto & each ) { return !each.leftOut.empty(); } ) );
+    return count( cases, []( const auto & each ) { return !each.leftOut.empty(); } );
 }
 
 std::size_t SweepReport::refused() const {
-    return static_cast<std::size_t>( std::count_if(
-        cases.begin(), cases.end(), []( const auto & each ) { return !each.refused.empty(); } ) );
+    return count( cases, []( const auto & each ) { return !each.refused.empty(); } );
 }
 
 std::size_t SweepReport::unexpected() const {
-    std::size_t count = 0;
-    for ( const SweepCaseReport & each : cases ) {
-        count += each.differences.empty() ? 0 : 1;
-        for ( const SweepFaultReport & fault : each.faults )
-            count += fault.differences.empty() ? 0 : 1;
-    }
-    return count;
+    const auto differs = []( const auto & each ) { return !each.differences.empty(); };
+    std::size_t all = count( cases, differs );
+    for ( const SweepCaseReport & each : cases )
+        all += count( each.faults, differs );
+    return all;
 }
 
 SweepReport sweepRecipes( const Model & model, const std::vector<const Recipe *> & recipes,
