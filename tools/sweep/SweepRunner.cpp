@@ -198,7 +198,7 @@ void runHere( const PreparedCase & prepared, const std::optional<Interpose::Faul
 // --- In the process of the sweep
 
 [[noreturn]] void throwTrouble( const char * what ) {
-    throw Trouble( std::string( "the sweep cannot " ) + what + ": " + std::strerror( errno ) );
+    throw Trouble( fmt::format( "the sweep cannot {}: {}", what, std::strerror( errno ) ) );
 }
 
 // A file in memory that a child writes and its parent reads.
