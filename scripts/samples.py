@@ -27,7 +27,8 @@ GENERATED = {"recipes.md", "performance.md"}
 
 BLOCK = re.compile(r"(?:<!-- (?P<file>[^:\n]+): (?P<names>[^\n]+) -->\n)?```(?P<kind>console|cpp)\n(?P<body>.*?)```\n", re.DOTALL)
 PIECE = r" *// sample: {}\n(.*?) *// end of sample\n"
-TIME = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.(\d{6}|\d{9})Z (\d+)")
+TIME = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.(\d{6}|\d{9})Z( \d+)?")
+PROCESS = re.compile(r"\bprocess \d+")
 
 
 def normalised(output):
@@ -37,9 +38,9 @@ def normalised(output):
     def replacement(match):
         nonlocal count
         count += 1
-        return f"2026-03-01T07:30:00.{count:06d}{'0' * (len(match[1]) - 6)}Z 4711"
+        return f"2026-03-01T07:30:00.{count:06d}{'0' * (len(match[1]) - 6)}Z{' 4711' if match[2] else ''}"
 
-    return TIME.sub(replacement, output)
+    return PROCESS.sub("process 4711", TIME.sub(replacement, output))
 
 
 def run(command, folder):

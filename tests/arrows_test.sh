@@ -24,7 +24,8 @@ allowed[tools/run]="tools/model interpose ${allowed[tools/model]}"
 allowed[tools/explain]="tools/run ${allowed[tools/run]}"
 allowed[tools/sweep]=${allowed[tools/explain]}
 allowed[tools/recording]="tools/run tracereader ${allowed[tools/run]}"
-allowed[tools/cli]="tools/explain tools/recording tools/sweep tracereader ${allowed[tools/explain]}"
+allowed[tools/diagnose]="tools/model tracereader ${allowed[tools/model]}"
+allowed[tools/cli]="tools/diagnose tools/explain tools/recording tools/sweep tracereader ${allowed[tools/explain]}"
 
 # The room of a file, or of a project include; nothing for others.
 room_of() {

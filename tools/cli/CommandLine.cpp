@@ -53,6 +53,7 @@ class CommandLine {
         addDump();
         addTrace();
         addDiff();
+        addDiagnose();
     }
 
     int run( int argc, const char * const * argv ) {
@@ -267,6 +268,30 @@ class CommandLine {
         } );
     }
 
+    void addDiagnose() {
+        CLI::App & verb = addVerb(
+            "diagnose", "Tells from a crash report where and why the library stopped a process",
+            "cairn-lt diagnose agent.log\n"
+            "journalctl -u agent | cairn-lt diagnose --trace /var/lib/agent/trace\n"
+            "cairn-lt diagnose agent.log --library libCairnLtHelper.so.old --format json",
+            "The report is any text that holds what the process wrote to standard error: a log, a "
+            "journal, several processes mixed. Places are known by the text of the call, so that "
+            "the report may be of another release. Exit code 1 if the report holds nothing that "
+            "the library writes.\n" );
+        verb.add_option( "report", diagnose_.report,
+                         "The report; standard input if left out, or \"-\"" );
+        verb.add_option( "--trace", diagnose_.trace,
+                         "The binary trace of the process: a file, or a folder that holds some" );
+        verb.add_option( "--library", diagnose_.library,
+                         "The library file of the release that wrote the report" );
+        addChips( verb, diagnose_.chips );
+        addFormat( verb );
+        onVerb( verb, [this] {
+            diagnose_.format = parseFormat( texts_.format, "--format" );
+            return Tool::diagnose( diagnose_ );
+        } );
+    }
+
     // --- What verbs share
 
     CLI::App & addVerb( const char * name, const char * description, const std::string & examples,
@@ -429,6 +454,7 @@ class CommandLine {
     DumpOptions dump_;
     TraceOptions trace_;
     DiffOptions diff_;
+    DiagnoseOptions diagnose_;
 };
 
 } // namespace

@@ -105,6 +105,21 @@ struct TraceOptions {
 /// what can be read is shown. 2 if what was named cannot be read, and nothing else was named.
 int trace( const TraceOptions & options );
 
+struct DiagnoseOptions {
+    /// Any text; "-" is standard input.
+    std::string report = "-";
+    /// A trace file, or a folder that holds some; empty: none.
+    std::string trace;
+    /// The library file of the release that wrote the report; empty: this program's.
+    std::string library;
+    ChipOptions chips;
+    Format format = Format::text;
+};
+
+/// Where and why the library stopped a process, from what the process wrote. 1 if the report has
+/// nothing of it.
+int diagnose( const DiagnoseOptions & options );
+
 struct DumpOptions {
     std::string state;
     std::vector<std::string> tables;

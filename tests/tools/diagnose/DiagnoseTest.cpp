@@ -1,0 +1,255 @@
+#include "tests/support/TemporaryFolder.h"
+#include "tests/tools/Program.h"
+#include "tools/diagnose/Diagnosis.h"
+#include "tools/recipes/Registry.h"
+#include "tools/sweep/SweepPlan.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include <cstddef>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+// From a report to the place and its meaning; and the verb.
+
+namespace {
+
+using Json = nlohmann::json;
+using Tool::Diagnosis;
+using Tool::ReportReader;
+using Tool::SiteTable;
+using ToolTest::cairnLt;
+using ToolTest::Outcome;
+
+// --- Each call of each recipe that stops the process
+
+std::vector<std::string> runOf( const Tool::Recipe & recipe, const std::string & state ) {
+    std::vector<std::string> command{ "run", std::string( recipe.name ) };
+    for ( const Tool::Parameter & parameter : recipe.parameters() )
+        command.emplace_back( !parameter.sample.empty() ? parameter.sample
+                              : parameter.isUnit()      ? "0"
+                                                        : "chip0" );
+    command.insert( command.end(), { "--state", state } );
+    return command;
+}
+
+// What the tool itself says was called: "bcmlt_entry_field_add entry 1 TABLE FIELD = ...".
+std::vector<std::string> lastCall( const Outcome & run ) {
+    constexpr std::string_view mark = "last SDK call: ";
+    const auto lines = ToolTest::linesWith( run.err, std::string( mark ) );
+    if ( lines.empty() )
+        return {};
+    std::vector<std::string> words;
+    std::string word;
+    for ( const char c : lines[0].substr( lines[0].find( mark ) + mark.size() ) + " " ) {
+        if ( c != ' ' )
+            word += c;
+        else
+            words.push_back( std::exchange( word, {} ) );
+    }
+    return words;
+}
+
+TEST( DiagnoseTest, EveryCallThatStopsARecipeIsFoundByItsStandardError ) {
+    const Support::TemporaryFolder folder;
+    const SiteTable table = SiteTable::own();
+    std::size_t stops = 0;
+    for ( const Tool::Recipe & recipe : Tool::recipes() ) {
+        const std::string prepared = folder.path( std::string( recipe.name ) + ".json" );
+        if ( const Tool::Recipe * first = Tool::findRecipe( recipe.preparedBy ) )
+            cairnLt( runOf( *first, prepared ) );
+        const std::string before = Support::contents( prepared );
+        for ( int at = 1;; ++at ) {
+            const std::string state =
+                before.empty() ? folder.path( "fresh.json" ) : folder.write( "state.json", before );
+            if ( before.empty() )
+                std::filesystem::remove( state );
+            std::vector<std::string> command = runOf( recipe, state );
+            command.insert( command.end(), { "--inject", "rc=-77,at=" + std::to_string( at ) } );
+            const Outcome run = cairnLt( command );
+            if ( run.err.find( "never struck" ) != std::string::npos )
+                break;
+            if ( run.signal == 0 )
+                continue; // a call whose code the recipe looks at itself
+            SCOPED_TRACE( run.err );
+            ++stops;
+            ReportReader report;
+            for ( const std::string & line : ToolTest::lines( run.err ) )
+                report.add( line );
+            ASSERT_EQ( report.stops().size(), 1u );
+            const Diagnosis found =
+                Tool::diagnose( report.stops()[0], table, Sim::referenceSchema() );
+            EXPECT_EQ( found.found, Diagnosis::Found::exactly );
+            EXPECT_EQ( found.function, Tool::outputOf( recipe ).name );
+            const std::vector<std::string> called = lastCall( run );
+            ASSERT_GT( called.size(), 3u );
+            ASSERT_EQ( found.sites.size(), 1u );
+            if ( report.stops()[0].kind == Tool::Stop::Kind::apiError ) {
+                EXPECT_EQ( found.stop.rc, -77 );
+                if ( found.sites[0].text != "rc" ) {
+                    EXPECT_TRUE( found.sites[0].text.starts_with( called[0] + "(" ) );
+                    EXPECT_FALSE( found.inWords.empty() );
+                }
+            }
+        }
+    }
+    EXPECT_GT( stops, 250u );
+}
+
+// --- Other releases
+
+Tool::Stop stopAt( int line, const char * text, const char * signature = "" ) {
+    return { .kind = Tool::Stop::Kind::apiError,
+             .line = line,
+             .text = text,
+             .words = "w",
+             .rc = -27,
+             .signature = signature };
+}
+
+constexpr const char * tableText =
+    "cairn-lt sites 1\t1.2\n"
+    "10\tone\t0\trecipe\tvoid Cairn::one(uint32_t)\n"
+    "11\tone\t1\tguarded\tbcmlt_entry_allocate( unit, \"A\", &e )\n"
+    "12\tone\t2\tguarded\tbcmlt_entry_free( e )\n"
+    "20\ttwo\t0\trecipe\tvoid Cairn::two(uint32_t)\n"
+    "21\ttwo\t1\tguarded\tbcmlt_entry_allocate( unit, \"B\", &e )\n"
+    "22\ttwo\t2\tunchecked\tbcmlt_entry_commit( e, BCMLT_OPCODE_LOOKUP, P )\n"
+    "23\ttwo\t3\tguarded\tbcmlt_entry_free( e )\n";
+
+Diagnosis diagnosed( const Tool::Stop & stop ) {
+    return Tool::diagnose( stop, SiteTable::parse( tableText, "table" ), Sim::referenceSchema() );
+}
+
+TEST( DiagnoseTest, TextTellsWhereTheLineIsOfAnotherRelease ) {
+    const Diagnosis found = diagnosed( stopAt( 99, "bcmlt_entry_allocate( unit, \"B\", &e )" ) );
+    EXPECT_EQ( found.found, Diagnosis::Found::byText );
+    EXPECT_EQ( found.function, "two" );
+    EXPECT_EQ( found.inWords, "allocates an entry of B" );
+}
+
+TEST( DiagnoseTest, LineOfAnotherTextIsNotBelieved ) {
+    const Diagnosis found = diagnosed( stopAt( 11, "bcmlt_entry_allocate( unit, \"B\", &e )" ) );
+    EXPECT_EQ( found.found, Diagnosis::Found::byText );
+    EXPECT_EQ( found.function, "two" );
+}
+
+TEST( DiagnoseTest, SameTextInTwoRecipesIsNarrowedByTheSignature ) {
+    const Diagnosis found =
+        diagnosed( stopAt( 99, "bcmlt_entry_free( e )", "void Cairn::two(uint32_t)" ) );
+    EXPECT_EQ( found.found, Diagnosis::Found::byText );
+    EXPECT_EQ( found.sites.at( 0 ).line, 23 );
+    // A signature that changed between the releases still names the recipe.
+    EXPECT_EQ( diagnosed( stopAt( 99, "bcmlt_entry_free( e )", "bool Cairn::one(bool)" ) )
+                   .sites.at( 0 )
+                   .line,
+               12 );
+}
+
+TEST( DiagnoseTest, SameTextInTwoRecipesIsToldAsCandidates ) {
+    const Diagnosis found = diagnosed( stopAt( 99, "bcmlt_entry_free( e )" ) );
+    EXPECT_EQ( found.found, Diagnosis::Found::ambiguous );
+    EXPECT_EQ( found.sites.size(), 2u );
+    EXPECT_EQ( found.function, "" );
+    EXPECT_EQ( found.inWords, "" );
+}
+
+TEST( DiagnoseTest, UnknownTextAndUncheckedCallsAreNowhere ) {
+    EXPECT_EQ( diagnosed( stopAt( 12, "bcmlt_entry_free( x )" ) ).found,
+               Diagnosis::Found::nowhere );
+    EXPECT_EQ( diagnosed( stopAt( 22, "bcmlt_entry_commit( e, BCMLT_OPCODE_LOOKUP, P )" ) ).found,
+               Diagnosis::Found::nowhere );
+}
+
+TEST( DiagnoseTest, CallsAreToldInWords ) {
+    const SiteTable own = SiteTable::own();
+    std::vector<std::string> words;
+    for ( const Tool::Site & site : own.sites() ) {
+        if ( site.isCall() ) {
+            EXPECT_NE( Tool::inWords( site, own ), "" ) << site.text;
+            if ( site.recipe == "setEgrTunnelEcnEncap" )
+                words.push_back( Tool::inWords( site, own ) );
+        }
+    }
+    EXPECT_EQ( words, ( std::vector<std::string>{
+                          "allocates an entry of EGR_TUNNEL_ECN_ENCAPm",
+                          "adds BCMLT_PT_INDEX = index to the entry of EGR_TUNNEL_ECN_ENCAPm",
+                          "adds OUTER_ECN = outerEcn to the entry of EGR_TUNNEL_ECN_ENCAPm",
+                          "commits the entry of EGR_TUNNEL_ECN_ENCAPm, BCMLT_PT_OPCODE_MODIFY",
+                          "frees the entry of EGR_TUNNEL_ECN_ENCAPm" } ) );
+}
+
+// --- The verb
+
+TEST( DiagnoseTest, VerbTellsPlaceMeaningAndWhatWasSaidBefore ) {
+    const Support::TemporaryFolder folder;
+    const std::string trace = folder.path( "trace" );
+    const Outcome run = cairnLt( { "run", "setLoadBalanceRandSeedCtrl", "0", "12345", "--trace-dir",
+                                   trace, "--inject", "op=pt_entry_commit,rc=-30,at=2" } );
+    ASSERT_NE( run.signal, 0 );
+    const std::string report = folder.write( "report", "before\n" + run.err );
+    const Outcome told = cairnLt( { "diagnose", report, "--trace", trace } );
+    EXPECT_EQ( told.exitCode, 0 );
+    EXPECT_EQ( told.err, "" );
+    for ( const char * part :
+          { "line 2: an SDK call failed\n",
+            "\n  recipe    setLoadBalanceRandSeedCtrl (Load-balance random seeds): ",
+            "\n  step      call 4 of 5: commits the entry, BCMLT_PT_OPCODE_MODIFY\n",
+            "\n  SDK       out of memory (-30)\n",
+            "Z setLoadBalanceRandSeedCtrl unit: 0 seed: 12345\n" } )
+        EXPECT_NE( told.out.find( part ), std::string::npos ) << part << "\n" << told.out;
+
+    const Json json =
+        Json::parse( cairnLt( { "diagnose", report, "--trace", trace, "--format", "json" } ).out );
+    EXPECT_EQ( json["count"], 1 );
+    EXPECT_EQ( json["stops"][0]["recipe"], "setLoadBalanceRandSeedCtrl" );
+    EXPECT_EQ( json["stops"][0]["rc"], -30 );
+    EXPECT_EQ( json["stops"][0]["found"], "exactly" );
+    EXPECT_EQ( json["stops"][0]["sites"][0]["call"], 4 );
+    EXPECT_EQ( json["stops"][0]["trace"]["before"][0]["text"],
+               "setLoadBalanceRandSeedCtrl unit: 0 seed: 12345" );
+}
+
+TEST( DiagnoseTest, ReportWithoutAStopIsAnswerNo ) {
+    const Support::TemporaryFolder folder;
+    const Outcome run = cairnLt( { "diagnose", folder.write( "report", "all is well\n" ) } );
+    EXPECT_EQ( run.exitCode, 1 );
+    EXPECT_EQ( run.out, "nothing in the report says that this library stopped a process\n" );
+}
+
+TEST( DiagnoseTest, BytesThatAreNoTextAreEscaped ) {
+    const Support::TemporaryFolder folder;
+    const std::string report = folder.write(
+        "report", "Cairn/CairnLtHelper:1 f( x ) API ERROR:bad \xff\x1b[1m words (-1)\n" );
+    const Outcome json = cairnLt( { "diagnose", report, "--format", "json" } );
+    EXPECT_EQ( Json::parse( json.out )["stops"][0]["words"], "bad \\xff\\x1b[1m words" );
+    EXPECT_NE( cairnLt( { "diagnose", report } ).out.find( "bad \\xff\\x1b[1m words (-1)" ),
+               std::string::npos );
+}
+
+TEST( DiagnoseTest, BadInputIsOneLineAndExitCodeTwo ) {
+    const Support::TemporaryFolder folder;
+    const std::string report = folder.write( "report", "x" );
+    const auto refused = []( const std::vector<std::string> & arguments ) {
+        std::vector<std::string> command{ "diagnose" };
+        command.insert( command.end(), arguments.begin(), arguments.end() );
+        const Outcome run = cairnLt( command );
+        EXPECT_EQ( run.exitCode, 2 );
+        EXPECT_EQ( run.out, "" );
+        return run.err;
+    };
+    const std::string none = folder.path( "none" );
+    EXPECT_EQ( refused( { none } ),
+               "cairn-lt: " + none + ": cannot be read: No such file or directory\n" );
+    EXPECT_EQ( refused( { report, "--trace", folder.path() } ),
+               "cairn-lt: " + folder.path() + ": no trace files (*.fleetlog) in this directory\n" );
+    EXPECT_EQ( ToolTest::lines( refused( { report, "--trace", report } ) ).size(), 1u );
+    EXPECT_EQ( ToolTest::lines( refused( { report, "--library", report } ) ).size(), 1u );
+}
+
+} // namespace

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// What a release of the library can stop at: the list that the library file itself carries.
+
+namespace Tool {
+
+/// A call, an assertion or a recipe in the source of the library.
+struct Site {
+    enum class Kind {
+        recipe,    ///< the text is its signature as assertions print it
+        guarded,   ///< a call whose failure is reported and stops
+        lockKept,  ///< the same, with the activity lock kept
+        unchecked, ///< a call whose code the recipe looks at itself
+        ignored,   ///< a call whose code nobody looks at
+        assertion,
+    };
+    Kind kind;
+    int line;
+    std::string recipe;
+    int call; ///< number of the call in the source of the recipe, from 1; others: of the call before
+    std::string text;
+
+    bool isCall() const { return kind != Kind::recipe && kind != Kind::assertion; }
+    bool canFail() const { return kind == Kind::guarded || kind == Kind::lockKept; }
+};
+
+class SiteTable {
+  public:
+    /// The table in a library file. InputError if the file cannot be read, is no such library, or is
+    /// of a release that carries no table.
+    static SiteTable fromLibrary( const std::string & file );
+
+    /// That of the library that this program runs with.
+    static SiteTable own();
+
+    /// Reads the contents of the section. InputError that names `file`.
+    static SiteTable parse( std::string_view contents, const std::string & file );
+
+    /// The release.
+    const std::string & version() const { return version_; }
+    const std::vector<Site> & sites() const { return sites_; }
+
+    /// The recipe whose signature this is; empty if there is none.
+    std::string recipeOf( std::string_view signature ) const;
+
+    /// How many calls stand in the source of a recipe.
+    int callsOf( std::string_view recipe ) const;
+
+    /// The call of the recipe that allocates the entry which this call works on: the nearest one
+    /// before it with the same variable. Null if there is none.
+    const Site * allocateOf( const Site & call ) const;
+
+  private:
+    std::string version_;
+    std::vector<Site> sites_;
+};
+
+/// The arguments of a call text, "bcmlt_entry_free( entry )", without the blanks around them.
+std::vector<std::string> argumentsOf( std::string_view callText );
+
+} // namespace Tool
