@@ -273,21 +273,28 @@ class CommandLine {
             "diagnose", "Tells from a crash report where and why the library stopped a process",
             "cairn-lt diagnose agent.log\n"
             "journalctl -u agent | cairn-lt diagnose --trace /var/lib/agent/trace\n"
-            "cairn-lt diagnose agent.log --library libCairnLtHelper.so.old --format json",
+            "cairn-lt diagnose agent.log --library libCairnLtHelper.so.old --format json\n"
+            "cairn-lt diagnose reports/ --format ndjson",
             "The report is any text that holds what the process wrote to standard error: a log, a "
             "journal, several processes mixed. Places are known by the text of the call, so that "
-            "the report may be of another release. Exit code 1 if the report holds nothing that "
-            "the library writes.\n" );
-        verb.add_option( "report", diagnose_.report,
-                         "The report; standard input if left out, or \"-\"" );
+            "the report may be of another release. Of several reports, or a folder of them, the "
+            "stops are grouped by recipe, call and code. Exit code 1 if nothing is found, or a "
+            "report cannot be read.\n" );
+        verb.add_option( "reports", diagnose_.reports,
+                         "Reports, or folders of them; standard input if left out, or \"-\"" );
+        verb.add_flag( "--group", diagnose_.group, "Groups the stops of one report, too" );
         verb.add_option( "--trace", diagnose_.trace,
                          "The binary trace of the process: a file, or a folder that holds some" );
         verb.add_option( "--library", diagnose_.library,
                          "The library file of the release that wrote the report" );
         addChips( verb, diagnose_.chips );
-        addFormat( verb );
+        verb.add_option( "--format", texts_.format,
+                         "text (the default), json, or ndjson: a line for each stop" );
         onVerb( verb, [this] {
-            diagnose_.format = parseFormat( texts_.format, "--format" );
+            if ( texts_.format == "ndjson" )
+                diagnose_.format = DiagnoseFormat::ndjson;
+            else if ( parseFormat( texts_.format, "--format" ) == Format::json )
+                diagnose_.format = DiagnoseFormat::json;
             return Tool::diagnose( diagnose_ );
         } );
     }

@@ -2,6 +2,7 @@
 #include "text/Time.h"
 #include "tools/cli/Verbs.h"
 #include "tools/diagnose/Diagnosis.h"
+#include "tools/diagnose/Fleet.h"
 #include "tools/diagnose/LastRecords.h"
 #include "tools/diagnose/Report.h"
 #include "tools/model/Errors.h"
@@ -9,14 +10,19 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <sys/stat.h>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -30,10 +36,17 @@ using Found = Diagnosis::Found;
 // A line of a report that is longer is taken to be two.
 constexpr std::size_t longestLine = 1 << 20;
 
+// A report that goes on beyond this is no report.
+constexpr std::uint64_t longestReport = std::uint64_t( 16 ) << 30;
+
+std::string nameOf( const std::string & report ) {
+    return report == "-" ? "standard input" : report;
+}
+
 ReportReader readReport( const std::string & path ) {
     const bool isInput = path == "-";
     const auto refuse = [&]( int error ) {
-        return InputError( isInput ? "standard input" : path, 0,
+        return InputError( nameOf( path ), 0,
                            fmt::format( "cannot be read: {}", std::strerror( error ) ) );
     };
     const std::unique_ptr<std::FILE, void ( * )( std::FILE * )> file(
@@ -46,7 +59,12 @@ ReportReader readReport( const std::string & path ) {
     ReportReader report;
     std::string rest;
     std::array<char, 1 << 16> buffer;
+    std::uint64_t sizeSoFar = 0;
     while ( const std::size_t size = std::fread( buffer.data(), 1, buffer.size(), file.get() ) ) {
+        sizeSoFar += size;
+        if ( sizeSoFar > longestReport )
+            throw InputError( nameOf( path ), 0, "is larger than 16 GiB",
+                              "give a part of it, \"tail -c 1G FILE | cairn-lt diagnose\"" );
         std::string_view chunk( buffer.data(), size );
         for ( std::size_t end = chunk.find( '\n' ); end != std::string_view::npos;
               end = chunk.find( '\n' ) ) {
@@ -195,6 +213,12 @@ std::string textOf( const Diagnosis & diagnosis, const SiteTable & table,
 // What is not UTF-8 in a report is escaped.
 std::string valid( std::string_view text ) { return Text::printable( text ); }
 
+constexpr const char * kindNames[] = { "api_error", "assertion", "lock_misuse" };
+constexpr const char * foundNames[] = { "exactly", "by_text", "ambiguous", "nowhere", "not_asked" };
+
+const char * nameOf( Stop::Kind kind ) { return kindNames[static_cast<int>( kind )]; }
+const char * nameOf( Found found ) { return foundNames[static_cast<int>( found )]; }
+
 Json siteJson( const Site & site ) {
     return { { "line", site.line },
              { "recipe", site.recipe },
@@ -204,9 +228,7 @@ Json siteJson( const Site & site ) {
 
 Json jsonOf( const Diagnosis & diagnosis, const Context & context ) {
     const Stop & stop = diagnosis.stop;
-    constexpr const char * kinds[] = { "api_error", "assertion", "lock_misuse" };
-    constexpr const char * found[] = { "exactly", "by_text", "ambiguous", "nowhere", "not_asked" };
-    Json json{ { "kind", kinds[static_cast<int>( stop.kind )] },
+    Json json{ { "kind", nameOf( stop.kind ) },
                { "report_line", stop.reportLine },
                { "prefix", valid( stop.prefix ) },
                { "program", valid( stop.program ) } };
@@ -219,7 +241,7 @@ Json jsonOf( const Diagnosis & diagnosis, const Context & context ) {
         json["rc"] = stop.rc;
         json["words"] = valid( stop.words );
     }
-    json["found"] = found[static_cast<int>( diagnosis.found )];
+    json["found"] = nameOf( diagnosis.found );
     Json sites = Json::array();
     for ( const Site & site : diagnosis.sites )
         sites.push_back( siteJson( site ) );
@@ -250,28 +272,21 @@ Json jsonOf( const Diagnosis & diagnosis, const Context & context ) {
     return json;
 }
 
-} // namespace
+// --- One report: each stop in full
 
-int diagnose( const DiagnoseOptions & options ) {
-    const SiteTable table =
-        options.library.empty() ? SiteTable::own() : SiteTable::fromLibrary( options.library );
-    const Model model = modelOf( options.chips );
-    std::optional<LastRecords> records;
-    if ( !options.trace.empty() )
-        records.emplace( options.trace );
-    const ReportReader report = readReport( options.report );
-
+void printStops( const ReportReader & report, const SiteTable & table, const Sim::Schema & schema,
+                 const LastRecords * records, DiagnoseFormat format ) {
     std::string text;
     Json stops = Json::array();
     for ( const Stop & stop : report.stops() ) {
-        const Diagnosis diagnosis = diagnose( stop, table, model.chips.front().schema );
-        const Context context = contextOf( diagnosis, records ? &*records : nullptr );
-        if ( options.format == Format::json )
+        const Diagnosis diagnosis = diagnose( stop, table, schema );
+        const Context context = contextOf( diagnosis, records );
+        if ( format == DiagnoseFormat::json )
             stops.push_back( jsonOf( diagnosis, context ) );
         else
             text += ( text.empty() ? "" : "\n" ) + textOf( diagnosis, table, context );
     }
-    if ( options.format == Format::json )
+    if ( format == DiagnoseFormat::json )
         text = Json{ { "release", table.version() },
                      { "count", report.count() },
                      { "stops", std::move( stops ) } }
@@ -280,13 +295,215 @@ int diagnose( const DiagnoseOptions & options ) {
     else if ( report.count() == 0 )
         text = "nothing in the report says that this library stopped a process\n";
     print( text );
+}
+
+// --- A line for each stop, for data stores
+
+constexpr int lineSchema = 1;
+
+std::string jsonLine( const Diagnosis & diagnosis, const std::string & report,
+                      std::optional<std::int64_t> time, const SiteTable & table ) {
+    const Stop & stop = diagnosis.stop;
+    const Site * const site = diagnosis.sites.size() == 1 ? &diagnosis.sites.front() : nullptr;
+    const bool isError = stop.kind == Stop::Kind::apiError;
+    const auto process = stop.process();
+    const auto orNull = [&]( bool isKnown, Json value ) { return isKnown ? value : Json(); };
+    Json json{ { "schema", lineSchema },
+               { "report", valid( report ) },
+               { "report_line", stop.reportLine },
+               { "time", orNull( time.has_value(), Text::utc( time.value_or( 0 ) ) ) },
+               { "program", orNull( !stop.program.empty(), valid( stop.program ) ) },
+               { "process", orNull( process.has_value(), process.value_or( 0 ) ) },
+               { "release", table.version() },
+               { "kind", nameOf( stop.kind ) },
+               { "found", nameOf( diagnosis.found ) },
+               { "recipe", orNull( !diagnosis.function.empty(), valid( diagnosis.function ) ) },
+               { "call", orNull( site != nullptr && site->isCall(), site ? site->call : 0 ) },
+               { "line", orNull( stop.kind != Stop::Kind::lockMisuse, stop.line ) },
+               { "text", valid( stop.text ) },
+               { "rc", orNull( isError, stop.rc ) },
+               { "words", orNull( isError, valid( stop.words ) ) },
+               { "in_words", orNull( !diagnosis.inWords.empty(), diagnosis.inWords ) } };
+    return json.dump() + "\n";
+}
+
+// --- Many reports: stops by what they have in common
+
+std::string timeText( std::optional<std::int64_t> time ) {
+    constexpr std::size_t toTheSecond = 19;
+    return time ? Text::utc( *time ).substr( 0, toTheSecond ) + "Z" : "-";
+}
+
+std::string groupsText( const Fleet & fleet, std::size_t reports ) {
+    const auto groups = fleet.groups();
+    std::string text =
+        heading( fmt::format( "{} stop{} in {} report{}, {} kind{}", fleet.stops(),
+                              fleet.stops() == 1 ? "" : "s", reports, reports == 1 ? "" : "s",
+                              groups.size(), groups.size() == 1 ? "" : "s" ) ) +
+        "\n";
+    for ( const StopGroup * group : groups ) {
+        const Diagnosis & first = group->first;
+        const Stop & stop = first.stop;
+        text += fmt::format( "\n{} in {} report{}, {} to {}: {}{}\n", group->count, group->reports,
+                             group->reports == 1 ? "" : "s", timeText( group->earliest ),
+                             timeText( group->latest ),
+                             first.function.empty() ? "" : Text::printable( first.function ) + ", ",
+                             endText( stop ) );
+        Sheet sheet;
+        sheet.add( stop.kind == Stop::Kind::assertion ? "expected" : "call",
+                   stop.text == "0" ? "" : stop.text );
+        sheet.add( "step", first.inWords );
+        if ( stop.kind == Stop::Kind::apiError )
+            sheet.add( "SDK", fmt::format( "{} ({})", stop.words, stop.rc ) );
+        sheet.add( "meaning", first.meaning );
+        sheet.add( "example", fmt::format( "{}:{}", group->report, stop.reportLine ) );
+        text += sheet.text();
+    }
+    return text;
+}
+
+Json groupsJson( const Fleet & fleet, std::size_t reports, const SiteTable & table ) {
+    Json groups = Json::array();
+    for ( const StopGroup * group : fleet.groups() ) {
+        Json json{ { "count", group->count }, { "reports", group->reports } };
+        if ( group->earliest ) {
+            json["first"] = Text::utc( *group->earliest );
+            json["last"] = Text::utc( *group->latest );
+        }
+        json["example"] = jsonOf( group->first, {} );
+        json["example"]["report"] = valid( group->report );
+        groups.push_back( std::move( json ) );
+    }
+    return { { "release", table.version() },
+             { "reports", reports },
+             { "stops", fleet.stops() },
+             { "not_kept", fleet.notKept() },
+             { "groups", std::move( groups ) } };
+}
+
+// --- The reports
+
+// When a file was written last: for stops whose lines have no time.
+std::optional<std::int64_t> timeOfFile( const std::string & path ) {
+    struct stat status {};
+    if ( path == "-" || ::stat( path.c_str(), &status ) != 0 )
+        return {};
+    constexpr std::int64_t nanoseconds = 1'000'000'000;
+    return status.st_mtim.tv_sec * nanoseconds + status.st_mtim.tv_nsec;
+}
+
+// The files of what was given: files, folders with all that lies in them, by name.
+std::vector<std::string> filesOf( const std::vector<std::string> & reports ) {
+    namespace fs = std::filesystem;
+    std::vector<std::string> files;
+    for ( const std::string & report : reports ) {
+        std::error_code error;
+        if ( report == "-" || !fs::is_directory( report, error ) ) {
+            files.push_back( report );
+            continue;
+        }
+        const std::size_t first = files.size();
+        for ( fs::recursive_directory_iterator each(
+                  report, fs::directory_options::skip_permission_denied, error );
+              !error && each != fs::recursive_directory_iterator(); each.increment( error ) ) {
+            std::error_code ignored;
+            if ( each->is_regular_file( ignored ) )
+                files.push_back( each->path().string() );
+        }
+        if ( error )
+            throw InputError( report, 0, fmt::format( "cannot be read: {}", error.message() ) );
+        std::sort( files.begin() + static_cast<std::ptrdiff_t>( first ), files.end() );
+    }
+    return files;
+}
+
+// Each stop of each report, to a group or to a line. Returns how many reports could be read.
+std::size_t readAll( const std::vector<std::string> & files, const SiteTable & table,
+                     const Sim::Schema & schema, DiagnoseFormat format, Fleet & fleet,
+                     std::vector<std::string> & findings ) {
+    std::size_t read = 0;
+    constexpr std::size_t outputChunk = 1 << 16;
+    std::string lines;
+    for ( const std::string & file : files ) {
+        try {
+            const ReportReader report = readReport( file );
+            ++read;
+            const auto written = timeOfFile( file );
+            for ( const Stop & stop : report.stops() ) {
+                const Diagnosis diagnosis = diagnose( stop, table, schema );
+                const auto itsTime = timeOf( stop );
+                const auto time = itsTime ? itsTime : written;
+                fleet.add( diagnosis, nameOf( file ), time );
+                if ( format == DiagnoseFormat::ndjson )
+                    lines += jsonLine( diagnosis, nameOf( file ), time, table );
+            }
+            if ( report.count() > report.stops().size() )
+                findings.push_back( fmt::format( "{}: {} of {} stops are taken; divide the report",
+                                                 nameOf( file ), report.stops().size(),
+                                                 report.count() ) );
+        } catch ( const InputError & error ) {
+            if ( files.size() == 1 )
+                throw;
+            findings.emplace_back( error.what() );
+        }
+        if ( lines.size() >= outputChunk ) {
+            print( lines );
+            lines.clear();
+        }
+    }
+    if ( !lines.empty() )
+        print( lines );
+    if ( fleet.notKept() != 0 )
+        findings.push_back(
+            fmt::format( "{} stops are of more kinds than are told apart", fleet.notKept() ) );
+    return read;
+}
+
+void complainOf( const std::vector<std::string> & findings ) {
+    for ( const std::string & finding : findings )
+        complain( finding );
+}
+
+int diagnoseMany( const std::vector<std::string> & files, const SiteTable & table,
+                  const Sim::Schema & schema, DiagnoseFormat format ) {
+    Fleet fleet;
+    std::vector<std::string> findings;
+    const std::size_t read = readAll( files, table, schema, format, fleet, findings );
+    if ( format == DiagnoseFormat::json )
+        print( groupsJson( fleet, read, table ).dump( 2 ) + "\n" );
+    else if ( format == DiagnoseFormat::text )
+        print( groupsText( fleet, read ) );
+    complainOf( findings );
+    return fleet.stops() == 0 || !findings.empty() ? 1 : 0;
+}
+
+} // namespace
+
+int diagnose( const DiagnoseOptions & options ) {
+    const SiteTable table =
+        options.library.empty() ? SiteTable::own() : SiteTable::fromLibrary( options.library );
+    const Model model = modelOf( options.chips );
+    const Sim::Schema & schema = model.chips.front().schema;
+    const std::vector<std::string> reports =
+        options.reports.empty() ? std::vector<std::string>{ "-" } : options.reports;
+    const std::vector<std::string> files = filesOf( reports );
+    const bool areGrouped = options.group || files != reports || files.size() > 1;
+    if ( areGrouped || options.format == DiagnoseFormat::ndjson ) {
+        if ( !options.trace.empty() )
+            throw InputError( "--trace is for one report; leave it out, or name one report" );
+        return diagnoseMany( files, table, schema, options.format );
+    }
+
+    std::optional<LastRecords> records;
+    if ( !options.trace.empty() )
+        records.emplace( options.trace );
+    const ReportReader report = readReport( files.front() );
+    printStops( report, table, schema, records ? &*records : nullptr, options.format );
     if ( report.count() > report.stops().size() )
         complain( fmt::format( "{} of {} stops are shown; give a part of the report",
                                report.stops().size(), report.count() ) );
-    if ( records ) {
-        for ( const std::string & finding : records->findings() )
-            complain( finding );
-    }
+    if ( records )
+        complainOf( records->findings() );
     return report.count() == 0 ? 1 : 0;
 }
 

@@ -105,19 +105,23 @@ struct TraceOptions {
 /// what can be read is shown. 2 if what was named cannot be read, and nothing else was named.
 int trace( const TraceOptions & options );
 
+enum class DiagnoseFormat { text, json, ndjson };
+
 struct DiagnoseOptions {
-    /// Any text; "-" is standard input.
-    std::string report = "-";
-    /// A trace file, or a folder that holds some; empty: none.
+    /// Files with any text, or folders that hold some; "-", or none at all, is standard input.
+    std::vector<std::string> reports;
+    /// Stops are told by what they have in common; so they are if there are several reports.
+    bool group = false;
+    /// A trace file, or a folder that holds some; empty: none. One report only.
     std::string trace;
-    /// The library file of the release that wrote the report; empty: this program's.
+    /// The library file of the release that wrote the reports; empty: this program's.
     std::string library;
     ChipOptions chips;
-    Format format = Format::text;
+    DiagnoseFormat format = DiagnoseFormat::text;
 };
 
-/// Where and why the library stopped a process, from what the process wrote. 1 if the report has
-/// nothing of it.
+/// Where and why the library stopped a process, from what the process wrote. 1 if nothing is found,
+/// or not all reports can be read.
 int diagnose( const DiagnoseOptions & options );
 
 struct DumpOptions {

@@ -9,9 +9,12 @@
 #include <nlohmann/json.hpp>
 
 #include <cstddef>
+#include <fcntl.h>
 #include <filesystem>
+#include <set>
 #include <string>
 #include <string_view>
+#include <sys/stat.h>
 #include <utility>
 #include <vector>
 
@@ -213,6 +216,108 @@ TEST( DiagnoseTest, VerbTellsPlaceMeaningAndWhatWasSaidBefore ) {
     EXPECT_EQ( json["stops"][0]["sites"][0]["call"], 4 );
     EXPECT_EQ( json["stops"][0]["trace"]["before"][0]["text"],
                "setLoadBalanceRandSeedCtrl unit: 0 seed: 12345" );
+}
+
+// --- Many reports
+
+const std::string failedCall =
+    "Cairn/CairnLtHelper:286 bcmlt_entry_field_add( egrTunnelEcnEncapEntry, \"OUTER_ECN\", outerEcn "
+    ") API ERROR:value is too wide for the field (-14)\n";
+const std::string misuse = "Kiln activity lock: taken by a thread that holds it already\n";
+
+class DiagnoseFleetTest : public ::testing::Test {
+  protected:
+    DiagnoseFleetTest() {
+        std::filesystem::create_directories( folder_.path( "more" ) );
+        folder_.write( "a.log", "2026-03-01T07:30:00Z leaf1 agent[1]: " + failedCall );
+        folder_.write( "b.log", "2026-02-01T00:00:00Z leaf2 agent[2]: " + misuse +
+                                    "2026-04-01T00:00:00Z leaf2 agent[3]: " + failedCall );
+        folder_.write( "more/c.log", "all is well\n" );
+    }
+
+    static std::vector<Json> linesOf( const Outcome & run ) {
+        std::vector<Json> all;
+        for ( const std::string & line : ToolTest::lines( run.out ) )
+            all.push_back( Json::parse( line ) );
+        return all;
+    }
+
+    Support::TemporaryFolder folder_;
+};
+
+TEST_F( DiagnoseFleetTest, StopsOfAFolderAreGroupedByWhatTheyHaveInCommon ) {
+    const Outcome run = cairnLt( { "diagnose", folder_.path(), "--format", "json" } );
+    EXPECT_EQ( run.exitCode, 0 ) << run.err;
+    const Json json = Json::parse( run.out );
+    EXPECT_EQ( json["reports"], 3 );
+    EXPECT_EQ( json["stops"], 3 );
+    ASSERT_EQ( json["groups"].size(), 2u );
+    const Json & most = json["groups"][0];
+    EXPECT_EQ( most["count"], 2 );
+    EXPECT_EQ( most["reports"], 2 );
+    EXPECT_EQ( most["first"], "2026-03-01T07:30:00.000000000Z" );
+    EXPECT_EQ( most["last"], "2026-04-01T00:00:00.000000000Z" );
+    EXPECT_EQ( most["example"]["recipe"], "setEgrTunnelEcnEncap" );
+    EXPECT_EQ( most["example"]["report"], folder_.path( "a.log" ) );
+    EXPECT_EQ( json["groups"][1]["example"]["kind"], "lock_misuse" );
+
+    const Outcome text = cairnLt( { "diagnose", folder_.path() } );
+    EXPECT_EQ( ToolTest::lines( text.out ).at( 0 ), "3 stops in 3 reports, 2 kinds" );
+    EXPECT_EQ( ToolTest::lines( text.out ).at( 2 ),
+               "2 in 2 reports, 2026-03-01T07:30:00Z to 2026-04-01T00:00:00Z: "
+               "setEgrTunnelEcnEncap, an SDK call failed" );
+}
+
+TEST_F( DiagnoseFleetTest, OneReportIsGroupedIfThatIsAskedFor ) {
+    const Outcome run = cairnLt( { "diagnose", folder_.path( "b.log" ), "--group" } );
+    EXPECT_EQ( run.exitCode, 0 );
+    EXPECT_EQ( ToolTest::lines( run.out ).at( 0 ), "2 stops in 1 report, 2 kinds" );
+}
+
+TEST_F( DiagnoseFleetTest, LineForEachStopHasAlwaysTheSameMembers ) {
+    const Outcome run = cairnLt( { "diagnose", folder_.path(), "--format", "ndjson" } );
+    EXPECT_EQ( run.exitCode, 0 );
+    const std::vector<Json> all = linesOf( run );
+    ASSERT_EQ( all.size(), 3u );
+    const std::set<std::string> members{
+        "schema", "report", "report_line", "time", "program", "process", "release", "kind",
+        "found",  "recipe", "call",        "line", "text",    "rc",      "words",   "in_words" };
+    for ( const Json & line : all ) {
+        std::set<std::string> found;
+        for ( const auto & [name, value] : line.items() )
+            found.insert( name );
+        EXPECT_EQ( found, members );
+        EXPECT_EQ( line["schema"], 1 );
+    }
+    EXPECT_EQ( all[0]["process"], 1 );
+    EXPECT_EQ( all[0]["rc"], -14 );
+    EXPECT_EQ( all[0]["call"], 3 );
+    EXPECT_EQ( all[1]["kind"], "lock_misuse" );
+    EXPECT_TRUE( all[1]["rc"].is_null() );
+    EXPECT_TRUE( all[1]["recipe"].is_null() );
+}
+
+TEST_F( DiagnoseFleetTest, StopWithoutATimeHasThatOfItsFile ) {
+    const std::string report = folder_.write( "bare.log", failedCall );
+    const timespec time{ .tv_sec = 1'778'025'600, .tv_nsec = 0 };
+    const timespec times[] = { time, time };
+    ASSERT_EQ( ::utimensat( AT_FDCWD, report.c_str(), times, 0 ), 0 );
+    EXPECT_EQ( linesOf( cairnLt( { "diagnose", report, "--format", "ndjson" } ) ).at( 0 )["time"],
+               "2026-05-06T00:00:00.000000000Z" );
+}
+
+TEST_F( DiagnoseFleetTest, ReportThatCannotBeReadHidesNoOther ) {
+    const std::string none = folder_.path( "none.log" );
+    const Outcome run = cairnLt( { "diagnose", folder_.path( "a.log" ), none } );
+    EXPECT_EQ( run.exitCode, 1 );
+    EXPECT_EQ( ToolTest::lines( run.out ).at( 0 ), "1 stop in 1 report, 1 kind" );
+    EXPECT_EQ( run.err, "cairn-lt: " + none + ": cannot be read: No such file or directory\n" );
+}
+
+TEST_F( DiagnoseFleetTest, TraceIsForOneReport ) {
+    const Outcome run = cairnLt( { "diagnose", folder_.path(), "--trace", folder_.path() } );
+    EXPECT_EQ( run.exitCode, 2 );
+    EXPECT_EQ( run.err, "cairn-lt: --trace is for one report; leave it out, or name one report\n" );
 }
 
 TEST( DiagnoseTest, ReportWithoutAStopIsAnswerNo ) {
