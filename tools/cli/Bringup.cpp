@@ -1,9 +1,10 @@
 #include "tools/cli/Verbs.h"
+#include "tools/model/BringupFile.h"
 
 namespace Tool {
 
 int bringup( const BringupOptions & options ) {
-    return Session( loadBringup( options.file ), options.session, Session::Style::steps ).run();
+    return runSession( loadBringup( options.file ), options.session, options.output );
 }
 
 } // namespace Tool

@@ -95,8 +95,9 @@ class CommandLine {
         verb.add_option( "arguments", run_.arguments, "Its arguments" );
         addChips( verb, run_.chips );
         addSession( verb, run_.session );
+        run_.output.style = SessionOutput::Style::results;
         onVerb( verb, [this] {
-            finishSession( run_.session );
+            finishOutput( run_.output );
             run_.chips.state = run_.session.state;
             return Tool::run( run_ );
         } );
@@ -110,7 +111,7 @@ class CommandLine {
         verb.add_option( "file", bringup_.file, "The bring-up file" )->required();
         addSession( verb, bringup_.session );
         onVerb( verb, [this] {
-            finishSession( bringup_.session );
+            finishOutput( bringup_.output );
             return Tool::bringup( bringup_ );
         } );
     }
@@ -359,12 +360,12 @@ class CommandLine {
         addFormat( verb );
     }
 
-    void finishSession( SessionOptions & session ) {
-        session.format = parseFormat( texts_.format, "--format" );
+    void finishOutput( SessionOutput & output ) const {
+        output.format = parseFormat( texts_.format, "--format" );
         if ( texts_.dump.empty() )
             return;
-        session.dump =
-            texts_.dump == "as-format" ? session.format : parseFormat( texts_.dump, "--dump" );
+        output.dump =
+            texts_.dump == "as-format" ? output.format : parseFormat( texts_.dump, "--dump" );
     }
 
     // --- Messages

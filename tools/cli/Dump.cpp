@@ -1,8 +1,8 @@
+#include "tools/cli/Tables.h"
 #include "tools/cli/Verbs.h"
 #include "tools/model/Errors.h"
 #include "tools/model/Files.h"
 #include "tools/model/State.h"
-#include "tools/run/Tables.h"
 
 #include <nlohmann/json.hpp>
 

@@ -1,11 +1,11 @@
 #include "sim/Chip.h"
 #include "text/Numbers.h"
+#include "tools/cli/Output.h"
 #include "tools/cli/Verbs.h"
 #include "tools/explain/Explanation.h"
 #include "tools/model/Arguments.h"
 #include "tools/model/Errors.h"
 #include "tools/model/Files.h"
-#include "tools/run/Output.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>

@@ -13,7 +13,7 @@ int run( const RunOptions & options ) {
                      .arguments = parseArguments( recipe, options.arguments, bringup.model ),
                      .expected = {} };
     bringup.steps.push_back( { .line = 0, .what = std::move( step ) } );
-    return Session( std::move( bringup ), options.session, Session::Style::results ).run();
+    return runSession( std::move( bringup ), options.session, options.output );
 }
 
 } // namespace Tool

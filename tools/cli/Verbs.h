@@ -1,8 +1,8 @@
 #pragma once
 
+#include "tools/cli/Output.h"
+#include "tools/cli/SessionOutput.h"
 #include "tools/model/ChipOptions.h"
-#include "tools/run/Output.h"
-#include "tools/run/Session.h"
 
 #include <optional>
 #include <string>
@@ -35,6 +35,7 @@ struct RunOptions {
     std::vector<std::string> arguments;
     ChipOptions chips;
     SessionOptions session;
+    SessionOutput output;
 };
 
 /// One recipe on simulated chips; prints what it returns.
@@ -43,6 +44,7 @@ int run( const RunOptions & options );
 struct BringupOptions {
     std::string file;
     SessionOptions session;
+    SessionOutput output;
 };
 
 /// All steps of a bring-up file.

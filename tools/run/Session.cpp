@@ -9,7 +9,6 @@
 #include "tools/model/Errors.h"
 #include "tools/model/State.h"
 #include "tools/run/StopHandler.h"
-#include "tools/run/Tables.h"
 
 #include <ChipModel/BringupStage.h>
 #include <Fleetlog/TraceHandle.h>
@@ -18,7 +17,6 @@
 #include <Kiln/TraceSink.h>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cstddef>
@@ -30,8 +28,6 @@
 namespace Tool {
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 void checkNames( const Interpose::Fault & fault, const Model & model, const std::string & option ) {
     if ( fault.unit && model.findUnit( static_cast<uint64_t>( *fault.unit ) ) == nullptr )
@@ -66,24 +62,6 @@ void checkNames( const Interpose::Fault & fault, const Model & model, const std:
     check( fault.field, "field", fields );
 }
 
-Json argumentJson( const Argument & argument ) {
-    if ( const auto * number = std::get_if<uint64_t>( &argument ) )
-        return *number;
-    if ( const auto * flag = std::get_if<bool>( &argument ) )
-        return *flag;
-    return toText( argument );
-}
-
-Json resultJson( const Result & result ) {
-    if ( const auto * flag = std::get_if<bool>( &result ) )
-        return *flag;
-    return std::get<uint16_t>( result );
-}
-
-bool hasResult( const Result & result ) {
-    return !std::holds_alternative<std::monostate>( result );
-}
-
 void changeStages( const StageStep & step ) {
     for ( const uint32_t stage : step.block )
         CairnCentral::setStageBlocked( step.chip, CairnCentral::BringupStage( stage ), true );
@@ -93,14 +71,25 @@ void changeStages( const StageStep & step ) {
 
 } // namespace
 
+std::optional<Result> StepOutcome::wanted() const {
+    const auto * recipe = std::get_if<RecipeStep>( &step->what );
+    if ( recipe == nullptr )
+        return {};
+    const bool verifies = recipe->recipe->name.starts_with( "verify" );
+    return recipe->expected || !verifies ? recipe->expected : Result( true );
+}
+
+bool StepOutcome::isGood() const {
+    const auto want = wanted();
+    return isFinished && ( !want || result == *want );
+}
+
 class Session::Impl {
   public:
-    Impl( Bringup bringup, SessionOptions options, Style style )
-        : bringup_( std::move( bringup ) ), options_( std::move( options ) ), style_( style ),
-          faults_( chip_ ), recorder_( faults_ ) {
-        if ( options_.format == Format::json && options_.dump == Format::text )
-            throw InputError( "--dump: with --format json the tables are part of the document",
-                              "leave \"=text\" out" );
+    Impl( const Session & session, Bringup bringup, SessionOptions options,
+          SessionListener & listener )
+        : bringup_( std::move( bringup ) ), faults_( chip_ ), session_( session ),
+          options_( std::move( options ) ), listener_( listener ), recorder_( faults_ ) {
         addFaults();
         setUpChips();
         setUpTrace();
@@ -116,39 +105,29 @@ class Session::Impl {
         Fleetlog::closeDefault();
     }
 
-    int run() {
+    void run() {
         const StopHandler stop( [this] { stopped(); } );
-        for ( const Step & step : bringup_.steps ) {
-            ++stepNumber_;
-            outcomes_.push_back( { .step = &step } );
-            tellStep( step );
-            perform( step, outcomes_.back() );
-            outcomes_.back().done = true;
-            collectRecord();
-            tellResult( outcomes_.back() );
+        try {
+            for ( const Step & step : bringup_.steps )
+                runStep( step );
+        } catch ( ... ) {
+            saveChips();
+            throw;
         }
-        return finish();
+        saveChips();
     }
 
+    Bringup bringup_;
+    Sim::Chip chip_;
+    Interpose::FaultInjector faults_;
+    std::vector<StepOutcome> outcomes_;
+    std::string saveError_;
+    // The SDK operation under way, or the last one.
+    std::optional<Interpose::Event> lastCall_;
+    bool lastCallInjected_ = false;
+    std::string lastFailure_; // the chip's words for it
+
   private:
-    struct Outcome {
-        const Step * step = nullptr;
-        Result result = {};
-        bool done = false;
-        std::vector<std::string> record = {};
-
-        // Whether this is what was hoped for.
-        bool good() const {
-            const auto * recipe = std::get_if<RecipeStep>( &step->what );
-            if ( recipe == nullptr )
-                return true;
-            if ( recipe->expected )
-                return result == *recipe->expected;
-            const bool verifies = recipe->recipe->name.starts_with( "verify" );
-            return !verifies || result == Result( true );
-        }
-    };
-
     // --- Setting up
 
     void addFaults() {
@@ -165,17 +144,17 @@ class Session::Impl {
         addUnits( chip_, bringup_.model );
         if ( options_.state.empty() )
             return;
-        const std::vector<SavedUnit> kept = loadState( options_.state );
-        for ( const SavedUnit & unit : kept ) {
+        const std::vector<SavedUnit> saved = loadState( options_.state );
+        for ( const SavedUnit & unit : saved ) {
             const Sim::Schema * schema = chip_.schema( unit.unit );
             if ( schema == nullptr )
-                refuseState( "it keeps a unit " + std::to_string( unit.unit ) +
-                             ", which is not described" );
+                refuseState(
+                    fmt::format( "it keeps a unit {}, which is not described", unit.unit ) );
             if ( !( *schema == unit.schema ) )
-                refuseState( "unit " + std::to_string( unit.unit ) +
-                             " is another chip than the one described" );
+                refuseState(
+                    fmt::format( "unit {} is another chip than the one described", unit.unit ) );
         }
-        restore( chip_, kept, options_.state );
+        restore( chip_, saved, options_.state );
     }
 
     [[noreturn]] void refuseState( const std::string & why ) {
@@ -219,7 +198,17 @@ class Session::Impl {
 
     // --- Running
 
-    void perform( const Step & step, Outcome & outcome ) {
+    void runStep( const Step & step ) {
+        outcomes_.push_back( { .step = &step, .number = outcomes_.size() + 1 } );
+        StepOutcome & outcome = outcomes_.back();
+        listener_.stepBegins( session_, outcome );
+        perform( step, outcome );
+        outcome.isFinished = true;
+        collectRecord();
+        listener_.stepEnded( session_, outcome );
+    }
+
+    void perform( const Step & step, StepOutcome & outcome ) {
         if ( const auto * recipe = std::get_if<RecipeStep>( &step.what ) ) {
             const std::lock_guard lock( Kiln::activityLock() );
             outcome.result = recipe->recipe->invoke( recipe->arguments, sharedState_ );
@@ -255,196 +244,52 @@ class Session::Impl {
         if ( options_.record ) {
             for ( const Interpose::Event & event : recorder_.events() ) {
                 if ( Interpose::kind( event.call ) == Interpose::SdkCallKind::operation )
-                    outcomes_.back().record.push_back( Interpose::toText( event ) );
-            }
-            if ( options_.format == Format::text ) {
-                const std::string indent =
-                    style_ == Style::results ? "" : std::string( numberWidth() + 2, ' ' );
-                for ( const std::string & line : outcomes_.back().record )
-                    print( indent + line + "\n" );
+                    outcomes_.back().operations.push_back( event );
             }
         }
         recorder_.clear();
     }
 
-    // --- Telling
-
-    // "FILE:LINE: ", or nothing for a step of the command line.
-    std::string place( const Step & step ) const {
-        return step.line == 0 ? std::string()
-                              : bringup_.file + ":" + std::to_string( step.line ) + ": ";
-    }
-
-    // Before the step, so that its trace lines follow.
-    void tellStep( const Step & step ) const {
-        if ( options_.format == Format::json || style_ == Style::results )
+    void saveChips() noexcept {
+        if ( options_.state.empty() )
             return;
-        std::string number = std::to_string( stepNumber_ );
-        number.insert( 0, numberWidth() - number.size(), ' ' );
-        print( number + "  " + toText( step ) + "\n" );
-    }
-
-    void tellResult( const Outcome & outcome ) const {
-        const std::string result = toText( outcome.result );
-        if ( options_.format == Format::json || result.empty() )
-            return;
-        if ( style_ == Style::results )
-            print( result + "\n" );
-        else
-            print( std::string( numberWidth() + 2, ' ' ) + "returns " + result +
-                   ( outcome.good() ? "\n" : ", " + wanted( outcome ) + " is wanted\n" ) );
-    }
-
-    std::size_t numberWidth() const { return std::to_string( bringup_.steps.size() ).size(); }
-
-    static std::string wanted( const Outcome & outcome ) {
-        const auto & expected = std::get<RecipeStep>( outcome.step->what ).expected;
-        return toText( expected ? *expected : Result( true ) );
-    }
-
-    int finish() {
-        keepChips();
-        warnOfFaults();
-        warnOfLeaks();
-        printTables();
-        const bool good = std::all_of( outcomes_.begin(), outcomes_.end(),
-                                       []( const Outcome & each ) { return each.good(); } );
-        if ( style_ == Style::steps && !good ) {
-            const auto bad = std::find_if( outcomes_.begin(), outcomes_.end(),
-                                           []( const Outcome & each ) { return !each.good(); } );
-            complain( place( *bad->step ) + toText( *bad->step ) + " = " + toText( bad->result ) +
-                      ", " + wanted( *bad ) + " is wanted" );
-        }
-        return good ? 0 : 1;
-    }
-
-    void warnOfFaults() {
-        for ( const Interpose::Fault & fault : faults_.unfired() )
-            complain( "warning: the fault \"" + Interpose::toText( fault ) + "\" never struck" );
-    }
-
-    void warnOfLeaks() {
-        for ( const Sim::LiveEntry & entry : chip_.liveEntries() )
-            complain( "warning: an entry of " + entry.table + " on unit " +
-                      std::to_string( entry.unit ) + " was never freed" );
-    }
-
-    void printTables() {
-        if ( options_.format == Format::json ) {
-            print( document().dump( 2 ) + "\n" );
-        } else if ( options_.dump == Format::json ) {
-            print( tablesJson( chip_, {} ).dump( 2 ) + "\n" );
-        } else if ( options_.dump ) {
-            print( tablesText( chip_, {} ) );
-        }
-    }
-
-    void keepChips() {
-        if ( !options_.state.empty() )
+        try {
             saveState( chip_, options_.state );
-    }
-
-    Json document() const {
-        Json steps = Json::array();
-        for ( const Outcome & outcome : outcomes_ )
-            steps.push_back( outcomeJson( outcome ) );
-        Json json;
-        if ( !bringup_.file.empty() )
-            json["file"] = bringup_.file;
-        json["steps"] = std::move( steps );
-        if ( !outcomes_.empty() && !outcomes_.back().done )
-            json["stopped_at"] = { { "call", lastCall_ ? Interpose::toText( *lastCall_ ) : "" },
-                                   { "reason", stopReason() } };
-        Json unfired = Json::array();
-        for ( const Interpose::Fault & fault : faults_.unfired() )
-            unfired.push_back( Interpose::toText( fault ) );
-        json["faults_that_never_struck"] = std::move( unfired );
-        json["entries_never_freed"] = chip_.liveEntryCount();
-        if ( options_.dump )
-            json["tables"] = tablesJson( chip_, {} );
-        return json;
-    }
-
-    Json outcomeJson( const Outcome & outcome ) const {
-        Json json;
-        if ( outcome.step->line != 0 )
-            json["line"] = outcome.step->line;
-        json["step"] = toText( *outcome.step );
-        if ( const auto * recipe = std::get_if<RecipeStep>( &outcome.step->what ) ) {
-            json["recipe"] = recipe->recipe->name;
-            Json arguments = Json::object();
-            const auto parameters = recipe->recipe->parameters();
-            for ( std::size_t i = 0; i < parameters.size(); ++i )
-                arguments[std::string( parameters[i].name )] = argumentJson( recipe->arguments[i] );
-            json["arguments"] = std::move( arguments );
-            if ( hasResult( outcome.result ) )
-                json["result"] = resultJson( outcome.result );
-            if ( recipe->expected )
-                json["expected"] = resultJson( *recipe->expected );
+        } catch ( const std::exception & error ) {
+            saveError_ = error.what();
         }
-        json["good"] = outcome.done && outcome.good();
-        if ( options_.record )
-            json["record"] = outcome.record;
-        return json;
-    }
-
-    // --- The stop
-
-    // Why the last call failed; empty if it did not.
-    std::string stopReason() const {
-        return lastCallInjected_ ? "a fault that was injected" : lastFailure_;
     }
 
     void stopped() {
-        std::string notKept;
-        try {
-            keepChips();
-        } catch ( const std::exception & trouble ) {
-            notKept = trouble.what();
-        }
-        const Step & step = *outcomes_.back().step;
-        complain( place( step ) + "stopped in step " + std::to_string( stepNumber_ ) + " of " +
-                  std::to_string( bringup_.steps.size() ) + ": " + toText( step ) );
-        if ( lastCall_ )
-            complain( ( lastCall_->returned ? "last SDK call: " : "in the SDK call: " ) +
-                      Interpose::toText( *lastCall_ ) );
-        const std::string reason = stopReason();
-        if ( !reason.empty() )
-            complain( ( lastCallInjected_ ? "it is " : "the chip says: " ) + reason );
-        if ( !notKept.empty() )
-            complain( notKept );
-        try {
-            collectRecord();
-            printTables();
-        } catch ( const std::exception & trouble ) {
-            complain( trouble.what() );
-        }
+        saveChips();
+        collectRecord();
+        listener_.stopped( session_ );
     }
 
-    Bringup bringup_;
+    const Session & session_;
     SessionOptions options_;
-    Style style_;
-
-    Sim::Chip chip_;
-    Interpose::FaultInjector faults_;
+    SessionListener & listener_;
     Interpose::Recorder recorder_;
     Cairn::CairnCommonSmData::Ptr sharedState_;
     Shim::Sdk * previousSdk_ = nullptr;
-
-    std::vector<Outcome> outcomes_;
-    std::size_t stepNumber_ = 0;
-    // The SDK operation under way, or the last one.
-    std::optional<Interpose::Event> lastCall_;
-    bool lastCallInjected_ = false;
-    std::string lastFailure_; // the chip's words for it
     std::size_t strikes_ = 0;
 };
 
-Session::Session( Bringup bringup, SessionOptions options, Style style )
-    : impl_( std::make_unique<Impl>( std::move( bringup ), std::move( options ), style ) ) {}
+Session::Session( Bringup bringup, SessionOptions options, SessionListener & listener )
+    : impl_(
+          std::make_unique<Impl>( *this, std::move( bringup ), std::move( options ), listener ) ) {}
 
 Session::~Session() = default;
 
-int Session::run() { return impl_->run(); }
+void Session::run() { impl_->run(); }
+
+const Bringup & Session::bringup() const { return impl_->bringup_; }
+const Sim::Chip & Session::chip() const { return impl_->chip_; }
+const std::vector<StepOutcome> & Session::outcomes() const { return impl_->outcomes_; }
+const std::string & Session::saveError() const { return impl_->saveError_; }
+const std::optional<Interpose::Event> & Session::lastCall() const { return impl_->lastCall_; }
+bool Session::lastCallInjected() const { return impl_->lastCallInjected_; }
+const std::string & Session::lastFailure() const { return impl_->lastFailure_; }
+std::vector<Interpose::Fault> Session::unfiredFaults() const { return impl_->faults_.unfired(); }
 
 } // namespace Tool

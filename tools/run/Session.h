@@ -1,8 +1,11 @@
 #pragma once
 
+#include "interpose/Event.h"
+#include "interpose/Fault.h"
+#include "sim/Chip.h"
 #include "tools/model/BringupFile.h"
-#include "tools/run/Output.h"
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,38 +24,74 @@ struct SessionOptions {
     std::string traceDir;
     /// Faults as Interpose::parseFault reads them.
     std::vector<std::string> inject;
-    /// Tables that were written are printed after the run.
-    std::optional<Format> dump;
     /// Keeps the chips between commands; empty: nothing is kept.
     std::string state;
-    /// The SDK's operations are printed.
+    /// Outcomes hold the SDK's operations.
     bool record = false;
-    Format format = Format::text;
+};
+
+/// A step and what came of it.
+struct StepOutcome {
+    const Step * step = nullptr;
+    /// Counted from 1.
+    std::size_t number = 0;
+    /// Not so for a step under way, or one that stopped the process.
+    bool isFinished = false;
+    Result result = {};
+    /// If they are recorded.
+    std::vector<Interpose::Event> operations = {};
+
+    /// What it must return: what the step expects, or true of a verify...; nothing if any result
+    /// will do.
+    std::optional<Result> wanted() const;
+    bool isGood() const;
+};
+
+class Session;
+
+/// Is told how a session goes on.
+class SessionListener {
+  public:
+    virtual void stepBegins( const Session & session, const StepOutcome & outcome ) = 0;
+    virtual void stepEnded( const Session & session, const StepOutcome & outcome ) = 0;
+    /// A recipe stopped the process, which dies of SIGABRT when this returns. The chips are saved.
+    /// Called on another thread, while that of the recipe stands still.
+    virtual void stopped( const Session & session ) = 0;
+
+  protected:
+    ~SessionListener() = default;
 };
 
 /// A bring-up on its simulated chips. Makes Shim::sdk_ its own while it lives; one at a time.
 class Session {
   public:
-    /// How much is said of the steps.
-    enum class Style {
-        results, ///< the result of each recipe that has one, and nothing else
-        steps,   ///< each step, with its result
-    };
-
-    /// Checks the options and sets everything up; InputError if something is wrong. Nothing has been
-    /// programmed, printed or written then.
-    Session( Bringup bringup, SessionOptions options, Style style );
+    /// Checks the options and sets everything up; InputError if something is wrong. Nothing has
+    /// been programmed or written then. The listener must outlive the session.
+    Session( Bringup bringup, SessionOptions options, SessionListener & listener );
     ~Session();
     Session( const Session & ) = delete;
     Session & operator=( const Session & ) = delete;
 
-    /// Runs the steps, keeps the chips and prints what is asked for. Returns the exit code: 0, or 1
-    /// if a verify... said no or a result was not the one expected.
-    ///
-    /// A recipe may stop the process (SIGABRT). Before it dies, the step, the SDK call and the
-    /// chip's own words for the failure are written to standard error; what is asked for is printed
-    /// last. The chips are kept as they were at the stop, before any of that.
-    int run();
+    /// Runs the steps and saves the chips. Once; a recipe may stop the process. The chips are saved
+    /// as they were at the stop, then.
+    void run();
+
+    const Bringup & bringup() const;
+    const Sim::Chip & chip() const;
+
+    /// What came of the steps so far.
+    const std::vector<StepOutcome> & outcomes() const;
+    /// Why the chips could not be saved; empty if they were, or need not be.
+    const std::string & saveError() const;
+
+    /// The SDK operation under way, or else the last one.
+    const std::optional<Interpose::Event> & lastCall() const;
+    /// An injected fault struck the last call.
+    bool lastCallInjected() const;
+    /// The chip's own words for the failure of the last call; empty if it did not fail.
+    const std::string & lastFailure() const;
+    /// Injected faults that never struck.
+    std::vector<Interpose::Fault> unfiredFaults() const;
 
   private:
     class Impl;

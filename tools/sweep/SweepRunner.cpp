@@ -5,7 +5,6 @@
 #include "tools/model/Arguments.h"
 #include "tools/model/Errors.h"
 #include "tools/model/Files.h"
-#include "tools/run/Output.h"
 #include "tools/run/StopHandler.h"
 
 #include <Kiln/ActivityLock.h>
@@ -189,7 +188,8 @@ void runHere( const PreparedCase & prepared, const std::optional<Interpose::Faul
     try {
         runHere( prepared, fault, setup, log );
     } catch ( const std::exception & error ) {
-        complain( error.what() );
+        fmt::print( stderr, "{}\n", error.what() );
+        std::fflush( stderr );
         ::_exit( 2 );
     }
     ::_exit( 0 );

@@ -1,10 +1,10 @@
-#include "tools/run/Tables.h"
+#include "tools/cli/Tables.h"
 
 #include "text/Columns.h"
 #include "text/NearestName.h"
 #include "text/Numbers.h"
 #include "tools/model/Errors.h"
-#include "tools/run/Output.h"
+#include "tools/cli/Output.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>

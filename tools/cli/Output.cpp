@@ -1,4 +1,4 @@
-#include "tools/run/Output.h"
+#include "tools/cli/Output.h"
 
 #include "text/Escape.h"
 #include "tools/model/Errors.h"
