@@ -99,7 +99,8 @@ class Parser {
         std::vector<std::string_view> candidates;
         for ( const SdkCall call : sdkOperations() ) {
             names.push_back( name( call ) );
-            candidates.insert( candidates.end(), { name( call ), shortName( call ) } );
+            for ( const std::string_view each : namesOf( call ) )
+                candidates.push_back( each );
         }
         report( fmt::format( "the operations are {}{}", fmt::join( names, ", " ),
                              Text::nearestHint( value, candidates ) ) );

@@ -1,5 +1,6 @@
 #include "interpose/SdkCall.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 
@@ -105,9 +106,15 @@ std::string_view shortName( SdkCall call ) {
     return full;
 }
 
+std::array<std::string_view, 3> namesOf( SdkCall operation ) {
+    const std::string_view full = name( operation );
+    return { full, full.substr( std::string_view( "bcmlt_" ).size() ), shortName( operation ) };
+}
+
 std::optional<SdkCall> operationByName( std::string_view wanted ) {
     for ( const SdkCall call : operations ) {
-        if ( wanted == name( call ) || wanted == shortName( call ) )
+        const auto names = namesOf( call );
+        if ( std::find( names.begin(), names.end(), wanted ) != names.end() )
             return call;
     }
     return {};

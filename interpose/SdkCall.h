@@ -2,6 +2,7 @@
 
 #include <Shim/Sdk.h>
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -65,7 +66,11 @@ std::string_view shortName( SdkCall call );
 std::uint32_t askNumber( Shim::Sdk & sdk, SdkCall number ) noexcept;
 const char * askText( Shim::Sdk & sdk, SdkCall text ) noexcept;
 
-/// An operation by its name or its short name. Nothing if there is none.
+/// The names that operationByName() takes for an operation: its name, its name without "bcmlt_" and
+/// its short name.
+std::array<std::string_view, 3> namesOf( SdkCall operation );
+
+/// An operation by one of its names. Nothing if there is none.
 std::optional<SdkCall> operationByName( std::string_view wanted );
 
 } // namespace Interpose

@@ -1,5 +1,6 @@
 #include "tools/cli/CommandLine.h"
 
+#include "interpose/SdkCall.h"
 #include "text/NearestName.h"
 #include "tools/cli/Verbs.h"
 #include "tools/model/Errors.h"
@@ -38,6 +39,40 @@ struct Texts {
     std::string dump;
 };
 
+// What an option may say, and what that means.
+template <class Value>
+using Choices = std::vector<std::pair<std::string_view, Value>>;
+
+const Choices<Format> formats{ { "text", Format::text }, { "json", Format::json } };
+const Choices<ExplainFormat> explainFormats{ { "text", ExplainFormat::text },
+                                             { "markdown", ExplainFormat::markdown },
+                                             { "json", ExplainFormat::json } };
+const Choices<TraceFormat> traceFormats{
+    { "text", TraceFormat::text }, { "brief", TraceFormat::brief }, { "json", TraceFormat::json } };
+const Choices<DiagnoseFormat> diagnoseFormats{ { "text", DiagnoseFormat::text },
+                                               { "json", DiagnoseFormat::json },
+                                               { "ndjson", DiagnoseFormat::ndjson } };
+
+template <class Value>
+Value chosen( std::string_view option, std::string_view text, const Choices<Value> & choices ) {
+    std::string remedy = "write ";
+    for ( std::size_t i = 0; i < choices.size(); ++i ) {
+        if ( choices[i].first == text )
+            return choices[i].second;
+        remedy += i == 0 ? "" : i + 1 == choices.size() ? " or " : ", ";
+        remedy += choices[i].first;
+    }
+    throw InputError( fmt::format( "{}: there is no format \"{}\"", option, text ), remedy );
+}
+
+// The short names of the operations that can fail.
+std::string operationNames() {
+    std::vector<std::string_view> names;
+    for ( const Interpose::SdkCall call : Interpose::sdkOperations() )
+        names.push_back( Interpose::shortName( call ) );
+    return fmt::format( "{}", fmt::join( names, ", " ) );
+}
+
 class CommandLine {
   public:
     CommandLine() : app_( about, "cairn-lt" ) {
@@ -58,7 +93,7 @@ class CommandLine {
 
     int run( int argc, const char * const * argv ) {
         try {
-            checkVerb( argc, argv );
+            checkWords( { argv + std::min( argc, 1 ), argv + argc } );
             app_.parse( argc, argv );
             return verb_();
         } catch ( const CLI::Success & help ) {
@@ -79,8 +114,9 @@ class CommandLine {
                                    "cairn-lt list\n"
                                    "cairn-lt list --format json" );
         addFormat( verb );
-        onVerb( verb,
-                [this] { return list( { .format = parseFormat( texts_.format, "--format" ) } ); } );
+        onVerb( verb, [this] {
+            return list( { .format = chosen( "--format", texts_.format, formats ) } );
+        } );
     }
 
     void addRun() {
@@ -133,10 +169,7 @@ class CommandLine {
                          "The scratch chip begins as this state file says; it is only read" );
         verb.add_option( "--format", texts_.format, "text (the default), markdown or json" );
         onVerb( verb, [this] {
-            if ( texts_.format == "markdown" )
-                explain_.format = ExplainFormat::markdown;
-            else if ( parseFormat( texts_.format, "--format" ) == Format::json )
-                explain_.format = ExplainFormat::json;
+            explain_.format = chosen( "--format", texts_.format, explainFormats );
             return Tool::explain( explain_ );
         } );
     }
@@ -158,7 +191,7 @@ class CommandLine {
         verb.add_flag( "--verbose", sweep_.verbose, "Shows each fault, not only unexpected ones" );
         addFormat( verb );
         onVerb( verb, [this] {
-            sweep_.format = parseFormat( texts_.format, "--format" );
+            sweep_.format = chosen( "--format", texts_.format, formats );
             return Tool::sweep( sweep_ );
         } );
     }
@@ -181,7 +214,7 @@ class CommandLine {
         verb.add_option( "--unit", tables_.unit, "One unit only" );
         addFormat( verb );
         onVerb( verb, [this] {
-            tables_.format = parseFormat( texts_.format, "--format" );
+            tables_.format = chosen( "--format", texts_.format, formats );
             return Tool::tables( tables_ );
         } );
     }
@@ -199,7 +232,7 @@ class CommandLine {
                        "Also rows that a table has from the start and nobody wrote" );
         addFormat( verb );
         onVerb( verb, [this] {
-            dump_.format = parseFormat( texts_.format, "--format" );
+            dump_.format = chosen( "--format", texts_.format, formats );
             return Tool::dump( dump_ );
         } );
     }
@@ -244,10 +277,7 @@ class CommandLine {
         verb.add_option( "--format", texts_.format,
                          "text (the default), brief (time and text) or json (a line each)" );
         onVerb( verb, [this] {
-            if ( texts_.format == "brief" )
-                trace_.format = TraceFormat::brief;
-            else if ( parseFormat( texts_.format, "--format" ) == Format::json )
-                trace_.format = TraceFormat::json;
+            trace_.format = chosen( "--format", texts_.format, traceFormats );
             return Tool::trace( trace_ );
         } );
     }
@@ -264,7 +294,7 @@ class CommandLine {
         verb.add_option( "after", diff_.after, "The second state file" )->required();
         addFormat( verb );
         onVerb( verb, [this] {
-            diff_.format = parseFormat( texts_.format, "--format" );
+            diff_.format = chosen( "--format", texts_.format, formats );
             return Tool::diff( diff_ );
         } );
     }
@@ -292,10 +322,7 @@ class CommandLine {
         verb.add_option( "--format", texts_.format,
                          "text (the default), json, or ndjson: a line for each stop" );
         onVerb( verb, [this] {
-            if ( texts_.format == "ndjson" )
-                diagnose_.format = DiagnoseFormat::ndjson;
-            else if ( parseFormat( texts_.format, "--format" ) == Format::json )
-                diagnose_.format = DiagnoseFormat::json;
+            diagnose_.format = chosen( "--format", texts_.format, diagnoseFormats );
             return Tool::diagnose( diagnose_ );
         } );
     }
@@ -346,7 +373,8 @@ class CommandLine {
                          "\"cairn-lt trace\" reads it" );
         verb.add_option( "--inject", session.inject,
                          "A fault, as op=OPERATION,table=TABLE,field=FIELD,unit=UNIT,rc=CODE,at=N,"
-                         "always or handle=invalid; repeatable" )
+                         "always or handle=invalid; repeatable. OPERATION is one of " +
+                             operationNames() )
             ->expected( 1 )
             ->allow_extra_args( false )
             ->take_all();
@@ -361,11 +389,11 @@ class CommandLine {
     }
 
     void finishOutput( SessionOutput & output ) const {
-        output.format = parseFormat( texts_.format, "--format" );
+        output.format = chosen( "--format", texts_.format, formats );
         if ( texts_.dump.empty() )
             return;
         output.dump =
-            texts_.dump == "as-format" ? output.format : parseFormat( texts_.dump, "--dump" );
+            texts_.dump == "as-format" ? output.format : chosen( "--dump", texts_.dump, formats );
     }
 
     // --- Messages
@@ -393,16 +421,61 @@ class CommandLine {
         return { names.begin(), names.end() };
     }
 
-    void checkVerb( int argc, const char * const * argv ) const {
-        if ( argc < 2 )
+    // Says of these words what the parser would take in another sense, or say less clearly.
+    void checkWords( const std::vector<std::string_view> & words ) const {
+        if ( words.empty() )
             throw InputError( "no verb",
                               joined( { Text::nameHint( "", verbNames() ), seeHelp( app_ ) } ) );
-        const std::string_view first = argv[1];
+        const std::string_view first = words.front();
+        if ( first.starts_with( '-' ) )
+            return checkOptionOfProgram( first );
         const auto names = verbNames();
-        if ( !first.starts_with( '-' ) &&
-             std::find( names.begin(), names.end(), first ) == names.end() )
+        if ( std::find( names.begin(), names.end(), first ) == names.end() )
             throw InputError( fmt::format( "there is no verb \"{}\"", first ),
                               joined( { Text::nameHint( first, names ), seeHelp( app_ ) } ) );
+        checkValues( *app_.get_subcommand( std::string( first ) ),
+                     std::span( words ).subspan( 1 ) );
+    }
+
+    void checkOptionOfProgram( std::string_view word ) const {
+        const std::string name( word.substr( 0, word.find( '=' ) ) );
+        if ( app_.get_option_no_throw( name ) != nullptr )
+            return;
+        const auto verbs = app_.get_subcommands( {} );
+        const bool isOfVerb =
+            std::any_of( verbs.begin(), verbs.end(), [&]( const CLI::App * verb ) {
+                return verb->get_option_no_throw( name ) != nullptr;
+            } );
+        if ( isOfVerb )
+            throw InputError(
+                fmt::format( "{} is an option of a verb, and no verb is given", name ),
+                joined( { "write the verb first", seeHelp( app_ ) } ) );
+        throw unknownOption( app_, word );
+    }
+
+    // An option is never the value of another one.
+    void checkValues( const CLI::App & verb, std::span<const std::string_view> words ) const {
+        for ( std::size_t i = 0; i < words.size() && words[i] != "--"; ++i ) {
+            if ( !words[i].starts_with( '-' ) )
+                continue;
+            const std::string name( words[i].substr( 0, words[i].find( '=' ) ) );
+            const CLI::Option * option = verb.get_option_no_throw( name );
+            if ( option == nullptr || option->get_items_expected_min() == 0 )
+                continue;
+            const bool isAttached = name.size() < words[i].size();
+            const bool isThere =
+                isAttached ? name.size() + 1 < words[i].size() : i + 1 < words.size();
+            if ( !isThere )
+                throw InputError( fmt::format( "{} needs a value", name ), seeHelp( verb ) );
+            if ( isAttached )
+                continue;
+            const std::string_view value = words[++i];
+            if ( value.size() > 1 && value.starts_with( '-' ) )
+                throw InputError(
+                    fmt::format( "{} needs a value, and {} follows", name, value ),
+                    joined( { fmt::format( "write {}={} if that is the value", name, value ),
+                              seeHelp( verb ) } ) );
+        }
     }
 
     // The verb of the command line; the program itself if there is none.
@@ -430,14 +503,18 @@ class CommandLine {
             return InputError(
                 fmt::format( "the argument {} is negative; arguments are not", extra ),
                 seeHelp( verb ) );
+        return unknownOption( verb, extra );
+    }
+
+    InputError unknownOption( const CLI::App & verb, std::string_view word ) const {
         std::vector<std::string> names;
         for ( const CLI::Option * option : verb.get_options() ) {
             if ( option->nonpositional() )
                 names.push_back( option->get_name() );
         }
         const std::vector<std::string_view> views( names.begin(), names.end() );
-        return InputError( fmt::format( "there is no option \"{}\"", extra ),
-                           joined( { Text::nameHint( extra.substr( 0, extra.find( '=' ) ), views ),
+        return InputError( fmt::format( "there is no option \"{}\"", word ),
+                           joined( { Text::nameHint( word.substr( 0, word.find( '=' ) ), views ),
                                      seeHelp( verb ) } ) );
     }
 

@@ -15,6 +15,8 @@ namespace Tool {
 
 namespace {
 
+constexpr int largestUnit = 65535;
+
 // One --chip: its unit, if it is given, and its source.
 std::pair<std::optional<int>, std::string> splitChip( const std::string & text ) {
     const auto equals = text.find( '=' );
@@ -23,11 +25,10 @@ std::pair<std::optional<int>, std::string> splitChip( const std::string & text )
     if ( !hasUnit )
         return { {}, text };
     uint64_t unit = 0;
-    constexpr uint64_t largestUnit = 65535;
     if ( !Text::parseNumber( std::string_view( text ).substr( 0, equals ), unit ) ||
-         unit > largestUnit )
+         unit > uint64_t( largestUnit ) )
         throw InputError( fmt::format( "--chip {}: the unit is too large", text ),
-                          "write 0 to 65535" );
+                          fmt::format( "write 0 to {}", largestUnit ) );
     return { static_cast<int>( unit ), text.substr( equals + 1 ) };
 }
 
@@ -36,6 +37,10 @@ std::vector<ChipDescription> chipsOf( const ChipOptions & options ) {
     for ( const std::string & text : options.chips ) {
         const auto [given, source] = splitChip( text );
         const int unit = given ? *given : chips.empty() ? 0 : chips.back().unit + 1;
+        if ( unit > largestUnit )
+            throw InputError(
+                fmt::format( "--chip {}: there is no unit after {}", text, largestUnit ),
+                "write UNIT=FILE" );
         if ( std::any_of( chips.begin(), chips.end(),
                           [&]( const auto & chip ) { return chip.unit == unit; } ) )
             throw InputError(

@@ -38,7 +38,7 @@ void checkNames( const Interpose::Fault & fault, const Model & model, const std:
     for ( const ChipDescription & chip : model.chips )
         schemas.push_back( &chip.schema );
     std::vector<std::string_view> tables;
-    std::vector<std::string_view> fields{ Sim::indexField, Sim::instanceField, Sim::portField };
+    std::vector<std::string_view> fields;
     const auto addNew = []( std::vector<std::string_view> & names, std::string_view name ) {
         if ( std::find( names.begin(), names.end(), name ) == names.end() )
             names.push_back( name );
@@ -48,18 +48,40 @@ void checkNames( const Interpose::Fault & fault, const Model & model, const std:
             addNew( tables, table.name );
             if ( fault.table && *fault.table != table.name )
                 continue;
+            if ( table.isPhysical() ) {
+                for ( const auto & field : { Sim::indexField, Sim::instanceField, Sim::portField } )
+                    addNew( fields, field );
+            }
             for ( const Sim::Field & field : table.fields )
                 addNew( fields, field.name );
         }
     }
-    const auto check = [&]( const std::optional<std::string> & name, const char * what,
+    const auto check = [&]( const std::optional<std::string> & name, const std::string & lacking,
                             const std::vector<std::string_view> & names ) {
         if ( name && std::find( names.begin(), names.end(), *name ) == names.end() )
-            throw InputError( fmt::format( "{}: there is no {} \"{}\"", option, what, *name ),
+            throw InputError( fmt::format( "{}: {} \"{}\"", option, lacking, *name ),
                               Text::nameHint( *name, names ) );
     };
-    check( fault.table, "table", tables );
-    check( fault.field, "field", fields );
+    check( fault.table, "there is no table", tables );
+    check( fault.field,
+           fault.table ? fmt::format( "{} has no field", *fault.table ) : "there is no field",
+           fields );
+}
+
+// Kiln also takes settings of facilities that are made later; the library makes these two.
+void checkFacility( std::string_view name ) {
+    static constexpr std::string_view facilities[] = { "ApiCairn", "CairnLtHelper" };
+    const bool isPattern = name.ends_with( '*' );
+    if ( isPattern )
+        name.remove_suffix( 1 );
+    const bool isKnown = std::any_of(
+        std::begin( facilities ), std::end( facilities ), [&]( std::string_view each ) {
+            return isPattern ? each.starts_with( name ) : each == name;
+        } );
+    if ( !isKnown )
+        throw InputError(
+            fmt::format( "--trace: there is no facility \"{}{}\"", name, isPattern ? "*" : "" ),
+            Text::nameHint( name, facilities ) );
 }
 
 void changeStages( const StageStep & step ) {
@@ -138,6 +160,7 @@ class Session::Impl {
             checkNames( *parsed.fault, bringup_.model, fmt::format( "--inject \"{}\"", text ) );
             faults_.add( *parsed.fault );
         }
+        strikeCounts_.resize( options_.inject.size() );
     }
 
     void setUpChips() {
@@ -168,6 +191,8 @@ class Session::Impl {
             const auto settings = Kiln::parseTraceSettings( text, error );
             if ( !error.empty() )
                 throw InputError( fmt::format( "--trace: {}", error ) );
+            for ( const Kiln::TraceSetting & setting : settings )
+                checkFacility( setting.name );
             Kiln::traceSettings( settings );
         }
         openTraceDir();
