@@ -30,7 +30,7 @@ struct Fault {
     /// Negative: the operation does not reach the chip; nothing changes, nothing is stored through
     /// its pointers.
     /// Positive: the operation reaches the chip, and the code is returned in place of 0. If the
-    /// chip itself fails it, the chip's code is returned.
+    /// chip itself fails it, the chip's code is returned, and the fault has not struck.
     int rc = -1;
     /// Also a refusal of the chip becomes `rc`, which may be 0 then; an allocate that the chip
     /// refuses leaves BCMLT_INVALID_HDL. Not part of the text of a fault.

@@ -31,24 +31,28 @@ struct FaultInjector::State {
     std::deque<FaultReport> faults;
     HandleDirectory entries;
 
-    // The fault that strikes at this operation, null if none does; counts matches and strikes.
-    const Fault * strike( const Operation & operation ) {
+    // The fault that is due at this operation, null if none is; counts matches.
+    FaultReport * due( const Operation & operation ) {
         const HandleDirectory::Entry entry = entries.find( operation );
         const std::lock_guard lock( mutex );
-        FaultReport * striking = nullptr;
+        FaultReport * first = nullptr;
         for ( FaultReport & report : faults ) {
             if ( !matches( report.fault, operation, entry ) )
                 continue;
             ++report.matches;
             const bool isDue = report.fault.always ? report.matches >= report.fault.occurrence
                                                    : report.matches == report.fault.occurrence;
-            if ( isDue && striking == nullptr )
-                striking = &report;
+            if ( isDue && first == nullptr )
+                first = &report;
         }
-        if ( striking == nullptr )
-            return nullptr;
-        ++striking->strikes;
-        return &striking->fault;
+        return first;
+    }
+
+    // What the caller sees is the fault's doing.
+    int strike( FaultReport & report ) {
+        const std::lock_guard lock( mutex );
+        ++report.strikes;
+        return report.fault.rc;
     }
 };
 
@@ -70,36 +74,28 @@ std::vector<FaultReport> FaultInjector::reports() const {
     return { state_->faults.begin(), state_->faults.end() };
 }
 
-std::vector<Fault> FaultInjector::unfired() const {
-    std::vector<Fault> faults;
-    for ( FaultReport & report : reports() ) {
-        if ( report.strikes == 0 )
-            faults.push_back( std::move( report.fault ) );
-    }
-    return faults;
-}
-
 int FaultInjector::operate( const Operation & operation ) noexcept {
-    const Fault * const fault = state_->strike( operation );
-    if ( fault == nullptr )
+    FaultReport * const report = state_->due( operation );
+    if ( report == nullptr )
         return state_->entries.perform( operation );
-    if ( fault->rc < 0 )
-        return fault->rc;
+    const Fault & fault = report->fault;
+    if ( fault.rc < 0 )
+        return state_->strike( *report );
     const auto invalidateHandle = [&] {
         if ( operation.newHandle != nullptr )
             *operation.newHandle = state_->entries.invalidHandle();
     };
-    if ( fault->invalidHandle ) {
+    if ( fault.invalidHandle ) {
         invalidateHandle();
-        return fault->rc;
+        return state_->strike( *report );
     }
     const int rc = state_->entries.perform( operation );
-    if ( rc >= 0 )
-        return fault->rc;
-    if ( !fault->overridesRefusal )
+    const bool isRefused = rc < 0;
+    if ( rc == fault.rc || ( isRefused && !fault.overridesRefusal ) )
         return rc;
-    invalidateHandle();
-    return fault->rc;
+    if ( isRefused )
+        invalidateHandle();
+    return state_->strike( *report );
 }
 
 } // namespace Interpose

@@ -21,14 +21,15 @@ namespace Interpose {
 struct FaultReport {
     Fault fault;
     std::uint64_t matches = 0; ///< operations that it was about
-    std::uint64_t strikes = 0; ///< operations that it changed
+    std::uint64_t strikes = 0; ///< operations whose outcome it changed
 };
 
 /// An interposer. All that no fault strikes is passed on unchanged, error texts,
 /// hooks and constants always.
 ///
-/// Each fault counts its own matches. Where several strike at the same operation, the one that was
-/// added first decides; the others have counted a match but no strike.
+/// Each fault counts its own matches. Where several are due at the same operation, the one that was
+/// added first decides; the others have counted a match but no strike. A fault counts a strike only
+/// if the caller sees something else than without it.
 ///
 /// Threads: as the SDK behind it; faults are matched under a lock of their own, which is not held
 /// while the SDK works.
@@ -44,8 +45,6 @@ class FaultInjector final : public Interposer {
 
     /// All faults in the order of adding.
     std::vector<FaultReport> reports() const;
-    /// Those that never struck.
-    std::vector<Fault> unfired() const;
 
   private:
     int operate( const Operation & operation ) noexcept override;

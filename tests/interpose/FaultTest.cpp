@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <ostream>
 #include <stdexcept>
 #include <thread>
 
@@ -247,9 +248,55 @@ TEST( FaultTest, OfSeveralFaultsTheFirstAddedDecides ) {
     EXPECT_EQ( reports[0].strikes, 1u );
     EXPECT_EQ( reports[1].matches, 9u );
     EXPECT_EQ( reports[1].strikes, 0u );
-    ASSERT_EQ( c.faults.unfired().size(), 2u );
-    EXPECT_EQ( c.faults.unfired()[0].rc, -72 );
-    EXPECT_EQ( c.faults.unfired()[1].rc, -73 );
+    EXPECT_EQ( reports[2].strikes, 0u );
+}
+
+// The codes of the operation that is struck, and how often that was.
+struct Struck {
+    int rc;
+    std::uint64_t matches;
+    std::uint64_t strikes;
+    bool operator==( const Struck & ) const = default;
+};
+void PrintTo( const Struck & each, std::ostream * out ) {
+    *out << "rc " << each.rc << ", " << each.matches << " matches, " << each.strikes << " strikes";
+}
+
+// Adds a fault to a field add that the chip takes (value 1) or refuses (a value too wide).
+Struck addField( const Fault & fault, std::uint64_t value ) {
+    FaultyChip c;
+    c.faults.add( fault );
+    EXPECT_EQ( c.faults.bcmlt_entry_allocate( 0, "MAPm", &c.handle ), 0 );
+    const int rc = c.faults.bcmlt_entry_field_add( c.handle, "TAG", value );
+    const FaultReport report = c.faults.reports().front();
+    return { rc, report.matches, report.strikes };
+}
+
+TEST( FaultTest, StrikesOnlyIfTheCallerSeesSomethingElse ) {
+    const std::uint64_t tooWide = ~std::uint64_t( 0 );
+    const Fault positive{ .operation = SdkCall::entryFieldAdd, .rc = 5 };
+    const int refusal = toInt( Rc::valueTooWide );
+    EXPECT_EQ( addField( positive, 1 ), ( Struck{ 5, 1, 1 } ) );
+    EXPECT_EQ( addField( positive, tooWide ), ( Struck{ refusal, 1, 0 } ) );
+
+    Fault overriding = positive;
+    overriding.overridesRefusal = true;
+    EXPECT_EQ( addField( overriding, tooWide ), ( Struck{ 5, 1, 1 } ) );
+    overriding.rc = 0;
+    EXPECT_EQ( addField( overriding, tooWide ), ( Struck{ 0, 1, 1 } ) );
+    EXPECT_EQ( addField( overriding, 1 ), ( Struck{ 0, 1, 0 } ) );
+
+    // The chip is not asked, so nobody knows what it would have said.
+    const Fault negative{ .operation = SdkCall::entryFieldAdd, .rc = -70 };
+    EXPECT_EQ( addField( negative, 1 ), ( Struck{ -70, 1, 1 } ) );
+    EXPECT_EQ( addField( negative, tooWide ), ( Struck{ -70, 1, 1 } ) );
+}
+
+TEST( FaultTest, AnInvalidHandleIsAStrike ) {
+    FaultyChip c;
+    c.faults.add( { .operation = SdkCall::entryAllocate, .rc = 0, .invalidHandle = true } );
+    EXPECT_EQ( c.faults.bcmlt_entry_allocate( 0, "MAPm", &c.handle ), 0 );
+    EXPECT_EQ( c.faults.reports().front().strikes, 1u );
 }
 
 TEST( FaultTest, ThreadsAreCountedTogether ) {

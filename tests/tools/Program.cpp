@@ -33,13 +33,16 @@ void become( const std::vector<std::string> & arguments ) {
 
 } // namespace
 
-Outcome cairnLt( const std::vector<std::string> & arguments, const std::string & outFile ) {
+Outcome cairnLt( const std::vector<std::string> & arguments, const std::string & outFile,
+                 const std::function<void()> & prepare ) {
     const Support::TemporaryFolder folder;
     const std::string out = outFile.empty() ? folder.path( "out" ) : outFile;
     const std::string err = folder.path( "err" );
     const int status = Support::runInChild( [&] {
         redirect( STDOUT_FILENO, out );
         redirect( STDERR_FILENO, err );
+        if ( prepare )
+            prepare();
         become( arguments );
         return false;
     } );

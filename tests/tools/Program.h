@@ -2,6 +2,7 @@
 
 #include "tests/support/TemporaryFolder.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -18,8 +19,10 @@ struct Outcome {
 };
 
 /// Runs cairn-lt with these arguments, in the root of the source tree. Standard output goes to
-/// `out`, if that is given, and is then not returned.
-Outcome cairnLt( const std::vector<std::string> & arguments, const std::string & out = {} );
+/// `out`, if that is given, and is then not returned. `prepare` is called in the process before it
+/// becomes cairn-lt.
+Outcome cairnLt( const std::vector<std::string> & arguments, const std::string & out = {},
+                 const std::function<void()> & prepare = {} );
 
 /// The same on a terminal, with NO_COLOR set to a value: what the terminal shows.
 std::string cairnLtOnTerminal( const std::vector<std::string> & arguments, const char * noColor );

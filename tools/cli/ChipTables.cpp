@@ -192,7 +192,7 @@ int tables( const TablesOptions & options ) {
                            { "source", chip->source },
                            { "tables", std::move( all ) } } );
     }
-    print( options.format == Format::json ? Json{ { "units", std::move( units ) } }.dump( 2 ) + "\n"
+    print( options.format == Format::json ? documentText( { { "units", std::move( units ) } } )
                                           : text );
     return 0;
 }

@@ -9,8 +9,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <csignal>
 #include <exception>
 #include <functional>
+#include <span>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -544,6 +546,10 @@ class CommandLine {
 
 } // namespace
 
-int main( int argc, const char * const * argv ) { return CommandLine().run( argc, argv ); }
+int main( int argc, const char * const * argv ) {
+    claimStandardStreams();
+    std::signal( SIGXFSZ, SIG_IGN ); // a file that grows too large is an error like a full disk
+    return CommandLine().run( argc, argv );
+}
 
 } // namespace Tool

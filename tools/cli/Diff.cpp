@@ -32,7 +32,7 @@ int diffStates( const DiffOptions & options ) {
                           "; compare states of the same chips" );
     const std::vector<RowDifference> differences = differencesOf( before, after );
     if ( options.format == Format::json ) {
-        print( differencesJson( differences ).dump( 2 ) + "\n" );
+        print( documentText( differencesJson( differences ) ) );
     } else if ( !differences.empty() ) {
         print( "--- " + Text::printable( options.before ) + "\n+++ " +
                Text::printable( options.after ) + "\n" + differencesText( differences ) );

@@ -19,7 +19,7 @@ int dump( const DumpOptions & options ) {
                                     .tables = options.tables,
                                     .rows = options.all ? Sim::Rows::stored : Sim::Rows::touched };
     checkSelection( chip, selection );
-    print( options.format == Format::json ? tablesJson( chip, selection ).dump( 2 ) + "\n"
+    print( options.format == Format::json ? documentText( tablesJson( chip, selection ) )
                                           : tablesText( chip, selection ) );
     return 0;
 }

@@ -480,7 +480,7 @@ class Writer {
     }
 
     void finish() const {
-        print( format_ == ExplainFormat::json ? Json{ { "recipes", json_ } }.dump( 2 ) + "\n"
+        print( format_ == ExplainFormat::json ? documentText( { { "recipes", json_ } } )
                                               : text_ );
     }
 

@@ -58,7 +58,7 @@ int list( const ListOptions & options ) {
         Json all = Json::array();
         for ( const Recipe & recipe : recipes() )
             all.push_back( recipeJson( recipe ) );
-        print( Json{ { "recipes", std::move( all ) } }.dump( 2 ) + "\n" );
+        print( documentText( { { "recipes", std::move( all ) } } ) );
         return 0;
     }
     std::string text;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <nlohmann/json_fwd.hpp>
+
 #include <string>
 #include <string_view>
 
@@ -9,12 +11,16 @@ namespace Tool {
 
 enum class Format { text, json };
 
-/// "text" or "json"; anything else is InputError that begins with `option`.
-Format parseFormat( std::string_view text, std::string_view option );
+/// Makes sure that no file that is opened takes the place of a standard stream that is closed.
+/// What is written to such a stream fails. Before anything else is opened.
+void claimStandardStreams();
 
 /// Writes to standard output at once, so that nothing is left behind when the process stops.
 /// Trouble if it cannot be written.
 void print( std::string_view text );
+
+/// A JSON document as it is printed. JSON is UTF-8: bytes that are not are escaped, as "\xff".
+std::string documentText( nlohmann::ordered_json document );
 
 /// Writes "cairn-lt: MESSAGE" as one line to standard error; control characters in it are escaped.
 void complain( std::string_view message );

@@ -1,5 +1,6 @@
 #include "tools/cli/SessionOutput.h"
 
+#include "text/Escape.h"
 #include "tools/cli/Tables.h"
 #include "tools/model/Arguments.h"
 #include "tools/model/Errors.h"
@@ -8,7 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <exception>
+#include <csignal>
 #include <string>
 #include <utility>
 
@@ -67,9 +68,24 @@ Json outcomeJson( const StepOutcome & outcome, bool withRecord ) {
     return json;
 }
 
-// Why the last call failed; empty if it did not.
-std::string stopReason( const Session & session ) {
-    return session.lastCallInjected() ? "a fault that was injected" : session.lastFailure();
+// Who is to blame for a stop: the chip that refused the last call, faults that struck it or calls
+// before, both, or neither, where the recipe stopped by itself.
+const char * causeOfStop( const Session & session ) {
+    const bool byChip = !session.lastRefusal().empty();
+    const bool byFault = !session.strikes().empty();
+    if ( byChip )
+        return byFault ? "chip and fault" : "chip";
+    return byFault ? "fault" : "recipe";
+}
+
+std::string idleText( const Interpose::FaultReport & report ) {
+    if ( report.matches == 0 )
+        return "no operation matched";
+    const std::string matched =
+        fmt::format( "{} operation{} matched", report.matches, report.matches == 1 ? "" : "s" );
+    if ( report.matches < report.fault.occurrence )
+        return matched;
+    return matched + ", and the recipe saw nothing else than without it";
 }
 
 class Printer final : public SessionListener {
@@ -80,8 +96,8 @@ class Printer final : public SessionListener {
     // Before the step, so that its trace lines follow.
     void stepBegins( const Session & session, const StepOutcome & outcome ) override {
         if ( output_.format == Format::text && output_.style == SessionOutput::Style::steps )
-            print( fmt::format( "{:>{}}  {}\n", outcome.number, numberWidth( session ),
-                                toText( *outcome.step ) ) );
+            say( fmt::format( "{:>{}}  {}\n", outcome.number, numberWidth( session ),
+                              Text::printable( toText( *outcome.step ) ) ) );
     }
 
     void stepEnded( const Session & session, const StepOutcome & outcome ) override {
@@ -91,9 +107,9 @@ class Printer final : public SessionListener {
         if ( !hasResult( outcome.result ) )
             return;
         if ( output_.style == SessionOutput::Style::results )
-            print( toText( outcome.result ) + "\n" );
+            say( toText( outcome.result ) + "\n" );
         else
-            print( fmt::format(
+            say( fmt::format(
                 "{}returns {}{}\n", indent( session ), toText( outcome.result ),
                 outcome.isGood() ? ""
                                  : fmt::format( ", {} is wanted", toText( *outcome.wanted() ) ) ) );
@@ -107,30 +123,29 @@ class Printer final : public SessionListener {
         if ( const auto & call = session.lastCall() )
             complain( ( call->returned ? "last SDK call: " : "in the SDK call: " ) +
                       Interpose::toText( *call ) );
-        const std::string reason = stopReason( session );
-        if ( !reason.empty() )
-            complain( ( session.lastCallInjected() ? "it is " : "the chip says: " ) + reason );
+        if ( !session.lastRefusal().empty() )
+            complain( "the chip says: " + session.lastRefusal() );
+        complainOfStrikes( session );
+        complainOfIdleFaults( session );
         if ( !session.saveError().empty() )
             complain( session.saveError() );
-        try {
-            if ( output_.format == Format::text )
-                printRecord( session, outcome );
-            printTables( session );
-        } catch ( const std::exception & error ) {
-            complain( error.what() );
-        }
+        if ( output_.format == Format::text )
+            printRecord( session, outcome );
+        printTables( session );
+        if ( outputError_ )
+            complain( outputError_->what() );
     }
 
     int finish( const Session & session ) {
-        for ( const Interpose::Fault & fault : session.unfiredFaults() )
-            complain( fmt::format( "warning: the fault \"{}\" never struck",
-                                   Interpose::toText( fault ) ) );
+        complainOfIdleFaults( session );
         for ( const Sim::LiveEntry & entry : session.chip().liveEntries() )
             complain( fmt::format( "warning: an entry of {} on unit {} was never freed",
                                    entry.table, entry.unit ) );
         printTables( session );
         if ( !session.saveError().empty() )
             throw Trouble( session.saveError() );
+        if ( outputError_ )
+            throw *outputError_;
         const auto & outcomes = session.outcomes();
         const auto bad = std::find_if( outcomes.begin(), outcomes.end(),
                                        []( const auto & each ) { return !each.isGood(); } );
@@ -144,6 +159,34 @@ class Printer final : public SessionListener {
     }
 
   private:
+    static void complainOfStrikes( const Session & session ) {
+        for ( const Strike & strike : session.strikes() ) {
+            const bool isLast = session.lastCallIsStruck() && &strike == &session.strikes().back();
+            const std::string fault = Interpose::toText( strike.fault );
+            complain(
+                isLast ? fmt::format( "it is a fault that was injected: {}", fault )
+                       : fmt::format( "a fault that was injected struck before: {}, in step {}: {}",
+                                      fault, strike.step, Interpose::toText( strike.operation ) ) );
+        }
+    }
+
+    static void complainOfIdleFaults( const Session & session ) {
+        for ( const Interpose::FaultReport & report : session.idleFaults() )
+            complain( fmt::format( "warning: the fault \"{}\" never struck: {}",
+                                   Interpose::toText( report.fault ), idleText( report ) ) );
+    }
+
+    // Output that fails is told when the chips are saved; until then the steps go on without.
+    void say( std::string_view text ) {
+        if ( outputError_ )
+            return;
+        try {
+            print( text );
+        } catch ( const Trouble & error ) {
+            outputError_ = error;
+        }
+    }
+
     static std::size_t numberWidth( const Session & session ) {
         return fmt::formatted_size( "{}", session.bringup().steps.size() );
     }
@@ -155,18 +198,18 @@ class Printer final : public SessionListener {
                    : std::string( numberWidth( session ) + 2, ' ' );
     }
 
-    void printRecord( const Session & session, const StepOutcome & outcome ) const {
+    void printRecord( const Session & session, const StepOutcome & outcome ) {
         for ( const Interpose::Event & operation : outcome.operations )
-            print( indent( session ) + Interpose::toText( operation ) + "\n" );
+            say( indent( session ) + Text::printable( Interpose::toText( operation ) ) + "\n" );
     }
 
-    void printTables( const Session & session ) const {
+    void printTables( const Session & session ) {
         if ( output_.format == Format::json )
-            print( document( session ).dump( 2 ) + "\n" );
+            say( documentText( document( session ) ) );
         else if ( output_.dump == Format::json )
-            print( tablesJson( session.chip(), {} ).dump( 2 ) + "\n" );
+            say( documentText( tablesJson( session.chip(), {} ) ) );
         else if ( output_.dump )
-            print( tablesText( session.chip(), {} ) );
+            say( tablesText( session.chip(), {} ) );
     }
 
     Json document( const Session & session ) const {
@@ -179,13 +222,22 @@ class Printer final : public SessionListener {
         json["steps"] = std::move( steps );
         if ( !session.outcomes().empty() && !session.outcomes().back().isFinished ) {
             const auto & call = session.lastCall();
+            Json struck = Json::array();
+            for ( const Strike & strike : session.strikes() )
+                struck.push_back( { { "fault", Interpose::toText( strike.fault ) },
+                                    { "step", strike.step },
+                                    { "call", Interpose::toText( strike.operation ) } } );
             json["stopped_at"] = { { "call", call ? Interpose::toText( *call ) : "" },
-                                   { "reason", stopReason( session ) } };
+                                   { "cause", causeOfStop( session ) },
+                                   { "reason", session.lastCallIsStruck()
+                                                   ? "a fault that was injected"
+                                                   : session.lastRefusal() },
+                                   { "faults_that_struck", std::move( struck ) } };
         }
-        Json unfired = Json::array();
-        for ( const Interpose::Fault & fault : session.unfiredFaults() )
-            unfired.push_back( Interpose::toText( fault ) );
-        json["faults_that_never_struck"] = std::move( unfired );
+        Json idle = Json::array();
+        for ( const Interpose::FaultReport & report : session.idleFaults() )
+            idle.push_back( Interpose::toText( report.fault ) );
+        json["faults_that_never_struck"] = std::move( idle );
         json["entries_never_freed"] = session.chip().liveEntryCount();
         if ( output_.dump )
             json["tables"] = tablesJson( session.chip(), {} );
@@ -194,6 +246,7 @@ class Printer final : public SessionListener {
 
     const SessionOutput & output_;
     bool withRecord_;
+    std::optional<Trouble> outputError_;
 };
 
 } // namespace
@@ -202,6 +255,7 @@ int runSession( Bringup bringup, const SessionOptions & options, const SessionOu
     if ( output.format == Format::json && output.dump == Format::text )
         throw InputError( "--dump: with --format json the tables are part of the document",
                           "leave \"=text\" out" );
+    std::signal( SIGPIPE, SIG_IGN ); // a reader who leaves ends neither the steps nor what is saved
     Printer printer( output, options.record );
     Session session( std::move( bringup ), options, printer );
     session.run();

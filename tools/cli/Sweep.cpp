@@ -181,7 +181,7 @@ void printJson( const SweepReport & report ) {
     const Json summary{ { "recipes", recipeCount( report ) }, { "cases", report.cases.size() },
                         { "faults", report.faults() },        { "unexpected", report.unexpected() },
                         { "refused", report.refused() },      { "left_out", report.leftOut() } };
-    print( Json{ { "recipes", std::move( recipes ) }, { "summary", summary } }.dump( 2 ) + "\n" );
+    print( documentText( { { "recipes", std::move( recipes ) }, { "summary", summary } } ) );
 }
 
 // --- Progress, on a terminal only

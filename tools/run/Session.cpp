@@ -146,8 +146,9 @@ class Session::Impl {
     std::string saveError_;
     // The SDK operation under way, or the last one.
     std::optional<Interpose::Event> lastCall_;
-    bool lastCallInjected_ = false;
-    std::string lastFailure_; // the chip's words for it
+    bool lastCallIsStruck_ = false;
+    std::string lastRefusal_;
+    std::vector<Strike> strikes_;
 
   private:
     // --- Setting up
@@ -204,6 +205,7 @@ class Session::Impl {
             throw InputError( fmt::format( "--trace-file: {}: cannot be written: {}",
                                            options_.traceFile, error.code().message() ) );
         }
+        strikeCounts_.resize( options_.inject.size() );
     }
 
     void openTraceDir() {
@@ -255,14 +257,23 @@ class Session::Impl {
         lastCall_ = event;
         if ( moment == Interpose::Recorder::Moment::before )
             return;
-        std::size_t strikes = 0;
-        if ( !options_.inject.empty() ) {
-            for ( const Interpose::FaultReport & report : faults_.reports() )
-                strikes += report.strikes;
+        lastCallIsStruck_ = !options_.inject.empty() && noteStrike( event );
+        lastRefusal_ = event.rc < 0 && !lastCallIsStruck_ ? chip_.lastError() : "";
+    }
+
+    // At most one fault strikes an operation.
+    bool noteStrike( const Interpose::Event & event ) {
+        const auto reports = faults_.reports();
+        for ( std::size_t i = 0; i < reports.size(); ++i ) {
+            if ( reports[i].strikes == strikeCounts_[i] )
+                continue;
+            strikeCounts_[i] = reports[i].strikes;
+            std::erase_if( strikes_,
+                           [&]( const Strike & each ) { return each.fault == reports[i].fault; } );
+            strikes_.push_back( { reports[i].fault, outcomes_.size(), event } );
+            return true;
         }
-        lastCallInjected_ = strikes != strikes_;
-        strikes_ = strikes;
-        lastFailure_ = event.rc < 0 ? chip_.lastError() : "";
+        return false;
     }
 
     void collectRecord() {
@@ -297,7 +308,7 @@ class Session::Impl {
     Interpose::Recorder recorder_;
     Cairn::CairnCommonSmData::Ptr sharedState_;
     Shim::Sdk * previousSdk_ = nullptr;
-    std::size_t strikes_ = 0;
+    std::vector<uint64_t> strikeCounts_; // of each fault
 };
 
 Session::Session( Bringup bringup, SessionOptions options, SessionListener & listener )
@@ -313,8 +324,14 @@ const Sim::Chip & Session::chip() const { return impl_->chip_; }
 const std::vector<StepOutcome> & Session::outcomes() const { return impl_->outcomes_; }
 const std::string & Session::saveError() const { return impl_->saveError_; }
 const std::optional<Interpose::Event> & Session::lastCall() const { return impl_->lastCall_; }
-bool Session::lastCallInjected() const { return impl_->lastCallInjected_; }
-const std::string & Session::lastFailure() const { return impl_->lastFailure_; }
-std::vector<Interpose::Fault> Session::unfiredFaults() const { return impl_->faults_.unfired(); }
+bool Session::lastCallIsStruck() const { return impl_->lastCallIsStruck_; }
+const std::string & Session::lastRefusal() const { return impl_->lastRefusal_; }
+const std::vector<Strike> & Session::strikes() const { return impl_->strikes_; }
+
+std::vector<Interpose::FaultReport> Session::idleFaults() const {
+    auto reports = impl_->faults_.reports();
+    std::erase_if( reports, []( const auto & report ) { return report.strikes != 0; } );
+    return reports;
+}
 
 } // namespace Tool

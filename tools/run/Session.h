@@ -1,7 +1,7 @@
 #pragma once
 
 #include "interpose/Event.h"
-#include "interpose/Fault.h"
+#include "interpose/FaultInjector.h"
 #include "sim/Chip.h"
 #include "tools/model/BringupFile.h"
 
@@ -47,6 +47,14 @@ struct StepOutcome {
     bool isGood() const;
 };
 
+/// A fault that changed what a recipe saw.
+struct Strike {
+    Interpose::Fault fault;
+    /// The step and the operation that it struck last, with the code that the recipe saw.
+    std::size_t step = 0;
+    Interpose::Event operation;
+};
+
 class Session;
 
 /// Is told how a session goes on.
@@ -86,12 +94,14 @@ class Session {
 
     /// The SDK operation under way, or else the last one.
     const std::optional<Interpose::Event> & lastCall() const;
-    /// An injected fault struck the last call.
-    bool lastCallInjected() const;
-    /// The chip's own words for the failure of the last call; empty if it did not fail.
-    const std::string & lastFailure() const;
-    /// Injected faults that never struck.
-    std::vector<Interpose::Fault> unfiredFaults() const;
+    /// A fault struck the last call.
+    bool lastCallIsStruck() const;
+    /// The chip's own words if it refused the last call; empty if it did not.
+    const std::string & lastRefusal() const;
+    /// Faults that struck so far, in the order of their last strikes.
+    const std::vector<Strike> & strikes() const;
+    /// Faults that did not.
+    std::vector<Interpose::FaultReport> idleFaults() const;
 
   private:
     class Impl;

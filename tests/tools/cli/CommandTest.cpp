@@ -439,7 +439,7 @@ TEST( Stop, AFaultAtTheCommit ) {
                 "stopped in step 1 of 1: setEgrTunnelEcnEncap( unit=0, index=5, outerEcn=2 )",
                 "bcmlt_pt_entry_commit entry 1 EGR_TUNNEL_ECN_ENCAPm BCMLT_PT_OPCODE_MODIFY "
                 "BCMLT_PRIORITY_NORMAL -> rc -7",
-                "it is a fault that was injected" );
+                "it is a fault that was injected: op=bcmlt_pt_entry_commit,rc=-7,at=1" );
 }
 
 TEST( Stop, AFaultAtTheAllocate ) {
@@ -447,7 +447,7 @@ TEST( Stop, AFaultAtTheAllocate ) {
                 R"(bcmlt_entry_allocate( unit, "EGR_EPARS_OPAQUE_TAG_CONFIGr", &ent_hdl ))",
                 "stopped in step 1 of 1: setOpaqueTagEgress( unit=0 )",
                 "bcmlt_entry_allocate unit 0 EGR_EPARS_OPAQUE_TAG_CONFIGr -> rc -3",
-                "it is a fault that was injected" );
+                "it is a fault that was injected: op=bcmlt_entry_allocate,rc=-3,at=1" );
 }
 
 TEST( Stop, AFaultAtTheFree ) {
@@ -455,7 +455,7 @@ TEST( Stop, AFaultAtTheFree ) {
                 "bcmlt_entry_free( ent_hdl )",
                 "stopped in step 1 of 1: setOpaqueTagEgress( unit=0 )",
                 "bcmlt_entry_free entry 1 EGR_EPARS_OPAQUE_TAG_CONFIGr -> rc -30",
-                "it is a fault that was injected" );
+                "it is a fault that was injected: op=bcmlt_entry_free,rc=-30,at=1" );
 }
 
 TEST( Stop, WhatTheChipRefuses ) {
@@ -630,6 +630,8 @@ TEST( Stop, IsToldInADocument ) {
     EXPECT_EQ( json["stopped_at"]["reason"],
                "EGR_TUNNEL_ECN_ENCAPm.OUTER_ECN: value 4 needs 3 bits, "
                "the field has 2" );
+    EXPECT_EQ( json["stopped_at"]["cause"], "chip" );
+    EXPECT_EQ( json["stopped_at"]["faults_that_struck"], Json::array() );
     EXPECT_EQ( json["entries_never_freed"], 1 );
 }
 
