@@ -114,6 +114,7 @@ struct Words {
     std::string_view summary;
     std::string_view preparedBy = {};
     bool needsModule = false;
+    std::string_view sharedStateName = "smData";
 };
 
 // One row of the table. `given` names the parameters in the order of the signature and gives their
@@ -133,6 +134,7 @@ consteval Recipe recipe( std::string_view family, const Words & words,
     row.invoke = S::invoke;
     row.result = S::result;
     row.takesSharedState = S::takesSharedState;
+    row.sharedStateName = words.sharedStateName;
     row.needsModule = words.needsModule;
     for ( const Parameter & parameter : given ) {
         row.parameterList[row.parameterCount] = parameter;
@@ -298,7 +300,8 @@ constexpr std::array table = {
         { .summary =
               "Inserts the two strength profiles of IPv6 multicast, unless the chip runs the "
               "KOVA profile.",
-          .needsModule = true } ),
+          .needsModule = true,
+          .sharedStateName = "sm" } ),
 
     recipe<&Cairn::setLearnCacheEnabled>( learnCache,
                                           { "Switches the learn cache on or off for L2 learning." },
@@ -350,7 +353,8 @@ constexpr std::array table = {
 
     recipe<&Cairn::setVlanXlateMissDrop>(
         vlanMiss, { .summary = "Sets the policy for packets whose VLAN translation misses.",
-                    .needsModule = true } ),
+                    .needsModule = true,
+                    .sharedStateName = "sm" } ),
 };
 
 } // namespace

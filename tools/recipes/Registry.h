@@ -72,6 +72,8 @@ struct Recipe {
     Invoker invoke = nullptr;
     ResultType result = ResultType::none;
     bool takesSharedState = false;
+    /// What the library's header calls the shared state.
+    std::string_view sharedStateName;
     /// The recipe reads the first module of the shared state, so there must be one.
     bool needsModule = false;
 
