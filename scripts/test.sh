@@ -25,7 +25,7 @@ for preset in "${presets[@]}"; do
     fi
 done
 
-packages=( "${build_packages[@]}" "${test_packages[@]}" )
+packages=( "${build_packages[@]}" "${python_packages[@]}" "${test_packages[@]}" )
 if [ "${presets[*]}" != release ]; then
     packages+=( "${all_packages[@]}" )
 fi

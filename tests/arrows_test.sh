@@ -26,6 +26,8 @@ allowed[tools/sweep]=${allowed[tools/explain]}
 allowed[tools/recording]="tools/run tracereader ${allowed[tools/run]}"
 allowed[tools/diagnose]="tools/model tracereader ${allowed[tools/model]}"
 allowed[tools/cli]="tools/diagnose tools/explain tools/recording tools/sweep tracereader ${allowed[tools/explain]}"
+# All but the command line.
+allowed[python]=${allowed[tools/cli]}
 
 # The room of a file, or of a project include; nothing for others.
 room_of() {
@@ -35,7 +37,7 @@ room_of() {
         CairnPlatform/* | Kiln/* | Fleetlog/* | Twinlog/* | Nacre/* | ChipModel/*) echo platform ;;
         tools/*/*) echo "${1%/*}" ;;
         shim/* | platform/* | CairnCommon/* | Cairn/* | text/* | interpose/* | sim/* | tracereader/* | \
-            tools/* | tests/* | bench/*)
+            python/* | tools/* | tests/* | bench/*)
             echo "${1%%/*}"
             ;;
     esac
@@ -59,7 +61,7 @@ while IFS=: read -r file line text; do
         failed=1
     fi
 done < <( grep -rnE --include='*.h' --include='*.cpp' '^ *# *include' shim platform CairnCommon Cairn text interpose sim \
-    tracereader tools )
+    tracereader tools python )
 if [ "$seen" -eq 0 ]; then
     echo "no project include found below $1: is it the source tree?"
     failed=1
