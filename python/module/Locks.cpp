@@ -2,7 +2,6 @@
 
 #include "python/module/Bindings.h"
 
-#include <cxxabi.h>
 #include <stdexcept>
 #include <unistd.h>
 
@@ -19,7 +18,7 @@ template <class Take>
 auto takeOrStay( const Take & take ) {
     try {
         return take();
-    } catch ( abi::__forced_unwind & ) {
+    } catch ( ... ) {
         for ( ;; )
             ::pause();
     }
