@@ -12,10 +12,11 @@ if( CAIRN_BUILD_PYTHON STREQUAL AUTO )
     if( NOT PROJECT_IS_TOP_LEVEL )
         return()
     endif()
-    # A sanitizer must be in a process from its start, and the interpreter is not built with one. The thread sanitizer
-    # does not see how the interpreter hands its lock and its objects from thread to thread, and reports that.
-    if( CAIRN_SANITIZE )
-        message( STATUS "No Python package: the interpreter is not built with -fsanitize=${CAIRN_SANITIZE}" )
+    # A sanitizer must be in a process from its start, and the interpreter is not built with one. The runtime of g++'s
+    # address sanitizer can be loaded before it. The thread sanitizer does not see how the interpreter hands its lock
+    # and its objects from thread to thread, and would report that.
+    if( CAIRN_SANITIZE AND NOT ( CAIRN_SANITIZE STREQUAL "address,undefined" AND CMAKE_CXX_COMPILER_ID STREQUAL GNU ) )
+        message( STATUS "No Python package: the interpreter cannot host -fsanitize=${CAIRN_SANITIZE}" )
         return()
     endif()
     set( CAIRN_PYTHON_NEED QUIET )
