@@ -3,12 +3,14 @@
 #include "tests/support/ChildProcess.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <pty.h>
 #include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 namespace ToolTest {
 
@@ -33,26 +35,63 @@ void become( const std::vector<std::string> & arguments ) {
 
 } // namespace
 
-Outcome cairnLt( const std::vector<std::string> & arguments, const std::string & outFile,
+Outcome cairnLt( const std::vector<std::string> & arguments, const std::string & out,
                  const std::function<void()> & prepare ) {
-    const Support::TemporaryFolder folder;
-    const std::string out = outFile.empty() ? folder.path( "out" ) : outFile;
-    const std::string err = folder.path( "err" );
-    const int status = Support::runInChild( [&] {
-        redirect( STDOUT_FILENO, out );
-        redirect( STDERR_FILENO, err );
-        if ( prepare )
-            prepare();
-        become( arguments );
-        return false;
-    } );
+    return StartedProgram( arguments,
+                           [&] {
+                               if ( !out.empty() )
+                                   redirect( STDOUT_FILENO, out );
+                               if ( prepare )
+                                   prepare();
+                           } )
+        .wait();
+}
+
+StartedProgram::StartedProgram( const std::vector<std::string> & arguments,
+                                const std::function<void()> & prepare )
+    : process_( Support::startChild( [&] {
+          redirect( STDOUT_FILENO, folder_.path( "out" ) );
+          redirect( STDERR_FILENO, folder_.path( "err" ) );
+          if ( prepare )
+              prepare();
+          become( arguments );
+          return false;
+      } ) ) {}
+
+StartedProgram::~StartedProgram() {
+    if ( process_ > 0 ) {
+        ::kill( process_, SIGKILL );
+        Support::statusOf( process_ );
+    }
+}
+
+bool StartedProgram::hasEnded() const {
+    siginfo_t info{};
+    return ::waitid( P_PID, static_cast<id_t>( process_ ), &info, WEXITED | WNOHANG | WNOWAIT ) !=
+               0 ||
+           info.si_pid == process_;
+}
+
+bool StartedProgram::says( const std::string & text ) const {
+    for ( ;; ) {
+        const bool isLast = hasEnded();
+        if ( Support::contents( folder_.path( "err" ) ).find( text ) != std::string::npos )
+            return true;
+        if ( isLast )
+            return false;
+        ::usleep( 1000 );
+    }
+}
+
+Outcome StartedProgram::wait() {
+    const int status = Support::statusOf( std::exchange( process_, -1 ) );
     Outcome outcome;
     if ( WIFEXITED( status ) )
         outcome.exitCode = WEXITSTATUS( status );
     if ( WIFSIGNALED( status ) )
         outcome.signal = WTERMSIG( status );
-    outcome.out = outFile.empty() ? Support::contents( out ) : "";
-    outcome.err = Support::contents( err );
+    outcome.out = Support::contents( folder_.path( "out" ) );
+    outcome.err = Support::contents( folder_.path( "err" ) );
     return outcome;
 }
 

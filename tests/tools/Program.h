@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 // The built cairn-lt, run as a shell runs it.
@@ -23,6 +24,30 @@ struct Outcome {
 /// becomes cairn-lt.
 Outcome cairnLt( const std::vector<std::string> & arguments, const std::string & out = {},
                  const std::function<void()> & prepare = {} );
+
+/// cairn-lt under way.
+class StartedProgram {
+  public:
+    /// As cairnLt().
+    explicit StartedProgram( const std::vector<std::string> & arguments,
+                             const std::function<void()> & prepare = {} );
+    /// Kills it if it was not waited for.
+    ~StartedProgram();
+    StartedProgram( const StartedProgram & ) = delete;
+    StartedProgram & operator=( const StartedProgram & ) = delete;
+
+    pid_t process() const { return process_; }
+    /// Waits until standard error holds a text; false if the program ends without it.
+    bool says( const std::string & text ) const;
+    /// Whether it has ended. It can be waited for still.
+    bool hasEnded() const;
+    /// Waits for its end.
+    Outcome wait();
+
+  private:
+    Support::TemporaryFolder folder_;
+    pid_t process_;
+};
 
 /// The same on a terminal, with NO_COLOR set to a value: what the terminal shows.
 std::string cairnLtOnTerminal( const std::vector<std::string> & arguments, const char * noColor );

@@ -10,7 +10,10 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstring>
+#include <poll.h>
 #include <string>
+#include <unistd.h>
 #include <utility>
 
 namespace Tool {
@@ -93,6 +96,10 @@ class Printer final : public SessionListener {
     Printer( const SessionOutput & output, bool withRecord )
         : output_( output ), withRecord_( withRecord ) {}
 
+    void waitsFor( const std::string & stateFile ) override {
+        complain( fmt::format( "waiting for {}, which another process uses", stateFile ) );
+    }
+
     // Before the step, so that its trace lines follow.
     void stepBegins( const Session & session, const StepOutcome & outcome ) override {
         if ( output_.format == Format::text && output_.style == SessionOutput::Style::steps )
@@ -134,6 +141,25 @@ class Printer final : public SessionListener {
         printTables( session );
         if ( outputError_ )
             complain( outputError_->what() );
+    }
+
+    void interrupted( const Session & session, int signal ) override {
+        // If nobody reads standard error, the process ends all the same.
+        pollfd standardError{ STDERR_FILENO, POLLOUT, 0 };
+        if ( ::poll( &standardError, 1, 0 ) != 1 )
+            return;
+        const std::string name = fmt::format( "SIG{}", ::sigabbrev_np( signal ) );
+        const std::size_t steps = session.bringup().steps.size();
+        if ( session.outcomes().empty() ) {
+            complain( fmt::format( "{} before the first of {} steps", name, steps ) );
+        } else {
+            const StepOutcome & outcome = session.outcomes().back();
+            complain( fmt::format( "{}{} {} step {} of {}: {}", placeOf( session, *outcome.step ),
+                                   name, outcome.isFinished ? "after" : "in", outcome.number, steps,
+                                   toText( *outcome.step ) ) );
+        }
+        if ( !session.saveError().empty() )
+            complain( session.saveError() );
     }
 
     int finish( const Session & session ) {

@@ -2,29 +2,105 @@
 
 #include "tools/model/Errors.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <memory>
+#include <fcntl.h>
+#include <filesystem>
+#include <random>
+#include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace Tool {
 
+namespace {
+
+// A descriptor that is closed at the end.
+class Descriptor {
+  public:
+    explicit Descriptor( int number ) : number_( number ) {}
+    ~Descriptor() {
+        if ( number_ >= 0 )
+            ::close( number_ );
+    }
+    Descriptor( const Descriptor & ) = delete;
+    Descriptor & operator=( const Descriptor & ) = delete;
+
+    int number() const { return number_; }
+
+  private:
+    int number_;
+};
+
+// What is written beside FILE is called .FILE.RANDOM.tmp.
+constexpr std::size_t randomDigits = 32;
+constexpr std::string_view temporaryEnding = ".tmp";
+
+std::string temporaryPrefix( const std::filesystem::path & file ) {
+    return fmt::format( ".{}.", file.filename().string() );
+}
+
+std::string temporaryBeside( const std::filesystem::path & file ) {
+    std::random_device random;
+    std::string name = temporaryPrefix( file );
+    while ( name.size() < temporaryPrefix( file ).size() + randomDigits )
+        name += fmt::format( "{:08x}", static_cast<std::uint32_t>( random() ) );
+    return ( file.parent_path() / name.append( temporaryEnding ) ).string();
+}
+
+bool isTemporaryOf( const std::filesystem::path & file, std::string_view name ) {
+    const std::string prefix = temporaryPrefix( file );
+    if ( name.size() != prefix.size() + randomDigits + temporaryEnding.size() ||
+         !name.starts_with( prefix ) || !name.ends_with( temporaryEnding ) )
+        return false;
+    return name.substr( prefix.size(), randomDigits ).find_first_not_of( "0123456789abcdef" ) ==
+           std::string_view::npos;
+}
+
+// A name lasts only if the folder is on disk, too. Not every file system can do that.
+void syncFolderOf( const std::filesystem::path & file ) {
+    const std::string folder = file.parent_path().empty() ? "." : file.parent_path().string();
+    const Descriptor descriptor( ::open( folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC ) );
+    if ( descriptor.number() >= 0 )
+        ::fsync( descriptor.number() );
+}
+
+// Gives a new file the mode, and if that is allowed the owner, of the one that it replaces.
+bool takeOver( int descriptor, const struct stat & old ) {
+    if ( ::fchown( descriptor, old.st_uid, old.st_gid ) != 0 && errno != EPERM )
+        return false;
+    return ::fchmod( descriptor, old.st_mode & 0777 ) == 0;
+}
+
+} // namespace
+
 std::string readFile( const std::string & path ) {
-    const auto refuse = [&]( int error ) -> InputError {
-        return InputError( path, 0, fmt::format( "cannot be read: {}", std::strerror( error ) ) );
+    const auto refuse = [&]( std::string_view why ) -> InputError {
+        return InputError( path, 0, fmt::format( "cannot be read: {}", why ) );
     };
-    const std::unique_ptr<std::FILE, int ( * )( std::FILE * )> file(
-        std::fopen( path.c_str(), "rbe" ), &std::fclose );
-    if ( !file )
-        throw refuse( errno );
+    const Descriptor file( ::open( path.c_str(), O_RDONLY | O_CLOEXEC ) );
+    if ( file.number() < 0 )
+        throw refuse( std::strerror( errno ) );
     std::string contents;
     char buffer[65536];
-    while ( const std::size_t read = std::fread( buffer, 1, sizeof buffer, file.get() ) )
-        contents.append( buffer, read );
-    if ( std::ferror( file.get() ) )
-        throw refuse( errno );
-    return contents;
+    for ( ;; ) {
+        const ssize_t count = ::read( file.number(), buffer, sizeof buffer );
+        if ( count == 0 )
+            return contents;
+        if ( count < 0 && errno == EINTR )
+            continue;
+        if ( count < 0 )
+            throw refuse( std::strerror( errno ) );
+        if ( contents.size() + static_cast<std::size_t>( count ) > largestFile )
+            throw InputError( path, 0, fmt::format( "is larger than {} MiB", largestFile >> 20 ),
+                              "name a smaller file" );
+        contents.append( buffer, static_cast<std::size_t>( count ) );
+    }
 }
 
 bool writeAll( int descriptor, std::string_view text ) noexcept {
@@ -37,6 +113,50 @@ bool writeAll( int descriptor, std::string_view text ) noexcept {
         text.remove_prefix( static_cast<std::size_t>( written ) );
     }
     return true;
+}
+
+std::string linkTarget( const std::string & path ) {
+    std::filesystem::path target = path;
+    constexpr int mostLinks = 40; // as many as the kernel follows
+    for ( int links = 0; links < mostLinks; ++links ) {
+        std::error_code error;
+        const auto next = std::filesystem::read_symlink( target, error );
+        if ( error )
+            return target.string();
+        target = target.parent_path() / next;
+    }
+    throw InputError( path, 0, std::strerror( ELOOP ), "name the file itself" );
+}
+
+void replaceFile( const std::string & path, std::string_view text ) {
+    struct stat old {};
+    const bool isNew = ::stat( path.c_str(), &old ) != 0;
+    const std::string temporary = temporaryBeside( path );
+    const auto refuse = [&]( int error ) {
+        return Trouble( fmt::format( "{}: cannot be written: {}", path, std::strerror( error ) ) );
+    };
+    const Descriptor file(
+        ::open( temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, isNew ? 0666 : 0600 ) );
+    if ( file.number() < 0 )
+        throw refuse( errno );
+    if ( !( isNew || takeOver( file.number(), old ) ) || !writeAll( file.number(), text ) ||
+         ::fsync( file.number() ) != 0 || std::rename( temporary.c_str(), path.c_str() ) != 0 ) {
+        const int error = errno;
+        ::unlink( temporary.c_str() );
+        throw refuse( error );
+    }
+    syncFolderOf( path );
+}
+
+void removeLeftovers( const std::string & path ) {
+    const std::filesystem::path file = path;
+    const auto folder = file.parent_path().empty() ? "." : file.parent_path();
+    std::error_code error;
+    for ( auto entry = std::filesystem::directory_iterator( folder, error );
+          !error && entry != std::filesystem::directory_iterator(); entry.increment( error ) ) {
+        if ( isTemporaryOf( file, entry->path().filename().string() ) )
+            ::unlink( entry->path().c_str() );
+    }
 }
 
 } // namespace Tool

@@ -5,6 +5,7 @@
 #include <ChipModel/CairnCommonSmData.h>
 #include <ChipModel/ChipInfo.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -18,6 +19,10 @@ class Chip;
 }
 
 namespace Tool {
+
+/// A chip is not small. A file of these limits cannot ask for more memory than a machine has.
+inline constexpr std::size_t mostChips = 1024;
+inline constexpr std::size_t mostTables = 4096; ///< of one chip
 
 /// One chip, which is one unit of the SDK.
 struct ChipDescription {

@@ -8,11 +8,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <fcntl.h>
 #include <limits>
-#include <unistd.h>
+#include <sys/stat.h>
 #include <utility>
 
 namespace Tool {
@@ -202,6 +199,8 @@ SavedUnit unitFromJson( const Json & json ) {
     SavedUnit saved;
     saved.unit = static_cast<int>( numberMember<uint16_t>( json, "unit" ) );
     for ( const Json & tableJson : arrayMember( json, "tables" ) ) {
+        if ( saved.schema.tables().size() == mostTables )
+            throw Malformed{ fmt::format( "a unit of more than {} tables", mostTables ) };
         Sim::Table table;
         table.name = textMember( tableJson, "name" );
         table.kind = kindOf( textMember( tableJson, "kind" ) );
@@ -235,6 +234,8 @@ std::vector<SavedUnit> unitsFromJson( const Json & json ) {
                                       version, stateVersion ) };
     std::vector<SavedUnit> units;
     for ( const Json & unit : arrayMember( json, "units" ) ) {
+        if ( units.size() == mostChips )
+            throw Malformed{ fmt::format( "more than {} units", mostChips ) };
         units.push_back( unitFromJson( unit ) );
         const int added = units.back().unit;
         if ( std::count_if( units.begin(), units.end(),
@@ -257,14 +258,19 @@ std::vector<SavedUnit> parseState( std::string_view contents, const std::string 
         return unitsFromJson( Json::parse( contents ) );
     } catch ( const Malformed & malformed ) {
         throw refuse( malformed.what );
-    } catch ( const Json::exception & error ) {
-        throw refuse( error.what() );
+    } catch ( const Json::parse_error & error ) {
+        throw refuse( fmt::format( "it is not JSON at byte {}", error.byte ) );
+    } catch ( const Json::out_of_range & ) {
+        throw refuse( "it holds a number that is too large" );
     }
 }
 
 std::vector<SavedUnit> loadState( const std::string & file ) {
-    if ( ::access( file.c_str(), F_OK ) != 0 && errno == ENOENT )
+    struct stat status {};
+    if ( ::stat( file.c_str(), &status ) != 0 && errno == ENOENT )
         return {};
+    if ( status.st_mode != 0 && !S_ISREG( status.st_mode ) )
+        throw InputError( file, 0, "is no regular file", "name another state file" );
     return parseState( readFile( file ), file );
 }
 
@@ -288,7 +294,7 @@ void restore( Sim::Chip & chip, const std::vector<SavedUnit> & units, const std:
     }
 }
 
-void saveState( const Sim::Chip & chip, const std::string & file ) {
+std::string stateText( const Sim::Chip & chip ) {
     Json units = Json::array();
     for ( const int unit : chip.units() ) {
         Json tables = Json::array();
@@ -298,26 +304,7 @@ void saveState( const Sim::Chip & chip, const std::string & file ) {
     }
     const Json json{
         { "format", formatName }, { "version", stateVersion }, { "units", std::move( units ) } };
-    const std::string text = json.dump() + "\n";
-
-    // Written beside the file and renamed over it.
-    const std::string temporary = fmt::format( "{}.{}.tmp", file, ::getpid() );
-    const auto refuse = [&] {
-        return Trouble( fmt::format( "{}: cannot be written: {}", file, std::strerror( errno ) ) );
-    };
-    const int descriptor =
-        ::open( temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666 );
-    if ( descriptor < 0 )
-        throw refuse();
-    const bool good = writeAll( descriptor, text ) && ::fsync( descriptor ) == 0 &&
-                      std::rename( temporary.c_str(), file.c_str() ) == 0;
-    if ( !good ) {
-        const Trouble trouble = refuse();
-        ::unlink( temporary.c_str() );
-        ::close( descriptor );
-        throw trouble;
-    }
-    ::close( descriptor );
+    return json.dump() + "\n";
 }
 
 } // namespace Tool

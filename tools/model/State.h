@@ -29,7 +29,7 @@ struct SavedUnit {
 /// Reads `contents`; `file` is what messages (InputError) call it. What is returned can be restored.
 std::vector<SavedUnit> parseState( std::string_view contents, const std::string & file );
 
-/// The chips of a state file; none if there is no such file yet.
+/// The chips of a state file; none if there is no such file yet. InputError if it is no regular file.
 std::vector<SavedUnit> loadState( const std::string & file );
 
 /// The chips of a state file, as chips of a model ("chipUNIT").
@@ -38,8 +38,7 @@ std::vector<ChipDescription> savedChips( const std::string & stateFile );
 /// Fills a chip that has the saved units with what was saved. Throws InputError if a row does not fit.
 void restore( Sim::Chip & chip, const std::vector<SavedUnit> & units, const std::string & file );
 
-/// Writes all units of a chip. The file is replaced as a whole: another process sees the old or the
-/// new one. Trouble, and the old file is kept, if that fails.
-void saveState( const Sim::Chip & chip, const std::string & file );
+/// The contents of a state file of all units of a chip.
+std::string stateText( const Sim::Chip & chip );
 
 } // namespace Tool

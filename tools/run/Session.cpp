@@ -7,7 +7,7 @@
 #include "text/NearestName.h"
 #include "tools/model/Arguments.h"
 #include "tools/model/Errors.h"
-#include "tools/model/State.h"
+#include "tools/model/StateFile.h"
 #include "tools/run/StopHandler.h"
 
 #include <ChipModel/BringupStage.h>
@@ -128,15 +128,19 @@ class Session::Impl {
     }
 
     void run() {
-        const StopHandler stop( [this] { stopped(); } );
+        const StopHandler stop( [this] { stopped(); },
+                                [this]( int signal ) { interrupted( signal ); } );
         try {
             for ( const Step & step : bringup_.steps )
                 runStep( step );
         } catch ( ... ) {
+            const std::lock_guard change( change_ );
             saveChips();
             throw;
         }
+        const std::lock_guard change( change_ );
         saveChips();
+        stateFile_.reset(); // nobody waits for what is printed
     }
 
     Bringup bringup_;
@@ -168,7 +172,8 @@ class Session::Impl {
         addUnits( chip_, bringup_.model );
         if ( options_.state.empty() )
             return;
-        const std::vector<SavedUnit> saved = loadState( options_.state );
+        stateFile_.emplace( options_.state, [this] { listener_.waitsFor( options_.state ); } );
+        const std::vector<SavedUnit> saved = stateFile_->load();
         for ( const SavedUnit & unit : saved ) {
             const Sim::Schema * schema = chip_.schema( unit.unit );
             if ( schema == nullptr )
@@ -226,11 +231,17 @@ class Session::Impl {
     // --- Running
 
     void runStep( const Step & step ) {
-        outcomes_.push_back( { .step = &step, .number = outcomes_.size() + 1 } );
+        {
+            const std::lock_guard change( change_ );
+            outcomes_.push_back( { .step = &step, .number = outcomes_.size() + 1 } );
+        }
         StepOutcome & outcome = outcomes_.back();
         listener_.stepBegins( session_, outcome );
         perform( step, outcome );
-        outcome.isFinished = true;
+        {
+            const std::lock_guard change( change_ );
+            outcome.isFinished = true;
+        }
         collectRecord();
         listener_.stepEnded( session_, outcome );
     }
@@ -242,6 +253,7 @@ class Session::Impl {
         } else if ( const auto * stages = std::get_if<StageStep>( &step.what ) ) {
             changeStages( *stages );
         } else {
+            const std::lock_guard change( change_ );
             const auto & poke = std::get<PokeStep>( step.what );
             const Sim::RowId row{
                 .index = poke.index, .instance = poke.instance, .port = poke.port };
@@ -254,11 +266,15 @@ class Session::Impl {
     void watch( Interpose::Recorder::Moment moment, const Interpose::Event & event ) {
         if ( Interpose::kind( event.call ) != Interpose::SdkCallKind::operation )
             return;
-        lastCall_ = event;
-        if ( moment == Interpose::Recorder::Moment::before )
+        if ( moment == Interpose::Recorder::Moment::before ) {
+            change_.lock();
+            lastCall_ = event;
             return;
+        }
+        lastCall_ = event;
         lastCallIsStruck_ = !options_.inject.empty() && noteStrike( event );
         lastRefusal_ = event.rc < 0 && !lastCallIsStruck_ ? chip_.lastError() : "";
+        change_.unlock();
     }
 
     // At most one fault strikes an operation.
@@ -287,10 +303,10 @@ class Session::Impl {
     }
 
     void saveChips() noexcept {
-        if ( options_.state.empty() )
+        if ( !stateFile_ )
             return;
         try {
-            saveState( chip_, options_.state );
+            stateFile_->save( chip_ );
         } catch ( const std::exception & error ) {
             saveError_ = error.what();
         }
@@ -302,9 +318,19 @@ class Session::Impl {
         listener_.stopped( session_ );
     }
 
+    // The steps go no further than to their next change.
+    void interrupted( int signal ) {
+        change_.lock();
+        saveChips();
+        listener_.interrupted( session_, signal );
+    }
+
+    // Held while the chips or the outcomes change.
+    std::mutex change_;
     const Session & session_;
     SessionOptions options_;
     SessionListener & listener_;
+    std::optional<StateFile> stateFile_;
     Interpose::Recorder recorder_;
     Cairn::CairnCommonSmData::Ptr sharedState_;
     Shim::Sdk * previousSdk_ = nullptr;

@@ -60,11 +60,17 @@ class Session;
 /// Is told how a session goes on.
 class SessionListener {
   public:
+    /// The session waits for another process that uses the state file.
+    virtual void waitsFor( const std::string & stateFile ) = 0;
     virtual void stepBegins( const Session & session, const StepOutcome & outcome ) = 0;
     virtual void stepEnded( const Session & session, const StepOutcome & outcome ) = 0;
     /// A recipe stopped the process, which dies of SIGABRT when this returns. The chips are saved.
     /// Called on another thread, while that of the recipe stands still.
     virtual void stopped( const Session & session ) = 0;
+    /// A signal interrupts the session, and ends the process when this returns. The chips are
+    /// saved. Called on another thread, while that of the recipe may be anywhere but in an SDK
+    /// operation.
+    virtual void interrupted( const Session & session, int signal ) = 0;
 
   protected:
     ~SessionListener() = default;
@@ -80,8 +86,8 @@ class Session {
     Session( const Session & ) = delete;
     Session & operator=( const Session & ) = delete;
 
-    /// Runs the steps and saves the chips. Once; a recipe may stop the process. The chips are saved
-    /// as they were at the stop, then.
+    /// Runs the steps and saves the chips. Once. A recipe may stop the process; SIGINT, SIGTERM and
+    /// SIGHUP end it. The chips are saved as they are then, after or before an SDK operation.
     void run();
 
     const Bringup & bringup() const;

@@ -2,12 +2,15 @@
 
 #include "tools/model/Errors.h"
 
+#include <fmt/format.h>
+
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
 #include <poll.h>
-#include <string>
+#include <sys/signalfd.h>
 #include <unistd.h>
 #include <utility>
 
@@ -19,9 +22,9 @@ constexpr char tellStop = 's';
 constexpr char endThread = 'e';
 constexpr int longestTelling = 60'000; // milliseconds
 
-// What the signal handler looks at. Set before it is installed.
-pid_t thread_ = 0;
-int requests_[2]; // read by the telling thread
+// What the handler of SIGABRT looks at. Set before it is installed.
+pid_t abortingThread_ = 0;
+int requests_[2]; // read by the handler's thread
 int answers_[2];  // read by the signal handler
 struct sigaction previous_;
 
@@ -37,7 +40,7 @@ char receive( int descriptor ) {
 extern "C" void handleAbort( int signal, siginfo_t * info, void * ) {
     ::sigaction( signal, &previous_, nullptr );
     const bool ownAbort =
-        info->si_code == SI_TKILL && info->si_pid == ::getpid() && ::gettid() == thread_;
+        info->si_code == SI_TKILL && info->si_pid == ::getpid() && ::gettid() == abortingThread_;
     if ( ownAbort && send( requests_[1], tellStop ) ) {
         pollfd answer{ answers_[0], POLLIN, 0 };
         ::poll( &answer, 1, longestTelling );
@@ -48,21 +51,24 @@ extern "C" void handleAbort( int signal, siginfo_t * info, void * ) {
 
 void openPipe( int ( &ends )[2] ) {
     if ( ::pipe2( ends, O_CLOEXEC ) != 0 )
-        throw Trouble( std::string( "no pipe: " ) + std::strerror( errno ) );
+        throw Trouble( fmt::format( "no pipe: {}", std::strerror( errno ) ) );
 }
 
 } // namespace
 
-StopHandler::StopHandler( std::function<void()> onStop ) {
+StopHandler::StopHandler( std::function<void()> onStop,
+                          std::function<void( int signal )> onInterrupt ) {
     openPipe( requests_ );
     openPipe( answers_ );
-    teller_ = std::thread( [onStop = std::move( onStop )]() noexcept {
-        if ( receive( requests_[0] ) == tellStop ) {
-            onStop();
-            send( answers_[1], tellStop );
-        }
-    } );
-    thread_ = ::gettid();
+    ::sigemptyset( &interrupts_ );
+    ::pthread_sigmask( SIG_SETMASK, nullptr, &maskBefore_ );
+    if ( onInterrupt )
+        blockInterrupts();
+    thread_ = std::thread(
+        [this, onStop = std::move( onStop ), onInterrupt = std::move( onInterrupt )]() noexcept {
+            waitForEvents( onStop, onInterrupt );
+        } );
+    abortingThread_ = ::gettid();
     struct sigaction action = {};
     action.sa_sigaction = handleAbort;
     action.sa_flags = SA_SIGINFO;
@@ -72,9 +78,46 @@ StopHandler::StopHandler( std::function<void()> onStop ) {
 StopHandler::~StopHandler() {
     ::sigaction( SIGABRT, &previous_, nullptr );
     send( requests_[1], endThread );
-    teller_.join();
-    for ( const int end : { requests_[0], requests_[1], answers_[0], answers_[1] } )
-        ::close( end );
+    thread_.join();
+    for ( const int end :
+          { requests_[0], requests_[1], answers_[0], answers_[1], interruptEvents_ } ) {
+        if ( end >= 0 )
+            ::close( end );
+    }
+    // What nobody took any more is delivered now.
+    ::pthread_sigmask( SIG_SETMASK, &maskBefore_, nullptr );
+}
+
+// Blocked in all threads, which are made later, the signals are left to a descriptor.
+void StopHandler::blockInterrupts() {
+    for ( const int signal : { SIGINT, SIGTERM, SIGHUP } ) {
+        struct sigaction action {};
+        if ( ::sigaction( signal, nullptr, &action ) == 0 && action.sa_handler != SIG_IGN )
+            ::sigaddset( &interrupts_, signal );
+    }
+    interruptEvents_ = ::signalfd( -1, &interrupts_, SFD_CLOEXEC );
+    if ( interruptEvents_ < 0 )
+        throw Trouble( fmt::format( "no descriptor for signals: {}", std::strerror( errno ) ) );
+    ::pthread_sigmask( SIG_BLOCK, &interrupts_, nullptr );
+}
+
+void StopHandler::waitForEvents( const std::function<void()> & onStop,
+                                 const std::function<void( int signal )> & onInterrupt ) const {
+    pollfd events[] = { { requests_[0], POLLIN, 0 }, { interruptEvents_, POLLIN, 0 } };
+    while ( ::poll( events, std::size( events ), -1 ) < 0 && errno == EINTR ) {
+    }
+    signalfd_siginfo interrupt;
+    if ( events[0].revents != 0 ) {
+        if ( receive( requests_[0] ) != tellStop )
+            return;
+        onStop();
+        send( answers_[1], tellStop );
+    } else if ( ::read( interruptEvents_, &interrupt, sizeof interrupt ) == sizeof interrupt ) {
+        ::pthread_sigmask( SIG_UNBLOCK, &interrupts_, nullptr ); // for a second one
+        const int signal = static_cast<int>( interrupt.ssi_signo );
+        onInterrupt( signal );
+        ::raise( signal );
+    }
 }
 
 } // namespace Tool

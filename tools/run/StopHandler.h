@@ -1,9 +1,10 @@
 #pragma once
 
+#include <csignal>
 #include <functional>
 #include <thread>
 
-// The last words of a process that a recipe stops.
+// The last words of a process that a recipe stops, or that somebody interrupts.
 
 namespace Tool {
 
@@ -22,17 +23,30 @@ namespace Tool {
 /// (The alternative, recipes in a child process, keeps the tool alive, but the chip as it was at
 /// the stop dies with the child.)
 ///
+/// SIGINT, SIGTERM and SIGHUP are taken by the same thread, if there is a function for them: it is
+/// called with the signal, as ordinary code, while the other threads go on, and when it has
+/// returned, the process ends as the signal ends it. A second signal ends it at once. Signals that
+/// the process ignores stay ignored.
+///
 /// The thread that makes the handler is the one whose stops it handles. At most one lives at a
 /// time.
 class StopHandler {
   public:
-    explicit StopHandler( std::function<void()> onStop );
+    explicit StopHandler( std::function<void()> onStop,
+                          std::function<void( int signal )> onInterrupt = {} );
     ~StopHandler();
     StopHandler( const StopHandler & ) = delete;
     StopHandler & operator=( const StopHandler & ) = delete;
 
   private:
-    std::thread teller_;
+    void blockInterrupts();
+    void waitForEvents( const std::function<void()> & onStop,
+                        const std::function<void( int signal )> & onInterrupt ) const;
+
+    sigset_t interrupts_; // empty if there is no function for them
+    sigset_t maskBefore_;
+    int interruptEvents_ = -1;
+    std::thread thread_;
 };
 
 } // namespace Tool
