@@ -12,6 +12,7 @@
 #include <limits>
 #include <map>
 #include <set>
+#include <tuple>
 #include <utility>
 
 namespace Tool {
@@ -64,6 +65,9 @@ class Reader {
     void readChip( const TomlNode & node ) {
         toml_.expectKeys( node, { "name", "unit", "values", "file", "profile", "blocked_stages" },
                           "[[chips]]" );
+        if ( model().chips.size() == mostChips )
+            toml_.refuse( node.line, fmt::format( "more than {} chips", mostChips ),
+                          "describe fewer" );
         ChipDescription chip;
         const TomlNode & name = toml_.need( node, "name", "[[chips]]" );
         const std::string & nameText = toml_.text( name, "name" );
@@ -259,15 +263,14 @@ class Reader {
         const int line = node.find( "port" )->line;
         const TomlNode & hardware = toml_.need( node, "hardware_port", what );
         entry.hardware.phyPortId = toml_.number<uint16_t>( hardware, "hardware_port" );
-        for ( std::size_t i = 0; i < model().hardwarePorts.size(); ++i ) {
-            if ( model().hardwarePorts[i].port == entry.port )
-                toml_.refuse( line,
-                              fmt::format( "{} has a hardware port already (line {})",
-                                           portText( entry.port.unit, entry.port.portId ),
-                                           hardwarePortLines_[i] ),
-                              "remove one of the two" );
-        }
-        hardwarePortLines_.push_back( line );
+        const CairnTypes::CairnPort & port = entry.port;
+        const auto [known, isNew] = hardwarePortLines_.emplace(
+            std::tuple( port.unit, port.portId, port.slot, port.lane ), line );
+        if ( !isNew )
+            toml_.refuse( line,
+                          fmt::format( "{} has a hardware port already (line {})",
+                                       portText( port.unit, port.portId ), known->second ),
+                          "remove one of the two" );
         const auto [place, added] = hardwareLines_.emplace(
             std::pair( entry.port.unit, entry.hardware.phyPortId ),
             std::pair( portText( entry.port.unit, entry.port.portId ), hardware.line ) );
@@ -283,17 +286,18 @@ class Reader {
 
     // A recirculation port and its hardware port are one port only if slot and lane agree, too.
     void checkHardwarePorts() {
-        for ( std::size_t i = 0; i < model().hardwarePorts.size(); ++i ) {
-            const CairnTypes::CairnPort & port = model().hardwarePorts[i].port;
-            for ( const RecirculationDescription & loop : model().recirculationPorts ) {
-                if ( loop.port.unit == port.unit && loop.port.portId == port.portId &&
-                     !( loop.port == port ) )
-                    toml_.refuse(
-                        hardwarePortLines_[i],
-                        fmt::format( "{} has another slot or lane as a recirculation port",
-                                     portText( port.unit, port.portId ) ),
-                        "give both the same" );
-            }
+        std::map<std::pair<uint16_t, uint16_t>, CairnTypes::CairnPort> loops;
+        for ( const RecirculationDescription & loop : model().recirculationPorts )
+            loops.emplace( std::pair( loop.port.unit, loop.port.portId ), loop.port );
+        for ( const HardwarePortDescription & hardware : model().hardwarePorts ) {
+            const CairnTypes::CairnPort & port = hardware.port;
+            const auto loop = loops.find( std::pair( port.unit, port.portId ) );
+            if ( loop != loops.end() && !( loop->second == port ) )
+                toml_.refuse(
+                    hardwarePortLines_.at( { port.unit, port.portId, port.slot, port.lane } ),
+                    fmt::format( "{} has another slot or lane as a recirculation port",
+                                 portText( port.unit, port.portId ) ),
+                    "give both the same" );
         }
     }
 
@@ -509,7 +513,7 @@ class Reader {
     std::map<uint32_t, int> interfaceLines_;
     std::map<std::pair<uint16_t, uint16_t>, std::pair<std::string, int>> portLines_;
     std::map<std::pair<uint16_t, uint16_t>, std::pair<std::string, int>> hardwareLines_;
-    std::vector<int> hardwarePortLines_; // as model().hardwarePorts
+    std::map<std::tuple<uint16_t, uint16_t, uint16_t, uint8_t>, int> hardwarePortLines_;
 };
 
 std::string stagesText( const char * verb, const StageStep & step,

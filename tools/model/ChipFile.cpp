@@ -2,10 +2,12 @@
 
 #include "tools/model/Errors.h"
 #include "tools/model/Files.h"
+#include "tools/model/Model.h"
 #include "tools/model/Toml.h"
 
 #include <algorithm>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -82,25 +84,24 @@ class Reader {
             table.preloaded = toml_.boolean( *preloaded, "preloaded" );
         const TomlNode & fields = toml_.need( node, "fields", "table " + table.name );
         toml_.expectKind( fields, TomlNode::Kind::array, "fields" );
+        std::map<std::string, int> fieldLines; // of two of one name, that of the second
         for ( const TomlNode & field : fields.items ) {
             table.fields.push_back( readField( field ) );
-            // The line of a field is known only here, so problems are looked for as they come in.
-            refuseProblemOf( table, table.fields.back().name, field.line );
+            fieldLines[table.fields.back().name] = field.line;
         }
-        const std::vector<std::string> problems = Sim::check( table );
+        const std::vector<Sim::Problem> problems = Sim::problemsOf( table );
+        for ( const Sim::Problem & problem : problems ) {
+            if ( !problem.field.empty() )
+                toml_.refuse( fieldLines.at( problem.field ), problem.text );
+        }
         if ( !problems.empty() )
-            toml_.refuse( name.line, problems.front() );
+            toml_.refuse( name.line, problems.front().text );
+        if ( schema_.tables().size() == mostTables )
+            toml_.refuse( name.line, fmt::format( "more than {} tables", mostTables ),
+                          "describe fewer" );
         const std::string problem = schema_.add( std::move( table ) );
         if ( !problem.empty() )
             toml_.refuse( name.line, problem );
-    }
-
-    // Refuses what is wrong with this field of a table that is still being read.
-    void refuseProblemOf( const Sim::Table & table, const std::string & field, int line ) {
-        for ( const Sim::Problem & problem : Sim::problemsOf( table ) ) {
-            if ( problem.field == field )
-                toml_.refuse( line, problem.text );
-        }
     }
 
     Sim::TableKind readKind( const TomlNode & node ) {

@@ -34,6 +34,9 @@ std::pair<std::optional<int>, std::string> splitChip( const std::string & text )
 
 std::vector<ChipDescription> chipsOf( const ChipOptions & options ) {
     std::vector<ChipDescription> chips;
+    if ( options.chips.size() > mostChips )
+        throw InputError( fmt::format( "--chip: there are {} chips", options.chips.size() ),
+                          fmt::format( "give at most {}", mostChips ) );
     for ( const std::string & text : options.chips ) {
         const auto [given, source] = splitChip( text );
         const int unit = given ? *given : chips.empty() ? 0 : chips.back().unit + 1;

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <tuple>
+#include <utility>
 
 namespace Tool {
 
@@ -16,6 +17,144 @@ namespace {
 int lineOf( const toml::source_region & source ) {
     return source.begin.line == 0 ? 1 : static_cast<int>( source.begin.line );
 }
+
+// Reads as much of TOML as it takes to hold a file to the limits before it is parsed. Where it is
+// not TOML it may count too much or too little; the parser goes no further than that place.
+class LimitCheck {
+  public:
+    LimitCheck( std::string_view text, const std::string & file ) : text_( text ), file_( file ) {}
+
+    void run() {
+        while ( at_ < text_.size() )
+            readOne();
+    }
+
+  private:
+    void readOne() {
+        const char c = text_[at_++];
+        switch ( c ) {
+        case '\n':
+            ++line_;
+            if ( bases_.empty() ) {
+                depth_ = header_;
+                isLineStart_ = true;
+                isHeader_ = false;
+            }
+            return;
+        case ' ':
+        case '\t':
+        case '\r':
+            return;
+        case '#':
+            at_ = std::min( text_.find( '\n', at_ ), text_.size() );
+            return;
+        case '"':
+        case '\'':
+            skipText( c );
+            break;
+        case '.':
+            deepen();
+            break;
+        case '[':
+        case '{':
+            if ( c == '[' && isLineStart_ && bases_.empty() )
+                beginHeader();
+            else
+                open();
+            break;
+        case ']':
+        case '}':
+            close();
+            break;
+        case ',':
+            depth_ = bases_.empty() ? header_ : bases_.back();
+            count();
+            break;
+        case '=':
+            count();
+            break;
+        default:
+            break;
+        }
+        isLineStart_ = false;
+    }
+
+    // "[a.b]", or "[[a.b]]", whose table is an item of an array. The depth holds for what follows.
+    void beginHeader() {
+        isHeader_ = true;
+        depth_ = 0;
+        deepen();
+        if ( at_ < text_.size() && text_[at_] == '[' ) {
+            ++at_;
+            deepen();
+        }
+        count();
+    }
+
+    void open() {
+        deepen();
+        bases_.push_back( depth_ );
+        count();
+    }
+
+    void close() {
+        if ( bases_.empty() )
+            return;
+        depth_ = bases_.back();
+        bases_.pop_back();
+    }
+
+    void deepen() {
+        if ( ++depth_ > deepestToml )
+            throw InputError( file_, line_, fmt::format( "nested more than {} deep", deepestToml ),
+                              "make it flat" );
+        if ( isHeader_ )
+            header_ = depth_;
+    }
+
+    void count() {
+        if ( ++values_ > mostTomlValues )
+            throw InputError( file_, line_, fmt::format( "more than {} values", mostTomlValues ),
+                              "make several files of it" );
+    }
+
+    void skipText( char quote ) {
+        const std::string_view triple = quote == '"' ? "\"\"\"" : "'''";
+        const bool isLong = text_.substr( at_ - 1 ).starts_with( triple );
+        if ( isLong )
+            at_ += 2;
+        for ( ; at_ < text_.size(); ++at_ ) {
+            const char c = text_[at_];
+            if ( c == '\\' && quote == '"' ) {
+                ++at_; // what follows ends nothing; an end of line is counted below
+                if ( at_ < text_.size() && text_[at_] == '\n' )
+                    ++line_;
+            } else if ( c == '\n' ) {
+                if ( !isLong )
+                    return; // no TOML: a text of one line that does not end there
+                ++line_;
+            } else if ( !isLong && c == quote ) {
+                ++at_;
+                return;
+            } else if ( isLong && text_.substr( at_ ).starts_with( triple ) ) {
+                // The text may end in up to two quotes of its own.
+                at_ = std::min( text_.find_first_not_of( quote, at_ ), at_ + 5 );
+                return;
+            }
+        }
+    }
+
+    std::string_view text_;
+    const std::string & file_;
+    std::size_t at_ = 0;
+    int line_ = 1;
+    bool isLineStart_ = true;
+    bool isHeader_ = false;
+    std::size_t header_ = 0; // depth of the table that the last header began
+    std::size_t depth_ = 0;
+    std::vector<std::size_t> bases_; // depths within the arrays and tables that are open
+    std::size_t values_ = 0;
+};
 
 TomlNode convert( const toml::node & from ) {
     TomlNode node;
@@ -78,6 +217,7 @@ const TomlNode * TomlNode::find( std::string_view key ) const {
 }
 
 TomlNode parseToml( std::string_view contents, const std::string & file ) {
+    LimitCheck( contents, file ).run();
     try {
         return convert( toml::parse( contents, file ) );
     } catch ( const toml::parse_error & error ) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <limits>
@@ -28,6 +29,11 @@ struct TomlNode {
 
     const TomlNode * find( std::string_view key ) const;
 };
+
+/// Limits of a file: how deep tables, arrays and the parts of keys may lie in each other, and how
+/// many values it may hold. They bound the stack and the memory that reading takes.
+inline constexpr std::size_t deepestToml = 100;
+inline constexpr std::size_t mostTomlValues = 1'000'000;
 
 /// Parses `contents`; `file` is what messages call it.
 TomlNode parseToml( std::string_view contents, const std::string & file );
