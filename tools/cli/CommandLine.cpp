@@ -12,6 +12,7 @@
 #include <csignal>
 #include <exception>
 #include <functional>
+#include <new>
 #include <span>
 #include <sstream>
 #include <string>
@@ -102,6 +103,8 @@ class CommandLine {
             return show( help );
         } catch ( const CLI::ParseError & error ) {
             complain( explain( error ).what() );
+        } catch ( const std::bad_alloc & ) {
+            complain( "not enough memory" );
         } catch ( const std::exception & error ) {
             complain( error.what() );
         }

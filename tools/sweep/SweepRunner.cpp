@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -21,13 +22,16 @@
 #include <exception>
 #include <map>
 #include <mutex>
+#include <new>
 #include <numeric>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -152,6 +156,14 @@ void put( Sim::Chip & chip, int unit, const SweepCase::Holds & holds ) {
         throw std::runtime_error( chip.lastError() );
 }
 
+// The exit code of a run that the system did not let finish. No recipe exits.
+constexpr int unfinished = 3;
+
+[[noreturn]] void endUnfinished( const char * why ) {
+    writeAll( STDERR_FILENO, why );
+    ::_exit( unfinished );
+}
+
 void runHere( const PreparedCase & prepared, const std::optional<Interpose::Fault> & fault,
               const SweepSetup & setup, int log ) {
     Sim::Chip chip;
@@ -161,7 +173,10 @@ void runHere( const PreparedCase & prepared, const std::optional<Interpose::Faul
     if ( fault )
         faults.add( *fault );
     Watcher watcher( chip, faults, !fault );
-    const auto report = [&] { writeAll( log, nlohmann::json( watcher.finish() ).dump() ); };
+    const auto report = [&] {
+        if ( !writeAll( log, nlohmann::json( watcher.finish() ).dump() ) )
+            endUnfinished( std::strerror( errno ) );
+    };
     Shim::Sdk & seenByLibrary = setup.around ? setup.around( watcher.sdk() ) : watcher.sdk();
 
     const StopHandler stop( report );
@@ -179,17 +194,25 @@ void runHere( const PreparedCase & prepared, const std::optional<Interpose::Faul
 
 [[noreturn]] void runInChild( const PreparedCase & prepared,
                               const std::optional<Interpose::Fault> & fault,
-                              const SweepSetup & setup, int log, int standardError ) {
+                              const SweepSetup & setup, pid_t sweep, int log, int standardError ) {
     constexpr unsigned patience = 60; // seconds, of a recipe that hangs
     const rlimit noCore{ 0, 0 };
     ::setrlimit( RLIMIT_CORE, &noCore );
+    // However the sweep ends, its runs end, too.
+    ::prctl( PR_SET_PDEATHSIG, SIGKILL );
+    if ( ::getppid() != sweep )
+        ::_exit( unfinished );
     ::dup2( standardError, STDERR_FILENO );
     ::alarm( patience );
+    std::set_new_handler( [] { endUnfinished( "no memory" ); } );
     try {
         runHere( prepared, fault, setup, log );
+    } catch ( const Trouble & error ) {
+        endUnfinished( error.what() );
+    } catch ( const std::system_error & error ) {
+        endUnfinished( error.what() );
     } catch ( const std::exception & error ) {
-        fmt::print( stderr, "{}\n", error.what() );
-        std::fflush( stderr );
+        writeAll( STDERR_FILENO, error.what() );
         ::_exit( 2 );
     }
     ::_exit( 0 );
@@ -243,7 +266,8 @@ class ChildRun {
         if ( process_ < 0 )
             throwTrouble( "start a process" );
         if ( process_ == 0 )
-            runInChild( prepared, fault, setup, log_.descriptor(), standardError_.descriptor() );
+            runInChild( prepared, fault, setup, sweep_, log_.descriptor(),
+                        standardError_.descriptor() );
     }
     ~ChildRun() {
         if ( process_ > 0 )
@@ -264,6 +288,10 @@ class ChildRun {
             run.signal = WTERMSIG( status );
         if ( WIFEXITED( status ) )
             run.exitCode = WEXITSTATUS( status );
+        if ( run.exitCode == unfinished )
+            throw Trouble( fmt::format( "the sweep cannot run a recipe: {}", run.standardError ) );
+        if ( run.signal == SIGKILL )
+            throw Trouble( "the sweep cannot run a recipe: its process was killed" );
         return run;
     }
 
@@ -276,6 +304,7 @@ class ChildRun {
         return status;
     }
 
+    const pid_t sweep_ = ::getpid();
     const MemoryFile log_{ "run" };
     const MemoryFile standardError_{ "standard error" };
     pid_t process_;

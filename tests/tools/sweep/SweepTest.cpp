@@ -1,3 +1,4 @@
+#include "tools/model/Errors.h"
 #include "tools/sweep/SweepJudge.h"
 #include "tools/sweep/SweepPlan.h"
 #include "tools/sweep/SweepRunner.h"
@@ -799,18 +800,31 @@ TEST_F( BrokenLibrary, LookupsMisread ) {
 struct Crashes final : Interpose::Interposer {
     using Interposer::Interposer;
     const char * errmsg( int ) noexcept override {
-        ::kill( ::getpid(), SIGKILL );
+        ::kill( ::getpid(), SIGTRAP );
         return "";
     }
 };
 
 TEST_F( BrokenLibrary, ProcessesThatDie ) {
     const Tool::SweepReport report = sweep<Crashes>( { "setEgrTunnelEcnEncap" } );
-    EXPECT_EQ( found( report, SweepFault::Kind::fails, "signal: 9, expected 6" ), 5u );
+    EXPECT_EQ( found( report, SweepFault::Kind::fails, "signal: 5, expected 6" ), 5u );
     EXPECT_EQ(
         found( report, SweepFault::Kind::fails, "the process did not get to say what happened" ),
         5u );
     EXPECT_EQ( report.unexpected(), 5u + 1u ); // an invalid handle ends there, too
+}
+
+// Is killed, as by a system that is short of memory.
+struct IsKilled final : Interpose::Interposer {
+    using Interposer::Interposer;
+    const char * errmsg( int ) noexcept override {
+        ::kill( ::getpid(), SIGKILL );
+        return "";
+    }
+};
+
+TEST_F( BrokenLibrary, ProcessesThatAreKilledAreNoFindings ) {
+    EXPECT_THROW( sweep<IsKilled>( { "setEgrTunnelEcnEncap" } ), Tool::Trouble );
 }
 
 TEST_F( BrokenLibrary, ProgressIsTold ) {
