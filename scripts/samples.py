@@ -7,6 +7,8 @@
 A block that begins with ```console holds commands, each after "$ ", and their output. The commands of a block run one
 after another in a folder of their own. Times and process ids are replaced by fixed ones.
 
+docs/commands.md is written as a whole: the help of each verb.
+
 A block that begins with ```cpp stands below a line <!-- FILE: NAME, ... --> and holds the lines of that file between
 "// sample: NAME" and "// end of sample", for each of the names, with an empty line between them.
 """
@@ -24,6 +26,7 @@ import textwrap
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 # Documents that another command writes.
 GENERATED = {"recipes.md", "performance.md"}
+COMMANDS = ROOT / "docs/commands.md"
 
 BLOCK = re.compile(r"(?:<!-- (?P<file>[^:\n]+): (?P<names>[^\n]+) -->\n)?```(?P<kind>console|cpp)\n(?P<body>.*?)```\n", re.DOTALL)
 PIECE = r" *// sample: {}\n(.*?) *// end of sample\n"
@@ -87,8 +90,21 @@ def code(file, names):
     return "\n".join(pieces)
 
 
+def commands(tool):
+    """The help of the program and of each of its verbs."""
+    help_of_all = subprocess.run([tool, "--help"], stdout=subprocess.PIPE, check=True).stdout.decode()
+    verbs = re.findall(r"^  ([a-z-]+)  ", help_of_all.split("Subcommands:\n")[1], re.MULTILINE)
+    text = "# The command line\n\nThe help of `cairn-lt` and of each verb. Do not edit; `scripts/samples.py` writes it.\n"
+    for verb in ["", *verbs]:
+        command = f"$ build/bringup/bin/cairn-lt {verb} --help".replace("  ", " ")
+        text += f"\n## cairn-lt {verb}".rstrip() + f"\n\n```console\n{console(command, tool)}```\n"
+    return text
+
+
 def renewed(document, tool):
     """The text of a document with its samples as they are today."""
+    if document == COMMANDS:
+        return commands(tool)
 
     def replacement(match):
         head, tail = match[0].split(f"```{match['kind']}\n")[0], "```\n"
