@@ -480,8 +480,7 @@ class Writer {
     }
 
     void finish() const {
-        print( format_ == ExplainFormat::json ? documentText( { { "recipes", json_ } } )
-                                              : text_ );
+        print( format_ == ExplainFormat::json ? documentText( { { "recipes", json_ } } ) : text_ );
     }
 
   private:

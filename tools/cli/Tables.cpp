@@ -3,8 +3,8 @@
 #include "text/Columns.h"
 #include "text/NearestName.h"
 #include "text/Numbers.h"
-#include "tools/model/Errors.h"
 #include "tools/cli/Output.h"
+#include "tools/model/Errors.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>

@@ -315,8 +315,8 @@ std::string differencesText( const std::vector<RowDifference> & differences ) {
     const RowDifference * previous = nullptr;
     for ( const RowDifference & difference : differences ) {
         if ( previous == nullptr || previous->table != difference.table )
-            text += fmt::format( "{}  unit {}, {}\n", difference.table->name,
-                                 difference.unit, Sim::kindName( difference.table->kind ) );
+            text += fmt::format( "{}  unit {}, {}\n", difference.table->name, difference.unit,
+                                 Sim::kindName( difference.table->kind ) );
         text += rowText( difference );
         previous = &difference;
     }
