@@ -122,6 +122,7 @@ void Header::readAgain() {
     if ( info_.version == 1 )
         return;
     info_.interrupting = header.interrupting;
+    info_.segment = info_.version < 3 ? 0 : header.segment;
     info_.hasLock = header.lock == static_cast<std::uint32_t>( Layout::Lock::held );
 }
 

@@ -4,6 +4,7 @@
 
 #include <charconv>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 
 namespace TraceReader {
@@ -34,6 +35,24 @@ void appendValue( std::string & out, const Value & value ) {
     switch ( value.letter ) {
     case 'b':
         out += value.number != 0 ? "true" : "false";
+        break;
+    case 'n':
+        if ( static_cast<std::int32_t>( value.number ) < 0 )
+            out += '-';
+        appendNumber( out, static_cast<std::uint64_t>( std::abs(
+                               std::int64_t( static_cast<std::int32_t>( value.number ) ) ) ) );
+        break;
+    case 'l':
+        appendNumber( out, value.wide );
+        break;
+    case 'a':
+        out += '[';
+        for ( std::size_t i = 0; i < value.elementCount(); ++i ) {
+            if ( i != 0 )
+                out += ',';
+            appendNumber( out, value.element( i ) );
+        }
+        out += ']';
         break;
     case 'p':
         appendText( out, value.text );

@@ -113,7 +113,7 @@ bool Sites::addSite( const Layout::DescriptorHeader & header, std::span<const st
     std::string_view letters;
     std::string_view piece;
     if ( !cursor.take( file ) || !cursor.take( letters ) || letters.size() > maxLetters ||
-         letters.find_first_not_of( "isbp" ) != letters.npos )
+         letters.find_first_not_of( info_.version < 3 ? "isbp" : "isbpnla" ) != letters.npos )
         return false;
     std::string function;
     std::string message;

@@ -78,11 +78,16 @@ struct Site {
 };
 
 struct Value {
-    char letter; ///< 'i', 's', 'b' or 'p'
-    /// Of all but 'p'. The file does not tell a signed 'i' from an unsigned one.
-    std::uint32_t number;
-    std::string_view text; ///< of 'p'
-    bool isCut;            ///< of 'p': the writer cut the text
+    char letter = 'i'; ///< 'i', 'n', 's', 'b', 'l', 'p' or 'a'
+    /// Of 'i', 'n', 's' and 'b'. 'n' has a sign; the file does not tell whether 'i' has one.
+    std::uint32_t number = 0;
+    std::uint64_t wide = 0;                ///< of 'l'
+    std::string_view text = {};            ///< of 'p'
+    bool isCut = false;                    ///< of 'p': the writer cut the text
+    std::span<const std::byte> array = {}; ///< of 'a': elements of 64 bits
+
+    std::size_t elementCount() const noexcept { return array.size() / sizeof( std::uint64_t ); }
+    std::uint64_t element( std::size_t index ) const noexcept;
 };
 
 class Bytes;
@@ -124,6 +129,8 @@ struct Info {
     bool isClosed = false;         ///< false: being written, or the writer ended without closing it
     bool isCut = false;            ///< the file became shorter while it was read
     bool hasLock = false;          ///< while its writer lives, the file is locked
+    /// From 1: the place among the files that one writer filled one after the other; 0: a ring alone.
+    std::uint32_t segment = 0;
     std::uint32_t unregistered = 0; ///< sites whose descriptor found no room
     std::uint32_t interrupting =
         0; ///< records that were dropped: of signal handlers within a record

@@ -4,12 +4,22 @@
 
 namespace TraceReader {
 
+std::uint64_t Value::element( std::size_t index ) const noexcept {
+    return load<std::uint64_t>( array.data() + index * sizeof( std::uint64_t ) );
+}
+
 bool takeValue( Cursor & cursor, char letter, Value & value ) noexcept {
-    value = { letter, 0, {}, false };
+    value = {};
+    value.letter = letter;
     std::uint16_t two = 0;
     std::uint8_t one = 0;
     switch ( letter ) {
+    case 'l':
+        return cursor.take( value.wide );
+    case 'a':
+        return cursor.take( two ) && cursor.take( value.array, two * sizeof( std::uint64_t ) );
     case 'i':
+    case 'n':
         return cursor.take( value.number );
     case 's':
         if ( !cursor.take( two ) )
@@ -32,7 +42,11 @@ std::optional<std::size_t> fixedSize( std::string_view letters ) noexcept {
     std::size_t size = 0;
     for ( const char letter : letters ) {
         switch ( letter ) {
+        case 'l':
+            size += 8;
+            break;
         case 'i':
+        case 'n':
             size += 4;
             break;
         case 's':

@@ -44,6 +44,14 @@ class Cursor {
         return take( text, 0, isFlagged );
     }
 
+    bool take( std::span<const std::byte> & bytes, std::size_t size ) noexcept {
+        if ( bytes_.size() < size )
+            return false;
+        bytes = bytes_.first( size );
+        bytes_ = bytes_.subspan( size );
+        return true;
+    }
+
     std::size_t left() const noexcept { return bytes_.size(); }
 
   private:
@@ -53,7 +61,7 @@ class Cursor {
 /// Takes the value that a format letter stands for.
 bool takeValue( Cursor & cursor, char letter, Value & value ) noexcept;
 
-/// The bytes of values without texts; nothing if there are texts, or letters that nobody knows.
+/// The bytes of values that always take as many; nothing if there are texts, arrays, or letters that nobody knows.
 std::optional<std::size_t> fixedSize( std::string_view letters ) noexcept;
 
 } // namespace TraceReader

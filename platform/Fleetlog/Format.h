@@ -4,10 +4,10 @@
 #include <cstdint>
 #include <cstring>
 
-// The layout of a trace file, version 2, as docs/trace-format.md describes it. Written by
+// The layout of a trace file, version 3, as docs/trace-format.md describes it. Written by
 // Fleetlog::TraceFile, decoded by TraceReader (tracereader) from these same declarations: a change
-// here is a new version of the format and needs a reader that knows all of them. What version 1
-// lacks is said where it stands.
+// here is a new version of the format and needs a reader that knows all of them. What versions 1 and
+// 2 lack is said where it stands.
 //
 //     FileHeader | descriptors, which never wrap | blocks, which do
 //
@@ -27,7 +27,7 @@ enum class Timestamps : std::uint32_t {
 namespace Fleetlog::Format {
 
 inline constexpr char magic[8] = { 'F', 'L', 'E', 'E', 'T', 'L', 'O', 'G' };
-inline constexpr std::uint32_t version = 2;
+inline constexpr std::uint32_t version = 3;
 inline constexpr std::uint32_t oldestVersion = 1;
 inline constexpr std::uint32_t byteOrderMark = 0x01020304;
 
@@ -65,7 +65,9 @@ struct FileHeader {
     // What follows is not in version 1.
     std::uint32_t interrupting; ///< records that were dropped: of signal handlers within a record
     std::uint32_t lock;         ///< a Lock
-    std::uint32_t reserved;     ///< 0
+    /// From 1: the place of the file among those that one writer filled one after the other; 0: there
+    /// is but this one, a ring. Not in version 2.
+    std::uint32_t segment;
 };
 static_assert( sizeof( FileHeader ) == 168 );
 inline constexpr std::size_t headerBytesVersion1 = 160;
@@ -100,7 +102,8 @@ struct BlockHeader {
 static_assert( sizeof( BlockHeader ) == 32 );
 
 /// A record. The values follow in argument order without padding: "i" 4 bytes, "s" 2, "b" 1, "p" a
-/// 16-bit length (top bit: the text was cut) and the bytes. The record's size is a multiple of 8.
+/// 16-bit length (top bit: the text was cut) and the bytes; from version 3 on also "n" 4 bytes, "l" 8,
+/// "a" a 16-bit number of elements and 8 bytes for each. The record's size is a multiple of 8.
 struct RecordHeader {
     std::uint32_t size; ///< of the whole record; 0 ends the block. Written last.
     std::uint32_t id;   ///< of the site's descriptor

@@ -29,7 +29,8 @@ namespace Fleetlog {
 
 class TraceFile;
 
-/// The format letters of a site, one an argument: "i" 32 bits, "s" 16 bits, "b" bool, "p" text.
+/// The format letters of a site, one an argument: "i" 32 bits, "n" the same with a sign, "l" 64 bits,
+/// "s" 16 bits, "b" bool, "p" text, "a" some numbers of 64 bits.
 class MsgFormatString {
   public:
     /// Adds the letter of the next argument. At most maxLetters, before the first piece.

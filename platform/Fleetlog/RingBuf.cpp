@@ -21,6 +21,21 @@ void RingBuf::begin( std::byte * blocks, std::uint64_t blockCount, Timestamps ti
     release( beginBlock() );
 }
 
+void RingBuf::goOnAs( const RingBuf & begun ) noexcept {
+    timestamps_ = begun.timestamps_;
+    thread_ = begun.thread_;
+    blocks_ = begun.blocks_;
+    blockCount_ = begun.blockCount_;
+    block_ = begun.block_;
+    sequence_ = begun.sequence_;
+    tick_ = begun.tick_;
+    clockCounter_ = begun.clockCounter_;
+    clockTime_ = begun.clockTime_;
+    limit_ = begun.limit_;
+    counterLimit_ = begun.counterLimit_;
+    release( begun.place_ );
+}
+
 void RingBuf::end() noexcept {
     blocks_ = nullptr;
     limit_ = nullptr;
@@ -70,9 +85,9 @@ std::byte * RingBuf::claimSlowly( TraceFile & file ) noexcept {
             release( record );
             return nullptr;
         }
-        record = claim(); // making the file has begun its first block
-    } else if ( !hasRoomAt( record ) ) {
-        record = beginBlock(); // unless a signal handler did, since the caller found it full
+        record = claim();                // making the file has begun its first block
+    } else if ( !hasRoomAt( record ) ) { // or a signal handler has begun the next block meanwhile
+        record = isLastBlock() && file.beginSegment() ? claim() : beginBlock();
     }
     if ( timestamps_ == Timestamps::counter )
         RecordWriter::storeCounter( record );

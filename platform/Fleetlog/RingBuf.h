@@ -47,7 +47,7 @@ class TraceFile;
 /// The longest text value, in bytes. What is beyond is cut, and the reader shows that it was.
 inline constexpr std::size_t maxTextBytes = 126;
 
-/// What the values of one record may take up: 4, 2 or 1 byte for a number and maxTextBytes + 2 for
+/// What the values of one record may take up: 8, 4, 2 or 1 byte for a number and maxTextBytes + 2 for
 /// each text, however short.
 inline constexpr std::size_t maxPayloadBytes = 304;
 
@@ -76,6 +76,7 @@ class RecordWriter {
     [[gnu::always_inline]] bool startInBlock( RingBuf & ring, int msgId ) noexcept;
 
     /// Appends a value to the record; without one, drops it.
+    void put8( std::uint64_t value ) noexcept { putValue( value ); }
     void put4( std::uint32_t value ) noexcept { putValue( value ); }
     void put2( std::uint16_t value ) noexcept { putValue( value ); }
     void put1( std::uint8_t value ) noexcept { putValue( Octet{ value } ); }
@@ -87,7 +88,11 @@ class RecordWriter {
             return;
         if ( text == nullptr ) [[unlikely]]
             text = "(null)";
-        const std::size_t length = std::strlen( text );
+        putText( text, std::strlen( text ) );
+    }
+
+    /// The same for a text whose length is known; only with a record.
+    [[gnu::always_inline]] void putText( const char * text, std::size_t length ) noexcept {
         std::byte * const to = cursor_ + sizeof( std::uint16_t );
         // Like memcpy(), for which compilers put a call or a slow string instruction. The last
         // words overlap those before them, so that nothing beyond the text is read.
@@ -252,6 +257,9 @@ class RingBuf {
     void begin( std::byte * blocks, std::uint64_t blockCount, Timestamps timestamps,
                 std::uint32_t thread ) noexcept;
 
+    /// From here on records go where those of the other ring, which was just begun, would go.
+    void goOnAs( const RingBuf & begun ) noexcept;
+
     /// From here on records go nowhere.
     void end() noexcept;
 
@@ -262,6 +270,8 @@ class RingBuf {
     /// the ring has no file, or if a record is being written, which the caller has interrupted.
     [[gnu::cold, gnu::noinline]] std::byte * claimSlowly( TraceFile & file ) noexcept;
     std::byte * beginBlock() noexcept;
+    /// Whether each block has been used since begin(), and the next one would be the first of them.
+    bool isLastBlock() const noexcept { return block_ == 0; }
     bool hasRoomAt( const std::byte * place ) const noexcept {
         return place <= limit_ || place <= counterLimit_;
     }

@@ -8,6 +8,7 @@
 #include <Fleetlog/internal/Report.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -20,6 +21,7 @@ namespace Fleetlog {
 namespace {
 
 constexpr std::size_t maxRegionBytes = std::size_t( 1 ) << 40;
+constexpr std::size_t firstSegmentBytes = std::size_t( 1 ) << 20;
 
 std::size_t wholePages( const char * what, std::size_t bytes, std::size_t leastPages ) {
     const std::size_t pages = bytes / Format::pageBytes + ( bytes % Format::pageBytes != 0 );
@@ -46,7 +48,8 @@ void touchPages( std::byte * memory, std::size_t bytes ) noexcept {
 } // namespace
 
 TraceFile::TraceFile( const OpenOptions & options, int thread )
-    : options_( options ), thread_( thread ) {
+    : options_( options ), thread_( thread != 0 ? ::gettid() : 0 ), firstThread_( thread_ ),
+      segment_( options.keep == Keep::all ) {
     if ( options.directory.empty() )
         fail( EINVAL, "no directory is given for the trace files" );
     options_.ringBytes = wholePages( "a ring", options.ringBytes, 2 );
@@ -62,33 +65,48 @@ TraceFile::TraceFile( const OpenOptions & options, int thread )
 
 TraceFile::~TraceFile() {
     Registry::instance().remove( *this );
-    if ( memory_ == nullptr )
-        return;
-    header().state = static_cast<std::uint32_t>( Format::State::closed );
-    ::munmap( memory_, memoryBytes_ );
+    close();
 }
 
 void TraceFile::removeOldFiles( const OpenOptions & options ) {
-    Fleetlog::removeOldFiles( options.directory, programName(), options.keepFiles,
+    Fleetlog::removeOldFiles( options.directory, programName(), options.suffix, options.keepFiles,
                               options.keepBytes );
 }
 
-void TraceFile::create() {
-    const auto process = static_cast<std::uint32_t>( ::getpid() );
-    if ( thread_ != 0 )
-        thread_ = ::gettid();
+std::string TraceFile::stem() const {
+    std::string stem = programName() + options_.suffix + "-" + std::to_string( ::getpid() );
+    if ( firstThread_ != 0 )
+        stem += "-" + std::to_string( firstThread_ );
+    if ( segment_ == 0 )
+        return stem;
+    std::string number = std::to_string( segment_ );
+    constexpr std::size_t digits = 4; // so that names are in order
+    if ( number.size() < digits )
+        number.insert( 0, digits - number.size(), '0' );
+    return stem + "-" + number;
+}
 
+// A thread that does little gets by with little, and one that does much has few files.
+std::size_t TraceFile::ringBytes() const noexcept {
+    std::size_t bytes = options_.ringBytes;
+    if ( segment_ == 0 )
+        return bytes;
+    bytes = std::min( bytes, firstSegmentBytes );
+    for ( std::uint32_t i = 1; i < segment_ && bytes < options_.ringBytes; ++i )
+        bytes *= 2;
+    return std::min( bytes, options_.ringBytes );
+}
+
+// If it throws, the file that was being written goes on.
+void TraceFile::create() {
     const std::string program = programName();
-    std::string stem = program + "-" + std::to_string( process );
-    if ( thread_ != 0 )
-        stem += "-" + std::to_string( thread_ );
     const ClockBase & clock = clockBase();
-    NewFile file( options_.directory, stem, options_.mode );
-    const std::size_t bytes = Format::pageBytes + options_.descriptorBytes + options_.ringBytes;
+    const std::size_t ring = ringBytes();
+    NewFile file( options_.directory, stem(), options_.mode );
+    const std::size_t bytes = Format::pageBytes + options_.descriptorBytes + ring;
     file.reserve( bytes );
-    memory_ = file.map( bytes );
-    memoryBytes_ = bytes;
-    touchPages( memory_, bytes );
+    std::byte * const memory = file.map( bytes );
+    touchPages( memory, bytes );
 
     Format::FileHeader made{};
     std::memcpy( made.magic, Format::magic, sizeof made.magic );
@@ -97,10 +115,10 @@ void TraceFile::create() {
     made.headerBytes = Format::pageBytes;
     made.blockBytes = Format::pageBytes;
     made.descriptorBytes = options_.descriptorBytes;
-    made.blockCount = options_.ringBytes / Format::pageBytes;
+    made.blockCount = ring / Format::pageBytes;
     made.timestamps = static_cast<std::uint32_t>( options_.timestamps );
-    made.process = process;
-    made.thread = static_cast<std::uint32_t>( thread_ );
+    made.process = static_cast<std::uint32_t>( ::getpid() );
+    made.thread = static_cast<std::uint32_t>( firstThread_ );
     made.recordRoom = RingBuf::recordRoom;
     made.baseCounter = clock.base.counter;
     made.baseTime = clock.base.time;
@@ -110,19 +128,54 @@ void TraceFile::create() {
     made.state = static_cast<std::uint32_t>( Format::State::open );
     made.lock =
         static_cast<std::uint32_t>( file.isLocked() ? Format::Lock::held : Format::Lock::unknown );
-    header() = made;
-
-    descriptorsUsed_ = 0;
-    ring_.begin( memory_ + Format::pageBytes + options_.descriptorBytes, made.blockCount,
-                 options_.timestamps, made.thread );
+    made.segment = segment_;
+    std::memcpy( memory, &made, sizeof made );
+    // The sites that are registered stay so.
+    if ( memory_ != nullptr )
+        std::memcpy( memory + Format::pageBytes, memory_ + Format::pageBytes, descriptorsUsed_ );
+    RingBuf begun;
+    begun.begin( memory + Format::pageBytes + options_.descriptorBytes, made.blockCount,
+                 options_.timestamps, static_cast<std::uint32_t>( thread_ ) );
     try {
         path_ = file.publish();
     } catch ( ... ) {
-        ring_.end();
-        ::munmap( memory_, memoryBytes_ );
-        memory_ = nullptr;
+        ::munmap( memory, bytes );
         throw;
     }
+    close();
+    memory_ = memory;
+    memoryBytes_ = bytes;
+    ring_.goOnAs( begun );
+}
+
+void TraceFile::close() noexcept {
+    if ( memory_ == nullptr )
+        return;
+    header().state = static_cast<std::uint32_t>( Format::State::closed );
+    ::munmap( memory_, memoryBytes_ );
+    memory_ = nullptr;
+}
+
+bool TraceFile::beginSegment() noexcept {
+    if ( options_.keep != Keep::all )
+        return false;
+    try {
+        fullSegments_.push_back( path_ );
+        ++segment_;
+        create();
+    } catch ( const std::exception & error ) {
+        fullSegments_.pop_back();
+        --segment_;
+        static std::atomic<bool> wasSaid{ false };
+        if ( !wasSaid.exchange( true ) )
+            reportLoss( error.what(), "new messages", "overwrite the oldest" );
+        return false;
+    }
+    if ( options_.keepSegments != 0 && fullSegments_.size() > options_.keepSegments ) {
+        ::unlink( fullSegments_.front().c_str() );
+        fullSegments_.erase( fullSegments_.begin() );
+    }
+    return true;
 }
 
 Format::FileHeader & TraceFile::header() noexcept {
@@ -148,6 +201,9 @@ void TraceFile::takeOver( int thread ) noexcept {
     thread_ = thread;
     if ( memory_ == nullptr )
         return;
+    // The records of a thread are in blocks of its own.
+    if ( ring_.isLastBlock() && beginSegment() )
+        return;
     header().state = static_cast<std::uint32_t>( Format::State::open );
     ring_.handOver( static_cast<std::uint32_t>( thread ) );
 }
@@ -158,6 +214,9 @@ void TraceFile::leaveToParent() noexcept {
     memory_ = nullptr;
     mayCreate_ = true;
     isRegistering_ = false;
+    segment_ = options_.keep == Keep::all;
+    fullSegments_.clear();
+    descriptorsUsed_ = 0;
     // With no site registered and no block, the next message comes by makeInChild().
     std::memset( initialised_, 0, initialisedLength() );
     lastInitialised_ = 0;
@@ -187,11 +246,13 @@ void TraceFile::setRegistered( std::uint32_t id ) {
 bool TraceFile::makeInChild() noexcept {
     if ( memory_ == nullptr && mayCreate_ ) {
         mayCreate_ = false;
+        if ( thread_ != 0 )
+            firstThread_ = thread_ = ::gettid();
         try {
             removeOldFiles( options_ );
             create();
         } catch ( const std::exception & error ) {
-            reportLoss( error.what() );
+            reportLoss( error.what(), "messages", "are not recorded" );
         }
     }
     return memory_ != nullptr;
@@ -201,11 +262,13 @@ void fail( int error, const std::string & what ) {
     throw std::system_error( error, std::generic_category(), "Fleetlog: " + what );
 }
 
-void reportLoss( std::string_view why ) noexcept {
+void reportLoss( std::string_view why, std::string_view what,
+                 std::string_view consequence ) noexcept {
     char line[512];
-    const int length =
-        std::snprintf( line, sizeof line, "%.*s; messages of process %d are not recorded\n",
-                       static_cast<int>( why.size() ), why.data(), static_cast<int>( ::getpid() ) );
+    const int length = std::snprintf(
+        line, sizeof line, "%.*s; %.*s of process %d %.*s\n", static_cast<int>( why.size() ),
+        why.data(), static_cast<int>( what.size() ), what.data(), static_cast<int>( ::getpid() ),
+        static_cast<int>( consequence.size() ), consequence.data() );
     const auto kept = std::min( static_cast<std::size_t>( length ), sizeof line - 1 );
     // If standard error fails, too, there is no place left to report it.
     CairnPlatform::writeWhole( STDERR_FILENO, { line, kept } );

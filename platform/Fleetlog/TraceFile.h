@@ -3,6 +3,7 @@
 #include <Fleetlog/RingBuf.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -35,11 +36,21 @@ enum class Files {
     perThread,  ///< one file a thread, got at the thread's first message; no lock is needed
 };
 
+/// What is done when a file is full.
+enum class Keep {
+    newest, ///< the file is a ring: the oldest records are overwritten
+    /// The next file is begun, a segment: all records are kept, or the newest segments of them. When
+    /// there is no room for another, standard error says so once, the segment goes on as a ring, and
+    /// each time it is full again another one is tried.
+    all,
+};
+
 struct OpenOptions {
     /// Where the files go. It must exist.
     std::string directory;
 
-    /// Size of each file's ring, at least 8192; rounded up to blocks of 4 KiB.
+    /// Size of each file's ring, at least 8192; rounded up to blocks of 4 KiB. With Keep::all, of the
+    /// largest segments: the first has at most 1 MiB, and each next one twice as much as the one before.
     std::size_t ringBytes = std::size_t( 1 ) << 20;
 
     /// Room for descriptors in each file, about 150 bytes a message site; rounded up to 4 KiB.
@@ -47,6 +58,15 @@ struct OpenOptions {
 
     Timestamps timestamps = Timestamps::counter;
     Files files = Files::perProcess;
+
+    Keep keep = Keep::newest;
+
+    /// Keep::all: how many full segments of a file stay; 0: all. Beyond that, the oldest is removed.
+    std::size_t keepSegments = 0;
+
+    /// Put behind the program's name in the names of the files. Files with another suffix are other
+    /// files: neither `keepFiles` nor `keepBytes` counts them.
+    std::string suffix = {};
 
     /// Permissions of the files, less the process's umask.
     mode_t mode = 0640;
@@ -64,8 +84,8 @@ class TraceFile {
     /// same, but each of their messages takes the long way through MsgDesc.
     static constexpr std::size_t maxSites = 16384;
 
-    /// Makes `<directory>/<program>-<process>[-<thread>].fleetlog`, reserves its disk space, maps
-    /// it and touches each of its pages, so that no message waits for a page fault or meets a full
+    /// Makes `<directory>/<program><suffix>-<process>[-<thread>][-<segment>].fleetlog`, reserves its
+    /// disk space, maps it and touches each of its pages, so that no message waits for a page fault or meets a full
     /// disk. A file of that name from an earlier process is left alone: a number is added to the
     /// name. Of a program's name 63 bytes are used. The first file of a process takes some
     /// milliseconds to measure the speed of the counter.
@@ -109,6 +129,14 @@ class TraceFile {
     friend class Registry;
 
     void create();
+    std::string stem() const;
+    std::size_t ringBytes() const noexcept;
+
+    /// With Keep::all: goes on in a new segment. False if there is none.
+    bool beginSegment() noexcept;
+
+    /// Marks the file as closed and unmaps it.
+    void close() noexcept;
 
     /// Whether the site is registered in this file, in the table or beyond it.
     bool isRegistered( std::uint32_t id ) const noexcept;
@@ -135,6 +163,9 @@ class TraceFile {
 
     OpenOptions options_;
     int thread_;
+    int firstThread_;           ///< that the file was made for
+    std::uint32_t segment_ = 0; ///< with Keep::all, from 1
+    std::vector<std::string> fullSegments_;
     std::string path_;
     std::byte * memory_ = nullptr;
     std::size_t memoryBytes_ = 0;

@@ -1,21 +1,10 @@
-# Fleetlog and Twinlog, included by platform/CMakeLists.txt.
-target_sources( cairn_platform
-    PRIVATE
-        Fleetlog/internal/Clock.cpp
-        Fleetlog/MsgDesc.cpp
-        Fleetlog/internal/NewFile.cpp
-        Fleetlog/internal/OldFiles.cpp
-        Fleetlog/internal/Registry.cpp
-        Fleetlog/RingBuf.cpp
-        Fleetlog/TraceFile.cpp
-        Fleetlog/TraceHandle.cpp
-        Twinlog/FleetlogConverter.cpp
-    PUBLIC
-        FILE_SET HEADERS FILES
-            Fleetlog/Format.h
-            Fleetlog/MsgDesc.h
-            Fleetlog/RingBuf.h
-            Fleetlog/TraceFile.h
-            Fleetlog/TraceHandle.h
-            Twinlog/FleetlogConverter.h
-)
+# The writer of trace files, for the platform and for those who bring it along.
+set( fleetlog_sources
+    ${CMAKE_CURRENT_LIST_DIR}/internal/Clock.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/internal/NewFile.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/internal/OldFiles.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/internal/Registry.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/MsgDesc.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/RingBuf.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/TraceFile.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/TraceHandle.cpp )

@@ -14,6 +14,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -559,6 +560,45 @@ TEST_F( TraceReaderTest, FilesOfVersion1AreRead ) {
     }
 }
 
+TEST_F( TraceReaderTest, Version2StaysReadable ) {
+    struct Kept {
+        const char * timestamps;
+        std::uint32_t first;
+        std::uint32_t end;
+        bool isClosed;
+    } kept[] = {
+        { "none", 0, 200, true }, { "tick", 302, 500, false }, { "counter", 30, 160, true } };
+    for ( const auto & each : kept ) {
+        const std::string path =
+            std::string( TEST_DATA "/version2-" ) + each.timestamps + ".fleetlog";
+        const auto reading = Support::read( path );
+        EXPECT_TRUE( reading.findings.empty() ) << path;
+        EXPECT_EQ( reading.info.version, 2u );
+        EXPECT_EQ( reading.info.segment, 0u );
+        EXPECT_EQ( reading.info.timestamps, each.timestamps );
+        EXPECT_EQ( reading.info.program, "agent" );
+        EXPECT_EQ( reading.info.isClosed, each.isClosed );
+        EXPECT_EQ( TraceReader::File( path ).writer(), TraceReader::Writer::ended );
+        ASSERT_EQ( reading.texts.size(), each.end - each.first ) << path;
+        for ( std::uint32_t i = each.first; i < each.end; ++i )
+            EXPECT_EQ( reading.texts[i - each.first],
+                       i % 10 == 0 ? "monitor event: L3_HDR_ERROR."
+                                   : "setSeed seed: " + std::to_string( i ) + " l2If: " +
+                                         std::to_string( static_cast<std::uint16_t>( i * 7 ) ) +
+                                         " op: " + ( i % 2 != 0 ? "true" : "false" ) );
+        TraceReader::File file( path );
+        Record record;
+        std::set<std::uint32_t> threads;
+        while ( file.next( record ) ) {
+            threads.insert( record.thread );
+            EXPECT_EQ( record.time / 1'000'000'000, 1795282028 );
+        }
+        EXPECT_EQ( threads, each.timestamps == std::string( "counter" )
+                                ? std::set<std::uint32_t>( { 5332, 5333 } )
+                                : std::set<std::uint32_t>( { 0 } ) );
+    }
+}
+
 // Following -------------------------------------------------------------------------------------
 
 TEST_F( TraceReaderTest, FollowingShowsNewRecordsOfOldAndNewSites ) {
@@ -819,9 +859,9 @@ TEST_F( TraceReaderTest, FileThatIsNoTraceIsRefusedByName ) {
 
 TEST_F( TraceReaderTest, UnknownVersionIsRefusedByName ) {
     auto content = wrapped();
-    poke<std::uint32_t>( content, offsetof( Layout::FileHeader, version ), 3 );
+    poke<std::uint32_t>( content, offsetof( Layout::FileHeader, version ), 4 );
     EXPECT_EQ( refusal( content ),
-               "bad.fleetlog: has format version 3; this reader knows versions 1 to 2: use "
+               "bad.fleetlog: has format version 4; this reader knows versions 1 to 3: use "
                "the reader that belongs to the program that wrote it" );
     poke<std::uint32_t>( content, offsetof( Layout::FileHeader, version ), 0 );
     EXPECT_NE( refusal( content ).find( "has format version 0" ), std::string::npos );

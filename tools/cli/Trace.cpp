@@ -301,6 +301,7 @@ Json infoJson( const TraceReader::File & file ) {
              { "program", info.program },
              { "process", info.process },
              { "thread", info.thread },
+             { "segment", info.segment },
              { "opened", Text::utc( info.openTime ) },
              { "closed", info.isClosed },
              { "writer", writerName( file.writer() ) },

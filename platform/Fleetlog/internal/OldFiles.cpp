@@ -54,7 +54,7 @@ bool hasWriter( int descriptor ) {
 }
 
 // Whether it is a whole header of this program, whose writer was to be known by its lock.
-bool isOfProgram( int descriptor, const std::string & program ) {
+bool isOfProgram( int descriptor, std::string_view program ) {
     Format::FileHeader header;
     return ::pread( descriptor, &header, sizeof header, 0 ) == sizeof header &&
            std::equal( std::begin( header.magic ), std::end( header.magic ), Format::magic ) &&
@@ -66,11 +66,13 @@ bool isOfProgram( int descriptor, const std::string & program ) {
                                         ::strnlen( header.program, sizeof header.program ) );
 }
 
-std::optional<OldFile> oldFile( int directory, const char * name, const std::string & program ) {
+std::optional<OldFile> oldFile( int directory, const char * name, const std::string & program,
+                                const std::string & suffix ) {
     const std::string_view text = name;
+    const std::string beginning = program + suffix + "-";
     const bool isAbandoned =
-        text.starts_with( "." + program + "-" ) && text.ends_with( NewFile::hiddenEnding );
-    if ( !isAbandoned && !( text.starts_with( program + "-" ) && text.ends_with( ".fleetlog" ) ) )
+        text.starts_with( "." + beginning ) && text.ends_with( NewFile::hiddenEnding );
+    if ( !isAbandoned && !( text.starts_with( beginning ) && text.ends_with( ".fleetlog" ) ) )
         return std::nullopt;
     const Descriptor descriptor( directory, name );
     struct stat status {};
@@ -90,7 +92,7 @@ std::optional<OldFile> oldFile( int directory, const char * name, const std::str
 } // namespace
 
 void removeOldFiles( const std::string & directory, const std::string & program,
-                     std::size_t keepFiles, std::uint64_t keepBytes ) {
+                     const std::string & suffix, std::size_t keepFiles, std::uint64_t keepBytes ) {
     const std::unique_ptr<DIR, int ( * )( DIR * )> entries( ::opendir( directory.c_str() ),
                                                             ::closedir );
     if ( entries == nullptr )
@@ -98,7 +100,7 @@ void removeOldFiles( const std::string & directory, const std::string & program,
     const int folder = ::dirfd( entries.get() );
     std::vector<OldFile> files;
     while ( const dirent * const entry = ::readdir( entries.get() ) ) {
-        if ( auto file = oldFile( folder, entry->d_name, program ) )
+        if ( auto file = oldFile( folder, entry->d_name, program, suffix ) )
             files.push_back( std::move( *file ) );
     }
     std::sort( files.begin(), files.end(), []( const OldFile & one, const OldFile & other ) {

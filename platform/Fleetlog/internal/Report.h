@@ -8,8 +8,9 @@ namespace Fleetlog {
 /// Throws a std::system_error of this library.
 [[noreturn]] void fail( int error, const std::string & what );
 
-/// Says on standard error, in one line, that messages are not recorded, and why: for where there is
+/// Says on standard error, in one line, "WHY; WHAT of process NUMBER CONSEQUENCE": for where there is
 /// no caller who could be told.
-void reportLoss( std::string_view why ) noexcept;
+void reportLoss( std::string_view why, std::string_view what,
+                 std::string_view consequence ) noexcept;
 
 } // namespace Fleetlog
