@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$1"
 
-# What each room may include beside itself; "traceformat" is the one header of the platform that tells how trace files are
+# What each room may include beside itself; "traceformat" is the headers of the platform that tell how trace files are
 # laid out. The tests and the benchmarks may include everything.
 declare -A allowed=(
     [shim]=""
@@ -13,7 +13,7 @@ declare -A allowed=(
     [CairnCommon]="platform"
     [Cairn]="CairnCommon platform shim"
     [text]=""
-    [interpose]="shim text"
+    [interpose]="platform shim text"
     [sim]="shim text"
     [tracereader]="text traceformat"
 )
@@ -33,7 +33,7 @@ allowed[python]=${allowed[tools/cli]}
 room_of() {
     case $1 in
         Shim/*) echo shim ;;
-        Fleetlog/Format.h) echo traceformat ;;
+        Fleetlog/Format.h | Fleetlog/CallFormat.h) echo traceformat ;;
         CairnPlatform/* | Kiln/* | Fleetlog/* | Twinlog/* | Nacre/* | ChipModel/*) echo platform ;;
         tools/*/*) echo "${1%/*}" ;;
         shim/* | platform/* | CairnCommon/* | Cairn/* | text/* | interpose/* | sim/* | tracereader/* | \

@@ -1,6 +1,7 @@
 #include "tracereader/TraceReader.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 
 namespace TraceReader {
@@ -44,6 +45,23 @@ void Merge::add( std::unique_ptr<File> file ) {
     files_.push_back( std::move( file ) );
 }
 
+// Two writers in one process have bases of their own, but one counter. Whether it is one process, and
+// not one of another day with the same number, is told by their clocks: each has the other's base at
+// the other's time, as well as they measured their rates.
+bool Merge::isOneClock( const Group & group, const File & file ) noexcept {
+    constexpr std::int64_t leastTolerance = 1'000'000;
+    constexpr std::int64_t toleranceOfSpan = 1000; // a part of it
+    const Clock & clock = file.clock();
+    std::int64_t span = 0;
+    std::int64_t error = 0;
+    return group.process == file.info().process && file.info().timestamps == "counter" &&
+           !__builtin_sub_overflow( clock.baseTime, group.baseTime, &span ) &&
+           !__builtin_sub_overflow( group.clock.time( clock.baseCounter ), clock.baseTime,
+                                    &error ) &&
+           error / 2 <= leastTolerance / 2 + std::abs( span / toleranceOfSpan ) &&
+           -( error / 2 ) <= leastTolerance / 2 + std::abs( span / toleranceOfSpan );
+}
+
 // The files of a process were stamped by one clock. They get one rate, too, that which was measured
 // over the longest time: two threads' records must not change places because their files measured
 // differently. It stays the same from the first record on.
@@ -51,8 +69,14 @@ std::size_t Merge::groupOf( const File & file ) {
     const auto & clock = file.clock();
     const auto [entry, isNew] =
         groupByBase_.try_emplace( { clock.baseCounter, clock.baseTime }, groups_.size() );
-    if ( isNew )
-        groups_.push_back( { clock.baseCounter, clock.baseTime, clock, file.clockSpan() } );
+    if ( isNew ) {
+        const auto same = std::find_if( groups_.begin(), groups_.end(), [&]( const Group & group ) {
+            return isOneClock( group, file );
+        } );
+        entry->second = static_cast<std::size_t>( same - groups_.begin() );
+        if ( same == groups_.end() )
+            groups_.push_back( { file.info().process, clock.baseTime, clock, file.clockSpan() } );
+    }
     Group & group = groups_[entry->second];
     if ( !isStarted_ && file.clockSpan() > group.clockSpan ) {
         group.clock = clock;

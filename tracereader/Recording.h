@@ -135,8 +135,8 @@ class CallAssembler {
     CallAssembler( const CallAssembler & ) = delete;
     CallAssembler & operator=( const CallAssembler & ) = delete;
 
-    /// Whether the record is part of a recorded call, understood or not.
-    static bool isOfRecorder( const Record & record ) noexcept;
+    /// Whether the records of a site are parts of recorded calls, understood or not.
+    static bool isOfRecorder( const Site & site ) noexcept;
 
     /// Takes the next record. False if nothing comes of it: it is a part of a call whose record is
     /// still to come, or not understood, which is a finding. For a record that is none of a
@@ -179,7 +179,7 @@ class Recording {
     explicit Recording( const std::vector<std::string> & paths );
     Recording( const std::vector<std::string> & paths, const Options & options );
 
-    /// Reads files that are open. Throws nothing.
+    /// Reads files that are open.
     Recording( Merge merge, const Options & options );
 
     /// The next event; false at the end.
@@ -200,7 +200,7 @@ class Recording {
     const Merge & merge() const noexcept { return merge_; }
 
   private:
-    void findProcesses();
+    bool hasLostSegments() const;
 
     Merge merge_;
     Options options_;

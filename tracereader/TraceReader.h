@@ -308,13 +308,14 @@ class Merge {
 
     /// The files whose records have counters of one clock: those of a process, and of its children.
     struct Group {
-        std::uint64_t baseCounter;
+        std::uint32_t process; ///< of the first file
         std::int64_t baseTime;
         Clock clock;
         std::int64_t clockSpan;
     };
 
     static bool isLater( const Head & one, const Head & other ) noexcept;
+    static bool isOneClock( const Group & group, const File & file ) noexcept;
     std::size_t groupOf( const File & file );
     void start();
     template <class Read>

@@ -30,6 +30,9 @@ enum class LockState : std::uint16_t {
     unknown = 2, ///< the recorder was not told how to ask
 };
 
+/// How much of a text is in the call's own record, and in each piece.
+inline constexpr std::size_t callTextPieceBytes = 126;
+
 /// How many elements of an array are in one record.
 inline constexpr std::size_t maxCallValues = 16;
 

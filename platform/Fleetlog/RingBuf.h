@@ -116,6 +116,15 @@ class RecordWriter {
         cursor_ = to + length;
     }
 
+    /// The same for a text of fewer than 32 bytes where 32 can be read; only with a record.
+    [[gnu::always_inline]] void putTextOf32( const char * text, std::size_t length ) noexcept {
+        std::byte * const to = cursor_ + sizeof( std::uint16_t );
+        store<std::uint16_t>( cursor_, static_cast<std::uint16_t>( length ) );
+        copy<Words>( to, text );
+        copy<Words>( to + sizeof( Words ), text + sizeof( Words ) );
+        cursor_ = to + length;
+    }
+
     /// Ends the record: from here on it is in the file. Without one, does nothing.
     [[gnu::always_inline]] void end() noexcept;
 

@@ -252,7 +252,7 @@ bool TraceFile::makeInChild() noexcept {
             removeOldFiles( options_ );
             create();
         } catch ( const std::exception & error ) {
-            reportLoss( error.what(), "messages", "are not recorded" );
+            reportLoss( error.what() );
         }
     }
     return memory_ != nullptr;

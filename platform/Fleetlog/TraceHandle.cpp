@@ -90,7 +90,7 @@ TraceFile * TraceHandle::openThreadFile() noexcept {
         makeThreadFile();
     } catch ( const std::exception & error ) {
         slot = { generation_, nullptr };
-        reportLoss( error.what(), "messages", "are not recorded" );
+        reportLoss( error.what() );
     }
     return slot.file;
 }

@@ -13,7 +13,7 @@ namespace Kiln {
 namespace {
 
 // The address of a thread's own byte names the thread, without a system call.
-thread_local char thisThread;
+[[gnu::tls_model( "initial-exec" )]] thread_local char thisThread;
 
 [[noreturn, gnu::cold]] void stopForMisuse( const char * what ) noexcept {
     char line[128];
@@ -64,6 +64,10 @@ void ActivityLock::freeInChild() noexcept {
 }
 
 ActivityLock & activityLock() noexcept { return theLock; }
+
+bool holdsActivityLock() noexcept {
+    return theLock.owner_.load( std::memory_order_relaxed ) == &thisThread;
+}
 
 InterpreterLock * setInterpreterLock( InterpreterLock * lock ) noexcept {
     return interpreterLock.exchange( lock, std::memory_order_acq_rel );

@@ -50,12 +50,17 @@ class ActivityLock {
     void freeInChild() noexcept;
 
   private:
+    friend bool holdsActivityLock() noexcept;
+
     std::mutex mutex_;
     std::atomic<const void *> owner_{ nullptr };
 };
 
 /// The process's one activity lock. Usable from static initialisation to the very end.
 ActivityLock & activityLock() noexcept;
+
+/// Whether the calling thread holds it.
+bool holdsActivityLock() noexcept;
 
 /// The lock of an interpreter that the host embeds. The host implements it; the anchors use it.
 class InterpreterLock {

@@ -10,7 +10,7 @@ namespace Fleetlog {
 
 /// Says on standard error, in one line, "WHY; WHAT of process NUMBER CONSEQUENCE": for where there is
 /// no caller who could be told.
-void reportLoss( std::string_view why, std::string_view what,
-                 std::string_view consequence ) noexcept;
+void reportLoss( std::string_view why, std::string_view what = "messages",
+                 std::string_view consequence = "are not recorded" ) noexcept;
 
 } // namespace Fleetlog
