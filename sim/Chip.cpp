@@ -78,6 +78,14 @@ std::size_t Chip::liveEntryCount() const {
     return state_->entries.size() - state_->freeSlots.size();
 }
 
+int Chip::judgeCommit( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority ) {
+    return state_->operate( [&] { return state_->judgeLogical( handle, opcode, priority ); } );
+}
+
+int Chip::judgePtCommit( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority ) {
+    return state_->operate( [&] { return state_->judgePhysical( handle, opcode, priority ); } );
+}
+
 const char * Chip::errmsg( int rc ) noexcept { return textOf( rc ); }
 
 std::uint32_t Chip::BCMLT_ENT_ATTR_GET_FROM_HW() noexcept { return attrGetFromHw; }

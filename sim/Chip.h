@@ -114,6 +114,12 @@ class Chip : public Shim::Sdk {
     std::vector<LiveEntry> liveEntries() const;
     std::size_t liveEntryCount() const;
 
+    /// What bcmlt_entry_commit() and bcmlt_pt_entry_commit() would return now; nothing happens.
+    [[nodiscard]] int judgeCommit( std::uint32_t handle, std::uint32_t opcode,
+                                   std::uint32_t priority );
+    [[nodiscard]] int judgePtCommit( std::uint32_t handle, std::uint32_t opcode,
+                                     std::uint32_t priority );
+
     // --- Inspection, and changes behind the SDK's back
     //
     // In what follows a unit, table or row that does not exist gives "nothing" (nullopt, an empty

@@ -103,6 +103,9 @@ struct ChipState {
 
     Rc commitLogical( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority );
     Rc commitPhysical( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority );
+    // What the two would return; nothing happens.
+    Rc judgeLogical( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority );
+    Rc judgePhysical( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority );
     // Adds a copy of the row to a logical table.
     Rc addRow( TableState & table, const std::uint64_t * row );
 
@@ -116,6 +119,11 @@ struct ChipState {
     // The common start of the field operations: the entry and the number of its field.
     Rc findEntryField( std::uint32_t handle, const char * field, const char * what, Entry *& entry,
                        std::uint32_t & number );
+    // What must be right of a commit, whatever rows there are.
+    Rc checkLogicalCommit( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority,
+                           Entry *& entry );
+    Rc checkPhysicalCommit( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority,
+                            Entry *& entry );
     Rc insert( TableState & table, const std::uint64_t * carried );
     Rc checkRowId( const TableState & table, const RowId & id ) const;
 };

@@ -3,11 +3,11 @@
 
 namespace Sim {
 
-Rc ChipState::commitLogical( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority ) {
-    Entry * entry = nullptr;
+Rc ChipState::checkLogicalCommit( std::uint32_t handle, std::uint32_t opcode,
+                                  std::uint32_t priority, Entry *& entry ) {
     if ( const Rc rc = findEntry( handle, "bcmlt_entry_commit", entry ); rc != Rc::ok )
         return rc;
-    TableState & table = *entry->table;
+    const TableState & table = *entry->table;
     const Layout & layout = table.layout;
     if ( table.table.isPhysical() ) {
         return fail(
@@ -23,7 +23,30 @@ Rc ChipState::commitLogical( std::uint32_t handle, std::uint32_t opcode, std::ui
             return fail( { .rc = Rc::keyMissing, .table = &table.table, .field = place.field } );
         }
     }
+    return Rc::ok;
+}
 
+Rc ChipState::judgeLogical( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority ) {
+    Entry * entry = nullptr;
+    if ( const Rc rc = checkLogicalCommit( handle, opcode, priority, entry ); rc != Rc::ok )
+        return rc;
+    TableState & table = *entry->table;
+    const bool exists = table.logicalRows.find( entry->row.data() ) != nullptr;
+    if ( opcode != opcodeInsert )
+        return exists ? Rc::ok : fail( { .rc = Rc::entryNotFound, .table = &table.table } );
+    if ( exists )
+        return fail( { .rc = Rc::entryExists, .table = &table.table } );
+    if ( table.logicalRows.size() < table.table.size.rows )
+        return Rc::ok;
+    return fail( { .rc = Rc::tableFull, .table = &table.table, .limit = table.table.size.rows } );
+}
+
+Rc ChipState::commitLogical( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority ) {
+    Entry * entry = nullptr;
+    if ( const Rc rc = checkLogicalCommit( handle, opcode, priority, entry ); rc != Rc::ok )
+        return rc;
+    TableState & table = *entry->table;
+    const Layout & layout = table.layout;
     if ( opcode == opcodeInsert )
         return insert( table, entry->row.data() );
     std::uint64_t * row = table.logicalRows.find( entry->row.data() );

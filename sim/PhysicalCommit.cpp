@@ -6,13 +6,11 @@
 
 namespace Sim {
 
-Rc ChipState::commitPhysical( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority ) {
-    Entry * entry = nullptr;
+Rc ChipState::checkPhysicalCommit( std::uint32_t handle, std::uint32_t opcode,
+                                   std::uint32_t priority, Entry *& entry ) {
     if ( const Rc rc = findEntry( handle, "bcmlt_pt_entry_commit", entry ); rc != Rc::ok )
         return rc;
-    TableState & table = *entry->table;
-    const Layout & layout = table.layout;
-    PagedRows & rows = table.physicalRows;
+    const TableState & table = *entry->table;
     if ( !table.table.isPhysical() ) {
         return fail(
             { .rc = Rc::wrongCommitKind, .what = "bcmlt_entry_commit", .table = &table.table } );
@@ -32,7 +30,21 @@ Rc ChipState::commitPhysical( std::uint32_t handle, std::uint32_t opcode, std::u
                            .name = copyName( addressNames[part] ) } );
         }
     }
+    return Rc::ok;
+}
 
+Rc ChipState::judgePhysical( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority ) {
+    Entry * entry = nullptr;
+    return checkPhysicalCommit( handle, opcode, priority, entry );
+}
+
+Rc ChipState::commitPhysical( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority ) {
+    Entry * entry = nullptr;
+    if ( const Rc rc = checkPhysicalCommit( handle, opcode, priority, entry ); rc != Rc::ok )
+        return rc;
+    TableState & table = *entry->table;
+    const Layout & layout = table.layout;
+    PagedRows & rows = table.physicalRows;
     const std::uint64_t number = table.rowNumber( entry->address );
     if ( opcode == ptOpcodeSet ) {
         std::uint64_t * row = rows.findOrMake( number );

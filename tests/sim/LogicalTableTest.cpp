@@ -215,6 +215,35 @@ TEST_F( LogicalTableTest, APreloadedTableHasARowForEachSymbolOfItsKey ) {
 
 // Thousands of inserts, updates, lookups and deletes against a std::map, on keys that collide often
 // and keys that follow each other.
+TEST_F( LogicalTableTest, ACommitIsJudgedAndNotMade ) {
+    const auto judge = [&]( Entry & entry, std::uint32_t opcode ) {
+        return static_cast<Rc>(
+            chip.judgeCommit( entry.handle(), opcode, chip.BCMLT_PRIORITY_NORMAL() ) );
+    };
+    Entry entry( chip, "ROUTE" );
+    entry.add( "VRF", 1 );
+    EXPECT_EQ( judge( entry, chip.BCMLT_OPCODE_INSERT() ), Rc::keyMissing );
+    entry.add( "PREFIX", 10 );
+    for ( const std::uint32_t opcode :
+          { chip.BCMLT_OPCODE_LOOKUP(), chip.BCMLT_OPCODE_UPDATE(), chip.BCMLT_OPCODE_DELETE() } )
+        EXPECT_EQ( judge( entry, opcode ), Rc::entryNotFound );
+    EXPECT_EQ( judge( entry, chip.BCMLT_OPCODE_INSERT() ), Rc::ok );
+    EXPECT_EQ( chip.rowCount( 0, "ROUTE" ), 0u );
+    ASSERT_EQ( insertRoute( 1, 10, 7 ), Rc::ok );
+    EXPECT_EQ( judge( entry, chip.BCMLT_OPCODE_INSERT() ), Rc::entryExists );
+    EXPECT_EQ( judge( entry, chip.BCMLT_OPCODE_LOOKUP() ), Rc::ok );
+    EXPECT_EQ( entry.get( "HOP" ), std::nullopt );
+    EXPECT_EQ( judge( entry, chip.BCMLT_OPCODE_DELETE() ), Rc::ok );
+    EXPECT_EQ( chip.rowCount( 0, "ROUTE" ), 1u );
+    ASSERT_EQ( insertRoute( 1, 11, 7 ), Rc::ok );
+    ASSERT_EQ( insertRoute( 1, 12, 7 ), Rc::ok );
+    entry.add( "PREFIX", 13 );
+    EXPECT_EQ( judge( entry, chip.BCMLT_OPCODE_INSERT() ), Rc::tableFull );
+    EXPECT_EQ( judge( entry, chip.BCMLT_PT_OPCODE_SET() ), Rc::unknownOpcode );
+    EXPECT_EQ( static_cast<Rc>( chip.judgeCommit( entry.handle(), chip.BCMLT_OPCODE_INSERT(), 7 ) ),
+               Rc::unknownPriority );
+}
+
 TEST( LogicalTableModelTest, HoldsTheSameRowsAsAMap ) {
     Sim::Schema schema = smallSchema();
     ASSERT_EQ( schema.resize( "ROUTE", { .rows = 2000 } ), "" );

@@ -301,4 +301,23 @@ TEST_F( PhysicalTableTest, APokeIsHeldToTheRulesOfFields ) {
     EXPECT_EQ( chip.rowCount( 0, "MAPm" ), 0u );
 }
 
+TEST_F( PhysicalTableTest, ACommitIsJudgedAndNotMade ) {
+    const auto judge = [&]( const Entry & entry, std::uint32_t opcode ) {
+        return static_cast<Rc>(
+            chip.judgePtCommit( entry.handle(), opcode, chip.BCMLT_PRIORITY_NORMAL() ) );
+    };
+    Entry entry( chip, "MAPm" );
+    entry.add( "TAG", 7 );
+    EXPECT_EQ( judge( entry, chip.BCMLT_PT_OPCODE_SET() ), Rc::addressMissing );
+    entry.add( "BCMLT_PT_INDEX", 3 );
+    EXPECT_EQ( judge( entry, chip.BCMLT_PT_OPCODE_SET() ), Rc::ok );
+    EXPECT_EQ( judge( entry, chip.BCMLT_PT_OPCODE_MODIFY() ), Rc::ok );
+    EXPECT_EQ( judge( entry, chip.BCMLT_PT_OPCODE_GET() ), Rc::ok );
+    EXPECT_EQ( entry.get( "CLASS" ), std::nullopt );
+    EXPECT_EQ( chip.rowCount( 0, "MAPm" ), 0u );
+    EXPECT_EQ( judge( entry, chip.BCMLT_OPCODE_INSERT() ), Rc::unknownOpcode );
+    const Entry logical( chip, "ROUTE" );
+    EXPECT_EQ( judge( logical, chip.BCMLT_PT_OPCODE_SET() ), Rc::wrongCommitKind );
+}
+
 } // namespace
