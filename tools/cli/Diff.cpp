@@ -1,9 +1,9 @@
 #include "text/Escape.h"
+#include "tools/cli/StateDifferences.h"
 #include "tools/cli/Verbs.h"
 #include "tools/model/Errors.h"
 #include "tools/model/Files.h"
 #include "tools/model/State.h"
-#include "tools/recording/StateDiff.h"
 
 #include <nlohmann/json.hpp>
 

@@ -1,12 +1,8 @@
 #include "tools/recording/StateDiff.h"
 
-#include "text/Numbers.h"
-
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
-#include <algorithm>
-#include <array>
+#include <cstddef>
 #include <tuple>
 #include <utility>
 
@@ -14,12 +10,9 @@ namespace Tool {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
 using Kind = RowDifference::Kind;
 
-// --- Finding differences
-
-auto placeOf( const Sim::RowImage & row ) {
+auto orderOf( const Sim::RowImage & row ) {
     return std::tie( row.id.key, row.id.instance, row.id.port, row.id.index );
 }
 
@@ -42,10 +35,10 @@ class TableComparison {
         auto right = after.begin();
         while ( left != before.end() || right != after.end() ) {
             if ( right == after.end() ||
-                 ( left != before.end() && placeOf( *left ) < placeOf( *right ) ) ) {
+                 ( left != before.end() && orderOf( *left ) < orderOf( *right ) ) ) {
                 add( Kind::removed, *left, missing( after_, *left ) );
                 ++left;
-            } else if ( left == before.end() || placeOf( *right ) < placeOf( *left ) ) {
+            } else if ( left == before.end() || orderOf( *right ) < orderOf( *left ) ) {
                 add( Kind::added, missing( before_, *right ), *right );
                 ++right;
             } else {
@@ -78,63 +71,12 @@ class TableComparison {
     std::vector<RowDifference> & differences_;
 };
 
-// --- Showing them
-
-std::string valueText( const Sim::Field & field, std::uint64_t value ) {
-    const Sim::Symbol * symbol = field.findSymbol( value );
-    return symbol != nullptr ? symbol->name : Text::numberForTable( value );
-}
-
-Json valueJson( const Sim::Field & field, std::uint64_t value ) {
-    const Sim::Symbol * symbol = field.findSymbol( value );
-    return symbol != nullptr ? Json( symbol->name ) : Json( value );
-}
-
-// What addresses a row, where there is more than one.
-template <class Add>
-void forEachPart( const Sim::Table & table, const Sim::RowId & id, const Add & add ) {
-    const Sim::Field number{ .name = "" };
-    if ( table.isPhysical() ) {
-        if ( table.size.rows > 1 )
-            add( "index", number, id.index );
-        if ( table.size.instances > 1 )
-            add( "instance", number, id.instance );
-        if ( table.size.ports > 0 )
-            add( "port", number, id.port );
-        return;
-    }
-    auto value = id.key.begin();
-    for ( const Sim::Field & field : table.fields ) {
-        if ( field.role == Sim::FieldRole::key )
-            add( field.name, field, *value++ );
-    }
-}
-
-// A field, or neighbours in an array, whose values changed alike.
-struct Change {
-    const Sim::Field * field = nullptr;
-    std::uint32_t first = 0;
-    std::uint32_t last = 0;
-    std::optional<Sim::Copy> copy = {}; // if the two copies differ
-    std::optional<std::uint64_t> before = {};
-    std::optional<std::uint64_t> after = {};
-    bool isWrittenBefore = false;
-    bool isWrittenAfter = false;
-
-    bool continues( const Change & previous ) const {
-        return field == previous.field && first == previous.last + 1 && copy == previous.copy &&
-               before == previous.before && after == previous.after &&
-               isWrittenBefore == previous.isWrittenBefore &&
-               isWrittenAfter == previous.isWrittenAfter;
-    }
-};
-
-class Changes {
+class Fields {
   public:
-    explicit Changes( const RowDifference & difference )
+    explicit Fields( const RowDifference & difference )
         : difference_( difference ), table_( *difference.table ) {}
 
-    std::vector<Change> run() {
+    std::vector<FieldDifference> run() {
         const auto differs = []( const std::optional<Sim::RowImage> & row ) {
             return row && !row->hardware.empty();
         };
@@ -144,126 +86,55 @@ class Changes {
         } else {
             compare( Sim::Copy::cache, {} );
         }
-        return std::move( changes_ );
+        return std::move( fields_ );
     }
 
   private:
+    using Value = FieldDifference::Value;
+
+    // Of a row that is there on one side alone, the other side has nothing to show.
+    static std::optional<Value> valueOf( const std::optional<Sim::RowImage> & row, Sim::Copy copy,
+                                         std::size_t element ) {
+        if ( !row )
+            return {};
+        const auto & values = copy == Sim::Copy::cache ? row->values : hardwareOf( *row );
+        return Value{ values[element], row->written[element] };
+    }
+
     void compare( Sim::Copy which, std::optional<Sim::Copy> shown ) {
-        const auto values =
-            [which]( const std::optional<Sim::RowImage> & row ) -> const std::uint64_t * {
-            if ( !row )
-                return nullptr;
-            return ( which == Sim::Copy::cache ? row->values : hardwareOf( *row ) ).data();
-        };
-        const std::uint64_t * before = values( difference_.before );
-        const std::uint64_t * after = values( difference_.after );
         std::uint32_t element = 0;
         for ( const Sim::Field & field : table_.fields ) {
-            // The key of a logical row stands in its place.
-            const bool isKey = field.role == Sim::FieldRole::key;
             for ( std::uint32_t i = 0; i < field.length; ++i, ++element ) {
-                if ( isKey || ( isWhole( before, after ) && before[element] == after[element] ) )
-                    continue;
-                Change change{ .field = &field, .first = i, .last = i, .copy = shown };
-                if ( before != nullptr && difference_.kind != Kind::added ) {
-                    change.before = before[element];
-                    change.isWrittenBefore = difference_.before->written[element];
-                }
-                if ( after != nullptr && difference_.kind != Kind::removed ) {
-                    change.after = after[element];
-                    change.isWrittenAfter = difference_.after->written[element];
-                }
-                if ( !changes_.empty() && change.continues( changes_.back() ) )
-                    changes_.back().last = i;
-                else
-                    changes_.push_back( std::move( change ) );
+                FieldDifference here{ .field = &field, .first = i, .last = i, .copy = shown };
+                if ( difference_.kind != Kind::added )
+                    here.before = valueOf( difference_.before, which, element );
+                if ( difference_.kind != Kind::removed )
+                    here.after = valueOf( difference_.after, which, element );
+                const bool isSame =
+                    here.before && here.after && here.before->value == here.after->value;
+                if ( field.role == Sim::FieldRole::data && !isSame )
+                    add( std::move( here ) );
             }
         }
     }
 
-    // Of rows that are there on one side alone, all fields are shown.
-    bool isWhole( const std::uint64_t * before, const std::uint64_t * after ) const {
-        return before != nullptr && after != nullptr && difference_.kind == Kind::changed;
+    void add( FieldDifference && here ) {
+        if ( !fields_.empty() ) {
+            FieldDifference & last = fields_.back();
+            if ( here.field == last.field && here.first == last.last + 1 &&
+                 here.copy == last.copy && here.before == last.before &&
+                 here.after == last.after ) {
+                last.last = here.last;
+                return;
+            }
+        }
+        fields_.push_back( std::move( here ) );
     }
 
     const RowDifference & difference_;
     const Sim::Table & table_;
-    std::vector<Change> changes_;
+    std::vector<FieldDifference> fields_;
 };
-
-std::string fieldName( const Change & change ) {
-    if ( change.field->length == 1 )
-        return change.field->name;
-    return change.first == change.last
-               ? fmt::format( "{}[{}]", change.field->name, change.first )
-               : fmt::format( "{}[{}..{}]", change.field->name, change.first, change.last );
-}
-
-std::string rowText( const RowDifference & difference ) {
-    static constexpr std::array<char, 3> marks = { '+', '-', ' ' };
-    std::string text = fmt::format( "{} {}\n", marks[static_cast<std::size_t>( difference.kind )],
-                                    placeText( *difference.table, difference.id() ) );
-    const std::vector<Change> changes = Changes( difference ).run();
-    std::size_t width = 0;
-    for ( const Change & change : changes )
-        width = std::max( width, fieldName( change ).size() );
-    const auto addLine = [&]( char mark, const Change & change, std::uint64_t value,
-                              bool isWritten ) {
-        const std::string shown = valueText( *change.field, value );
-        text += fmt::format( "{}   {:<{}}  {}{}\n", mark, fieldName( change ), width,
-                             isWritten ? shown : "(" + shown + ")",
-                             !change.copy                          ? ""
-                             : *change.copy == Sim::Copy::hardware ? "  in the hardware"
-                                                                   : "  in the SDK's cache" );
-    };
-    for ( const Change & change : changes ) {
-        if ( change.before )
-            addLine( '-', change, *change.before, change.isWrittenBefore );
-        if ( change.after )
-            addLine( '+', change, *change.after, change.isWrittenAfter );
-    }
-    return text;
-}
-
-const char * kindWord( Kind kind ) {
-    static constexpr std::array words = { "added", "removed", "changed" };
-    return words[static_cast<std::size_t>( kind )];
-}
-
-std::array<std::size_t, 3> countsOf( const std::vector<RowDifference> & differences ) {
-    std::array<std::size_t, 3> counts{};
-    for ( const RowDifference & difference : differences )
-        ++counts[static_cast<std::size_t>( difference.kind )];
-    return counts;
-}
-
-Json rowJson( const RowDifference & difference ) {
-    Json place = Json::object();
-    forEachPart( *difference.table, difference.id(),
-                 [&]( const std::string & name, const Sim::Field & field, std::uint64_t value ) {
-                     place[name] = valueJson( field, value );
-                 } );
-    Json fields = Json::array();
-    for ( const Change & change : Changes( difference ).run() ) {
-        for ( std::uint32_t i = change.first; i <= change.last; ++i ) {
-            Json field{ { "field", change.field->name } };
-            if ( change.field->length > 1 )
-                field["element"] = i;
-            if ( change.copy )
-                field["copy"] = *change.copy == Sim::Copy::hardware ? "hardware" : "cache";
-            if ( change.before )
-                field["before"] = valueJson( *change.field, *change.before );
-            if ( change.after )
-                field["after"] = valueJson( *change.field, *change.after );
-            fields.push_back( std::move( field ) );
-        }
-    }
-    return { { "unit", difference.unit },
-             { "table", difference.table->name },
-             { "place", std::move( place ) },
-             { "change", kindWord( difference.kind ) },
-             { "fields", std::move( fields ) } };
-}
 
 } // namespace
 
@@ -300,41 +171,27 @@ std::vector<RowDifference> differencesOf( const Sim::Chip & before, const Sim::C
     return differences;
 }
 
-std::string placeText( const Sim::Table & table, const Sim::RowId & id ) {
-    std::string text;
-    forEachPart(
-        table, id, [&]( const std::string & name, const Sim::Field & field, std::uint64_t value ) {
-            text +=
-                fmt::format( "{}{} {}", text.empty() ? "" : ", ", name, valueText( field, value ) );
-        } );
-    return text.empty() ? "the only row" : text;
-}
-
-std::string differencesText( const std::vector<RowDifference> & differences ) {
-    std::string text;
-    const RowDifference * previous = nullptr;
-    for ( const RowDifference & difference : differences ) {
-        if ( previous == nullptr || previous->table != difference.table )
-            text += fmt::format( "{}  unit {}, {}\n", difference.table->name, difference.unit,
-                                 Sim::kindName( difference.table->kind ) );
-        text += rowText( difference );
-        previous = &difference;
+std::vector<PlacePart> placeOf( const Sim::Table & table, const Sim::RowId & id ) {
+    std::vector<PlacePart> parts;
+    if ( table.isPhysical() ) {
+        if ( table.size.rows > 1 )
+            parts.push_back( { .name = "index", .value = id.index } );
+        if ( table.size.instances > 1 )
+            parts.push_back( { .name = "instance", .value = id.instance } );
+        if ( table.size.ports > 0 )
+            parts.push_back( { .name = "port", .value = id.port } );
+        return parts;
     }
-    const auto [added, removed, changed] = countsOf( differences );
-    return text + fmt::format( "{} row{} added, {} removed, {} changed\n", added,
-                               added == 1 ? "" : "s", removed, changed );
+    auto value = id.key.begin();
+    for ( const Sim::Field & field : table.fields ) {
+        if ( field.role == Sim::FieldRole::key )
+            parts.push_back( { .name = field.name, .field = &field, .value = *value++ } );
+    }
+    return parts;
 }
 
-Json differencesJson( const std::vector<RowDifference> & differences ) {
-    const auto [added, removed, changed] = countsOf( differences );
-    Json rows = Json::array();
-    for ( const RowDifference & difference : differences )
-        rows.push_back( rowJson( difference ) );
-    return { { "different", !differences.empty() },
-             { "added", added },
-             { "removed", removed },
-             { "changed", changed },
-             { "rows", std::move( rows ) } };
+std::vector<FieldDifference> fieldsOf( const RowDifference & difference ) {
+    return Fields( difference ).run();
 }
 
 } // namespace Tool

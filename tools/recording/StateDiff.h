@@ -2,11 +2,10 @@
 
 #include "sim/Chip.h"
 
-#include <nlohmann/json_fwd.hpp>
-
-#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // What differs between the tables of two simulated chips.
@@ -45,18 +44,33 @@ std::string incomparable( const Sim::Chip & before, const Sim::Chip & after );
 /// All rows that differ, in the order of units, tables and rows. The chips must be comparable.
 std::vector<RowDifference> differencesOf( const Sim::Chip & before, const Sim::Chip & after );
 
-/// The place of a row in words: "index 5, port 2", "PORT_ID 1", "the only row".
-std::string placeText( const Sim::Table & table, const Sim::RowId & id );
+/// What addresses the row, where there is more than one: the index of a physical row, the key of a
+/// logical one.
+struct PlacePart {
+    std::string_view name;
+    const Sim::Field * field = nullptr; ///< of a logical table
+    std::uint64_t value = 0;
+};
+std::vector<PlacePart> placeOf( const Sim::Table & table, const Sim::RowId & id );
 
-/// Lines that begin with "-", "+" or, for context, a blank; and a last line that counts the rows.
-/// Values that nobody wrote stand in parentheses.
-std::string differencesText( const std::vector<RowDifference> & differences );
+/// A field that is not the same, or neighbours in an array that changed alike.
+struct FieldDifference {
+    struct Value {
+        std::uint64_t value = 0;
+        bool isWritten = false; ///< somebody wrote it
 
-/// { "different", "added", "removed", "changed", "rows": [ { "unit", "table", "place": { NAME: number
-///   or symbol }, "change": "added", "removed" or "changed", "fields": [ { "field", "element",
-///   "copy", "before", "after" } ] } ] }
-/// "element" is there for array fields, "copy" ("cache" or "hardware") where the two copies of the row
-/// differ, "before" and "after" where there is a row.
-nlohmann::ordered_json differencesJson( const std::vector<RowDifference> & differences );
+        bool operator==( const Value & ) const = default;
+    };
+    const Sim::Field * field = nullptr;
+    std::uint32_t first = 0; ///< element
+    std::uint32_t last = 0;
+    std::optional<Sim::Copy> copy = {}; ///< nothing: the two copies of the row are the same
+    std::optional<Value> before = {};   ///< nothing: the row was added
+    std::optional<Value> after = {};
+};
+
+/// All fields of a row that was added or removed, but for its key; of one that changed, those that
+/// did.
+std::vector<FieldDifference> fieldsOf( const RowDifference & difference );
 
 } // namespace Tool
