@@ -54,7 +54,8 @@ static_assert( layoutOf( SdkCall::ptEntryCommit ) + 1 == layoutOf( SdkCall::preC
 
 // The sites, which all recorders of the process share. This copy of the writer has no others, and gives
 // them their identifiers in order when the first recorder is made.
-constexpr std::size_t siteCount = 2 * Format::callCount + 2;
+constexpr std::size_t siteCount = 2 * Format::callCount + 3;
+constexpr std::size_t hardwareSite = siteCount - 3;
 constexpr std::size_t textSite = siteCount - 2;
 constexpr std::size_t valuesSite = siteCount - 1;
 std::array<int, siteCount> siteIds{};
@@ -64,9 +65,9 @@ constexpr int beforeId( SdkCall call ) noexcept { return idOf( 2 * layoutOf( cal
 constexpr int afterId( SdkCall call ) noexcept { return idOf( 2 * layoutOf( call ) + 1 ); }
 
 void registerSite( TraceFile & file, std::size_t site, const char * name, const char * letters,
-                   const char * text, Format::CallPart part ) {
-    Fleetlog::MsgDesc descriptor( &file, &siteIds[site], Format::callSource,
-                                  static_cast<int>( part ) );
+                   const char * text, Format::CallPart part,
+                   const char * source = Format::callSource ) {
+    Fleetlog::MsgDesc descriptor( &file, &siteIds[site], source, static_cast<int>( part ) );
     descriptor.formatString().put( letters );
     descriptor << name << text;
     descriptor.finish();
@@ -80,6 +81,8 @@ void registerSite( TraceFile & file, std::size_t site, const char * name, const 
         registerSite( file, 2 * i + 1, call.name, call.after, call.afterText,
                       Format::CallPart::after );
     }
+    registerSite( file, hardwareSite, Format::hardwareName, Format::hardwareLetters,
+                  Format::hardwareText, Format::CallPart::before, Format::hardwareSource );
     registerSite( file, textSite, Format::callPieceName, Format::callTextLetters,
                   Format::callTextText, Format::CallPart::text );
     registerSite( file, valuesSite, Format::callPieceName, Format::callValuesLetters,
@@ -472,6 +475,13 @@ void TraceRecorder::failureHook() noexcept {
     TraceFile * const file = state_->recordBefore( SdkCall::failureHook );
     inner().failureHook();
     state_->recordAfter( file, SdkCall::failureHook );
+}
+
+void TraceRecorder::noteHardwareChange( const HardwareChange & change ) noexcept {
+    TraceFile * const file = state_->file();
+    if ( file != nullptr )
+        write( *file, idOf( hardwareSite ), change.unit, change.index, change.instance, change.port,
+               Text{ change.table }, Text{ change.field, 1 }, change.element, change.value );
 }
 
 } // namespace Interpose

@@ -87,6 +87,22 @@ class TraceRecorder final : public Interposer {
     void preCallHook() noexcept override;
     void failureHook() noexcept override;
 
+    /// An element of a row that the hardware has changed by itself.
+    struct HardwareChange {
+        int unit = 0;
+        const char * table = nullptr;
+        std::uint32_t index = 0;
+        std::uint32_t instance = 0;
+        std::uint32_t port = 0;
+        const char * field = nullptr;
+        std::uint32_t element = 0;
+        std::uint64_t value = 0;
+    };
+
+    /// Records a change behind the SDK's back, as a simulated chip is told to make: a replay makes it,
+    /// too. On a real chip nobody sees them.
+    void noteHardwareChange( const HardwareChange & change ) noexcept;
+
   private:
     struct State;
     std::unique_ptr<State> state_;

@@ -126,6 +126,22 @@ struct Event {
     Record record;                       ///< the one that was read; not with neverReturned
 };
 
+/// A change that the hardware made by itself, which is recorded where a simulated chip is told to make
+/// it. Texts are valid as long as the record.
+struct HardwareChange {
+    std::int32_t unit = 0;
+    std::uint32_t index = 0;
+    std::uint32_t instance = 0;
+    std::uint32_t port = 0;
+    std::string_view table;
+    std::string_view field;
+    std::uint32_t element = 0;
+    std::uint64_t value = 0;
+};
+
+/// Nothing if the record is another message.
+std::optional<HardwareChange> hardwareChangeOf( const Record & record );
+
 /// Puts the calls of a trace together again, record by record: for those who read the records
 /// themselves, in their order. Recording does it for everybody else.
 class CallAssembler {

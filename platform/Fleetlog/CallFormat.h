@@ -75,4 +75,13 @@ inline constexpr char callTextText[] = " text: %s start: %s length: %s %s";
 inline constexpr char callValuesLetters[] = "iia";
 inline constexpr char callValuesText[] = " start: %s count: %s values: %s";
 
+/// What is no call: the hardware has changed an element of a row by itself, as a simulated chip is told
+/// to. A record of a site with this source file and function; readers that do not know it show it as
+/// the message that it is.
+inline constexpr char hardwareSource[] = "Sim::Chip";
+inline constexpr char hardwareName[] = "hardware";
+inline constexpr char hardwareLetters[] = "iiiippil";
+inline constexpr char hardwareText[] =
+    " unit: %s index: %s instance: %s port: %s table: %s field: %s element: %s value: %s";
+
 } // namespace Fleetlog::Format
