@@ -10,9 +10,11 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdint>
 #include <exception>
 #include <functional>
 #include <new>
+#include <optional>
 #include <span>
 #include <sstream>
 #include <string>
@@ -91,6 +93,8 @@ class CommandLine {
         addDump();
         addTrace();
         addDiff();
+        addReplay();
+        addCheck();
         addDiagnose();
     }
 
@@ -289,14 +293,26 @@ class CommandLine {
 
     void addDiff() {
         CLI::App & verb = addVerb(
-            "diff", "Shows what differs between two chips that were kept with --state",
+            "diff", "Shows what differs between two states, or between two recordings",
             "cairn-lt diff before.json after.json\n"
-            "cairn-lt diff before.json after.json --format json",
-            "Rows that are in the second one alone begin with \"+\", those in the first one alone "
-            "with \"-\", and so do the fields of rows that changed. Values that nobody wrote stand "
-            "in parentheses. Exit code 0: no difference; 1: there are some.\n" );
-        verb.add_option( "before", diff_.before, "The first state file" )->required();
-        verb.add_option( "after", diff_.after, "The second state file" )->required();
+            "cairn-lt diff before.json after.json --plan plan/\n"
+            "cairn-lt diff old-release/ new-release/ --format json",
+            "States are files that --state has written: their rows are compared field by field. "
+            "Recordings are folders that --record-to has written: what was done with each entry is "
+            "compared, unit by unit; handles, times and threads do not matter. What is in the "
+            "second alone begins with \"+\", what is in the first alone with \"-\". Values that "
+            "nobody wrote stand in parentheses. Exit code 0: no difference; 1: there are some.\n" );
+        verb.add_option( "before", diff_.before, "The first state file or recording" )->required();
+        verb.add_option( "after", diff_.after, "The second one" )->required();
+        verb.add_option(
+            "--plan", diff_.plan,
+            "Leaves a recording in this folder, made if it is not there: the SDK "
+            "operations that turn the first state into the second. \"cairn-lt replay\" "
+            "performs it" );
+        verb.add_option( "--context", diff_.context,
+                         "Recordings: how many operations are shown around those that differ "
+                         "(default 3)" )
+            ->check( CLI::Range( 0u, 1'000'000u ) );
         addFormat( verb );
         onVerb( verb, [this] {
             diff_.format = chosen( "--format", texts_.format, formats );
@@ -332,6 +348,76 @@ class CommandLine {
         } );
     }
 
+    void addReplay() {
+        CLI::App & verb = addVerb(
+            "replay", "Performs the operations of a recording on simulated chips",
+            "cairn-lt replay recording/\n"
+            "cairn-lt replay recording/ --state at-the-stop.json --dump\n"
+            "cairn-lt replay recording/ --from before.json --until 2026-03-01T07:30:00.25\n"
+            "cairn-lt replay recording/ --keep-going --ignore codes",
+            "Codes and values read are compared with those that were recorded. The replay ends at "
+            "the first operation that does something else, and shows it with those before it. A "
+            "guarded call that failed for a reason that is none of the chip's fails as it did. What "
+            "cannot be known is said on standard error. Exit code 0: all as recorded; 1: not.\n" );
+        verb.add_option( "recording", replay_.recording,
+                         "The recording: a folder, or a trace file" )
+            ->required();
+        addChips( verb, replay_.chips );
+        verb.add_option( "--from", replay_.from,
+                         "The chips begin as this state file says; it is only read" );
+        verb.add_option( "--state", replay_.state,
+                         "Keeps the chips in this file: they begin as it says, if there is one and "
+                         "no --from, and it is written when the replay is over" );
+        verb.add_flag( "--keep-going", replay_.keepGoing,
+                       "Goes on after an operation that does something else" );
+        verb.add_option( "--until", replay_.until,
+                         "Ends after the call of this number, or with the calls that had returned "
+                         "by this time, in UTC" );
+        verb.add_option( "--ignore", replay_.ignore,
+                         "codes: of codes, only whether the operation succeeded is compared; "
+                         "values: values read are not compared; repeatable" )
+            ->expected( 1 )
+            ->allow_extra_args( false )
+            ->take_all();
+        verb.add_flag( "--dump{as-format}", texts_.dump,
+                       "Shows the tables that were written, as --format says or as --dump=text or "
+                       "--dump=json" );
+        addProcess( verb, replay_.process );
+        addFormat( verb );
+        onVerb( verb, [this] {
+            replay_.format = chosen( "--format", texts_.format, formats );
+            if ( !texts_.dump.empty() )
+                replay_.dump = texts_.dump == "as-format"
+                                   ? replay_.format
+                                   : chosen( "--dump", texts_.dump, formats );
+            return Tool::replay( replay_ );
+        } );
+    }
+
+    void addCheck() {
+        CLI::App & verb =
+            addVerb( "check", "Says which rules the calls of a recording break",
+                     "cairn-lt check recording/\n"
+                     "cairn-lt check recording/ --ignore written-twice --format json\n"
+                     "cairn-lt check --list",
+                     "Each finding is shown with the calls that it is about. Exit code 0: none; 1: "
+                     "there are some.\n" );
+        verb.add_option( "recording", check_.recording,
+                         "The recording: a folder, or a trace file" );
+        verb.add_flag( "--list", check_.list, "Shows the rules" );
+        verb.add_option( "--ignore", check_.ignore, "A rule that is not checked; repeatable" )
+            ->expected( 1 )
+            ->allow_extra_args( false )
+            ->take_all();
+        addChips( verb, check_.chips );
+        addProcess( verb, check_.process );
+        addFormat( verb );
+        onVerb( verb, [this] {
+            check_.format = chosen( "--format", texts_.format, formats );
+            return Tool::check( check_ );
+        } );
+    }
+
     // --- What verbs share
 
     CLI::App & addVerb( const char * name, const char * description, const std::string & examples,
@@ -351,6 +437,12 @@ class CommandLine {
 
     void addFormat( CLI::App & verb ) {
         verb.add_option( "--format", texts_.format, "text (the default) or json" );
+    }
+
+    void addProcess( CLI::App & verb, std::optional<std::uint32_t> & process ) {
+        verb.add_option(
+            "--process", process,
+            "The process whose calls are meant, if the recording has those of several" );
     }
 
     void addChips( CLI::App & verb, ChipOptions & chips ) {
@@ -544,6 +636,8 @@ class CommandLine {
     DumpOptions dump_;
     TraceOptions trace_;
     DiffOptions diff_;
+    ReplayOptions replay_;
+    CheckOptions check_;
     DiagnoseOptions diagnose_;
 };
 

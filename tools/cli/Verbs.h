@@ -4,6 +4,7 @@
 #include "tools/cli/SessionOutput.h"
 #include "tools/model/ChipOptions.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -138,12 +139,53 @@ struct DumpOptions {
 int dump( const DumpOptions & options );
 
 struct DiffOptions {
+    /// Two state files, or two recordings.
     std::string before;
     std::string after;
+    /// Of recordings: how many operations on both sides are shown around those that differ.
+    unsigned context = 3;
+    /// Of states: the folder of the recording that makes the first state the second; empty: none.
+    std::string plan;
     Format format = Format::text;
 };
 
-/// What differs between two state files. 1 if anything does.
+/// What differs between two states, or two recordings. 1 if anything does.
 int diff( const DiffOptions & options );
+
+struct ReplayOptions {
+    std::string recording;
+    std::optional<std::uint32_t> process;
+    ChipOptions chips;
+    /// The state file that the chips begin with; empty: `state`, if there is such a file.
+    std::string from;
+    /// Keeps the chips in this file.
+    std::string state;
+    bool keepGoing = false;
+    /// The number of a call, or a time; empty: the end.
+    std::string until;
+    /// "codes", "values".
+    std::vector<std::string> ignore;
+    std::optional<Format> dump;
+    Format format = Format::text;
+};
+
+/// The operations of a recording on simulated chips. 1 if they do not do what they did, or if the
+/// recording is damaged.
+int replay( const ReplayOptions & options );
+
+struct CheckOptions {
+    std::string recording;
+    std::optional<std::uint32_t> process;
+    /// What the rows of tables are addressed by; the state is not used.
+    ChipOptions chips;
+    /// Names of rules.
+    std::vector<std::string> ignore;
+    /// The rules in place of findings.
+    bool list = false;
+    Format format = Format::text;
+};
+
+/// The rules that the calls of a recording break. 1 if there are any, or if it is damaged.
+int check( const CheckOptions & options );
 
 } // namespace Tool

@@ -79,8 +79,13 @@ TEST_F( DiffVerb, WhatIsNoStateIsRefused ) {
                "cairn-lt: " + after_ + ": cannot be read: No such file or directory\n" );
     const Outcome other = cairnLt( { "diff", "README.md", before_ } );
     EXPECT_EQ( other.exitCode, 2 );
-    EXPECT_EQ( other.err.find( "cairn-lt: README.md: not a state file: " ), 0u ) << other.err;
-    EXPECT_EQ( ToolTest::lines( other.err ).size(), 1u );
+    EXPECT_EQ( other.err, "cairn-lt: README.md: neither a state file nor a recording; name a file "
+                          "that --state has written, or what --record-to has\n" );
+    const std::string broken = folder_.write( "broken.json", "{}" );
+    const Outcome state = cairnLt( { "diff", broken, before_ } );
+    EXPECT_EQ( state.exitCode, 2 );
+    EXPECT_EQ( state.err.find( "cairn-lt: " + broken + ": not a state file: " ), 0u ) << state.err;
+    EXPECT_EQ( ToolTest::lines( state.err ).size(), 1u );
 }
 
 } // namespace
