@@ -3,7 +3,7 @@
 
     bench/report.py RAW_FOLDER REPORT_FOLDER FIGURES_FILE MACHINE
 
-RAW_FOLDER holds what the benchmarks have written: a JSON document each, reader.tsv, code.md, symbols.txt. Writes
+RAW_FOLDER holds what the benchmarks have written: a JSON document each, reader.tsv, recording.tsv, code.md, symbols.txt. Writes
 performance.md and performance.svg into REPORT_FOLDER, and all of the raw figures in one JSON document to FIGURES_FILE;
 the plot is gnuplot's.
 """
@@ -98,6 +98,19 @@ def reader_table(lines):
         rows.append([name, f"{megabytes:.1f}", f"{seconds:.3f}", f"{megabytes / seconds:.0f}",
                      f"{int(records) / seconds / 1e6:.1f}"])
     return table(["reading:", "MB", "s", "MB/s", "million records/s"], rows)
+
+
+def recording_table(lines):
+    rows = []
+    for name, operations, seconds, memory in (line.split("\t") for line in lines[1:]):
+        rows.append([name, f"{int(operations):,}", seconds, f"{int(operations) / float(seconds) / 1e6:.2f}",
+                     f"{int(memory) / 1024:.0f}"])
+    return table(["verb:", "operations read", "s", "million operations/s", "most memory, MiB"], rows)
+
+
+def recording_bytes(lines):
+    _, operations, size = lines[0].split("\t")
+    return int(size) / int(operations)
 
 
 def budget_table(trace, recipes, sim, code, worst):
@@ -200,6 +213,7 @@ def main():
     machine = sys.argv[4]
     documents = {name: json.loads((raw / f"{name}.json").read_text()) for name in JSON_FILES}
     reader = (raw / "reader.tsv").read_text().splitlines()
+    recording = (raw / "recording.tsv").read_text().splitlines()
     code = (raw / "code.md").read_text().strip()
     sizes = hot_bytes((raw / "symbols.txt").read_text())
     relocations = next(line.split("|")[2].strip() for line in code.splitlines() if line.startswith("| relocations"))
@@ -267,6 +281,14 @@ Seconds of the processor.
 
 {reader_table(reader)}
 
+## Recordings
+
+A recording of two threads, each with a unit of its own, which for each row allocate an entry, add its index and a value,
+commit, read and free: {recording_bytes(recording):.0f} bytes an operation, its hook included. `diff` reads both recordings once for each unit
+and once more. Seconds of the processor. The limit of a replay is a million operations a second.
+
+{recording_table(recording)}
+
 ## Start-up
 
 Loading the library into a process that has not got it, until `dlopen` returns, its {relocations} relocations
@@ -292,7 +314,8 @@ cache holds: `bareArray`, one read of an array of that size, shows what that alo
         for private in ("host_name", "executable"):
             document["context"].pop(private, None)
     figures.write_text(json.dumps(
-        {"machine": machine, "code": code.splitlines(), "reader": reader, "hot_bytes": sizes, **documents}, indent=1) + "\n")
+        {"machine": machine, "code": code.splitlines(), "reader": reader, "recording": recording,
+         "hot_bytes": sizes, **documents}, indent=1) + "\n")
     plot(report / "performance.svg", trace, recipes, sim)
 
 

@@ -35,6 +35,8 @@ run system_port "$build/bin/system_port_bench"
 run sim "$build/bin/sim_bench"
 echo "== reader"
 bash bench/trace_reader_bench.sh "$build" >"$raw/reader.tsv"
+echo "== recording"
+bench/recording_figures.py "$build" >"$raw/recording.tsv"
 nm -D -C -S -t d --defined-only "$build/lib/libCairnLtHelper.so" >"$raw/symbols.txt"
 bash tests/budgets/code_test.sh "$build/lib/libCairnLtHelper.so" Cairn/CairnLtHelper.cpp --report >"$raw/code.md"
 
