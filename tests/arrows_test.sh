@@ -13,7 +13,7 @@ declare -A allowed=(
     [CairnCommon]="platform"
     [Cairn]="CairnCommon platform shim"
     [text]=""
-    [interpose]="platform shim text"
+    [interpose]="platform traceformat shim text"
     [sim]="shim text"
     [tracereader]="text traceformat"
 )
