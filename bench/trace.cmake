@@ -24,3 +24,8 @@ endif()
 add_executable( trace_reader_bench ${PROJECT_SOURCE_DIR}/bench/trace_reader_bench.cpp )
 target_link_libraries( trace_reader_bench PRIVATE cairn_test_processes cairn_trace_bench_lttng Cairn::TraceReader
                        Cairn::Platform cairn_options )
+
+add_executable( recorder_bench ${PROJECT_SOURCE_DIR}/bench/recorder_bench.cpp
+                ${PROJECT_SOURCE_DIR}/tests/support/QuietSdk.cpp )
+target_link_libraries( recorder_bench PRIVATE cairn_test_processes Cairn::Recorder Cairn::TraceReader Cairn::Platform
+                       cairn_options benchmark::benchmark )

@@ -35,7 +35,7 @@ class TraceRecorder final : public Interposer {
 
     struct Options {
         /// Where the files go, `<program>.sdk-<process>-<thread>...fleetlog`. It must exist.
-        std::string directory;
+        std::string directory = {};
 
         Keep keep = Keep::newest;
 

@@ -309,9 +309,11 @@ void CallAssembler::Impl::takeInputs( RecordedCall & call, std::optional<Pieces>
         call.startIndex = values_[2].number;
         call.count = values_[3].number;
         takeText( call, call.field, values_[4], pieces, 0 );
-        for ( std::size_t i = 0; i < values_[5].elementCount(); ++i )
+        for ( std::size_t i = 0; i < std::min<std::size_t>( values_[5].elementCount(), call.count );
+              ++i )
             call.values.push_back( values_[5].element( i ) );
-        if ( pieces && pieces->count == call.count )
+        if ( pieces && pieces->count == call.count &&
+             call.values.size() + pieces->values.size() <= call.count )
             call.values.insert( call.values.end(), pieces->values.begin(), pieces->values.end() );
         call.isWhole = call.isWhole && call.values.size() == call.count;
         break;
