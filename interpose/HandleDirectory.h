@@ -2,14 +2,17 @@
 
 #include "interpose/Operation.h"
 
+#include <functional>
 #include <mutex>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <unordered_set>
+#include <vector>
 
 // Which unit and table the handles of live entries belong to: an interposer sees the handle alone.
-// Internal to the interposers. Any thread may use it.
+// Internal to the interposers. Any thread may use it. Nothing is allocated for an entry of a table that
+// is known, if there have been as many at a time before.
 
 namespace Interpose {
 
@@ -34,11 +37,15 @@ class HandleDirectory {
     int perform( const Operation & operation );
 
   private:
+    void add( std::uint32_t handle, int unit, std::string_view table );
+
     Shim::Sdk & sdk_;
     const std::uint32_t invalidHandle_;
     mutable std::mutex mutex_;
-    std::unordered_map<std::uint32_t, Entry> entries_;
-    std::unordered_set<std::string> tables_;
+    using Entries = std::unordered_map<std::uint32_t, Entry>;
+    Entries entries_;
+    std::vector<Entries::node_type> spare_; ///< of entries that were freed, for the next
+    std::set<std::string, std::less<>> tables_;
 };
 
 } // namespace Interpose
