@@ -3,6 +3,8 @@
 #include "sim/ChipState.h"
 #include "sim/Constants.h"
 
+#include <fmt/format.h>
+
 #include <map>
 #include <mutex>
 #include <stdexcept>
@@ -15,7 +17,7 @@ Chip::Chip() : state_( std::make_unique<ChipState>() ) {}
 Chip::~Chip() = default;
 
 void Chip::addUnit( int unit, Schema schema ) {
-    const std::string name = "unit " + std::to_string( unit );
+    const std::string name = fmt::format( "unit {}", unit );
     if ( unit < 0 )
         throw std::invalid_argument( name + " is not possible; units are numbered from 0" );
     const std::vector<std::string> problems = schema.check();

@@ -4,6 +4,8 @@
 #include "sim/TableState.h"
 #include "text/NearestName.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <bit>
 #include <cstddef>
@@ -98,80 +100,80 @@ NameCopy copyName( std::string_view name ) {
 std::string describe( const Failure & f, const std::map<int, const Schema *> & units ) {
     const std::string name = f.name.data();
     const std::string table = f.table != nullptr ? f.table->name : "";
-    const std::string field = f.field != nullptr ? table + "." + f.field->name : table + "." + name;
-    const std::string value = std::to_string( f.value );
+    const std::string field =
+        fmt::format( "{}.{}", table, f.field != nullptr ? f.field->name : name );
     const auto range = [&]( const char * what, const char * whats ) {
-        return table + ": " + what + " " + value + " is out of range; the table has " +
-               std::to_string( f.limit ) + " " + whats + ", counted from 0";
+        return fmt::format( "{}: {} {} is out of range; the table has {} {}, counted from 0", table,
+                            what, f.value, f.limit, whats );
     };
 
     switch ( f.rc ) {
     case Rc::ok:
         return {};
     case Rc::nullArgument:
-        return std::string( f.what ) + " is a null pointer";
+        return fmt::format( "{} is a null pointer", f.what );
     case Rc::unknownUnit: {
-        std::string text = "there is no unit " + std::to_string( f.unit ) + "; the chip has ";
-        if ( units.empty() )
-            return text + "none";
-        text += "units";
+        std::vector<int> numbers;
         for ( const auto & [number, unit] : units )
-            text += " " + std::to_string( number );
-        return text;
+            numbers.push_back( number );
+        return fmt::format( "there is no unit {}; the chip has {}{}", f.unit,
+                            units.empty() ? "none" : "units ", fmt::join( numbers, " " ) );
     }
     case Rc::unknownTable:
-        return "unit " + std::to_string( f.unit ) + " has no table " + name +
-               Text::nearestHint( name, units.at( f.unit )->tableNames() );
+        return fmt::format( "unit {} has no table {}{}", f.unit, name,
+                            Text::nearestHint( name, units.at( f.unit )->tableNames() ) );
     case Rc::unknownField:
-        if ( std::find( addressNames.begin(), addressNames.end(), name ) != addressNames.end() ) {
-            return table + " has no field " + name +
-                   ( f.table->isPhysical() ? "; that is the address of a row"
-                                           : "; only physical tables have" );
-        }
-        return table + " has no field " + name + Text::nearestHint( name, f.table->fieldNames() );
+        if ( std::find( addressNames.begin(), addressNames.end(), name ) != addressNames.end() )
+            return fmt::format( "{} has no field {}{}", table, name,
+                                f.table->isPhysical() ? "; that is the address of a row"
+                                                      : "; only physical tables have" );
+        return fmt::format( "{} has no field {}{}", table, name,
+                            Text::nearestHint( name, f.table->fieldNames() ) );
     case Rc::unknownSymbol:
-        return field + " has no symbol " + name + Text::nearestHint( name, f.field->symbolNames() );
+        return fmt::format( "{} has no symbol {}{}", field, name,
+                            Text::nearestHint( name, f.field->symbolNames() ) );
     case Rc::unknownHandle:
-        return std::string( f.what ) + ": there never was an entry " + std::to_string( f.handle ) +
-               ( f.handle == invalidHandle ? ", that is BCMLT_INVALID_HDL" : "" );
+        return fmt::format( "{}: there never was an entry {}{}", f.what, f.handle,
+                            f.handle == invalidHandle ? ", that is BCMLT_INVALID_HDL" : "" );
     case Rc::useAfterFree:
-        return std::string( f.what ) + ": entry " + std::to_string( f.handle ) +
-               " was freed before";
+        return fmt::format( "{}: entry {} was freed before", f.what, f.handle );
     case Rc::doubleFree:
-        return "entry " + std::to_string( f.handle ) +
-               " was freed before and cannot be freed again";
+        return fmt::format( "entry {} was freed before and cannot be freed again", f.handle );
     case Rc::tooManyEntries:
-        return std::to_string( f.limit ) + " entries are allocated; free some first";
+        return fmt::format( "{} entries are allocated; free some first", f.limit );
     case Rc::wrongCommitKind:
-        return table + " is a " + kindName( f.table->kind ) +
-               ( *f.what ? std::string( "; commit it with " ) + f.what
-                         : std::string( " and has no rows in the hardware" ) );
+        return fmt::format( "{} is a {}{}{}", table, kindName( f.table->kind ),
+                            *f.what ? "; commit it with " : " and has no rows in the hardware",
+                            f.what );
     case Rc::unknownOpcode:
-        return value + " is not an opcode of " + f.what + constantHint( f.value );
+        return fmt::format( "{} is not an opcode of {}{}", f.value, f.what,
+                            constantHint( f.value ) );
     case Rc::unknownPriority:
-        return value + " is not a commit priority" + constantHint( f.value );
+        return fmt::format( "{} is not a commit priority{}", f.value, constantHint( f.value ) );
     case Rc::unknownAttribute:
-        return f.value == attrGetFromHw
-                   ? table + " is a logical table; only entries of "
-                             "physical tables are read from the hardware"
-                   : value + " is not an entry attribute" + constantHint( f.value );
+        if ( f.value == attrGetFromHw )
+            return fmt::format( "{} is a logical table; only entries of physical tables are read "
+                                "from the hardware",
+                                table );
+        return fmt::format( "{} is not an entry attribute{}", f.value, constantHint( f.value ) );
     case Rc::valueTooWide:
-        return field + ": value " + value + " needs " + std::to_string( bitsOf( f.value ) ) +
-               " bits, the field has " + std::to_string( f.field->width );
+        return fmt::format( "{}: value {} needs {} bits, the field has {}", field, f.value,
+                            bitsOf( f.value ), f.field->width );
     case Rc::valueNotAllowed:
-        return field + ": value " + value + " is none of the field's symbols";
+        return fmt::format( "{}: value {} is none of the field's symbols", field, f.value );
     case Rc::symbolOnNumber:
-        return field + " holds numbers and has no symbols";
+        return fmt::format( "{} holds numbers and has no symbols", field );
     case Rc::arrayField:
-        return field + " is an array field of " + std::to_string( f.field->length ) +
-               " elements; use " + f.what;
+        return fmt::format( "{} is an array field of {} elements; use {}", field, f.field->length,
+                            f.what );
     case Rc::scalarField:
-        return field + " is not an array field; use bcmlt_entry_field_add";
+        return fmt::format( "{} is not an array field; use bcmlt_entry_field_add", field );
     case Rc::elementOutOfRange:
-        return f.field != nullptr
-                   ? field + ": element " + value + " is out of range; the field has " +
-                         std::to_string( f.limit ) + " elements, counted from 0"
-                   : table + ": a row has " + std::to_string( f.limit ) + " values, not " + value;
+        if ( f.field == nullptr )
+            return fmt::format( "{}: a row has {} values, not {}", table, f.limit, f.value );
+        return fmt::format( "{}: element {} is out of range; the field has {} elements, counted "
+                            "from 0",
+                            field, f.value, f.limit );
     case Rc::indexOutOfRange:
         return range( "index", "rows" );
     case Rc::instanceOutOfRange:
@@ -179,19 +181,20 @@ std::string describe( const Failure & f, const std::map<int, const Schema *> & u
     case Rc::portOutOfRange:
         return range( "port", "ports" );
     case Rc::notPerPort:
-        return table + " is not per port; leave " + std::string( portField ) + " out";
+        return fmt::format( "{} is not per port; leave {} out", table, portField );
     case Rc::addressMissing:
-        return table + ": the entry lacks " + name;
+        return fmt::format( "{}: the entry lacks {}", table, name );
     case Rc::keyMissing:
-        return table + ": the entry lacks the key field " + f.field->name;
+        return fmt::format( "{}: the entry lacks the key field {}", table, f.field->name );
     case Rc::entryExists:
-        return table + ": a row with this key exists already; UPDATE it";
+        return fmt::format( "{}: a row with this key exists already; UPDATE it", table );
     case Rc::entryNotFound:
-        return table + ": there is no row with this key";
+        return fmt::format( "{}: there is no row with this key", table );
     case Rc::tableFull:
-        return table + " is full; it takes " + std::to_string( f.limit ) + " rows";
+        return fmt::format( "{} is full; it takes {} rows", table, f.limit );
     case Rc::fieldNotCarried:
-        return field + ": the entry does not hold it; add it, or LOOKUP or GET the row first";
+        return fmt::format(
+            "{}: the entry does not hold it; add it, or LOOKUP or GET the row first", field );
     case Rc::outOfMemory:
         return "the host has no memory left";
     }

@@ -2,6 +2,8 @@
 
 #include "text/NearestName.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <set>
 #include <utility>
@@ -25,12 +27,12 @@ class Check {
 
   private:
     void report( const std::string & what ) {
-        problems_.push_back( { {}, "table " + table_.name + ": " + what } );
+        problems_.push_back( { {}, fmt::format( "table {}: {}", table_.name, what ) } );
     }
 
     void report( const Field & field, const std::string & what ) {
-        problems_.push_back(
-            { field.name, "table " + table_.name + ": field " + field.name + ": " + what } );
+        problems_.push_back( { field.name, fmt::format( "table {}: field {}: {}", table_.name,
+                                                        field.name, what ) } );
     }
 
     static bool isName( std::string_view name ) {
@@ -58,8 +60,10 @@ class Check {
             if ( size.instances != 1 || size.ports != 0 )
                 report( "a logical table has neither instances nor ports; leave them out" );
             if ( table_.isKeyless() && size.rows > 1 ) {
-                report( "a logical table without a key field has 1 row, not " +
-                        std::to_string( size.rows ) + "; give it a key field, or 1 row" );
+                report(
+                    fmt::format( "a logical table without a key field has 1 row, not {}; give it "
+                                 "a key field, or 1 row",
+                                 size.rows ) );
             }
         } else if ( size.instances == 0 ) {
             report( "it has no instances; give it at least 1" );
@@ -67,8 +71,8 @@ class Check {
         const std::uint64_t rowsPerPort = std::uint64_t( size.rows ) * size.instances;
         if ( rowsPerPort > maxTableRows ||
              rowsPerPort * std::max( size.ports, 1u ) > maxTableRows ) {
-            report( "more than " + std::to_string( maxTableRows ) +
-                    " rows in all instances and ports; make it smaller" );
+            report( fmt::format( "more than {} rows in all instances and ports; make it smaller",
+                                 maxTableRows ) );
         }
     }
 
@@ -84,8 +88,9 @@ class Check {
             checkField( field );
         }
         if ( elements > maxTableElements ) {
-            report( "its fields have " + std::to_string( elements ) + " elements together, " +
-                    std::to_string( maxTableElements ) + " are possible; make the arrays shorter" );
+            report( fmt::format( "its fields have {} elements together, {} are possible; make the "
+                                 "arrays shorter",
+                                 elements, maxTableElements ) );
         }
     }
 
@@ -95,16 +100,17 @@ class Check {
         if ( field.name.starts_with( "BCMLT_" ) )
             report( field, "names that begin with BCMLT_ belong to the SDK; rename it" );
         if ( field.width < 1 || field.width > 64 ) {
-            report( field, "width " + std::to_string( field.width ) +
-                               " is not possible; give it 1 to 64 bits an element" );
+            report( field, fmt::format( "width {} is not possible; give it 1 to 64 bits an element",
+                                        field.width ) );
             return; // nothing below means anything without a width
         }
         if ( field.length == 0 )
             report( field, "it has no elements; give it a length of at least 1" );
         if ( field.role == FieldRole::key ) {
             if ( table_.isPhysical() ) {
-                report( field, std::string( "a " ) + kindName( table_.kind ) +
-                                   " is addressed by BCMLT_PT_INDEX; make the field data" );
+                report( field,
+                        fmt::format( "a {} is addressed by BCMLT_PT_INDEX; make the field data",
+                                     kindName( table_.kind ) ) );
             } else if ( field.length > 1 ) {
                 report( field, "an array cannot be a key; give it a length of 1" );
             }
@@ -120,20 +126,21 @@ class Check {
         std::set<std::uint64_t> values;
         for ( const Symbol & symbol : field.symbols ) {
             if ( !isName( symbol.name ) ) {
-                report( field,
-                        "symbol " + symbol.name +
-                            ": a symbol is made of letters, digits and underscores; rename it" );
+                report( field, fmt::format( "symbol {}: a symbol is made of letters, digits and "
+                                            "underscores; rename it",
+                                            symbol.name ) );
             }
             if ( !names.insert( symbol.name ).second )
-                report( field, "there are two symbols " + symbol.name + "; rename one" );
+                report( field, fmt::format( "there are two symbols {}; rename one", symbol.name ) );
             if ( !values.insert( symbol.value ).second ) {
-                report( field, "symbol " + symbol.name + " has the value of another one, " +
-                                   std::to_string( symbol.value ) + "; give it one of its own" );
+                report( field,
+                        fmt::format( "symbol {} has the value of another one, {}; give it one "
+                                     "of its own",
+                                     symbol.name, symbol.value ) );
             }
             if ( symbol.value > field.maximum() ) {
-                report( field, "symbol " + symbol.name + " = " + std::to_string( symbol.value ) +
-                                   " does not fit " + std::to_string( field.width ) +
-                                   " bits; widen the field" );
+                report( field, fmt::format( "symbol {} = {} does not fit {} bits; widen the field",
+                                            symbol.name, symbol.value, field.width ) );
             }
         }
     }
@@ -143,12 +150,11 @@ class Check {
         if ( field.role == FieldRole::key )
             return;
         if ( value > field.maximum() ) {
-            report( field, std::string( what ) + " " + std::to_string( value ) + " does not fit " +
-                               std::to_string( field.width ) + " bits; at most " +
-                               std::to_string( field.maximum() ) );
+            report( field, fmt::format( "{} {} does not fit {} bits; at most {}", what, value,
+                                        field.width, field.maximum() ) );
         } else if ( !field.symbols.empty() && field.findSymbol( value ) == nullptr ) {
-            report( field, std::string( what ) + " " + std::to_string( value ) +
-                               " is none of its symbols; give it the value of one" );
+            report( field, fmt::format( "{} {} is none of its symbols; give it the value of one",
+                                        what, value ) );
         }
     }
 
@@ -173,9 +179,8 @@ class Check {
             report( "only a table without a key, or with one key field that has symbols, can be "
                     "preloaded; do not preload it" );
         } else if ( key->symbols.size() > table_.size.rows ) {
-            report( "it has " + std::to_string( table_.size.rows ) +
-                    " rows and is preloaded with " + std::to_string( key->symbols.size() ) +
-                    "; give it that many" );
+            report( fmt::format( "it has {} rows and is preloaded with {}; give it that many",
+                                 table_.size.rows, key->symbols.size() ) );
         }
     }
 
@@ -184,8 +189,8 @@ class Check {
 };
 
 std::string noSuchTable( const Schema & schema, std::string_view table ) {
-    return "there is no table " + std::string( table ) +
-           Text::nearestHint( table, schema.tableNames() );
+    return fmt::format( "there is no table {}{}", table,
+                        Text::nearestHint( table, schema.tableNames() ) );
 }
 
 } // namespace
@@ -281,8 +286,8 @@ Table * Schema::find( std::string_view table ) {
 
 std::string Schema::add( Table table ) {
     if ( find( table.name ) != nullptr ) {
-        return "there is a table " + table.name +
-               " already; remove it first, or rename the new one";
+        return fmt::format( "there is a table {} already; remove it first, or rename the new one",
+                            table.name );
     }
     tables_.push_back( std::move( table ) );
     return {};
@@ -314,8 +319,8 @@ std::vector<std::string> Schema::check() const {
     std::set<std::string_view> names;
     for ( const Table & table : tables_ ) {
         if ( !names.insert( table.name ).second ) {
-            problems.push_back( "table " + table.name +
-                                ": there are two of that name; rename one" );
+            problems.push_back(
+                fmt::format( "table {}: there are two of that name; rename one", table.name ) );
         }
         for ( std::string & problem : Sim::check( table ) )
             problems.push_back( std::move( problem ) );

@@ -333,7 +333,7 @@ class Differences {
     template <class T>
     void compare( const std::string & what, const T & seen, const T & expected ) {
         if ( seen != expected )
-            add( what + ": " + word( seen ) + ", expected " + word( expected ) );
+            add( fmt::format( "{}: {}, expected {}", what, word( seen ), word( expected ) ) );
     }
 
     void add( std::string difference ) { all_.push_back( std::move( difference ) ); }
@@ -522,7 +522,7 @@ std::string toText( const SweepExpectation & expectation ) {
     const SweepEnding & ending = expectation.ending;
     switch ( ending.kind ) {
     case SweepEnding::Kind::returns:
-        return ending.result.empty() ? "returns" : "returns " + ending.result;
+        return ending.result.empty() ? "returns" : fmt::format( "returns {}", ending.result );
     case SweepEnding::Kind::assertion:
         return fmt::format( "stops by the assertion \"{}\"", ending.expression );
     case SweepEnding::Kind::report:
@@ -530,7 +530,7 @@ std::string toText( const SweepExpectation & expectation ) {
     }
     if ( !expectation.struck || *expectation.struck + 1 == expectation.calls.size() )
         return "is reported and stops";
-    return "goes on to " + ending.text + ", which is reported and stops";
+    return fmt::format( "goes on to {}, which is reported and stops", ending.text );
 }
 
 const ObservedCall * refusedCall( const PreparedCase & prepared, const SweepRun & undisturbed ) {
@@ -564,15 +564,16 @@ std::vector<std::string> judgeUndisturbed( const PreparedCase & prepared,
     if ( !prepared.isReference )
         return differences;
     if ( const ObservedCall * refused = refusedCall( prepared, undisturbed ) )
-        differences.push_back( "the reference chip refuses " + inWords( *refused ) + ": " +
-                               errorText( refused->operation.rc ) );
+        differences.push_back( fmt::format( "the reference chip refuses {}: {}",
+                                            inWords( *refused ),
+                                            errorText( refused->operation.rc ) ) );
     for ( const std::string_view part : prepared.plan->with ) {
         if ( !occurs( undisturbed, part ) )
-            differences.push_back( "no call and no message has " + quoted( part ) );
+            differences.push_back( fmt::format( "no call and no message has \"{}\"", part ) );
     }
     for ( const std::string_view part : prepared.plan->without ) {
         if ( occurs( undisturbed, part ) )
-            differences.push_back( "a call or a message has " + quoted( part ) );
+            differences.push_back( fmt::format( "a call or a message has \"{}\"", part ) );
     }
     return differences;
 }
