@@ -171,7 +171,7 @@ TEST_F( FleetlogTest, RecordThatIsNotEndedIsNotInTheFileAndKeepsOthersOut ) {
     EXPECT_EQ( reading.info.interrupting, 1u );
 }
 
-// Signal handlers -------------------------------------------------------------------------------
+// --- Signal handlers
 
 // What a handler does: a whole record, at any moment of another.
 bool writeInterrupting( TraceFile & file, int msgId, std::uint32_t number ) {
@@ -468,7 +468,7 @@ TEST_F( FleetlogTest, WithoutTimestampsARecordHasTheTimeOfItsBlock ) {
                  static_cast<double>( std::time( nullptr ) ), 2 );
 }
 
-// Registration ----------------------------------------------------------------------------------
+// --- Registration
 
 TEST_F( FleetlogTest, IdentifierIsGivenOnceAndStaysInEveryFile ) {
     auto one = openFile();
@@ -534,7 +534,7 @@ TEST_F( FleetlogTest, DescriptorOfExcessiveLengthIsLeftOut ) {
                std::vector<std::string>{ "message " + std::to_string( msgId ) + " with bytes " } );
 }
 
-// Files -----------------------------------------------------------------------------------------
+// --- Files
 
 TEST_F( FleetlogTest, FileIsNamedAfterProgramAndProcessAndNeverReplacesAnother ) {
     const std::string stem = directory_.path() + "/" + program_invocation_short_name + "-" +
@@ -693,7 +693,7 @@ TEST_F( FleetlogTest, LockGoesWithTheParentAlsoIfAChildLivesOn ) {
         ::close( end );
 }
 
-// What ended processes leave --------------------------------------------------------------------
+// --- What ended processes leave
 
 class OldFilesTest : public FleetlogTest {
   protected:
@@ -835,7 +835,7 @@ TEST_F( FleetlogTest, FullDiskIsAnErrorAtOpenAndLeavesNoFile ) {
     EXPECT_FALSE( std::filesystem::exists( path ) );
 }
 
-// Handles ---------------------------------------------------------------------------------------
+// --- Handles
 
 TEST_F( FleetlogTest, MultiThreadFlagIsTheFirstFieldOfTheHandle ) {
     const auto flagOf = []( const TraceHandle & handle ) {
@@ -1004,7 +1004,7 @@ TEST_F( FleetlogTest, ThreadWhoseFileCannotBeMadeSaysSoOnceAndGoesOn ) {
     closeDefault();
 }
 
-// Fork ------------------------------------------------------------------------------------------
+// --- Fork
 
 TEST_F( FleetlogTest, ParentAndChildWriteTheirOwnFilesAfterFork ) {
     for ( const Files files : { Files::perProcess, Files::perThread } ) {

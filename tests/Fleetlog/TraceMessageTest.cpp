@@ -385,7 +385,7 @@ TEST_F( TraceMessageTest, PlainLineLeavesNoRecord ) {
     EXPECT_TRUE( reading.sites.empty() );
 }
 
-// Threads ---------------------------------------------------------------------------------------
+// --- Threads
 
 TEST_F( TraceMessageTest, ThreadsWithFilesOfTheirOwnShareTheIdentifierOfASite ) {
     constexpr uint32_t threads = 4;
@@ -463,7 +463,7 @@ TEST_F( TraceMessageTest, ThreadsThatShareAFileWriteWithTheActivityLockHeld ) {
     EXPECT_EQ( different.size(), threads * messages );
 }
 
-// Exceptions ------------------------------------------------------------------------------------
+// --- Exceptions
 
 // In a process of its own, where nothing has traced yet.
 TEST( FirstUseDeathTest, LineAndMessageOfALevelThatIsOffAreNotWritten ) {
@@ -487,7 +487,7 @@ TEST_F( TraceMessageDeathTest, ExceptionOfTheTraceLibrariesEndsTheProcess ) {
     EXPECT_DEATH( counting( false ), "the sink is broken" );
 }
 
-// Twinlog ---------------------------------------------------------------------------------------
+// --- Twinlog
 
 TEST( TwinlogTest, ValuesTakeTheirPlacesInOrder ) {
     Twinlog::FleetlogConverter converter;

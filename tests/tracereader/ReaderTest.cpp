@@ -134,7 +134,7 @@ std::string refusal( std::vector<std::byte> content ) {
     return "accepted";
 }
 
-// Rendering -------------------------------------------------------------------------------------
+// --- Rendering
 
 std::string render( const std::string & path, TraceReader::Format format ) {
     TraceReader::File file( path );
@@ -243,7 +243,7 @@ TEST_F( TraceReaderTest, CutTextIsShownAsCut ) {
         std::string::npos );
 }
 
-// Filters ---------------------------------------------------------------------------------------
+// --- Filters
 
 TEST_F( TraceReaderTest, FiltersChooseByRecipeSiteThreadTimeAndText ) {
     Writer writer( directory_.path() );
@@ -279,7 +279,7 @@ TEST_F( TraceReaderTest, FiltersChooseByRecipeSiteThreadTimeAndText ) {
     EXPECT_EQ( chosen( { .recipe = "setSeed", .from = middle } ), "2" );
 }
 
-// Merging ---------------------------------------------------------------------------------------
+// --- Merging
 
 // A file whose records, of "setSeed", have these numbers and these counters, from the process's base
 // on. `base` takes the place of the base, if it is given.
@@ -400,7 +400,7 @@ TEST_F( TraceReaderTest, FileThatIsAddedLaterComesInItsTurnAmongWhatIsLeft ) {
     EXPECT_FALSE( merge.poll() );
 }
 
-// Folders ---------------------------------------------------------------------------------------
+// --- Folders
 
 TEST_F( TraceReaderTest, FilesOfADirectoryAreThoseWithTheEndingOfATrace ) {
     EXPECT_EQ( TraceReader::findFiles( directory_.path() ), std::vector<std::string>{} );
@@ -524,7 +524,7 @@ TEST_F( TraceReaderTest, FileThatIsReplacedWhileItIsReadIsSaid ) {
                           "further" );
 }
 
-// Earlier versions ------------------------------------------------------------------------------
+// --- Earlier versions
 
 TEST_F( TraceReaderTest, FilesOfVersion1AreRead ) {
     const struct {
@@ -599,7 +599,7 @@ TEST_F( TraceReaderTest, Version2StaysReadable ) {
     }
 }
 
-// Following -------------------------------------------------------------------------------------
+// --- Following
 
 TEST_F( TraceReaderTest, FollowingShowsNewRecordsOfOldAndNewSites ) {
     Writer writer( directory_.path() );
@@ -846,7 +846,7 @@ TEST_F( TraceReaderTest, FollowingAWriterAtFullSpeedShowsNoTornRecord ) {
         EXPECT_EQ( finding.kind, TraceReader::Finding::Kind::overwritten ) << finding.text();
 }
 
-// Damage ----------------------------------------------------------------------------------------
+// --- Damage
 
 TEST_F( TraceReaderTest, FileThatIsNoTraceIsRefusedByName ) {
     EXPECT_EQ( refusal( std::vector<std::byte>( 3, std::byte{ 'x' } ) ),
