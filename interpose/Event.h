@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-// Calls of an SDK as records: they own what they hold, and have their results.
+// Calls of an SDK as records, which own their texts and values and hold the results.
 
 namespace Interpose {
 
@@ -23,13 +23,14 @@ struct SdkNumber {
 /// "BCMLT_OPCODE_INSERT", or the number that no constant has.
 std::string toText( const SdkNumber & number );
 
-/// One call: an operation, a query of a constant or an error text, a hook. Which members mean something depends on the call; the others keep their defaults.
+/// One call: an operation, a query of a constant or an error text, a hook. Members that the call
+/// does not have keep their defaults.
 struct Event {
     SdkCall call = SdkCall::preCallHook;
 
-    /// Operations: the entry, its unit and its table. For a handle that no allocate through this
-    /// recorder handed out, the unit is -1 and the table empty. An allocate has its handle once it
-    /// has returned, and BCMLT_INVALID_HDL before that and if it failed.
+    /// Operations: the entry, its unit and its table. A handle that was not allocated through this
+    /// recorder has unit -1 and no table. The handle of an allocate is BCMLT_INVALID_HDL before it
+    /// returns, and after it failed.
     std::uint32_t handle = 0;
     int unit = -1;
     std::string table = {};

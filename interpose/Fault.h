@@ -11,7 +11,7 @@
 
 namespace Interpose {
 
-/// One fault: which operations it is about, at which of them it strikes, and what happens then.
+/// One fault: which operations it matches, at which of these it strikes, and what happens then.
 /// A property that is left empty matches anything.
 struct Fault {
     std::optional<SdkCall> operation = {}; ///< one of sdkOperations()
@@ -27,10 +27,10 @@ struct Fault {
     bool always = false;
 
     /// What the operation returns; 0 only with `overridesRefusal` or `invalidHandle`.
-    /// Negative: the operation does not reach the chip; nothing changes, nothing is stored through
-    /// its pointers.
+    /// Negative: the operation does not reach the chip. Nothing changes, and nothing is stored
+    /// through its pointers.
     /// Positive: the operation reaches the chip, and the code is returned in place of 0. If the
-    /// chip itself fails it, the chip's code is returned, and the fault has not struck.
+    /// chip refuses it, the chip's code is returned, and the fault has not struck.
     int rc = -1;
     /// Also a refusal of the chip becomes `rc`, which may be 0 then; an allocate that the chip
     /// refuses leaves BCMLT_INVALID_HDL. Not part of the text of a fault.

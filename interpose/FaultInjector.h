@@ -8,7 +8,7 @@
 #include <memory>
 #include <vector>
 
-// Faults on demand: an SDK that fails where it is told to.
+// Faults on demand: an SDK in which chosen operations fail.
 //
 //     Interpose::FaultInjector faults( chip );
 //     faults.add( { .operation = Interpose::SdkCall::ptEntryCommit, .rc = -7 } );
@@ -20,12 +20,11 @@ namespace Interpose {
 /// A fault, and how often it matched and struck.
 struct FaultReport {
     Fault fault;
-    std::uint64_t matches = 0; ///< operations that it was about
+    std::uint64_t matches = 0; ///< operations that it matched
     std::uint64_t strikes = 0; ///< operations whose outcome it changed
 };
 
-/// An interposer. All that no fault strikes is passed on unchanged, error texts,
-/// hooks and constants always.
+/// Passes on unchanged what no fault strikes, and all error texts, hooks and constants.
 ///
 /// Each fault counts its own matches. Where several are due at the same operation, the one that was
 /// added first decides; the others have counted a match but no strike. A fault counts a strike only

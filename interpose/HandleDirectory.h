@@ -10,7 +10,7 @@
 #include <unordered_map>
 #include <vector>
 
-// Which unit and table the handles of live entries belong to: an interposer sees the handle alone.
+// The unit and the table of each live entry, by its handle: most operations name the handle alone.
 // Internal to the interposers. Any thread may use it. Nothing is allocated for an entry of a table that
 // is known, if there have been as many at a time before.
 
@@ -29,11 +29,11 @@ class HandleDirectory {
 
     std::uint32_t invalidHandle() const { return invalidHandle_; }
 
-    /// What an operation is about: the unit and the table that an allocate names, or those of the
-    /// entry; unit -1 and no table if its handle is not known.
+    /// The unit and the table of an operation: those that an allocate names, or those of the entry;
+    /// unit -1 and no table if the handle is not known.
     Entry find( const Operation & operation ) const;
 
-    /// Performs an operation on the SDK and notes what becomes of handles.
+    /// Performs an operation on the SDK and keeps the directory up to date.
     int perform( const Operation & operation );
 
   private:

@@ -76,10 +76,10 @@ class Interposer : public Shim::Sdk {
 
     Shim::Sdk & inner() noexcept { return inner_; }
 
-    /// Does what becomes of an operation, and returns what the caller is told.
+    /// Deals with an operation and returns the code that the caller gets.
     virtual int operate( const Operation & operation ) noexcept;
 
-    /// Answer what is asked for a constant.
+    /// The values of constants that the caller gets.
     virtual std::uint32_t number( SdkCall constant ) noexcept;
     virtual const char * text( SdkCall constant ) noexcept;
 

@@ -79,8 +79,8 @@ struct Recorder::State {
         return event;
     }
 
-    // Makes one call between the two looks of the observer, and writes it down. `make` puts what
-    // the call returns into the event.
+    // Makes one call, shows it to the observer before and after, and writes it down. `make` puts
+    // what the call returns into the event.
     template <class Make>
     void record( Event event, Make && make ) {
         if ( observer )

@@ -14,9 +14,8 @@
 //     Interpose::Recorder recorder( chip );
 //     Shim::sdk_ = &recorder;
 //     Cairn::setEgrTunnelEcnEncap( 0, 5, 2 );
-//     for( const Interpose::Event & event : recorder.events() ) {
+//     for ( const Interpose::Event & event : recorder.events() )
 //         puts( toText( event ).c_str() );
-//     }
 //
 // prints, hooks and constants left out:
 //
@@ -35,9 +34,9 @@ class Recorder final : public Interposer {
         before, ///< nothing of the call has happened; `returned` is false
         after,  ///< the call has returned and is about to be written down
     };
-    /// Called around every call of the SDK, on the calling thread and with no lock of the recorder
-    /// held: it may use the recorder and look at locks, but must not throw. It sees constant
-    /// queries even if they are not kept.
+    /// Called before and after every call of the SDK, on the calling thread and with no lock of the
+    /// recorder held. It may use the recorder and look at locks, but must not throw. It sees
+    /// constant queries even if they are not kept.
     using Observer = std::function<void( Moment, const Event & )>;
 
     /// `inner` must outlive the recorder. Its constants are asked here, once, to learn their names.

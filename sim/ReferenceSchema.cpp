@@ -70,8 +70,8 @@ class Builder {
 
   private:
     void add( Table table ) {
-        [[maybe_unused]] const std::string trouble = schema_.add( std::move( table ) );
-        assert( trouble.empty() );
+        [[maybe_unused]] const std::string problem = schema_.add( std::move( table ) );
+        assert( problem.empty() );
     }
 
     Schema schema_;

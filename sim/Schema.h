@@ -9,8 +9,8 @@
 // What a simulated chip looks like: its tables, their fields, the symbols of the fields.
 //
 //     Sim::Schema schema = Sim::referenceSchema();
-//     std::string trouble = schema.resize( "EGR_TUNNEL_ECN_ENCAPm", { .rows = 64 } );
-//     if ( trouble.empty() )
+//     std::string problem = schema.resize( "EGR_TUNNEL_ECN_ENCAPm", { .rows = 64 } );
+//     if ( problem.empty() )
 //         chip.addUnit( 0, schema );
 //
 // A schema is a plain value: copy it, change it, check it, hand it to a chip. Nothing in here is

@@ -63,7 +63,7 @@ std::string nameHint( std::string_view wanted, std::span<const std::string_view>
     const std::string_view nearest = nearestName( wanted, names );
     if ( !nearest.empty() )
         return "the nearest is " + std::string( nearest );
-    // Half a name is not near by the letters that are missing.
+    // For the beginning of a name, the missing characters do not count.
     std::vector<std::string_view> candidates;
     std::copy_if( names.begin(), names.end(), std::back_inserter( candidates ),
                   [&]( std::string_view name ) { return name.starts_with( wanted ); } );

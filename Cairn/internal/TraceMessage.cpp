@@ -6,7 +6,7 @@ namespace Cairn {
 
 namespace {
 
-/// By itself, so that the way to a file is the shorter one.
+/// A function of its own, which keeps the path to a file short.
 [[gnu::noinline]] Fleetlog::TraceFile * withoutHandle() noexcept {
     return messagesMayBeEnabled( messageLevel ) ? nullptr : nowhere();
 }

@@ -101,7 +101,7 @@ consteval std::size_t countPlaceholders( std::span<const char * const> pieces ) 
 
 /// The identifier of a site. Another thread may be giving it at this moment.
 inline unsigned identifierOf( int & msgId ) noexcept {
-    // Unsigned from the start, so that it is an index as it comes.
+    // Unsigned, so that it is an index without a conversion.
     return std::atomic_ref( reinterpret_cast<unsigned &>( msgId ) )
         .load( std::memory_order_relaxed );
 }
@@ -109,7 +109,7 @@ inline unsigned identifierOf( int & msgId ) noexcept {
 /// Whether the site with this identifier is registered in the file. 0, which a site has before it
 /// is given an identifier, never is, whatever the table's first byte holds.
 inline bool msgIdInitialized( const Fleetlog::TraceFile & file, unsigned msgId ) noexcept {
-    // 0 becomes the highest number. In the width of an address, so that nothing is widened.
+    // 0 wraps to the highest number. As wide as an address, so that nothing is converted.
     const std::size_t index = msgId;
     return index - 1 < CairnPlatform::highestSite( file ) &&
            CairnPlatform::initialisedSites( file )[index] != 0;
@@ -169,8 +169,9 @@ template <class... Values>
     writeMessageText( site, values... );
 }
 
-/// Stands for the file of a message that for certain goes neither to a file nor to a line. Compared and never
-/// followed: one pointer says all, so that to ask the handle for a thread's file is a jump and not a call.
+/// Stands for the file of a message that goes neither to a file nor to a line. It is compared and
+/// never dereferenced: with one pointer for both answers, asking for a thread's file is a jump and
+/// not a call.
 inline Fleetlog::TraceFile * nowhere() noexcept {
     return reinterpret_cast<Fleetlog::TraceFile *>( std::uintptr_t( 1 ) );
 }
@@ -178,8 +179,9 @@ inline Fleetlog::TraceFile * nowhere() noexcept {
 /// Step 1, and step 4 where there is no handle: the file, null if there is none, or nowhere().
 Fleetlog::TraceFile * messageFile() noexcept;
 
-/// Steps 2 to 7. A function for each list of types, not inline: a site would be 200 bytes of code. Without a text
-/// among the values it calls nothing but in its last step, so that it has next to no registers to save.
+/// Steps 2 to 7. A function for each list of types, not inline: that would be 200 bytes of code at
+/// each site. Without a text among the values it calls nothing before its last step, so that it has
+/// almost no registers to save.
 template <class... Values>
 [[gnu::noinline]] void sendMessage( Fleetlog::TraceFile * file, const MessageSite & site,
                                     int & msgId, Values... values ) noexcept {
@@ -223,7 +225,7 @@ class TraceLine {
 
 } // namespace Cairn
 
-/// Takes the parentheses off a list of pieces; internal to CAIRN_MESSAGE.
+/// Removes the parentheses around a list of pieces; internal to CAIRN_MESSAGE.
 #define CAIRN_PIECES_( ... ) __VA_ARGS__
 
 #define CAIRN_MESSAGE( letters, pieces, ... )                                                      \

@@ -8,7 +8,7 @@
 namespace CairnCentral {
 
 /// A stage by its number.
-enum class BringupStage : uint32_t {};
+enum class BringupStage : std::uint32_t {};
 
 /// Whether the chip is blocked at the stage.
 bool isBlocked( const ChipInfo & chipInfo, BringupStage stage ) noexcept;

@@ -14,10 +14,10 @@ namespace CairnTypes {
 
 /// A port of a chip. The default stands for "no such port".
 struct CairnPort {
-    uint16_t slot = 0xDEAD; ///< not read by recipes
-    uint16_t unit = 0xFFFF; ///< SDK unit
-    uint16_t portId = 1023; ///< logical port
-    uint8_t lane = 0;       ///< not read by recipes
+    std::uint16_t slot = 0xDEAD; ///< not read by recipes
+    std::uint16_t unit = 0xFFFF; ///< SDK unit
+    std::uint16_t portId = 1023; ///< logical port
+    std::uint8_t lane = 0;       ///< not read by recipes
 
     friend bool operator==( const CairnPort &, const CairnPort & ) noexcept = default;
 };
@@ -28,7 +28,7 @@ namespace Netbase {
 
 /// An interface of the switch, by number.
 struct IntfId {
-    uint32_t number = 0;
+    std::uint32_t number = 0;
 
     friend bool operator==( const IntfId &, const IntfId & ) noexcept = default;
 };
@@ -39,7 +39,7 @@ namespace Hardware::Cairn {
 
 /// A physical port of a chip. The default is what a port without hardware is programmed with.
 struct TridentPortId {
-    uint16_t phyPortId = 0;
+    std::uint16_t phyPortId = 0;
 };
 
 } // namespace Hardware::Cairn
@@ -47,15 +47,16 @@ struct TridentPortId {
 template <>
 struct std::hash<CairnTypes::CairnPort> {
     size_t operator()( const CairnTypes::CairnPort & port ) const noexcept {
-        return std::hash<uint64_t>()( uint64_t( port.slot ) << 40 | uint64_t( port.unit ) << 24 |
-                                      uint64_t( port.portId ) << 8 | port.lane );
+        return std::hash<std::uint64_t>()( std::uint64_t( port.slot ) << 40 |
+                                           std::uint64_t( port.unit ) << 24 |
+                                           std::uint64_t( port.portId ) << 8 | port.lane );
     }
 };
 
 template <>
 struct std::hash<Netbase::IntfId> {
     size_t operator()( const Netbase::IntfId & intf ) const noexcept {
-        return std::hash<uint32_t>()( intf.number );
+        return std::hash<std::uint32_t>()( intf.number );
     }
 };
 
@@ -65,11 +66,11 @@ namespace Cairn {
 struct CairnModInfo {
     Nacre::Impl::StrB name;
     CairnCentral::ChipInfo chip;
-    uint64_t first = 0;
-    uint32_t second = 0;
-    uint16_t third = 64;
-    uint16_t fourth = 512;
-    uint8_t fifth = 128;
+    std::uint64_t first = 0;
+    std::uint32_t second = 0;
+    std::uint16_t third = 64;
+    std::uint16_t fourth = 512;
+    std::uint8_t fifth = 128;
 };
 
 class CairnCommonSmData : public Nacre::PtrInterface {
@@ -78,7 +79,7 @@ class CairnCommonSmData : public Nacre::PtrInterface {
 
     /// Modules by module id.
     struct HN_CairnModId {
-        using Key = uint16_t;
+        using Key = std::uint16_t;
         using Value = CairnModInfo;
     };
     /// CPU ports and their interfaces.
@@ -106,7 +107,7 @@ class CairnCommonSmData : public Nacre::PtrInterface {
 
     /// A copy of the record of module `modId`, or a default one. Defined in
     /// <CairnCommon/CairnCommonUtil.h>.
-    inline CairnModInfo cairnModId( uint16_t modId ) const;
+    inline CairnModInfo cairnModId( std::uint16_t modId ) const;
 };
 
 } // namespace Cairn

@@ -13,7 +13,8 @@ class ChipInfo {
   public:
     /// No chip: the members' defaults, then doInit().
     ChipInfo() { doInit(); }
-    ChipInfo( Nacre::Impl::StrB name, uint32_t first, uint16_t second, uint8_t third )
+    ChipInfo( Nacre::Impl::StrB name, std::uint32_t first, std::uint16_t second,
+              std::uint8_t third )
         : name_( std::move( name ) ), first_( first ), second_( second ), third_( third ) {
         doInit();
     }
@@ -25,9 +26,9 @@ class ChipInfo {
     virtual std::string toString() const;
 
     const Nacre::Impl::StrB & name() const noexcept { return name_; }
-    uint32_t first() const noexcept { return first_; }
-    uint16_t second() const noexcept { return second_; }
-    uint8_t third() const noexcept { return third_; }
+    std::uint32_t first() const noexcept { return first_; }
+    std::uint16_t second() const noexcept { return second_; }
+    std::uint8_t third() const noexcept { return third_; }
 
     /// Whether two ChipInfo objects, passed by address, have the same name and values.
     static bool isEq( const void * a, const void * b ) noexcept;
@@ -37,9 +38,9 @@ class ChipInfo {
     void doInit();
 
     Nacre::Impl::StrB name_;
-    uint32_t first_ = 0;
-    uint16_t second_ = 0;
-    uint8_t third_ = 0;
+    std::uint32_t first_ = 0;
+    std::uint16_t second_ = 0;
+    std::uint8_t third_ = 0;
 };
 
 } // namespace CairnCentral

@@ -158,10 +158,11 @@ namespace CairnCommon {
 
 CairnCommonFeatureAttributes::~CairnCommonFeatureAttributes() = default;
 
-int32_t CairnCommonFeatureAttributes::sysportFromModport( uint16_t modId, uint16_t port,
-                                                          uint32_t /*maxPorts*/ ) const {
-    const uint32_t portMask = ( 1u << portBits_ ) - 1;
-    return static_cast<int32_t>( uint32_t( modId ) << portBits_ | ( port & portMask ) );
+std::int32_t CairnCommonFeatureAttributes::sysportFromModport( std::uint16_t modId,
+                                                               std::uint16_t port,
+                                                               std::uint32_t /*maxPorts*/ ) const {
+    const std::uint32_t portMask = ( 1u << portBits_ ) - 1;
+    return static_cast<std::int32_t>( std::uint32_t( modId ) << portBits_ | ( port & portMask ) );
 }
 
 } // namespace CairnCommon

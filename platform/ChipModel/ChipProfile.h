@@ -46,7 +46,7 @@ namespace CairnCommon {
 class CairnCommonFeatureAttributes : public Asic::Feature {
   public:
     /// `portBits`: 1 to 16.
-    explicit CairnCommonFeatureAttributes( uint32_t portBits ) : portBits_( portBits ) {}
+    explicit CairnCommonFeatureAttributes( std::uint32_t portBits ) : portBits_( portBits ) {}
     ~CairnCommonFeatureAttributes() override;
 
     const std::type_info & kilnType() const noexcept override {
@@ -55,10 +55,11 @@ class CairnCommonFeatureAttributes : public Asic::Feature {
 
     /// The number of `port` on module `modId`. `maxPorts` is the number of ports a module has;
     /// chips of this kind do not need it.
-    virtual int32_t sysportFromModport( uint16_t modId, uint16_t port, uint32_t maxPorts ) const;
+    virtual std::int32_t sysportFromModport( std::uint16_t modId, std::uint16_t port,
+                                             std::uint32_t maxPorts ) const;
 
   private:
-    uint32_t portBits_;
+    std::uint32_t portBits_;
 };
 
 } // namespace CairnCommon

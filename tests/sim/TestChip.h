@@ -78,8 +78,8 @@ inline Sim::Schema smallSchema() {
     };
     Schema schema;
     for ( const Table & table : tables ) {
-        if ( const std::string trouble = schema.add( table ); !trouble.empty() )
-            throw std::logic_error( trouble );
+        if ( const std::string problem = schema.add( table ); !problem.empty() )
+            throw std::logic_error( problem );
     }
     return schema;
 }

@@ -17,11 +17,11 @@ using SharedState = Cairn::CairnCommonSmData::Ptr;
 
 template <class T>
 consteval ArgumentType argumentType() {
-    if constexpr ( std::is_same_v<T, uint8_t> )
+    if constexpr ( std::is_same_v<T, std::uint8_t> )
         return ArgumentType::uint8;
-    else if constexpr ( std::is_same_v<T, uint16_t> )
+    else if constexpr ( std::is_same_v<T, std::uint16_t> )
         return ArgumentType::uint16;
-    else if constexpr ( std::is_same_v<T, uint32_t> )
+    else if constexpr ( std::is_same_v<T, std::uint32_t> )
         return ArgumentType::uint32;
     else if constexpr ( std::is_same_v<T, bool> )
         return ArgumentType::boolean;
@@ -40,7 +40,7 @@ consteval ResultType resultType() {
     else if constexpr ( std::is_same_v<T, bool> )
         return ResultType::boolean;
     else {
-        static_assert( std::is_same_v<T, uint16_t>, "a result without a spelling" );
+        static_assert( std::is_same_v<T, std::uint16_t>, "a result without a spelling" );
         return ResultType::uint16;
     }
 }
@@ -55,10 +55,10 @@ T as( const Argument & argument ) {
     else if constexpr ( std::is_same_v<T, CairnCentral::ChipInfo> )
         return std::get<CairnCentral::ChipInfo>( argument );
     else
-        return static_cast<T>( std::get<uint64_t>( argument ) );
+        return static_cast<T>( std::get<std::uint64_t>( argument ) );
 }
 
-// What the compiler knows of a recipe.
+// The properties of a recipe that follow from its type.
 template <class Function, Function function>
 struct Signature;
 
@@ -109,7 +109,7 @@ consteval std::string_view nameOf() {
     return text.substr( 0, text.find_first_of( "];(" ) );
 }
 
-// What no signature tells.
+// The properties of a recipe that do not follow from its signature.
 struct Words {
     std::string_view summary;
     std::string_view preparedBy = {};
@@ -377,14 +377,14 @@ std::string_view spelling( ArgumentType type ) {
     return "";
 }
 
-uint64_t largest( ArgumentType type ) {
+std::uint64_t largest( ArgumentType type ) {
     switch ( type ) {
     case ArgumentType::uint8:
-        return std::numeric_limits<uint8_t>::max();
+        return std::numeric_limits<std::uint8_t>::max();
     case ArgumentType::uint16:
-        return std::numeric_limits<uint16_t>::max();
+        return std::numeric_limits<std::uint16_t>::max();
     default:
-        return std::numeric_limits<uint32_t>::max();
+        return std::numeric_limits<std::uint32_t>::max();
     }
 }
 

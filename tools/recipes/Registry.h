@@ -12,31 +12,31 @@
 #include <string_view>
 #include <variant>
 
-// All recipes of the library as values: what they are called, what they take, how to call them.
+// All recipes of the library as values: their names, their parameters, how to call them.
 //
 //     const Tool::Recipe * recipe = Tool::findRecipe( "setEgrTunnelEcnEncap" );
-//     const Tool::Argument arguments[] = { uint64_t( 0 ), uint64_t( 5 ), uint64_t( 2 ) };
+//     const Tool::Argument arguments[] = { std::uint64_t( 0 ), std::uint64_t( 5 ), std::uint64_t( 2 ) };
 //     const std::lock_guard lock( Kiln::activityLock() );
 //     recipe->invoke( arguments, sharedState );
 
 namespace Tool {
 
 /// The type of a parameter, as the recipe's signature has it.
-enum class ArgumentType : uint8_t { uint8, uint16, uint32, boolean, text, chip };
+enum class ArgumentType : std::uint8_t { uint8, uint16, uint32, boolean, text, chip };
 
 /// As in the signature: "uint32_t", "bool", "const char *", "ChipInfo".
 std::string_view spelling( ArgumentType type );
 
 /// The largest number that a parameter of this type takes. Numeric types only.
-uint64_t largest( ArgumentType type );
+std::uint64_t largest( ArgumentType type );
 
 /// One argument: a number for the integer types, else what the type says.
-using Argument = std::variant<uint64_t, bool, std::string, CairnCentral::ChipInfo>;
+using Argument = std::variant<std::uint64_t, bool, std::string, CairnCentral::ChipInfo>;
 
 /// What a recipe returned.
-using Result = std::variant<std::monostate, bool, uint16_t>;
+using Result = std::variant<std::monostate, bool, std::uint16_t>;
 
-enum class ResultType : uint8_t { none, boolean, uint16 };
+enum class ResultType : std::uint8_t { none, boolean, uint16 };
 
 /// "void", "bool" or "uint16_t".
 std::string_view spelling( ResultType type );
@@ -48,7 +48,7 @@ struct Parameter {
     /// A sensible value as text. Empty: that of the first chip (its name, its unit).
     std::string_view sample;
     /// Numbers: the caller's part of the contract allows no more than this, and why.
-    uint64_t limit = std::numeric_limits<uint64_t>::max();
+    std::uint64_t limit = std::numeric_limits<std::uint64_t>::max();
     std::string_view limitReason = {};
     ArgumentType type = {};
 

@@ -89,7 +89,7 @@ void Observer::onConstant( SdkCall constant ) {
         note( ObservedConstant{ constant } );
 }
 
-// A call with what its hook told, which is a check as long as it has no operation.
+// A call with what is known from its hook. It is a check as long as it has no operation.
 ObservedCall Observer::takeHook() {
     ObservedCall call;
     call.hook = std::exchange( hookPending_, false );
@@ -119,7 +119,8 @@ void Observer::onTraceLine( const Kiln::TraceLine & line ) {
     if ( line.facility == "ApiCairn" )
         onCallTrace( line );
     else
-        note( ObservedMessage{ std::string( line.facility ), static_cast<uint32_t>( line.level ),
+        note( ObservedMessage{ std::string( line.facility ),
+                               static_cast<std::uint32_t>( line.level ),
                                std::string( line.text ) } );
 }
 

@@ -12,7 +12,7 @@
 #include <variant>
 #include <vector>
 
-// What a recipe does, seen by running it between a recorder and a trace sink.
+// What a recipe does, observed by running it between a recorder and a trace sink.
 
 namespace Tool {
 
@@ -51,7 +51,7 @@ struct ObservedConstant {
 /// A line that the recipe traced.
 struct ObservedMessage {
     std::string facility;
-    uint32_t level = 0;
+    std::uint32_t level = 0;
     std::string text;
 };
 
@@ -85,7 +85,7 @@ struct Observation {
     std::vector<ObservedCall> calls = {};
     std::vector<Note> notes = {};
 
-    /// Names of functions that trace lines bear, each once.
+    /// Names of functions in trace lines, each once.
     std::vector<std::string> functions = {};
     std::size_t preCallHooks = 0;
     std::size_t failureHooks = 0;
@@ -108,8 +108,8 @@ void inOrder( const Observation & seen, const OnCall & onCall, const OnNote & on
     }
 }
 
-/// Puts hooks, constants, operations and trace lines together again as the calls they belong to.
-/// Takes all trace lines of the process while it lives; one at a time.
+/// Assembles hooks, constants, operations and trace lines into the calls that they belong to.
+/// Takes all trace lines of the process while it lives. At most one lives at a time.
 class Observer {
   public:
     /// Called with the place of each call, as soon as its operation has returned.
@@ -120,13 +120,13 @@ class Observer {
     Observer( const Observer & ) = delete;
     Observer & operator=( const Observer & ) = delete;
 
-    /// What the library must be given.
+    /// The SDK that the library must use.
     Shim::Sdk & sdk() { return recorder_; }
 
-    /// Nothing that happens before is seen.
+    /// Observes what happens from now on.
     void begin() { watching_ = true; }
 
-    /// Something else that happened.
+    /// Adds a note of something else that happened.
     template <class What>
     void note( What what ) {
         if ( watching_ )
@@ -134,7 +134,7 @@ class Observer {
     }
 
     const Observation & seen() const { return seen_; }
-    /// The same where the run is over or stops: a hook without an operation was that of a check.
+    /// The same at the end of the run: a hook without an operation then was that of a check.
     const Observation & finish();
 
   private:
@@ -149,8 +149,8 @@ class Observer {
     Interpose::Recorder recorder_;
     AfterOperation afterOperation_;
     Observation seen_;
-    std::map<uint32_t, uint32_t> entries_; // the numbers of handles
-    uint32_t allocates_ = 0;
+    std::map<std::uint32_t, std::uint32_t> entries_; // the numbers of handles
+    std::uint32_t allocates_ = 0;
     std::vector<Interpose::SdkCall> constants_;
     bool watching_ = false;
     bool hookPending_ = false;

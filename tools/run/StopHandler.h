@@ -4,7 +4,7 @@
 #include <functional>
 #include <thread>
 
-// The last words of a process that a recipe stops, or that somebody interrupts.
+// What a process does last when a recipe stops it, or somebody interrupts it.
 
 namespace Tool {
 

@@ -275,10 +275,10 @@ void addRest( Builder & builder, const SweptCase & swept, std::size_t first, con
     builder.endAsPlanned( *swept.prepared->plan );
 }
 
-/// What the chip answered then.
+/// What the chip answered in that run.
 int sameAnswer( const ObservedCall & call ) { return call.operation.rc; }
 
-/// What it answers where the handle never was one.
+/// What it answers to a handle that was never allocated.
 int answerToInvalidHandle( ObservedCall & call ) {
     call.operation.handle = 0;
     call.operation.unit = -1;
@@ -286,7 +286,7 @@ int answerToInvalidHandle( ObservedCall & call ) {
     return toInt( Sim::Rc::unknownHandle );
 }
 
-/// What it answers behind a lookup that did not tell the truth: the opposite holds.
+/// What it answers after a lookup whose code was the opposite of the truth.
 int answerToOpposite( const ObservedCall & call ) {
     using Interpose::SdkCall;
     if ( call.is( SdkCall::entryFieldGet ) )
@@ -325,7 +325,7 @@ bool answersOpposite( const ObservedCall & call, SweepFault::Kind kind ) {
     return ( call.operation.rc < 0 ) != ( codeOf( kind ) < 0 );
 }
 
-// --- Deviations
+// --- Differences
 
 /// Writes down what is not as expected.
 class Differences {
@@ -410,7 +410,7 @@ void compareStandardError( Differences & differences, const SweepExpectation & e
         expected = fmt::format( "{}:{} {} API ERROR:{} ({})\n", sourceFile, line, ending.text,
                                 errorText( ending.rc ), ending.rc );
     if ( ending.kind == SweepEnding::Kind::assertion ) {
-        // Its line is known no better than that it lies between two calls.
+        // All that is known of its line is that it lies between two calls.
         std::string_view seen = run.standardError;
         seen.remove_prefix( seen.starts_with( before ) ? before.size() : seen.size() );
         line = takeNumber( seen );
@@ -600,7 +600,7 @@ std::vector<SweepFault> faultsOf( const SweptCase & swept, const SweptCase * fal
                 add( Kind::invalidHandle );
             continue;
         }
-        // A refused call can be made to look successful where it is known what comes then.
+        // A refused call is made to look successful only where it is known what follows.
         if ( kind == CallKind::guarded || kind == CallKind::checkedNext )
             continue;
         add( Kind::positive );

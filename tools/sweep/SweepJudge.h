@@ -14,9 +14,9 @@
 
 // The judge of the sweep: what a run of a recipe must look like, and where one does not.
 //
-// An undisturbed run is held against what the plan states of its case. It then lends its call
-// texts, its lines and its effects on the tables to the expectations of the disturbed runs; what
-// becomes of a disturbed call follows from its kind (SweepPlan.h) alone.
+// An undisturbed run is compared with what the plan states of its case. Its call texts, its lines
+// and its effects on the tables are then expected of the disturbed runs, too; what a disturbed call
+// leads to follows from its kind (SweepPlan.h) alone.
 
 namespace Tool {
 
@@ -27,7 +27,7 @@ struct PreparedCase {
     Model model;
     std::vector<Argument> arguments;
     std::vector<std::pair<const Recipe *, std::vector<Argument>>> before;
-    /// The unit that SweepCase::holds is about.
+    /// The unit of the fields in SweepCase::holds.
     int unit = 0;
     /// All chips are the reference chip, but for what the plan varies: no guarded call is refused,
     /// and the case takes the branch that the plan says.
@@ -40,14 +40,14 @@ struct SweepMessage {
     std::string text = {};
 };
 
-/// All that was seen of a run. Its notes are empty; of them the messages are kept.
+/// All that was observed in a run. Of its notes only the messages are kept.
 struct SweepRun : Observation {
     /// The recipes that run before the one that is swept came to their end.
     bool prepared = false;
     /// The recipe returned, with this result.
     bool returned = false;
     std::string result = {};
-    /// The process got to the end of what it had to write down.
+    /// The process has written down all that it observed.
     bool complete = false;
 
     std::vector<SweepMessage> messages = {};
@@ -66,8 +66,8 @@ struct SweepRun : Observation {
 
 /// What happens to one call.
 struct SweepFault {
-    enum class Kind : uint8_t {
-        fails,         ///< returns a negative code, and the chip hears nothing of it
+    enum class Kind : std::uint8_t {
+        fails,         ///< returns a negative code and does not reach the chip
         positive,      ///< returns a positive code, whatever the chip says
         succeeds,      ///< returns 0 although the chip refuses it
         invalidHandle, ///< an allocate that returns 0 and BCMLT_INVALID_HDL
@@ -82,13 +82,13 @@ std::string toText( SweepFault::Kind kind );
 /// A word for programs: "fails".
 std::string_view name( SweepFault::Kind kind );
 
-/// The code that a fault makes of a call: next to 0 on both sides. The simulated chip has no other
-/// use for -1 here: recipes hand over no null pointers.
+/// The code that a struck call returns. For the simulated chip -1 means a null pointer, which no
+/// recipe passes.
 int codeOf( SweepFault::Kind kind );
 
 /// How a run must end.
 struct SweepEnding {
-    enum class Kind : uint8_t { returns, report, assertion };
+    enum class Kind : std::uint8_t { returns, report, assertion };
     Kind kind = Kind::returns;
     std::string result = {}; ///< returns
     // A report, and the assertion "0"
@@ -96,22 +96,22 @@ struct SweepEnding {
     int rc = 0;
     /// An assertion of the recipe's own.
     std::string expression = {};
-    /// A report: its line. An assertion: it stands behind this line, and before that of the next
-    /// call, if that is known (else 0).
+    /// A report: its line. An assertion: its line is greater than `line`, and less than `before`,
+    /// the line of the next call, if that is known (else 0).
     int line = 0;
     int before = 0;
 };
 
 /// What a run must look like.
 struct SweepExpectation {
-    std::string function;  ///< the name that trace lines bear
-    std::string signature; ///< the one that assertions print
+    std::string function;  ///< in trace lines
+    std::string signature; ///< in assertions
     std::vector<ObservedCall> calls;
     std::vector<std::string> messages;
     SweepEnding ending;
     std::vector<std::string> liveEntries;
     SweepTables tables;
-    /// Says what the tables are.
+    /// Has the schemas of the tables.
     const Model * model = nullptr;
     /// The call that is struck, if one is.
     std::optional<std::size_t> struck;
@@ -144,7 +144,7 @@ std::vector<SweepFault> faultsOf( const SweptCase & swept, const SweptCase * fal
 SweepExpectation expectFault( const SweptCase & swept, const SweptCase * fallback,
                               const SweepFault & fault );
 
-/// Where a run is not as expected: a line a deviation.
+/// Where a run is not as expected: a line for each difference.
 std::vector<std::string> judge( const SweepExpectation & expectation, const SweepRun & run );
 
 } // namespace Tool

@@ -90,11 +90,11 @@ Vary noChipAttributes() {
     return onEachChip( []( ChipDescription & chip ) { chip.profile.emplace(); } );
 }
 
-Vary blockedAt( std::vector<std::uint32_t> stages ) {
+Vary blockedAt( const std::vector<std::uint32_t> & stages ) {
     return onEachChip( [stages]( ChipDescription & chip ) { chip.blockedStages = stages; } );
 }
 
-Vary lacking( std::vector<std::string_view> tables ) {
+Vary lacking( const std::vector<std::string_view> & tables ) {
     return onEachChip( [tables]( ChipDescription & chip ) {
         for ( const std::string_view table : tables )
             if ( chip.schema.find( table ) != nullptr )
@@ -102,7 +102,7 @@ Vary lacking( std::vector<std::string_view> tables ) {
     } );
 }
 
-// A row that is there from the start would never be absent.
+// Preloaded rows would never be absent.
 Vary emptyLearnCacheTables() {
     return onEachChip( []( ChipDescription & chip ) {
         for ( const char * name : { "LEARN_CACHE_DATA_CONTROL", "LEARN_CACHE_DROP_CONTROL" } )
@@ -160,8 +160,8 @@ using Cases = std::vector<SweepCase>;
 using Names = std::vector<std::string_view>;
 using Given = std::vector<SweepCase::Given>;
 
-// The cases of a recipe. The telltales are parts of its calls and messages: a case has those that it
-// names, and none of the others.
+// The cases of a recipe. Telltales are parts of its call texts and messages: those that a case
+// names in `with` must occur, the others must not.
 void add( Cases & cases, std::string_view recipe, const Names & telltales, Cases ofRecipe ) {
     for ( SweepCase & each : ofRecipe ) {
         each.recipe = recipe;
@@ -203,12 +203,12 @@ struct LookupCase {
     std::string_view stopsBy = {};
 };
 
-// If the lookup answers the opposite, the recipe goes on as in the case of the same name that ends
-// with the opposite row. A name without a row: it goes on as it would have.
+// If the lookup answers the opposite, the recipe goes on as in the case whose name ends with the
+// opposite row. In a case without a row in its name, the answer makes no difference.
 std::string_view fallbackOf( const std::vector<LookupCase> & table, std::string_view name ) {
     constexpr std::string_view absent = "row absent";
     const std::size_t row = name.find( "row " );
-    if ( row == name.npos )
+    if ( row == std::string_view::npos )
         return name;
     const auto found = std::find_if( table.begin(), table.end(), [&]( const LookupCase & each ) {
         return each.name.substr( 0, row ) == name.substr( 0, row ) &&
@@ -521,7 +521,7 @@ const Recipe & outputOf( const Recipe & recipe ) {
 std::string signatureOf( const Recipe & recipe ) {
     std::vector<std::string_view> types;
     if ( recipe.takesSharedState )
-        types.push_back( "Cairn::CairnCommonSmData::Ptr" );
+        types.emplace_back( "Cairn::CairnCommonSmData::Ptr" );
     for ( const Parameter & parameter : recipe.parameters() )
         types.push_back( typeText( parameter.type ) );
     return fmt::format( "{} Cairn::{}({})", spelling( recipe.result ), recipe.name,

@@ -11,17 +11,17 @@
 #include <string_view>
 #include <vector>
 
-// What the sweep of failures goes through, and what the library promises about each call. Stated
-// here by hand, from what the recipes' manual says; nothing of it is taken from a run.
+// The cases of the sweep, and what the library promises about each call. All of it is stated by
+// hand, from the recipes' manual; nothing is taken from a run.
 
 namespace Tool {
 
 /// How a recipe deals with the return code of one of its calls.
-enum class CallKind : uint8_t {
+enum class CallKind : std::uint8_t {
     guarded,     ///< pre-call hook; a negative code is reported and stops the process
     lookup,      ///< unchecked: a negative code means that the row is absent
-    ignored,     ///< unchecked, and nobody looks at the code
-    tolerated,   ///< unchecked: a negative code is told in a message, and the recipe goes on
+    ignored,     ///< unchecked, and the recipe does not look at the code
+    tolerated,   ///< unchecked: a negative code is traced as a message, and the recipe goes on
     mustMiss,    ///< unchecked: a code that is not negative stops by the assertion "rc < 0"
     endsRecipe,  ///< unchecked: any code but 0 means an absent instance: a message, and the end
     skipsTable,  ///< unchecked: any code but 0 means an absent table: on to the next one
@@ -45,13 +45,13 @@ const Recipe & outputOf( const Recipe & recipe );
 /// The signature as assertions print it: "void Cairn::setOpaqueTagIngress(uint32_t, uint8_t)".
 std::string signatureOf( const Recipe & recipe );
 
-/// One branch of a recipe: what makes it go there, and how it ends when nothing is disturbed.
+/// One branch of a recipe: what makes the recipe take it, and how it ends if nothing is disturbed.
 struct SweepCase {
     struct Given {
         std::string_view parameter;
         std::string_view value;
     };
-    /// A recipe that runs before, with the arguments of the case where the names are the same.
+    /// A recipe that runs before, with the arguments of the case for parameters of the same name.
     struct Before {
         std::string_view recipe;
         std::vector<Given> arguments = {};
@@ -61,16 +61,16 @@ struct SweepCase {
     struct Holds {
         std::string_view table;
         std::string_view field;
-        uint64_t value = 0;
+        std::uint64_t value = 0;
     };
 
     std::string_view recipe = {};
     std::string_view name = {};
-    /// Where they differ from the samples.
+    /// Arguments that differ from the samples.
     std::vector<Given> arguments = {};
     std::vector<Before> before = {};
     std::vector<Holds> holds = {};
-    /// Chips, modules and ports, where they must differ from those of the model.
+    /// Changes chips, modules and ports of the model.
     std::function<void( Model & )> vary = {};
 
     /// What it returns, as text; empty for a recipe that returns nothing.
@@ -79,7 +79,7 @@ struct SweepCase {
     std::string_view stopsBy = {};
     /// The case that goes on as this one does after its lookup answered the opposite.
     std::string_view fallback = {};
-    /// On the reference chip: parts of a call's text or a message that occur, and that do not.
+    /// On the reference chip: parts of call texts and messages that must occur, and that must not.
     std::vector<std::string_view> with = {};
     std::vector<std::string_view> without = {};
 };

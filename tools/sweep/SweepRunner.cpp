@@ -36,7 +36,7 @@
 #include <unistd.h>
 #include <utility>
 
-// What a run has to say goes from its process to the sweep's as JSON.
+// What was observed in a run goes from its process to the sweep's as JSON.
 
 template <class T>
 struct nlohmann::adl_serializer<std::optional<T>> {
@@ -74,7 +74,7 @@ namespace {
 
 // --- In the process of a run
 
-// Watches a recipe and what becomes of the tables.
+// Observes a recipe and the tables that it changes.
 class Watcher {
   public:
     Watcher( const Sim::Chip & chip, Shim::Sdk & sdk, bool watchRows )
@@ -83,7 +83,7 @@ class Watcher {
 
     Shim::Sdk & sdk() { return observer_.sdk(); }
 
-    // Nothing that happens before is seen.
+    // Observes what happens from now on.
     void begin() {
         run_.prepared = true;
         if ( watchRows_ )
@@ -96,7 +96,7 @@ class Watcher {
         run_.result = toText( result );
     }
 
-    // What was seen. The run is over or stops.
+    // What was observed. The run is over or stops.
     const SweepRun & finish() {
         static_cast<Observation &>( run_ ) = observer_.finish();
         for ( const Note & note : run_.notes ) {
@@ -195,7 +195,7 @@ void runHere( const PreparedCase & prepared, const std::optional<Interpose::Faul
 [[noreturn]] void runInChild( const PreparedCase & prepared,
                               const std::optional<Interpose::Fault> & fault,
                               const SweepSetup & setup, pid_t sweep, int log, int standardError ) {
-    constexpr unsigned patience = 60; // seconds, of a recipe that hangs
+    constexpr unsigned patience = 60; // seconds, then a recipe that hangs is killed
     const rlimit noCore{ 0, 0 };
     ::setrlimit( RLIMIT_CORE, &noCore );
     // However the sweep ends, its runs end, too.
@@ -250,8 +250,7 @@ class MemoryFile {
     const int descriptor_;
 };
 
-// What the standard streams still hold would be written by each child as well, as soon as one of
-// them reports.
+// Flushes the standard streams first: a child would write what they hold a second time.
 pid_t forkClean() {
     std::fflush( nullptr );
     return ::fork();
@@ -319,7 +318,7 @@ class ProcessPool {
 
     void add( const PreparedCase & prepared, const std::optional<Interpose::Fault> & fault,
               const SweepSetup & setup ) {
-        // One more than can run, so that none waits for the sweep to look.
+        // One more than there are processors, so that none is idle while a result is judged.
         if ( running_.size() > std::max( 1u, std::thread::hardware_concurrency() ) )
             takeOne();
         running_.emplace_back( prepared, fault, setup );
@@ -435,7 +434,7 @@ class Sweeper {
         SweptCase swept() const { return { &prepared, &undisturbed }; }
     };
 
-    // A fault on its way.
+    // A fault that is to be run.
     struct Order {
         Entry * entry;
         SweepFault fault;
@@ -507,8 +506,8 @@ class Sweeper {
         return found->swept();
     }
 
-    // The fault as the injector of the run counts: operations, and of these the allocates alone
-    // where the handle is left invalid. Checks are calls, but no operations.
+    // The fault in the injector's counts: it counts operations, or only allocates if the handle is
+    // to be invalid. Checks are calls, but no operations.
     static Interpose::Fault injectedBy( const Order & order ) {
         const bool invalid = order.fault.kind == SweepFault::Kind::invalidHandle;
         const auto & calls = order.entry->undisturbed.calls;
@@ -518,7 +517,7 @@ class Sweeper {
                 return invalid ? call.is( Interpose::SdkCall::entryAllocate ) : !call.isCheck();
             } );
         const int code = codeOf( order.fault.kind );
-        return { .occurrence = static_cast<uint64_t>( before ) + 1,
+        return { .occurrence = static_cast<std::uint64_t>( before ) + 1,
                  .rc = code,
                  .overridesRefusal = code >= 0 && !invalid,
                  .invalidHandle = invalid };

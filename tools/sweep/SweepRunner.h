@@ -13,14 +13,14 @@
 
 namespace Tool {
 
-/// One fault and what came of it.
+/// One fault and its outcome.
 struct SweepFaultReport {
     SweepFault fault;
     /// The text of the call that was struck.
     std::string call;
-    /// What must come of it, in words.
+    /// What must happen, in words.
     std::string expected;
-    /// Where it came differently; empty if it did not.
+    /// What happened differently; empty if nothing did.
     std::vector<std::string> differences;
 };
 
@@ -52,14 +52,15 @@ struct SweepReport {
 };
 
 struct SweepSetup {
-    /// Called now and then: runs that are over, and how many there are as far as is known.
+    /// Called after each run: how many are over, and how many there are as far as is known.
     std::function<void( std::size_t done, std::size_t total )> progress = {};
-    /// Puts something between the library and all that watches it. Called in the process of each
-    /// run; what it returns lives until that process ends.
+    /// Puts an SDK between the library and the observer. Called in the process of each run; what it
+    /// returns lives until that process ends.
     std::function<Shim::Sdk &( Shim::Sdk & watched )> around = {};
 };
 
-/// Sweeps the cases of these recipes on the chips of a model. Trouble if processes cannot be had.
+/// Sweeps the cases of these recipes on the chips of a model. Throws Trouble if no process can be
+/// started.
 SweepReport sweepRecipes( const Model & model, const std::vector<const Recipe *> & recipes,
                           const SweepSetup & setup );
 

@@ -30,7 +30,7 @@ SweepTables tablesOf( const Sim::Chip & chip ) {
 
 const Sim::Table * findTable( const Model & model, const TableId & id ) {
     const ChipDescription * chip =
-        id.unit < 0 ? nullptr : model.findUnit( static_cast<uint64_t>( id.unit ) );
+        id.unit < 0 ? nullptr : model.findUnit( static_cast<std::uint64_t>( id.unit ) );
     return chip == nullptr ? nullptr : chip->schema.find( id.table );
 }
 

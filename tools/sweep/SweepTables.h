@@ -23,7 +23,7 @@ struct TableId {
 /// A row: where it is, and its values, an item for each element of each field.
 struct TableRow {
     Sim::RowId id;
-    std::vector<uint64_t> values;
+    std::vector<std::uint64_t> values;
 
     bool operator==( const TableRow & ) const = default;
 };
@@ -45,8 +45,8 @@ std::string toText( const TableId & id );
 /// "[index=5 instance=0 port=0] CLASS=1 TAG=2", "[PORT_ID=0] SPEED=1".
 std::string toText( const Sim::Table & table, const TableRow & row );
 
-/// The rows as a write leaves them that does not carry `field`: it keeps its value in rows that
-/// were there before, and takes its reset value in new ones.
+/// Changes rows to what a write without `field` leaves: the field keeps its value in rows that were
+/// there before, and has its reset value in new ones.
 void dropField( TableRows & rows, const TableRows & before, const Sim::Table & table,
                 const Sim::Field & field );
 

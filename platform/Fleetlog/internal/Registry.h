@@ -6,8 +6,8 @@
 #include <mutex>
 #include <vector>
 
-// What the process knows of its trace files. It exists for what crosses threads: fork(),
-// the end of a thread, the closing of a handle.
+// The trace files of the process. Needed for what crosses threads: fork(), the end of a thread, the
+// closing of a handle.
 
 namespace Fleetlog {
 

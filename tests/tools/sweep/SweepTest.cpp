@@ -631,8 +631,8 @@ class BrokenLibrary : public ::testing::Test {
 // Takes a failed add for a successful one.
 struct FailureBlind final : Interpose::Interposer {
     using Interposer::Interposer;
-    int bcmlt_entry_field_add( uint32_t handle, const char * field,
-                               uint64_t value ) noexcept override {
+    int bcmlt_entry_field_add( std::uint32_t handle, const char * field,
+                               std::uint64_t value ) noexcept override {
         return std::max( 0, inner().bcmlt_entry_field_add( handle, field, value ) );
     }
 };
@@ -658,7 +658,7 @@ TEST_F( BrokenLibrary, FailuresOverlooked ) {
 // Takes a positive code for a failure.
 struct PositiveAverse final : Interpose::Interposer {
     using Interposer::Interposer;
-    int bcmlt_entry_free( uint32_t handle ) noexcept override {
+    int bcmlt_entry_free( std::uint32_t handle ) noexcept override {
         return -inner().bcmlt_entry_free( handle );
     }
 };
@@ -709,8 +709,8 @@ TEST_F( BrokenLibrary, PreCallHooks ) {
 // A hook too many is an unchecked call that is guarded.
 struct HookBeforeLookups final : Interpose::Interposer {
     using Interposer::Interposer;
-    int bcmlt_entry_commit( uint32_t handle, uint32_t opcode,
-                            uint32_t priority ) noexcept override {
+    int bcmlt_entry_commit( std::uint32_t handle, std::uint32_t opcode,
+                            std::uint32_t priority ) noexcept override {
         if ( opcode == inner().BCMLT_OPCODE_LOOKUP() )
             inner().preCallHook();
         return inner().bcmlt_entry_commit( handle, opcode, priority );
@@ -726,7 +726,7 @@ TEST_F( BrokenLibrary, UncheckedCallsAreNotGuarded ) {
 
 struct LockKeeper final : Interpose::Interposer {
     using Interposer::Interposer;
-    int bcmlt_entry_free( uint32_t handle ) noexcept override {
+    int bcmlt_entry_free( std::uint32_t handle ) noexcept override {
         const std::lock_guard lock( Kiln::activityLock() );
         return inner().bcmlt_entry_free( handle );
     }
@@ -752,7 +752,7 @@ TEST_F( BrokenLibrary, ErrorTextOfAnotherCode ) {
 // Frees twice where the first free fails, as one that cleans up before it stops.
 struct FreesAgain final : Interpose::Interposer {
     using Interposer::Interposer;
-    int bcmlt_entry_free( uint32_t handle ) noexcept override {
+    int bcmlt_entry_free( std::uint32_t handle ) noexcept override {
         const int rc = inner().bcmlt_entry_free( handle );
         if ( rc < 0 )
             inner().bcmlt_entry_free( handle );
@@ -772,8 +772,8 @@ TEST_F( BrokenLibrary, CallsBehindAFailure ) {
 // Tells a lookup that the row is there, whatever the SDK says.
 struct FindsAll final : Interpose::Interposer {
     using Interposer::Interposer;
-    int bcmlt_entry_commit( uint32_t handle, uint32_t opcode,
-                            uint32_t priority ) noexcept override {
+    int bcmlt_entry_commit( std::uint32_t handle, std::uint32_t opcode,
+                            std::uint32_t priority ) noexcept override {
         const int rc = inner().bcmlt_entry_commit( handle, opcode, priority );
         return opcode == inner().BCMLT_OPCODE_LOOKUP() ? 0 : rc;
     }
