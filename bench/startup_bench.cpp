@@ -1,3 +1,5 @@
+#include "tests/support/ChildProcess.h"
+
 #include <benchmark/benchmark.h>
 
 #include <array>
@@ -6,7 +8,6 @@
 #include <cstdlib>
 #include <dlfcn.h>
 #include <string>
-#include <sys/wait.h>
 #include <unistd.h>
 
 // The time to load the library into a process that does not have it: finding it, mapping it, its
@@ -25,23 +26,19 @@ double loadInAnotherProcess( const char * library ) {
     std::array<int, 2> ends{};
     if ( ::pipe( ends.data() ) != 0 )
         return -1;
-    const pid_t child = ::fork();
-    if ( child == 0 ) {
+    Support::runInChild( [&] {
         const auto start = Clock::now();
         const void * const loaded = ::dlopen( library, RTLD_NOW | RTLD_LOCAL );
         const double took = std::chrono::duration<double>( Clock::now() - start ).count();
         if ( loaded == nullptr )
             std::fprintf( stderr, "%s\n", ::dlerror() );
-        const double answer = loaded != nullptr ? took : -1;
-        ::_exit( ::write( ends[1], &answer, sizeof answer ) == sizeof answer ? 0 : 1 );
-    }
+        return loaded != nullptr && ::write( ends[1], &took, sizeof took ) == sizeof took;
+    } );
     ::close( ends[1] );
     double answer = -1;
-    if ( child < 0 || ::read( ends[0], &answer, sizeof answer ) != sizeof answer )
+    if ( ::read( ends[0], &answer, sizeof answer ) != sizeof answer )
         answer = -1;
     ::close( ends[0] );
-    if ( child > 0 )
-        ::waitpid( child, nullptr, 0 );
     return answer;
 }
 

@@ -3,9 +3,8 @@
 # installed.
 #
 #     bench/trace_reader_bench.sh BUILD-FOLDER [RECORDS]
-#
-# The session's daemon is this script's own: it has a home of its own and ends with the script.
 set -euo pipefail
+source "$( dirname "${BASH_SOURCE[0]}" )/lttng_session.sh"
 if [ $# -lt 1 ] || [ ! -x "$1/bin/trace_reader_bench" ]; then
     echo "usage: trace_reader_bench.sh BUILD-FOLDER [RECORDS]; build trace_reader_bench there first" >&2
     exit 2
@@ -20,30 +19,8 @@ for tool in lttng lttng-sessiond babeltrace2; do
     fi
 done
 
-LTTNG_HOME=$( mktemp -d )
-export LTTNG_HOME
-daemon=
-finish() {
-    lttng --quiet destroy --all >/dev/null 2>&1 || true
-    if [ -n "$daemon" ]; then
-        kill "$daemon" 2>/dev/null || true
-        wait "$daemon" 2>/dev/null || true
-    fi
-    rm -rf "$LTTNG_HOME"
-}
-trap finish EXIT
-
-lttng-sessiond --no-kernel --quiet &
-daemon=$!
-for (( i = 0; i < 100; ++i )); do
-    lttng --quiet list >/dev/null 2>&1 && break
-    sleep 0.1
-done
-lttng --quiet create trace-bench --output="$LTTNG_HOME/trace" >/dev/null
 # The writer waits for the disk: no event is lost.
-lttng --quiet enable-channel --userspace --blocking-timeout=inf --subbuf-size=1M --num-subbuf=8 bench >/dev/null
-lttng --quiet enable-event --userspace --channel=bench 'cairn_trace_bench:*' >/dev/null
-lttng --quiet start >/dev/null
+start_session --blocking-timeout=inf --subbuf-size=1M --num-subbuf=8
 LTTNG_UST_ALLOW_BLOCKING=1 "$build/bin/trace_reader_bench" "$records" lttng
 lttng --quiet stop >/dev/null
 lttng --quiet destroy --all >/dev/null

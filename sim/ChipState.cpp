@@ -69,6 +69,15 @@ Rc ChipState::checkValue( const TableState & table, std::uint32_t number,
     return Rc::ok;
 }
 
+Rc ChipState::checkScalar( const TableState & table, std::uint32_t number,
+                           const char * operation ) const {
+    const Field * const field = table.layout.fields()[number].field;
+    if ( field->length == 1 )
+        return Rc::ok;
+    return fail(
+        { .rc = Rc::arrayField, .what = operation, .table = &table.table, .field = field } );
+}
+
 Rc ChipState::checkElements( const TableState & table, std::uint32_t number, std::uint64_t first,
                              std::uint64_t count ) const {
     const Field & field = *table.layout.fields()[number].field;

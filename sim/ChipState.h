@@ -84,6 +84,8 @@ struct ChipState {
     // --- Rules for values
 
     Rc checkValue( const TableState & table, std::uint32_t number, std::uint64_t value ) const;
+    /// `operation` is the one for arrays.
+    Rc checkScalar( const TableState & table, std::uint32_t number, const char * operation ) const;
     Rc checkElements( const TableState & table, std::uint32_t number, std::uint64_t first,
                       std::uint64_t count ) const;
     Rc checkAddress( const TableState & table, std::uint32_t part, std::uint64_t value ) const;

@@ -117,16 +117,12 @@ Rc ChipState::addField( std::uint32_t handle, const char * fieldName, std::uint6
         entry->addressCarried[part] = true;
         return Rc::ok;
     }
-    const Layout::FieldPlace & place = entry->table->layout.fields()[number];
-    if ( place.field->length > 1 ) {
-        return fail( { .rc = Rc::arrayField,
-                       .what = "bcmlt_entry_field_array_add",
-                       .table = &entry->table->table,
-                       .field = place.field } );
-    }
+    if ( const Rc rc = checkScalar( *entry->table, number, "bcmlt_entry_field_array_add" );
+         rc != Rc::ok )
+        return rc;
     if ( const Rc rc = checkValue( *entry->table, number, value ); rc != Rc::ok )
         return rc;
-    carry( *entry, place, 0, value );
+    carry( *entry, entry->table->layout.fields()[number], 0, value );
     return Rc::ok;
 }
 
@@ -143,13 +139,10 @@ Rc ChipState::addSymbol( std::uint32_t handle, const char * fieldName, const cha
         return fail( { .rc = Rc::nullArgument, .what = "the symbol" } );
     if ( number >= firstAddressField )
         return fail( { .rc = Rc::symbolOnNumber, .table = &table, .name = copyName( fieldName ) } );
+    if ( const Rc rc = checkScalar( *entry->table, number, "bcmlt_entry_field_array_add" );
+         rc != Rc::ok )
+        return rc;
     const Layout::FieldPlace & place = entry->table->layout.fields()[number];
-    if ( place.field->length > 1 ) {
-        return fail( { .rc = Rc::arrayField,
-                       .what = "bcmlt_entry_field_array_add",
-                       .table = &table,
-                       .field = place.field } );
-    }
     if ( place.field->symbols.empty() )
         return fail( { .rc = Rc::symbolOnNumber, .table = &table, .name = copyName( fieldName ) } );
     const auto & byName = entry->table->symbols[number].byName;
@@ -209,13 +202,10 @@ Rc ChipState::getField( std::uint32_t handle, const char * fieldName, std::uint6
         *value = entry->address[part];
         return Rc::ok;
     }
+    if ( const Rc rc = checkScalar( *entry->table, number, "an operation for arrays" );
+         rc != Rc::ok )
+        return rc;
     const Layout::FieldPlace & place = entry->table->layout.fields()[number];
-    if ( place.field->length > 1 ) {
-        return fail( { .rc = Rc::arrayField,
-                       .what = "an operation for arrays",
-                       .table = &table,
-                       .field = place.field } );
-    }
     if ( !Layout::isMarked( entry->row.data(), place.firstElement ) ) {
         return fail(
             { .rc = Rc::fieldNotCarried, .table = &table, .name = copyName( fieldName ) } );
