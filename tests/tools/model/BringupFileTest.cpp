@@ -30,7 +30,7 @@ std::string refusal( const std::string & contents ) {
 
 const std::string oneChip = "[[chips]]\nname = 'leaf'\nunit = 0\n"; // three lines
 
-TEST( BringupFile, DescribesChips ) {
+TEST( BringupFileTest, DescribesChips ) {
     std::vector<std::string> sources;
     const Bringup bringup = Tool::parseBringup( R"(
 description = "two chips"
@@ -76,7 +76,7 @@ file = "/etc/chip.toml"
     EXPECT_FALSE( bringup.model.chips[2].profile );
 }
 
-TEST( BringupFile, DescribesModulesAndPorts ) {
+TEST( BringupFileTest, DescribesModulesAndPorts ) {
     const Bringup bringup = parse( oneChip + R"(
 [[modules]]
 id = 7
@@ -121,7 +121,7 @@ hardware_port = 258
     EXPECT_EQ( model.hardwarePorts[0].hardware.phyPortId, 258u );
 }
 
-TEST( BringupFile, StepsAreToldByNameOrInOrder ) {
+TEST( BringupFileTest, StepsAreToldByNameOrInOrder ) {
     const Bringup bringup = parse( oneChip + R"(
 [[steps]]
 recipe = "setEgrTunnelEcnEncap"
@@ -162,7 +162,7 @@ expect = 0x8100
                Tool::Result( uint16_t( 0x8100 ) ) );
 }
 
-TEST( BringupFile, AChipFileThatCanNotBeReadIsNamedWithTheLineThatNamesIt ) {
+TEST( BringupFileTest, AChipFileThatCanNotBeReadIsNamedWithTheLineThatNamesIt ) {
     try {
         Tool::parseBringup( "[[chips]]\nname = 'leaf'\nunit = 0\nfile = 'gone.toml'\n", "x.toml",
                             []( const std::string & source ) -> Sim::Schema {
@@ -174,7 +174,7 @@ TEST( BringupFile, AChipFileThatCanNotBeReadIsNamedWithTheLineThatNamesIt ) {
     }
 }
 
-TEST( BringupFile, AChipFileThatIsWrongNamesItsOwnLine ) {
+TEST( BringupFileTest, AChipFileThatIsWrongNamesItsOwnLine ) {
     try {
         Tool::parseBringup( "[[chips]]\nname = 'leaf'\nunit = 0\nfile = 'chip.toml'\n", "x.toml",
                             []( const std::string & source ) -> Sim::Schema {
@@ -194,9 +194,9 @@ struct BadBringup {
 
 void PrintTo( const BadBringup & each, std::ostream * out ) { *out << each.name; }
 
-class BringupFileRefusal : public ::testing::TestWithParam<BadBringup> {};
+class BringupFileRefusalTest : public ::testing::TestWithParam<BadBringup> {};
 
-TEST_P( BringupFileRefusal, NamesFileLineAndRemedy ) {
+TEST_P( BringupFileRefusalTest, NamesFileLineAndRemedy ) {
     EXPECT_EQ( refusal( GetParam().contents ), "x.toml:" + GetParam().message );
 }
 
@@ -372,10 +372,10 @@ const BadBringup badBringups[] = {
       "5: port: 1024 is too large; write 0 to 1023" },
 };
 
-INSTANTIATE_TEST_SUITE_P( All, BringupFileRefusal, ::testing::ValuesIn( badBringups ),
+INSTANTIATE_TEST_SUITE_P( All, BringupFileRefusalTest, ::testing::ValuesIn( badBringups ),
                           []( const auto & each ) { return std::string( each.param.name ); } );
 
-TEST( BringupFile, TomlErrorsHaveTheirLine ) {
+TEST( BringupFileTest, TomlErrorsHaveTheirLine ) {
     const std::string message = refusal( oneChip + "[[steps]]\nrecipe = cpuPortInit\n" );
     EXPECT_TRUE( message.starts_with( "x.toml:5: not TOML: " ) ) << message;
     EXPECT_EQ( message.find( '\n' ), std::string::npos );

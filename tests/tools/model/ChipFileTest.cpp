@@ -22,11 +22,11 @@ std::string refusal( const std::string & contents ) {
     return "accepted";
 }
 
-TEST( ChipFile, TheReferenceChipCanBeTakenAsItIs ) {
+TEST( ChipFileTest, TheReferenceChipCanBeTakenAsItIs ) {
     EXPECT_EQ( parseChipFile( "base = 'reference'", "x.toml" ), Sim::referenceSchema() );
 }
 
-TEST( ChipFile, TablesAreRemovedResizedAndAdded ) {
+TEST( ChipFileTest, TablesAreRemovedResizedAndAdded ) {
     const Sim::Schema schema = parseChipFile( R"(
 base = "reference"
 remove = [ "PC_PORT", "OPAQUE_TAG_CONFIGr" ]
@@ -54,7 +54,7 @@ fields = [ { name = "VALID", width = 1 } ]
     EXPECT_EQ( schema.find( "OPAQUE_TAG_CONFIGr" )->fields.size(), 1u );
 }
 
-TEST( ChipFile, ATableIsDescribedFieldByField ) {
+TEST( ChipFileTest, ATableIsDescribedFieldByField ) {
     const Sim::Schema schema = parseChipFile( R"(
 description = "a chip of one table"
 base = "nothing"
@@ -95,9 +95,9 @@ struct BadChip {
 
 void PrintTo( const BadChip & each, std::ostream * out ) { *out << each.message; }
 
-class ChipFileRefusal : public ::testing::TestWithParam<BadChip> {};
+class ChipFileRefusalTest : public ::testing::TestWithParam<BadChip> {};
 
-TEST_P( ChipFileRefusal, NamesFileLineAndRemedy ) {
+TEST_P( ChipFileRefusalTest, NamesFileLineAndRemedy ) {
     EXPECT_EQ( refusal( GetParam().contents ), GetParam().message );
 }
 
@@ -145,16 +145,16 @@ constexpr BadChip badChips[] = {
       "x.toml:3: there is a table PC_PORT already; remove it first, or rename the new one" },
 };
 
-INSTANTIATE_TEST_SUITE_P( All, ChipFileRefusal, ::testing::ValuesIn( badChips ) );
+INSTANTIATE_TEST_SUITE_P( All, ChipFileRefusalTest, ::testing::ValuesIn( badChips ) );
 
-TEST( ChipFile, WhatIsNotTomlIsRefusedWithItsLine ) {
+TEST( ChipFileTest, WhatIsNotTomlIsRefusedWithItsLine ) {
     const std::string message = refusal( "base = 'reference'\nremove = [\n" );
     EXPECT_TRUE( message.starts_with( "x.toml:" ) ) << message;
     EXPECT_NE( message.find( ": not TOML: " ), std::string::npos ) << message;
     EXPECT_EQ( message.find( '\n' ), std::string::npos ) << message;
 }
 
-TEST( ChipFile, AMissingFileIsNamed ) {
+TEST( ChipFileTest, AMissingFileIsNamed ) {
     try {
         Tool::loadChip( "/nowhere/chip.toml" );
         FAIL();
@@ -164,6 +164,6 @@ TEST( ChipFile, AMissingFileIsNamed ) {
     }
 }
 
-TEST( ChipFile, AFolderIsNotAFile ) { EXPECT_THROW( Tool::loadChip( "/tmp" ), Tool::InputError ); }
+TEST( ChipFileTest, AFolderIsNotAFile ) { EXPECT_THROW( Tool::loadChip( "/tmp" ), Tool::InputError ); }
 
 } // namespace

@@ -17,7 +17,7 @@ namespace {
 
 using Sim::Rows;
 
-class State : public ::testing::Test {
+class StateTest : public ::testing::Test {
   protected:
     std::string file( const char * name = "chip.json" ) const { return folder_.path( name ); }
 
@@ -95,7 +95,7 @@ void fill( Sim::Chip & chip ) {
         chip.BCMLT_OPCODE_DELETE() );
 }
 
-TEST_F( State, WhatIsKeptComesBackAsItWas ) {
+TEST_F( StateTest, WhatIsKeptComesBackAsItWas ) {
     Sim::Chip before;
     before.addUnit( 0, Sim::referenceSchema() );
     before.addUnit( 5, Sim::referenceSchema() );
@@ -129,11 +129,11 @@ TEST_F( State, WhatIsKeptComesBackAsItWas ) {
     EXPECT_EQ( Support::contents( file( "again.json" ) ), Support::contents( file() ) );
 }
 
-TEST_F( State, ThereIsNothingInAFileThatDoesNotExist ) {
+TEST_F( StateTest, ThereIsNothingInAFileThatDoesNotExist ) {
     EXPECT_TRUE( Tool::loadState( file( "none.json" ) ).empty() );
 }
 
-TEST_F( State, FilesOfAnotherKindAreRefused ) {
+TEST_F( StateTest, FilesOfAnotherKindAreRefused ) {
     const std::string remedy = "; name another file, or remove this one to start afresh";
     EXPECT_EQ(
         refusal( "{}" ),
@@ -157,7 +157,7 @@ void PrintTo( const BadState & each, std::ostream * out ) { *out << each.what; }
 
 class StateRefusal : public State, public ::testing::WithParamInterface<BadState> {};
 
-TEST_P( StateRefusal, SaysWhatIsWrong ) {
+TEST_P( StateRefusalTest, SaysWhatIsWrong ) {
     EXPECT_EQ( refusal( std::string( R"({"format":"cairn-lt chip state","version":1,"units":)" ) +
                         GetParam().units + "}" ),
                "x.json: not a state file: " + GetParam().what +
@@ -195,9 +195,9 @@ const BadState badStates[] = {
       "\"values\" is not a number from 0 to 18446744073709551615" },
 };
 
-INSTANTIATE_TEST_SUITE_P( All, StateRefusal, ::testing::ValuesIn( badStates ) );
+INSTANTIATE_TEST_SUITE_P( All, StateRefusalTest, ::testing::ValuesIn( badStates ) );
 
-TEST_F( State, RowsThatDoNotFitAreRefused ) {
+TEST_F( StateTest, RowsThatDoNotFitAreRefused ) {
     for ( const char * row : { R"({"at":[4,0,0],"values":[1],"written":"1","touched":true})",
                                R"({"at":[0,0,0],"values":[16],"written":"1","touched":true})" } ) {
         const std::string message =

@@ -17,13 +17,13 @@ namespace {
 using Tool::ArgumentType;
 using Tool::Recipe;
 
-TEST( Registry, HoldsEachRecipeOnce ) {
+TEST( RegistryTest, HoldsEachRecipeOnce ) {
     std::set<std::string_view> names;
     for ( const Recipe & recipe : Tool::recipes() )
         EXPECT_TRUE( names.insert( recipe.name ).second ) << recipe.name;
 }
 
-TEST( Registry, HoldsWhatTheLibraryExports ) {
+TEST( RegistryTest, HoldsWhatTheLibraryExports ) {
     // "Cairn::setEgrTunnelEcnEncap(unsigned int, unsigned int, unsigned int)"
     std::set<std::string> exported;
     for ( const std::string & line :
@@ -39,7 +39,7 @@ TEST( Registry, HoldsWhatTheLibraryExports ) {
     EXPECT_EQ( registered, exported );
 }
 
-TEST( Registry, FamiliesStandTogether ) {
+TEST( RegistryTest, FamiliesStandTogether ) {
     std::set<std::string_view> seen;
     std::string_view last;
     for ( const Recipe & recipe : Tool::recipes() ) {
@@ -51,7 +51,7 @@ TEST( Registry, FamiliesStandTogether ) {
     EXPECT_EQ( seen.size(), 11u );
 }
 
-TEST( Registry, EveryRecipeIsDescribed ) {
+TEST( RegistryTest, EveryRecipeIsDescribed ) {
     for ( const Recipe & recipe : Tool::recipes() ) {
         EXPECT_TRUE( recipe.summary.ends_with( '.' ) ) << recipe.name;
         EXPECT_NE( recipe.invoke, nullptr ) << recipe.name;
@@ -63,7 +63,7 @@ TEST( Registry, EveryRecipeIsDescribed ) {
     }
 }
 
-TEST( Registry, TypesComeFromTheSignatures ) {
+TEST( RegistryTest, TypesComeFromTheSignatures ) {
     const Recipe & recipe = *Tool::findRecipe( "programL2EifSystemDestinationTable" );
     const std::vector<std::pair<std::string_view, ArgumentType>> expected = {
         { "chipInfo", ArgumentType::chip },   { "unit", ArgumentType::uint32 },
@@ -87,7 +87,7 @@ TEST( Registry, TypesComeFromTheSignatures ) {
     EXPECT_TRUE( Tool::findRecipe( "lbPortInit" )->parameters().empty() );
 }
 
-TEST( Registry, RecipesThatPrepareTakeTheSameArguments ) {
+TEST( RegistryTest, RecipesThatPrepareTakeTheSameArguments ) {
     for ( const Recipe & recipe : Tool::recipes() ) {
         if ( recipe.preparedBy.empty() )
             continue;
@@ -99,7 +99,7 @@ TEST( Registry, RecipesThatPrepareTakeTheSameArguments ) {
     }
 }
 
-TEST( Registry, SamplesAreArguments ) {
+TEST( RegistryTest, SamplesAreArguments ) {
     const Tool::Model model =
         Tool::defaultModel( { Tool::defaultChip( 3, Sim::referenceSchema(), "reference" ) } );
     for ( const Recipe & recipe : Tool::recipes() )
@@ -108,7 +108,7 @@ TEST( Registry, SamplesAreArguments ) {
             << recipe.name;
 }
 
-TEST( Registry, FindsNothingUnderAWrongName ) {
+TEST( RegistryTest, FindsNothingUnderAWrongName ) {
     EXPECT_EQ( Tool::findRecipe( "setEgrTunnelEcnEncaps" ), nullptr );
     EXPECT_EQ( Tool::findRecipe( "" ), nullptr );
 }

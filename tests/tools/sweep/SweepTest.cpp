@@ -37,7 +37,7 @@ using ToolTest::linesWith;
 
 // --- The plan
 
-TEST( SweepPlan, EveryRecipeHasACaseOfItsOwnName ) {
+TEST( SweepPlanTest, EveryRecipeHasACaseOfItsOwnName ) {
     std::set<std::string_view> recipes;
     std::set<std::pair<std::string_view, std::string_view>> names;
     for ( const SweepCase & each : Tool::sweepCases() ) {
@@ -49,7 +49,7 @@ TEST( SweepPlan, EveryRecipeHasACaseOfItsOwnName ) {
     EXPECT_EQ( recipes.size(), Tool::recipes().size() );
 }
 
-TEST( SweepPlan, CasesStateHowTheyEnd ) {
+TEST( SweepPlanTest, CasesStateHowTheyEnd ) {
     for ( const SweepCase & each : Tool::sweepCases() ) {
         const bool hasResult = Tool::findRecipe( each.recipe )->result != Tool::ResultType::none;
         EXPECT_EQ( !each.returns.empty(), hasResult && each.stopsBy.empty() )
@@ -58,7 +58,7 @@ TEST( SweepPlan, CasesStateHowTheyEnd ) {
 }
 
 // After an opposite answer a recipe goes on with the arguments that it has.
-TEST( SweepPlan, CasesThatFollowOneAnotherShareTheirArguments ) {
+TEST( SweepPlanTest, CasesThatFollowOneAnotherShareTheirArguments ) {
     const auto texts = []( const SweepCase & each ) {
         std::set<std::pair<std::string_view, std::string_view>> all;
         for ( const SweepCase::Given & argument : each.arguments )
@@ -91,7 +91,7 @@ CallKind kind( const char * recipe, SdkCall operation, SdkCall opcode ) {
                          { .call = operation, .opcode = { 0, opcode } } );
 }
 
-TEST( SweepPlan, CallsAreGuardedUnlessTheRecipeSaysOtherwise ) {
+TEST( SweepPlanTest, CallsAreGuardedUnlessTheRecipeSaysOtherwise ) {
     EXPECT_EQ( kind( "programMonTraceCpu", SdkCall::entryAllocate ), CallKind::guarded );
     EXPECT_EQ( kind( "programMonTraceCpu", SdkCall::entryCommit, SdkCall::opcodeInsert ),
                CallKind::guarded );
@@ -124,7 +124,7 @@ TEST( SweepPlan, CallsAreGuardedUnlessTheRecipeSaysOtherwise ) {
     EXPECT_EQ( kind( "setEmRobustHashDisable", SdkCall::entryAllocate ), CallKind::skipsTable );
 }
 
-TEST( SweepPlan, PropertiesOfRecipes ) {
+TEST( SweepPlanTest, PropertiesOfRecipes ) {
     long asserting = 0;
     long keeping = 0;
     for ( const Tool::Recipe & recipe : Tool::recipes() ) {
@@ -141,7 +141,7 @@ TEST( SweepPlan, PropertiesOfRecipes ) {
     EXPECT_EQ( Tool::outputOf( *Tool::findRecipe( "lbPortInit" ) ).name, "lbPortInit" );
 }
 
-TEST( SweepPlan, SignaturesAreThoseThatAssertionsPrint ) {
+TEST( SweepPlanTest, SignaturesAreThoseThatAssertionsPrint ) {
     const auto signature = []( const char * recipe ) {
         return Tool::signatureOf( *Tool::findRecipe( recipe ) );
     };
@@ -232,7 +232,7 @@ Tool::Model referenceModel() {
     return Tool::defaultModel( { Tool::defaultChip( 0, Sim::referenceSchema(), "reference" ) } );
 }
 
-class SweepJudge : public ::testing::Test {
+class SweepJudgeTest : public ::testing::Test {
   protected:
     SweepJudge() {
         prepared_.plan = &plan_;
@@ -252,7 +252,7 @@ class SweepJudge : public ::testing::Test {
 
 using Findings = std::vector<std::string>;
 
-TEST_F( SweepJudge, FindsNothingWhereNothingIs ) {
+TEST_F( SweepJudgeTest, FindsNothingWhereNothingIs ) {
     EXPECT_EQ( Tool::judgeUndisturbed( prepared_, undisturbed_ ), Findings() );
     EXPECT_EQ( Tool::judge( expectation( SweepFault::Kind::fails, 3 ), madeStopped() ),
                Findings() );
@@ -264,7 +264,7 @@ TEST_F( SweepJudge, FindsNothingWhereNothingIs ) {
     EXPECT_EQ( Tool::judge( expectation( SweepFault::Kind::positive, 1 ), positive ), Findings() );
 }
 
-TEST_F( SweepJudge, NothingHappensBehindAFailure ) {
+TEST_F( SweepJudgeTest, NothingHappensBehindAFailure ) {
     const Tool::SweepExpectation failed = expectation( SweepFault::Kind::fails, 1 );
     EXPECT_EQ( failed.calls.size(), 2u );
     EXPECT_EQ( failed.tables, undisturbed_.tablesBefore );
@@ -273,7 +273,7 @@ TEST_F( SweepJudge, NothingHappensBehindAFailure ) {
     EXPECT_TRUE( expectation( SweepFault::Kind::fails, 0 ).liveEntries.empty() );
 }
 
-TEST_F( SweepJudge, AnInvalidHandleIsRefusedAtTheNextCall ) {
+TEST_F( SweepJudgeTest, AnInvalidHandleIsRefusedAtTheNextCall ) {
     const Tool::SweepExpectation expected = expectation( SweepFault::Kind::invalidHandle, 0 );
     ASSERT_EQ( expected.calls.size(), 2u );
     EXPECT_EQ( expected.calls[1].operation.rc, toInt( Sim::Rc::unknownHandle ) );
@@ -283,7 +283,7 @@ TEST_F( SweepJudge, AnInvalidHandleIsRefusedAtTheNextCall ) {
                "svp ), which is reported and stops" );
 }
 
-TEST_F( SweepJudge, HandlesAreAssertedWhereThePlanSaysSo ) {
+TEST_F( SweepJudgeTest, HandlesAreAssertedWhereThePlanSaysSo ) {
     prepared_.recipe = Tool::findRecipe( "setFlexctrEgressCounterActionEnable" );
     const Tool::SweepExpectation expected = expectation( SweepFault::Kind::invalidHandle, 0 );
     EXPECT_EQ( expected.calls.size(), 1u );
@@ -325,7 +325,7 @@ struct Deviation {
 
 class SweepDeviation : public SweepJudge, public ::testing::WithParamInterface<Deviation> {};
 
-TEST_P( SweepDeviation, IsFound ) {
+TEST_P( SweepDeviationTest, IsFound ) {
     Tool::SweepRun run = madeStopped();
     GetParam().make( run );
     const Findings findings = Tool::judge( expectation( SweepFault::Kind::fails, 3 ), run );
@@ -433,10 +433,10 @@ const Deviation deviations[] = {
       "unit 0 TNL_L2_VXLAN_CONTROL: row: nothing" },
 };
 
-INSTANTIATE_TEST_SUITE_P( All, SweepDeviation, ::testing::ValuesIn( deviations ),
+INSTANTIATE_TEST_SUITE_P( All, SweepDeviationTest, ::testing::ValuesIn( deviations ),
                           []( const auto & test ) { return test.param.name; } );
 
-TEST_F( SweepJudge, UndisturbedRunsAreJudgedToo ) {
+TEST_F( SweepJudgeTest, UndisturbedRunsAreJudgedToo ) {
     const auto judged = [&]( const std::function<void( Tool::SweepRun & )> & change ) {
         Tool::SweepRun run = madeUndisturbed();
         change( run );
@@ -482,7 +482,7 @@ TEST_F( SweepJudge, UndisturbedRunsAreJudgedToo ) {
 
 // --- The real sweep
 
-TEST( Sweep, AllIsAsExpected ) {
+TEST( SweepTest, AllIsAsExpected ) {
     const ToolTest::Outcome run = cairnLt( { "sweep", "--format", "json" } );
     EXPECT_EQ( run.exitCode, 0 );
     EXPECT_EQ( run.err, "" );
@@ -513,7 +513,7 @@ TEST( Sweep, AllIsAsExpected ) {
     }
 }
 
-TEST( Sweep, TellsOfEachFaultWhenAsked ) {
+TEST( SweepTest, TellsOfEachFaultWhenAsked ) {
     const ToolTest::Outcome run =
         cairnLt( { "sweep", "--verbose", "programPacketDropForMtuError" } );
     EXPECT_EQ( run.exitCode, 0 );
@@ -524,7 +524,7 @@ TEST( Sweep, TellsOfEachFaultWhenAsked ) {
     EXPECT_EQ( ToolTest::lines( run.out ).back(), "1 recipe, 1 case, 16 faults: all as expected" );
 }
 
-TEST( Sweep, RecipesAreSweptOnceInTheOrderOfTheList ) {
+TEST( SweepTest, RecipesAreSweptOnceInTheOrderOfTheList ) {
     const ToolTest::Outcome run = cairnLt(
         { "sweep", "setEgrTunnelEcnEncap", "setVxlanDefaultNetworkSvp", "setEgrTunnelEcnEncap" } );
     EXPECT_EQ( run.out, "setVxlanDefaultNetworkSvp\n"
@@ -538,7 +538,7 @@ TEST( Sweep, RecipesAreSweptOnceInTheOrderOfTheList ) {
                         "2 recipes, 2 cases, 20 faults: all as expected\n" );
 }
 
-TEST( Sweep, WorksOnAChipThatLacksInstances ) {
+TEST( SweepTest, WorksOnAChipThatLacksInstances ) {
     const Support::TemporaryFolder folder;
     const std::string chip =
         folder.write( "chip.toml", "base = \"reference\"\n"
@@ -554,7 +554,7 @@ TEST( Sweep, WorksOnAChipThatLacksInstances ) {
     EXPECT_EQ( json["recipes"][1]["cases"][0]["calls"], 17 ); // four memories, and one allocate
 }
 
-TEST( Sweep, SaysWhatAChipRefusesByItself ) {
+TEST( SweepTest, SaysWhatAChipRefusesByItself ) {
     const ToolTest::Outcome run = cairnLt( { "sweep", "--chip", "examples/chips/small.toml" } );
     EXPECT_EQ( run.exitCode, 0 ) << run.out;
     EXPECT_NE( run.out.find( "  any   1      1       as expected; the chip refuses "
@@ -569,7 +569,7 @@ TEST( Sweep, SaysWhatAChipRefusesByItself ) {
         EXPECT_NE( last.find( part ), std::string::npos ) << last;
 }
 
-TEST( Sweep, TakesAModel ) {
+TEST( SweepTest, TakesAModel ) {
     const Support::TemporaryFolder folder;
     const std::string model =
         folder.write( "model.toml", "[[chips]]\nname = \"a\"\nunit = 3\nfile = \"reference\"\n" );
@@ -583,7 +583,7 @@ TEST( Sweep, TakesAModel ) {
         << run.out;
 }
 
-TEST( Sweep, NamesThatDoNotExist ) {
+TEST( SweepTest, NamesThatDoNotExist ) {
     const ToolTest::Outcome run = cairnLt( { "sweep", "setLearnCacheEnable" } );
     EXPECT_EQ( run.exitCode, 2 );
     EXPECT_EQ( run.err, "cairn-lt: there is no recipe \"setLearnCacheEnable\"; the nearest is "
@@ -596,7 +596,7 @@ TEST( Sweep, NamesThatDoNotExist ) {
 //
 // What the library does wrong is done here on its way to what watches it.
 
-class BrokenLibrary : public ::testing::Test {
+class BrokenLibraryTest : public ::testing::Test {
   protected:
     template <class Broken>
     static Tool::SweepReport sweep( const std::vector<const char *> & names ) {
@@ -637,7 +637,7 @@ struct FailureBlind final : Interpose::Interposer {
     }
 };
 
-TEST_F( BrokenLibrary, FailuresOverlooked ) {
+TEST_F( BrokenLibraryTest, FailuresOverlooked ) {
     const Tool::SweepReport report = sweep<FailureBlind>( { "setEgrTunnelEcnEncap" } );
     ASSERT_EQ( report.cases.front().differences, Findings() );
     const auto count = [&]( const char * part ) {
@@ -663,7 +663,7 @@ struct PositiveAverse final : Interpose::Interposer {
     }
 };
 
-TEST_F( BrokenLibrary, PositiveCodesTakenForFailures ) {
+TEST_F( BrokenLibraryTest, PositiveCodesTakenForFailures ) {
     const Tool::SweepReport report = sweep<PositiveAverse>( { "setEgrTunnelEcnEncap" } );
     EXPECT_EQ( found( report, SweepFault::Kind::positive, "signal: 6, expected 0" ), 1u );
     EXPECT_EQ( found( report, SweepFault::Kind::fails, "signal: 0, expected 6" ), 1u );
@@ -683,7 +683,7 @@ struct TwoFailureHooks final : Interpose::Interposer {
     }
 };
 
-TEST_F( BrokenLibrary, FailureHooks ) {
+TEST_F( BrokenLibraryTest, FailureHooks ) {
     const Tool::SweepReport none = sweep<NoFailureHook>( { "setEgrTunnelEcnEncap" } );
     EXPECT_EQ( found( none, SweepFault::Kind::fails, "failure hooks: 0, expected 1" ), 5u );
     const Tool::SweepReport two = sweep<TwoFailureHooks>( { "setEgrTunnelEcnEncap" } );
@@ -696,7 +696,7 @@ struct NoPreCallHook final : Interpose::Interposer {
     void preCallHook() noexcept override {}
 };
 
-TEST_F( BrokenLibrary, PreCallHooks ) {
+TEST_F( BrokenLibraryTest, PreCallHooks ) {
     const Tool::SweepReport report = sweep<NoPreCallHook>( { "setEgrTunnelEcnEncap" } );
     const Tool::SweepCaseReport & only = report.cases.front();
     EXPECT_TRUE( holds( only.differences, "call 5: pre-call hook: no, expected yes" ) );
@@ -717,7 +717,7 @@ struct HookBeforeLookups final : Interpose::Interposer {
     }
 };
 
-TEST_F( BrokenLibrary, UncheckedCallsAreNotGuarded ) {
+TEST_F( BrokenLibraryTest, UncheckedCallsAreNotGuarded ) {
     const Tool::SweepReport report =
         sweep<HookBeforeLookups>( { "setLearnCacheEnabled", "programPacketDropForMtuError" } );
     for ( const Tool::SweepCaseReport & each : report.cases )
@@ -732,7 +732,7 @@ struct LockKeeper final : Interpose::Interposer {
     }
 };
 
-TEST_F( BrokenLibrary, LocksKept ) {
+TEST_F( BrokenLibraryTest, LocksKept ) {
     const Tool::SweepReport report = sweep<LockKeeper>( { "setVxlanUdpSourcePortSel" } );
     EXPECT_EQ( report.cases.front().differences,
                Findings{ "call 4: lock held: yes, expected no" } );
@@ -743,7 +743,7 @@ struct AsksAnotherCode final : Interpose::Interposer {
     const char * errmsg( int rc ) noexcept override { return inner().errmsg( rc - 1 ); }
 };
 
-TEST_F( BrokenLibrary, ErrorTextOfAnotherCode ) {
+TEST_F( BrokenLibraryTest, ErrorTextOfAnotherCode ) {
     const Tool::SweepReport report = sweep<AsksAnotherCode>( { "setEgrTunnelEcnEncap" } );
     EXPECT_EQ( found( report, SweepFault::Kind::fails, "error texts asked: -2, expected -1" ), 5u );
     EXPECT_EQ( found( report, SweepFault::Kind::fails, "standard error: " ), 5u );
@@ -760,7 +760,7 @@ struct FreesAgain final : Interpose::Interposer {
     }
 };
 
-TEST_F( BrokenLibrary, CallsBehindAFailure ) {
+TEST_F( BrokenLibraryTest, CallsBehindAFailure ) {
     const Tool::SweepReport report = sweep<FreesAgain>( { "setEgrTunnelEcnEncap" } );
     EXPECT_EQ( found( report, SweepFault::Kind::fails,
                       "1 calls too many, the first is bcmlt_entry_free entry 1" ),
@@ -779,7 +779,7 @@ struct FindsAll final : Interpose::Interposer {
     }
 };
 
-TEST_F( BrokenLibrary, LookupsMisread ) {
+TEST_F( BrokenLibraryTest, LookupsMisread ) {
     const Tool::SweepReport report =
         sweep<FindsAll>( { "setLearnCacheEnabled", "verifyL2IfIngSystemPortTable",
                            "programPacketDropForMtuError" } );
@@ -805,7 +805,7 @@ struct Crashes final : Interpose::Interposer {
     }
 };
 
-TEST_F( BrokenLibrary, ProcessesThatDie ) {
+TEST_F( BrokenLibraryTest, ProcessesThatDie ) {
     const Tool::SweepReport report = sweep<Crashes>( { "setEgrTunnelEcnEncap" } );
     EXPECT_EQ( found( report, SweepFault::Kind::fails, "signal: 5, expected 6" ), 5u );
     EXPECT_EQ(
@@ -823,11 +823,11 @@ struct IsKilled final : Interpose::Interposer {
     }
 };
 
-TEST_F( BrokenLibrary, ProcessesThatAreKilledAreNoFindings ) {
+TEST_F( BrokenLibraryTest, ProcessesThatAreKilledAreNoFindings ) {
     EXPECT_THROW( sweep<IsKilled>( { "setEgrTunnelEcnEncap" } ), Tool::Trouble );
 }
 
-TEST_F( BrokenLibrary, ProgressIsTold ) {
+TEST_F( BrokenLibraryTest, ProgressIsTold ) {
     std::size_t told = 0;
     std::size_t last = 0;
     std::size_t total = 0;
