@@ -155,7 +155,7 @@ struct BadState {
 
 void PrintTo( const BadState & each, std::ostream * out ) { *out << each.what; }
 
-class StateRefusal : public State, public ::testing::WithParamInterface<BadState> {};
+class StateRefusalTest : public StateTest, public ::testing::WithParamInterface<BadState> {};
 
 TEST_P( StateRefusalTest, SaysWhatIsWrong ) {
     EXPECT_EQ( refusal( std::string( R"({"format":"cairn-lt chip state","version":1,"units":)" ) +

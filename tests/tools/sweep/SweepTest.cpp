@@ -234,7 +234,7 @@ Tool::Model referenceModel() {
 
 class SweepJudgeTest : public ::testing::Test {
   protected:
-    SweepJudge() {
+    SweepJudgeTest() {
         prepared_.plan = &plan_;
         prepared_.recipe = Tool::findRecipe( recipeName );
         prepared_.isReference = true;
@@ -323,7 +323,8 @@ struct Deviation {
     std::string finding;
 };
 
-class SweepDeviation : public SweepJudge, public ::testing::WithParamInterface<Deviation> {};
+class SweepDeviationTest : public SweepJudgeTest,
+                           public ::testing::WithParamInterface<Deviation> {};
 
 TEST_P( SweepDeviationTest, IsFound ) {
     Tool::SweepRun run = madeStopped();
