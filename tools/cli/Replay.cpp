@@ -8,7 +8,7 @@
 #include "tools/cli/Verbs.h"
 #include "tools/model/Errors.h"
 #include "tools/model/Files.h"
-#include "tools/model/State.h"
+#include "tools/model/StateFile.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -93,8 +93,8 @@ class ReplayVerb {
         while ( ( replay_->counts().divergences == 0 || options_.keepGoing ) &&
                 recording_->next( event ) && !until_.isBeyond( event ) )
             replay_->take( event );
-        if ( !options_.state.empty() )
-            saveState( chip_, options_.state );
+        if ( stateFile_ )
+            stateFile_->save( chip_ );
         const bool isDamaged = tellLosses( *recording_ );
         tellUnknown();
         print( options_.format == Format::json ? json() : text() );
@@ -107,10 +107,15 @@ class ReplayVerb {
         ChipOptions chips = options_.chips;
         chips.state = start;
         addUnits( chip_, modelOf( chips ) );
+        if ( !options_.state.empty() )
+            stateFile_.emplace( options_.state, [this] {
+                complain(
+                    fmt::format( "waiting for {}, which another process uses", options_.state ) );
+            } );
         if ( start.empty() )
             return;
         const auto kept =
-            options_.from.empty() ? loadState( start ) : parseState( readFile( start ), start );
+            options_.from.empty() ? stateFile_->load() : parseState( readFile( start ), start );
         for ( const auto & unit : kept ) {
             const Sim::Schema * schema = chip_.schema( unit.unit );
             if ( schema == nullptr || !( *schema == unit.schema ) )
@@ -248,6 +253,7 @@ class ReplayVerb {
     const Until until_;
     ReplayRules rules_;
     Sim::Chip chip_;
+    std::optional<StateFile> stateFile_;
     std::unique_ptr<TraceReader::Recording> recording_;
     std::unique_ptr<Replay> replay_;
     std::string divergences_;
