@@ -11,6 +11,13 @@
 
 namespace ToolTest {
 
+/// Whether sanitizers are built in, which need descriptors of their own.
+#if defined( __SANITIZE_ADDRESS__ ) || defined( __SANITIZE_THREAD__ )
+inline constexpr bool isSanitized = true;
+#else
+inline constexpr bool isSanitized = false;
+#endif
+
 /// How a run ended, and what it wrote.
 struct Outcome {
     int exitCode = -1; ///< -1 if a signal ended it

@@ -236,7 +236,7 @@ Surroundings surroundings( Dice & dice ) {
         const rlimit smallFiles{ size, size };
         if ( limit == 0 )
             ::setrlimit( RLIMIT_FSIZE, &smallFiles );
-        else if ( limit == 1 )
+        else if ( limit == 1 && !ToolTest::isSanitized )
             ::setrlimit( RLIMIT_NOFILE, &fewDescriptors );
     };
     return chosen;

@@ -30,6 +30,8 @@ void expectTrouble( const Outcome & run, const std::string & what ) {
 }
 
 TEST( ScarceResourcesTest, FewDescriptorsAreSaid ) {
+    if ( ToolTest::isSanitized )
+        GTEST_SKIP() << "sanitizers need more descriptors than that";
     const std::string whole = cairnLt( { "sweep", "setLearnCacheEnabled" } ).out;
     for ( rlim_t limit = 5; limit <= 16; ++limit ) {
         const Outcome run = cairnLt( { "sweep", "setLearnCacheEnabled" }, {}, [&] {
