@@ -18,9 +18,9 @@ namespace Tool {
 
 namespace {
 
-constexpr char tellStop = 's';
-constexpr char endThread = 'e';
-constexpr int longestTelling = 60'000; // milliseconds
+constexpr char stopRequest = 's';
+constexpr char endRequest = 'e';
+constexpr int longestReport = 60'000; // milliseconds
 
 // What the handler of SIGABRT looks at. Set before it is installed.
 pid_t abortingThread_ = 0;
@@ -31,7 +31,7 @@ struct sigaction previous_;
 bool send( int descriptor, char byte ) { return ::write( descriptor, &byte, 1 ) == 1; }
 
 char receive( int descriptor ) {
-    char byte = endThread;
+    char byte = endRequest;
     while ( ::read( descriptor, &byte, 1 ) < 0 && errno == EINTR ) {
     }
     return byte;
@@ -41,9 +41,9 @@ extern "C" void handleAbort( int signal, siginfo_t * info, void * ) {
     ::sigaction( signal, &previous_, nullptr );
     const bool ownAbort =
         info->si_code == SI_TKILL && info->si_pid == ::getpid() && ::gettid() == abortingThread_;
-    if ( ownAbort && send( requests_[1], tellStop ) ) {
+    if ( ownAbort && send( requests_[1], stopRequest ) ) {
         pollfd answer{ answers_[0], POLLIN, 0 };
-        ::poll( &answer, 1, longestTelling );
+        ::poll( &answer, 1, longestReport );
     }
     // Blocked until this handler returns, and deadly then.
     ::raise( signal );
@@ -77,7 +77,7 @@ StopHandler::StopHandler( std::function<void()> onStop,
 
 StopHandler::~StopHandler() {
     ::sigaction( SIGABRT, &previous_, nullptr );
-    send( requests_[1], endThread );
+    send( requests_[1], endRequest );
     thread_.join();
     for ( const int end :
           { requests_[0], requests_[1], answers_[0], answers_[1], interruptEvents_ } ) {
@@ -108,10 +108,10 @@ void StopHandler::waitForEvents( const std::function<void()> & onStop,
     }
     signalfd_siginfo interrupt;
     if ( events[0].revents != 0 ) {
-        if ( receive( requests_[0] ) != tellStop )
+        if ( receive( requests_[0] ) != stopRequest )
             return;
         onStop();
-        send( answers_[1], tellStop );
+        send( answers_[1], stopRequest );
     } else if ( ::read( interruptEvents_, &interrupt, sizeof interrupt ) == sizeof interrupt ) {
         ::pthread_sigmask( SIG_UNBLOCK, &interrupts_, nullptr ); // for a second one
         const int signal = static_cast<int>( interrupt.ssi_signo );
