@@ -7,6 +7,7 @@
 #include <mutex>
 // end of sample
 
+#include "interpose/TraceRecorder.h"
 #include "sim/Chip.h"
 
 #include <Fleetlog/TraceHandle.h>
@@ -33,6 +34,14 @@ void startTracing( const std::string & folder ) {
 }
 // end of sample
 
+// sample: record
+void startRecording( Shim::Sdk & agentsShim, const std::string & folder ) {
+    static auto & recorder = *new Interpose::TraceRecorder(
+        agentsShim, { .directory = folder, .isLockHeld = Kiln::holdsActivityLock } );
+    Shim::sdk_ = &recorder;
+}
+// end of sample
+
 // sample: call
 void markTunnel( std::uint32_t unit, std::uint32_t index, std::uint32_t ecn ) {
     const std::lock_guard lock( Kiln::activityLock() );
@@ -45,9 +54,12 @@ void markTunnel( std::uint32_t unit, std::uint32_t index, std::uint32_t ecn ) {
 int main( int argc, char ** argv ) {
     if ( argc > 1 )
         startTracing( argv[1] );
+    const std::string recordingFolder = argc > 2 ? argv[2] : "";
     Sim::Chip chip;
     chip.addUnit( 0, Sim::referenceSchema() );
     start( chip );
+    if ( !recordingFolder.empty() )
+        startRecording( chip, recordingFolder );
     markTunnel( 0, 5, 2 );
     return chip.value( 0, "EGR_TUNNEL_ECN_ENCAPm", { .index = 5 }, "OUTER_ECN" ) == 2u ? 0 : 1;
 }

@@ -268,6 +268,11 @@ class CommandLine {
             "--thread", trace_.thread,
             "Only those of this thread, or of this process if its threads share a file" );
         verb.add_option( "--match", trace_.match, "Only those whose text holds this" );
+        verb.add_option( "--operation", trace_.operation,
+                         "Only recorded SDK calls of this operation, as field_add" );
+        verb.add_option( "--table", trace_.table, "Only recorded SDK calls on this table" );
+        verb.add_option( "--unit", trace_.unit, "Only recorded SDK calls on this unit" );
+        verb.add_option( "--code", trace_.code, "Only recorded SDK calls that returned this code" );
         CLI::Option * follow =
             verb.add_flag( "--follow", trace_.follow,
                            "Waits for more while a process writes, and for new files in a folder" );
@@ -465,6 +470,9 @@ class CommandLine {
             ->allow_extra_args( false )
             ->take_all();
         verb.add_option( "--trace-file", session.traceFile, "Trace to this file instead" );
+        verb.add_option( "--record-to", session.recordTo,
+                         "Records the SDK calls in this folder, made if it is not there; "
+                         "\"cairn-lt trace\" shows them" );
         verb.add_option( "--trace-dir", session.traceDir,
                          "Leaves the binary trace in this folder, made if it is not there; "
                          "\"cairn-lt trace\" reads it" );

@@ -1,10 +1,12 @@
+#include "interpose/SdkCall.h"
 #include "text/Escape.h"
+#include "text/NearestName.h"
 #include "text/Numbers.h"
 #include "text/Time.h"
 #include "tools/cli/Verbs.h"
 #include "tools/model/Arguments.h"
 #include "tools/model/Errors.h"
-#include "tracereader/TraceReader.h"
+#include "tracereader/Recording.h"
 
 #include <nlohmann/json.hpp>
 
@@ -69,6 +71,96 @@ TraceReader::Filter filterOf( const TraceOptions & options ) {
     filter.text = options.match;
     return filter;
 }
+
+// Recorded SDK calls: which are shown, and how.
+class Calls {
+  public:
+    explicit Calls( const TraceOptions & options, const TraceReader::Filter & filter )
+        : options_( options ), filter_( filter ) {
+        if ( !options.operation.empty() )
+            operation_ = operationOf( options.operation );
+    }
+
+    // Whether only calls are wanted.
+    bool areAskedFor() const {
+        return operation_ || !options_.table.empty() || options_.unit || options_.code;
+    }
+
+    // Takes a record of a recorder. A call is shown when it has returned.
+    void append( std::string & out, const TraceReader::Record & record ) {
+        TraceReader::Event event;
+        if ( assembler_.take( record, event ) &&
+             event.moment == TraceReader::Event::Moment::after && isWanted( *event.call ) )
+            appendLine( out, *event.call, event.call->after );
+    }
+
+    // The calls that never returned.
+    void appendRest( std::string & out ) {
+        TraceReader::Event event;
+        while ( assembler_.takeUnreturned( event ) )
+            if ( isWanted( *event.call ) )
+                appendLine( out, *event.call, event.call->before );
+    }
+
+    const std::vector<Finding> & findings() const { return assembler_.findings(); }
+
+  private:
+    static TraceReader::SdkCall operationOf( const std::string & text ) {
+        const auto operation = Interpose::operationByName( text );
+        const std::string name( operation ? Interpose::name( *operation ) : text );
+        if ( const auto call = TraceReader::sdkCallByName( name ) )
+            return *call;
+        std::vector<std::string_view> names;
+        for ( const auto each : Interpose::sdkOperations() )
+            names.push_back( Interpose::shortName( each ) );
+        throw InputError( "--operation: there is no operation \"" + text + "\"",
+                          Text::nameHint( text, names ) );
+    }
+
+    bool isWanted( const TraceReader::RecordedCall & call ) const {
+        const auto & stamp = call.hasReturned() ? call.after : call.before;
+        if ( !filter_.recipe.empty() || !filter_.file.empty() || filter_.line )
+            return false;
+        if ( ( filter_.from && stamp.time < *filter_.from ) ||
+             ( filter_.to && stamp.time >= *filter_.to ) ||
+             ( filter_.thread && call.thread != *filter_.thread ) )
+            return false;
+        if ( ( operation_ && call.call != *operation_ ) ||
+             ( !options_.table.empty() && call.table != options_.table ) ||
+             ( options_.unit && call.unit != options_.unit ) ||
+             ( options_.code &&
+               ( isHook( call.call ) || !call.hasReturned() || call.rc != *options_.code ) ) )
+            return false;
+        if ( filter_.text.empty() )
+            return true;
+        std::string text;
+        appendText( text, call );
+        return text.find( filter_.text ) != text.npos;
+    }
+
+    void appendLine( std::string & out, const TraceReader::RecordedCall & call,
+                     const TraceReader::Stamp & stamp ) const {
+        const std::string time = Text::utc( stamp.time );
+        if ( options_.format == TraceFormat::json ) {
+            out += "{\"time\":\"" + time + "\",\"process\":" + std::to_string( call.process ) +
+                   ",\"thread\":" + std::to_string( call.thread ) + ",";
+            appendJson( out, call );
+            out += call.hasReturned() ? "}\n" : ",\"returned\":false}\n";
+            return;
+        }
+        out += time;
+        if ( options_.format == TraceFormat::text )
+            out += " " + std::to_string( call.process ) + "/" + std::to_string( call.thread );
+        out += " ";
+        appendText( out, call );
+        out += call.hasReturned() ? "\n" : " (never returned)\n";
+    }
+
+    const TraceOptions & options_;
+    const TraceReader::Filter & filter_;
+    std::optional<TraceReader::SdkCall> operation_;
+    TraceReader::CallAssembler assembler_;
+};
 
 // The trace files of the paths that were given: files, and folders that hold some.
 class Sources {
@@ -225,6 +317,7 @@ TraceReader::Format formatOf( const TraceOptions & options ) {
 
 int showRecords( const TraceOptions & options ) {
     const TraceReader::Filter filter = filterOf( options );
+    Calls calls( options, filter );
     Sources sources( options.paths );
     TraceReader::Merge merge;
     for ( const auto & path : sources.newFiles() )
@@ -239,7 +332,10 @@ int showRecords( const TraceOptions & options ) {
     std::string lines;
     do {
         while ( merge.next( record ) ) {
-            if ( filter.accepts( record ) )
+            if ( record.site != nullptr &&
+                 TraceReader::CallAssembler::isOfRecorder( *record.site ) )
+                calls.append( lines, record );
+            else if ( !calls.areAskedFor() && filter.accepts( record ) )
                 renderer.append( lines, record );
             if ( lines.size() >= outputChunk ) {
                 print( lines );
@@ -249,7 +345,11 @@ int showRecords( const TraceOptions & options ) {
         print( lines );
         lines.clear();
     } while ( follower && follower->waitForMore() );
+    calls.appendRest( lines );
+    print( lines );
     for ( const Finding & finding : merge.findings() )
+        complain( finding.text() );
+    for ( const Finding & finding : calls.findings() )
         complain( finding.text() );
     for ( const auto & file : merge.files() ) {
         tellLosses( *file );
@@ -258,7 +358,7 @@ int showRecords( const TraceOptions & options ) {
             complain( Text::printable( file->info().path ) +
                       ": its process ended without closing it" );
     }
-    return exitCode( merge, sources );
+    return std::max( exitCode( merge, sources ), calls.findings().empty() ? 0 : 1 );
 }
 
 std::string writerName( TraceReader::Writer writer ) {

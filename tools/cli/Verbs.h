@@ -93,6 +93,11 @@ struct TraceOptions {
     std::string to;
     std::optional<uint32_t> thread;
     std::string match;
+    /// Filters of recorded SDK calls. If any is there, messages are left out.
+    std::string operation;
+    std::string table;
+    std::optional<int> unit;
+    std::optional<int> code;
     /// Goes on as long as a process writes to the files; in a folder, new files are shown, too.
     bool follow = false;
     /// How long, in seconds, a folder is followed when no process writes there any more.

@@ -3,6 +3,7 @@
 #include "interpose/Fault.h"
 #include "interpose/FaultInjector.h"
 #include "interpose/Recorder.h"
+#include "interpose/TraceRecorder.h"
 #include "sim/Chip.h"
 #include "text/NearestName.h"
 #include "tools/model/Arguments.h"
@@ -115,11 +116,14 @@ class Session::Impl {
         addFaults();
         setUpChips();
         setUpTrace();
+        openRecording();
         recorder_.keepConstants( false );
         recorder_.observe( [this]( Interpose::Recorder::Moment moment,
                                    const Interpose::Event & event ) { watch( moment, event ); } );
         sharedState_ = applyModel( bringup_.model );
-        previousSdk_ = std::exchange( Shim::sdk_, &recorder_ );
+        Shim::Sdk * const outermost =
+            traceRecorder_ ? static_cast<Shim::Sdk *>( &*traceRecorder_ ) : &recorder_;
+        previousSdk_ = std::exchange( Shim::sdk_, outermost );
     }
 
     ~Impl() {
@@ -211,6 +215,24 @@ class Session::Impl {
                                            options_.traceFile, error.code().message() ) );
         }
         strikeCounts_.resize( options_.inject.size() );
+    }
+
+    // What recipes see is recorded: with the faults.
+    void openRecording() {
+        if ( options_.recordTo.empty() )
+            return;
+        try {
+            std::filesystem::create_directories( options_.recordTo );
+            traceRecorder_.emplace( recorder_,
+                                    Interpose::TraceRecorder::Options{
+                                        .directory = options_.recordTo,
+                                        .keep = Interpose::TraceRecorder::Keep::everything,
+                                        .isLockHeld = Kiln::holdsActivityLock } );
+        } catch ( const std::system_error & error ) {
+            throw InputError(
+                fmt::format( "--record-to: {}: {}", options_.recordTo, error.code().message() ),
+                "name a folder that can be written to" );
+        }
     }
 
     void openTraceDir() {
@@ -332,6 +354,7 @@ class Session::Impl {
     SessionListener & listener_;
     std::optional<StateFile> stateFile_;
     Interpose::Recorder recorder_;
+    std::optional<Interpose::TraceRecorder> traceRecorder_;
     Cairn::CairnCommonSmData::Ptr sharedState_;
     Shim::Sdk * previousSdk_ = nullptr;
     std::vector<uint64_t> strikeCounts_; // of each fault

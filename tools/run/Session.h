@@ -22,6 +22,8 @@ struct SessionOptions {
     std::string traceFile;
     /// The folder of the binary trace; empty: none is written.
     std::string traceDir;
+    /// The folder of the recording of the SDK calls; empty: none is written.
+    std::string recordTo;
     /// Faults as Interpose::parseFault reads them.
     std::vector<std::string> inject;
     /// Keeps the chips between commands; empty: nothing is kept.
