@@ -158,7 +158,7 @@ class RecordingDifferences {
     // Opens the recording anew each time; the last reading tells what is lost.
     static RecordingDiff::Open opener( const std::string & path, Reading & last ) {
         return [&path, &last]() -> EntrySteps::Source {
-            last = openRecording( path );
+            last = openRecording( path, {}, "give the files of each a folder of their own" );
             return
                 [reading = last]( TraceReader::Event & event ) { return reading->next( event ); };
         };

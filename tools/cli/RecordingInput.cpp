@@ -16,7 +16,8 @@
 namespace Tool {
 
 std::unique_ptr<TraceReader::Recording> openRecording( const std::string & path,
-                                                       std::optional<std::uint32_t> process ) {
+                                                       std::optional<std::uint32_t> process,
+                                                       const char * remedy ) {
     auto recording = std::make_unique<TraceReader::Recording>(
         std::vector{ path },
         TraceReader::Recording::Options{ .wantsMessages = true, .process = process } );
@@ -28,7 +29,7 @@ std::unique_ptr<TraceReader::Recording> openRecording( const std::string & path,
         throw InputError( path, 0,
                           "it holds the calls of " + std::to_string( processes.size() ) +
                               " processes: " + all,
-                          "choose one with --process" );
+                          remedy );
     return recording;
 }
 

@@ -282,6 +282,14 @@ class Session::Impl {
             if ( chip_.pokeHardware( poke.unit, poke.table, row, poke.field, poke.value ) !=
                  Sim::Rc::ok )
                 throw InputError( bringup_.file, step.line, chip_.lastError() );
+            if ( traceRecorder_ )
+                traceRecorder_->noteHardwareChange( { .unit = poke.unit,
+                                                      .table = poke.table.c_str(),
+                                                      .index = poke.index,
+                                                      .instance = poke.instance,
+                                                      .port = poke.port,
+                                                      .field = poke.field.c_str(),
+                                                      .value = poke.value } );
         }
     }
 

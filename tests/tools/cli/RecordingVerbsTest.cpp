@@ -286,6 +286,8 @@ TEST_F( RecordingVerbs, SeveralProcessesInOneFolder ) {
     } );
     ASSERT_EQ( status, 0 );
     expectOneLine( cairnLt( { "replay", folder } ), 2, "it holds the calls of 2 processes: " );
+    expectOneLine( cairnLt( { "diff", folder, folder } ), 2,
+                   "; give the files of each a folder of their own" );
     const Outcome one = cairnLt( { "replay", folder, "--process", std::to_string( ::getpid() ) } );
     EXPECT_EQ( one.exitCode, 0 ) << one.err;
     EXPECT_EQ( one.out, "10 operations replayed, all as recorded\n" );
