@@ -5,6 +5,7 @@
 #include "tests/tools/Program.h"
 #include "tools/model/BringupFile.h"
 #include "tools/model/Files.h"
+#include "tools/model/Files.h"
 #include "tools/model/State.h"
 #include "tools/recording/StateDiff.h"
 #include "tools/run/StopHandler.h"
@@ -79,10 +80,10 @@ int recordBringup( const std::string & folder, const std::string & state,
                       .isLockHeld = [] { return Kiln::activityLock().heldByThisThread(); } } );
         const auto sharedState = Tool::applyModel( bringup.model );
         Shim::sdk_ = &recorder;
-        const Tool::StopHandler stop( [&] { Tool::saveState( chip, state ); } );
+        const Tool::StopHandler stop( [&] { Tool::replaceFile( state, Tool::stateText( chip ) ); } );
         for ( const Tool::Step & step : bringup.steps )
             perform( step, chip, recorder, sharedState );
-        Tool::saveState( chip, state );
+        Tool::replaceFile( state, Tool::stateText( chip ) );
         return true;
     } );
 }
