@@ -2,7 +2,7 @@
 
 #include "python/module/Bindings.h"
 #include "tools/model/Files.h"
-#include "tools/model/State.h"
+#include "tools/model/StateFile.h"
 
 #include <pybind11/stl.h>
 
@@ -134,7 +134,7 @@ void bindChip( py::module_ & module ) {
         .def(
             "save_state",
             []( const ChipObject & self, const std::string & file ) {
-                Tool::saveState( self.chip, file );
+                Tool::StateFile( file, [] {} ).save( self.chip );
             },
             py::arg( "file" ) )
         .def(

@@ -5,7 +5,6 @@
 #include "tests/tools/Program.h"
 #include "tools/model/BringupFile.h"
 #include "tools/model/Files.h"
-#include "tools/model/Files.h"
 #include "tools/model/State.h"
 #include "tools/recording/StateDiff.h"
 #include "tools/run/StopHandler.h"
