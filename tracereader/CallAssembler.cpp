@@ -94,6 +94,17 @@ void reset( RecordedCall & call ) {
     call = std::move( fresh );
 }
 
+// What the next call of a thread has beyond the room of its own record.
+struct Pieces {
+    struct Text {
+        std::string rest;
+        std::size_t length = 0; ///< of all, by the last piece
+    };
+    Text texts[2];
+    std::vector<std::uint64_t> values;
+    std::size_t count = 0; ///< of all, by the last piece
+};
+
 } // namespace
 
 std::string_view name( SdkCall call ) noexcept {
@@ -117,17 +128,6 @@ class CallAssembler::Impl {
     std::uint64_t callsWithoutBefore = 0;
 
   private:
-    // What the next call of a thread has beyond the room of its own record.
-    struct Pieces {
-        struct Text {
-            std::string rest;
-            std::size_t length = 0; ///< of all, by the last piece
-        };
-        Text texts[2];
-        std::vector<std::uint64_t> values;
-        std::size_t count = 0; ///< of all, by the last piece
-    };
-
     struct ThreadState {
         std::size_t depth = 0;           ///< of the calls that have not returned
         std::vector<RecordedCall> calls; ///< these, and behind them memory for the next
