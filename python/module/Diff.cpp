@@ -1,4 +1,5 @@
 #include "tools/recording/StateDiff.h"
+#include "tools/recording/StateDifferences.h"
 
 #include "python/module/Bindings.h"
 #include "python/module/Chip.h"

@@ -1,7 +1,7 @@
 #include "interpose/TraceRecorder.h"
 #include "text/Escape.h"
 #include "tools/cli/RecordingInput.h"
-#include "tools/cli/StateDifferences.h"
+#include "tools/recording/StateDifferences.h"
 #include "tools/cli/Verbs.h"
 #include "tools/model/Errors.h"
 #include "tools/model/Files.h"

@@ -4,7 +4,7 @@
 #include "tests/sim/TestChip.h"
 #include "tests/tools/recording/EventRecorder.h"
 #include "tests/tools/recording/RandomProgram.h"
-#include "tools/cli/StateDifferences.h"
+#include "tools/recording/StateDifferences.h"
 #include "tools/model/Errors.h"
 
 #include <gtest/gtest.h>

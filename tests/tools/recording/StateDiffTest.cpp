@@ -2,7 +2,7 @@
 
 #include "tests/sim/TestChip.h"
 #include "tests/tools/recording/RandomProgram.h"
-#include "tools/cli/StateDifferences.h"
+#include "tools/recording/StateDifferences.h"
 #include "tools/recording/Plan.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,6 @@
-#include "tools/cli/StateDifferences.h"
+#include "tools/recording/StateDifferences.h"
 
 #include "text/Numbers.h"
-#include "tools/cli/Output.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -121,8 +120,8 @@ std::string differencesText( const std::vector<RowDifference> & differences ) {
     const RowDifference * previous = nullptr;
     for ( const RowDifference & difference : differences ) {
         if ( previous == nullptr || previous->table != difference.table )
-            text += fmt::format( "{}  unit {}, {}\n", heading( difference.table->name ),
-                                 difference.unit, Sim::kindName( difference.table->kind ) );
+            text += fmt::format( "{}  unit {}, {}\n", difference.table->name, difference.unit,
+                                 Sim::kindName( difference.table->kind ) );
         text += rowText( difference );
         previous = &difference;
     }
