@@ -24,7 +24,8 @@ namespace {
 
 // sample: install
 void start( Shim::Sdk & agentsShim ) {
-    Shim::sdk_ = &agentsShim; // once, before the first recipe; the shim lives until the process ends
+    Shim::sdk_ =
+        &agentsShim; // once, before the first recipe; the shim lives until the process ends
 }
 // end of sample
 

@@ -44,7 +44,6 @@ class ActivityLock {
     /// Whether the calling thread holds the lock.
     bool heldByThisThread() const noexcept;
 
-
     /// In a child after fork(), of whose threads only the forking one is left: frees the lock, unless
     /// that thread holds it. The process's lock is freed so by itself.
     void freeInChild() noexcept;

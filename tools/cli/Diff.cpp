@@ -1,13 +1,13 @@
 #include "interpose/TraceRecorder.h"
 #include "text/Escape.h"
 #include "tools/cli/RecordingInput.h"
-#include "tools/recording/StateDifferences.h"
 #include "tools/cli/Verbs.h"
 #include "tools/model/Errors.h"
 #include "tools/model/Files.h"
 #include "tools/model/State.h"
 #include "tools/recording/Plan.h"
 #include "tools/recording/RecordingDiff.h"
+#include "tools/recording/StateDifferences.h"
 
 #include <Kiln/ActivityLock.h>
 

@@ -164,6 +164,8 @@ TEST( ChipFileTest, AMissingFileIsNamed ) {
     }
 }
 
-TEST( ChipFileTest, AFolderIsNotAFile ) { EXPECT_THROW( Tool::loadChip( "/tmp" ), Tool::InputError ); }
+TEST( ChipFileTest, AFolderIsNotAFile ) {
+    EXPECT_THROW( Tool::loadChip( "/tmp" ), Tool::InputError );
+}
 
 } // namespace

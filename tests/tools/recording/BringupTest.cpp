@@ -79,7 +79,8 @@ int recordBringup( const std::string & folder, const std::string & state,
                       .isLockHeld = [] { return Kiln::activityLock().heldByThisThread(); } } );
         const auto sharedState = Tool::applyModel( bringup.model );
         Shim::sdk_ = &recorder;
-        const Tool::StopHandler stop( [&] { Tool::replaceFile( state, Tool::stateText( chip ) ); } );
+        const Tool::StopHandler stop(
+            [&] { Tool::replaceFile( state, Tool::stateText( chip ) ); } );
         for ( const Tool::Step & step : bringup.steps )
             perform( step, chip, recorder, sharedState );
         Tool::replaceFile( state, Tool::stateText( chip ) );

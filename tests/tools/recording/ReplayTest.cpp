@@ -4,8 +4,8 @@
 #include "tests/sim/TestChip.h"
 #include "tests/tools/recording/EventRecorder.h"
 #include "tests/tools/recording/RandomProgram.h"
-#include "tools/recording/StateDifferences.h"
 #include "tools/model/Errors.h"
+#include "tools/recording/StateDifferences.h"
 
 #include <gtest/gtest.h>
 

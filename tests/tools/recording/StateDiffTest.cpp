@@ -2,8 +2,8 @@
 
 #include "tests/sim/TestChip.h"
 #include "tests/tools/recording/RandomProgram.h"
-#include "tools/recording/StateDifferences.h"
 #include "tools/recording/Plan.h"
+#include "tools/recording/StateDifferences.h"
 
 #include <gtest/gtest.h>
 
