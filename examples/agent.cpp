@@ -24,8 +24,8 @@ namespace {
 
 // sample: install
 void start( Shim::Sdk & agentsShim ) {
-    Shim::sdk_ =
-        &agentsShim; // once, before the first recipe; the shim lives until the process ends
+    // Once, before the first recipe; the shim lives until the process ends.
+    Shim::sdk_ = &agentsShim;
 }
 // end of sample
 
