@@ -79,7 +79,7 @@ struct ChipState;
 class Chip : public Shim::Sdk {
   public:
     Chip();
-    ~Chip();
+    virtual ~Chip();
     Chip( const Chip & ) = delete;
     Chip & operator=( const Chip & ) = delete;
 
