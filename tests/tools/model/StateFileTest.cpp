@@ -80,7 +80,7 @@ TEST_F( StateFileTest, IsReplacedAsAWholeAndNothingElseIsLeft ) {
 }
 
 TEST_F( StateFileTest, KeepsItsMode ) {
-    for ( const mode_t mode : { 0600, 0640, 0664 } ) {
+    for ( const mode_t mode : { 0600u, 0640u, 0664u } ) {
         EXPECT_EQ( cairnLt( setEcn( state() ) ).exitCode, 0 );
         ASSERT_EQ( ::chmod( state().c_str(), mode ), 0 );
         EXPECT_EQ( cairnLt( setEcn( state() ) ).exitCode, 0 );
