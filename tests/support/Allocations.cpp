@@ -25,10 +25,23 @@ Support::NoMemory::~NoMemory() { outOfMemory = false; }
     throw std::bad_alloc();
 }
 
-// By itself, this calls the one above; not so where a sanitizer brings its own.
+// By themselves, these call the one above; not so where a sanitizer brings its own.
 void * operator new[]( std::size_t size ) { return ::operator new( size ); }
+[[gnu::noinline]] void * operator new( std::size_t size, const std::nothrow_t & ) noexcept {
+    count.fetch_add( 1, std::memory_order_relaxed );
+    return outOfMemory ? nullptr : std::malloc( size != 0 ? size : 1 );
+}
+void * operator new[]( std::size_t size, const std::nothrow_t & nothrow ) noexcept {
+    return ::operator new( size, nothrow );
+}
 
 [[gnu::noinline]] void operator delete( void * memory ) noexcept { std::free( memory ); }
+void operator delete( void * memory, const std::nothrow_t & ) noexcept {
+    ::operator delete( memory );
+}
+void operator delete[]( void * memory, const std::nothrow_t & ) noexcept {
+    ::operator delete( memory );
+}
 void operator delete[]( void * memory ) noexcept { ::operator delete( memory ); }
 void operator delete[]( void * memory, std::size_t ) noexcept { ::operator delete( memory ); }
 [[gnu::noinline]] void operator delete( void * memory, std::size_t ) noexcept {
