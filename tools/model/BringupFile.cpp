@@ -30,7 +30,8 @@ class Reader {
         bringup_.file = file;
     }
 
-    Bringup read( const TomlNode & root ) {
+    Bringup read( const TomlFile & contents ) {
+        const TomlNode & root = contents.root();
         toml_.expectKeys( root,
                           { "description", "debug_assert_stops", "chips", "modules", "cpu_ports",
                             "recirculation_ports", "hardware_ports", "steps" },
@@ -54,6 +55,7 @@ class Reader {
         checkHardwarePorts();
         for ( const TomlNode & step : toml_.tables( root, "steps" ) )
             readStep( step );
+        contents.forEachStreamed( [this]( const TomlNode & step ) { readStep( step ); } );
         return std::move( bringup_ );
     }
 
@@ -543,7 +545,7 @@ std::string toText( const Step & step ) {
 
 Bringup parseBringup( std::string_view contents, const std::string & file,
                       const ChipLoader & loadChip ) {
-    return Reader( file, loadChip ).read( parseToml( contents, file ) );
+    return Reader( file, loadChip ).read( TomlFile( contents, file, "steps" ) );
 }
 
 Bringup loadBringup( const std::string & file ) {

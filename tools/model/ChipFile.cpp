@@ -157,7 +157,7 @@ class Reader {
 } // namespace
 
 Sim::Schema parseChipFile( std::string_view contents, const std::string & file ) {
-    return Reader( file ).read( parseToml( contents, file ) );
+    return Reader( file ).read( TomlFile( contents, file ).root() );
 }
 
 Sim::Schema loadChip( const std::string & source ) {

@@ -7,6 +7,11 @@
 #include <toml++/toml.h>
 
 #include <algorithm>
+#include <functional>
+#include <iterator>
+#include <map>
+#include <set>
+#include <span>
 #include <tuple>
 #include <utility>
 
@@ -14,19 +19,97 @@ namespace Tool {
 
 namespace {
 
+// As many tables of one key as stand together are parsed at once, up to about this size.
+constexpr std::size_t largestPiece = 65'536;
+
+constexpr std::string_view bareKey =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-";
+
 int lineOf( const toml::source_region & source ) {
     return source.begin.line == 0 ? 1 : static_cast<int>( source.begin.line );
 }
 
-// Reads as much of TOML as it takes to hold a file to the limits before it is parsed. Where it is
-// not TOML it may count too much or too little; the parser goes no further than that place.
-class LimitCheck {
-  public:
-    LimitCheck( std::string_view text, const std::string & file ) : text_( text ), file_( file ) {}
+// `before` is the number of lines before the piece.
+TomlNode convert( const toml::node & from, int before ) {
+    TomlNode node;
+    node.line = before + lineOf( from.source() );
+    switch ( from.type() ) {
+    case toml::node_type::table: {
+        struct Place {
+            toml::source_position position;
+            const toml::key * key;
+            const toml::node * value;
+        };
+        std::vector<Place> places;
+        for ( auto && [key, value] : *from.as_table() )
+            places.push_back( { key.source().begin, &key, &value } );
+        std::stable_sort( places.begin(), places.end(), []( const Place & a, const Place & b ) {
+            return std::tie( a.position.line, a.position.column ) <
+                   std::tie( b.position.line, b.position.column );
+        } );
+        for ( const Place & place : places ) {
+            node.members.emplace_back( std::string( place.key->str() ),
+                                       convert( *place.value, before ) );
+            // A table under a header begins where its key does.
+            TomlNode & value = node.members.back().second;
+            value.line = before + std::max( 1, static_cast<int>( place.position.line ) );
+        }
+        break;
+    }
+    case toml::node_type::array:
+        node.kind = TomlNode::Kind::array;
+        for ( const toml::node & item : *from.as_array() )
+            node.items.push_back( convert( item, before ) );
+        break;
+    case toml::node_type::string:
+        node.kind = TomlNode::Kind::text;
+        node.text = from.as_string()->get();
+        break;
+    case toml::node_type::integer:
+        node.kind = TomlNode::Kind::integer;
+        node.integer = from.as_integer()->get();
+        break;
+    case toml::node_type::floating_point:
+        node.kind = TomlNode::Kind::real;
+        break;
+    case toml::node_type::boolean:
+        node.kind = TomlNode::Kind::boolean;
+        node.boolean = from.as_boolean()->get();
+        break;
+    default:
+        node.kind = TomlNode::Kind::date;
+        break;
+    }
+    return node;
+}
 
-    void run() {
+} // namespace
+
+const TomlNode * TomlNode::find( std::string_view key ) const {
+    const auto found = std::find_if( members.begin(), members.end(),
+                                     [&]( const auto & member ) { return member.first == key; } );
+    return found == members.end() ? nullptr : &found->second;
+}
+
+// Reads as much of TOML as it takes to hold a file to the limits before it is parsed, and to find
+// its pieces. Where it is not TOML it may count too much or too little; the parser goes no further
+// than that place.
+class TomlFile::Outline {
+  public:
+    Outline( std::string_view text, const std::string & file ) : text_( text ), file_( file ) {
+        pieces_.push_back( { text, 1, {} } );
+    }
+
+    std::vector<Piece> run() {
         while ( at_ < text_.size() )
             readOne();
+        endPiece( text_.size() );
+        if ( areTablesMixed_ ) {
+            if ( lineOfTooMany_ != 0 )
+                refuseValues( lineOfTooMany_ );
+            pieces_ = { { text_, 1, {} } };
+        }
+        return std::move( pieces_ );
     }
 
   private:
@@ -81,14 +164,39 @@ class LimitCheck {
 
     // "[a.b]", or "[[a.b]]", whose table is an item of an array. The depth holds for what follows.
     void beginHeader() {
+        const std::size_t begin = at_ - 1;
+        const bool isItem = at_ < text_.size() && text_[at_] == '[';
         isHeader_ = true;
         depth_ = 0;
         deepen();
-        if ( at_ < text_.size() && text_[at_] == '[' ) {
+        if ( isItem ) {
             ++at_;
             deepen();
         }
+        beginTable( begin, isItem );
         count();
+    }
+
+    void beginTable( std::size_t begin, bool isItem ) {
+        const std::size_t from = std::min( text_.find_first_not_of( " \t", at_ ), text_.size() );
+        const std::size_t to = std::min( text_.find_first_not_of( bareKey, from ), text_.size() );
+        const std::string_view key = text_.substr( from, to - from );
+        const std::size_t next = std::min( text_.find_first_not_of( " \t", to ), text_.size() );
+        Piece & piece = pieces_.back();
+        if ( isItem && !key.empty() && text_.substr( next ).starts_with( "]]" ) ) {
+            valuesOfPiece_ = 0;
+            if ( key == piece.key && begin - startOfPiece_ < largestPiece )
+                return;
+            endPiece( begin );
+            startOfPiece_ = begin;
+            pieces_.push_back( { text_.substr( begin ), line_, key } );
+        } else if ( !piece.key.empty() && key != piece.key ) {
+            areTablesMixed_ = true;
+        }
+    }
+
+    void endPiece( std::size_t end ) {
+        pieces_.back().contents = text_.substr( startOfPiece_, end - startOfPiece_ );
     }
 
     void open() {
@@ -113,9 +221,15 @@ class LimitCheck {
     }
 
     void count() {
-        if ( ++values_ > mostTomlValues )
-            throw InputError( file_, line_, fmt::format( "more than {} values", mostTomlValues ),
-                              "make several files of it" );
+        if ( ++values_ == mostTomlValues + 1 )
+            lineOfTooMany_ = line_;
+        if ( ++valuesOfPiece_ > mostTomlValues )
+            refuseValues( line_ );
+    }
+
+    [[noreturn]] void refuseValues( int line ) const {
+        throw InputError( file_, line, fmt::format( "more than {} values", mostTomlValues ),
+                          "make several files of it" );
     }
 
     void skipText( char quote ) {
@@ -154,77 +268,58 @@ class LimitCheck {
     std::size_t depth_ = 0;
     std::vector<std::size_t> bases_; // depths within the arrays and tables that are open
     std::size_t values_ = 0;
+    int lineOfTooMany_ = 0; // as one piece
+    std::vector<Piece> pieces_;
+    std::size_t startOfPiece_ = 0;
+    std::size_t valuesOfPiece_ = 0; // since the last [[table]]
+    bool areTablesMixed_ = false;   // parts of a table follow another table
 };
 
-TomlNode convert( const toml::node & from ) {
-    TomlNode node;
-    node.line = lineOf( from.source() );
-    switch ( from.type() ) {
-    case toml::node_type::table: {
-        struct Place {
-            toml::source_position position;
-            const toml::key * key;
-            const toml::node * value;
-        };
-        std::vector<Place> places;
-        for ( auto && [key, value] : *from.as_table() )
-            places.push_back( { key.source().begin, &key, &value } );
-        std::stable_sort( places.begin(), places.end(), []( const Place & a, const Place & b ) {
-            return std::tie( a.position.line, a.position.column ) <
-                   std::tie( b.position.line, b.position.column );
-        } );
-        for ( const Place & place : places ) {
-            node.members.emplace_back( std::string( place.key->str() ), convert( *place.value ) );
-            // A table under a header begins where its key does.
-            TomlNode & value = node.members.back().second;
-            value.line = std::max( 1, static_cast<int>( place.position.line ) );
+TomlFile::TomlFile( std::string_view contents, std::string file, std::string_view streamed )
+    : file_( std::move( file ) ) {
+    const std::vector<Piece> pieces = Outline( contents, file_ ).run();
+    root_ = parse( pieces.front() );
+    std::set<std::string, std::less<>> others; // keys of the first piece
+    for ( const auto & [key, value] : root_.members )
+        others.insert( key );
+    std::map<std::string_view, std::size_t> members; // of the root, that are [[tables]]
+    for ( const Piece & piece : std::span( pieces ).subspan( 1 ) ) {
+        if ( others.contains( piece.key ) )
+            throw InputError( file_, piece.line,
+                              fmt::format( "not TOML: there is a \"{}\" already", piece.key ) );
+        if ( piece.key == streamed ) {
+            streamed_.push_back( piece );
+            continue;
         }
-        break;
+        TomlNode parsed = parse( piece );
+        TomlNode & tables = parsed.members.front().second;
+        const auto [known, isNew] = members.emplace( piece.key, root_.members.size() );
+        if ( isNew )
+            root_.members.push_back( std::move( parsed.members.front() ) );
+        else
+            std::move( tables.items.begin(), tables.items.end(),
+                       std::back_inserter( root_.members[known->second].second.items ) );
     }
-    case toml::node_type::array:
-        node.kind = TomlNode::Kind::array;
-        for ( const toml::node & item : *from.as_array() )
-            node.items.push_back( convert( item ) );
-        break;
-    case toml::node_type::string:
-        node.kind = TomlNode::Kind::text;
-        node.text = from.as_string()->get();
-        break;
-    case toml::node_type::integer:
-        node.kind = TomlNode::Kind::integer;
-        node.integer = from.as_integer()->get();
-        break;
-    case toml::node_type::floating_point:
-        node.kind = TomlNode::Kind::real;
-        break;
-    case toml::node_type::boolean:
-        node.kind = TomlNode::Kind::boolean;
-        node.boolean = from.as_boolean()->get();
-        break;
-    default:
-        node.kind = TomlNode::Kind::date;
-        break;
-    }
-    return node;
 }
 
-} // namespace
-
-const TomlNode * TomlNode::find( std::string_view key ) const {
-    const auto found = std::find_if( members.begin(), members.end(),
-                                     [&]( const auto & member ) { return member.first == key; } );
-    return found == members.end() ? nullptr : &found->second;
+void TomlFile::forEachStreamed( const std::function<void( const TomlNode & )> & read ) const {
+    for ( const Piece & piece : streamed_ ) {
+        const TomlNode parsed = parse( piece );
+        for ( const TomlNode & table : parsed.members.front().second.items )
+            read( table );
+    }
 }
 
-TomlNode parseToml( std::string_view contents, const std::string & file ) {
-    LimitCheck( contents, file ).run();
+TomlNode TomlFile::parse( const Piece & piece ) const {
+    const int before = piece.line - 1;
     try {
-        return convert( toml::parse( contents, file ) );
+        return convert( toml::parse( piece.contents, file_ ), before );
     } catch ( const toml::parse_error & error ) {
         // The parser's texts may quote lines of the file; one line is enough.
         std::string text( error.description() );
         std::replace( text.begin(), text.end(), '\n', ' ' );
-        throw InputError( file, lineOf( error.source() ), fmt::format( "not TOML: {}", text ) );
+        throw InputError( file_, before + lineOf( error.source() ),
+                          fmt::format( "not TOML: {}", text ) );
     }
 }
 

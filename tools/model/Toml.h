@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <limits>
 #include <string>
@@ -31,12 +32,40 @@ struct TomlNode {
 };
 
 /// Limits of a file: how deep tables, arrays and the parts of keys may lie in each other, and how
-/// many values it may hold. They bound the stack and the memory that reading takes.
+/// many values a piece of it may hold (see TomlFile). They bound the stack and the memory that
+/// reading takes.
 inline constexpr std::size_t deepestToml = 100;
 inline constexpr std::size_t mostTomlValues = 1'000'000;
 
-/// Parses `contents`; `file` is what messages call it.
-TomlNode parseToml( std::string_view contents, const std::string & file );
+/// A file that is parsed in pieces, so that the parser's tree, which takes many times the memory of
+/// its text, never stands for the whole of a long file. Each [[table]] of the top level begins a
+/// piece, with the [table.parts] that follow. If parts of a table follow another table, the file is
+/// one piece.
+class TomlFile {
+  public:
+    /// Parses all but the tables that are written as [[streamed]]. `file` is what messages call it.
+    /// `contents` must outlive this.
+    TomlFile( std::string_view contents, std::string file, std::string_view streamed = {} );
+
+    const TomlNode & root() const { return root_; }
+
+    /// Parses the [[streamed]] tables, and calls `read` with each, in the order of the file.
+    void forEachStreamed( const std::function<void( const TomlNode & )> & read ) const;
+
+  private:
+    struct Piece {
+        std::string_view contents;
+        int line = 1;
+        std::string_view key = {}; ///< of the [[key]] tables it has; empty for what precedes them
+    };
+    class Outline;
+
+    TomlNode parse( const Piece & piece ) const;
+
+    std::string file_;
+    TomlNode root_;
+    std::vector<Piece> streamed_;
+};
 
 /// "a table", "an integer" ...: a node's kind for a reader.
 const char * kindName( TomlNode::Kind kind );

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <sstream>
 #include <string>
@@ -31,7 +32,7 @@ std::string refusal( const std::function<void()> & read ) {
 }
 
 std::string refusal( const std::string & toml ) {
-    return refusal( [&] { Tool::parseToml( toml, "x.toml" ); } );
+    return refusal( [&] { Tool::TomlFile( toml, "x.toml" ); } );
 }
 
 std::string repeated( const std::string & text, std::size_t times ) {
@@ -90,6 +91,83 @@ TEST( TomlTest, HasALimitOfValues ) {
                "x.toml:2: more than 1000000 values; make several files of it" );
 }
 
+// --- Pieces
+
+// The texts of `name` in the tables under [[key]], streamed or not.
+std::string names( const Tool::TomlFile & file, const char * key ) {
+    std::string all;
+    const auto add = [&all]( const Tool::TomlNode & table ) {
+        const Tool::TomlNode * name = table.find( "name" );
+        all += ( name == nullptr ? "-" : name->text ) + ":" + std::to_string( table.line ) + " ";
+    };
+    if ( const Tool::TomlNode * tables = file.root().find( key ) )
+        std::for_each( tables->items.begin(), tables->items.end(), add );
+    file.forEachStreamed( add );
+    return all;
+}
+
+const char * const twoKeys = R"(title = "x"
+[[a]]
+name = "a1"
+[[b]]
+name = "b1"
+[b.part]
+name = "not this"
+[[b.list]]
+[[b]]
+[[a]]
+name = """
+[[a]]
+"""
+)";
+
+TEST( TomlPiecesTest, TablesOfAKeyAreInTheOrderOfTheFileWithTheirLines ) {
+    const Tool::TomlFile file( twoKeys, "x.toml" );
+    EXPECT_EQ( file.root().members.size(), 3u );
+    EXPECT_EQ( names( file, "a" ), "a1:2 [[a]]\n:10 " );
+    EXPECT_EQ( names( file, "b" ), "b1:4 -:9 " );
+}
+
+TEST( TomlPiecesTest, StreamedTablesAreThoseThatAreLeftOut ) {
+    const Tool::TomlFile file( twoKeys, "x.toml", "b" );
+    EXPECT_EQ( file.root().find( "b" ), nullptr );
+    EXPECT_EQ( names( file, "b" ), "b1:4 -:9 " );
+    EXPECT_EQ( names( Tool::TomlFile( twoKeys, "x.toml", "a" ), "a" ), "a1:2 [[a]]\n:10 " );
+}
+
+TEST( TomlPiecesTest, PartsOfATableMayFollowAnotherTable ) {
+    const Tool::TomlFile file( "[[a]]\n[[b]]\n[a.part]\nname = 'p'\n[c]\n", "x.toml", "a" );
+    const Tool::TomlNode * tables = file.root().find( "a" );
+    ASSERT_NE( tables, nullptr );
+    ASSERT_NE( tables->items.at( 0 ).find( "part" ), nullptr );
+    EXPECT_EQ( tables->items[0].find( "part" )->find( "name" )->line, 4 );
+    EXPECT_NE( file.root().find( "c" ), nullptr );
+    file.forEachStreamed( []( const Tool::TomlNode & ) { FAIL() << "read already"; } );
+}
+
+TEST( TomlPiecesTest, AKeyIsNotGivenTwice ) {
+    EXPECT_EQ( refusal( "a = []\n[[a]]\n" ), "x.toml:2: not TOML: there is a \"a\" already" );
+    EXPECT_EQ( refusal( "[a.b]\n[[a]]\n" ), "x.toml:2: not TOML: there is a \"a\" already" );
+    EXPECT_NE( refusal( "[[a]]\n[a]\n" ), "accepted" );
+    EXPECT_NE( refusal( "[[a]]\n[[b]]\n[a]\n" ), "accepted" );
+}
+
+TEST( TomlPiecesTest, WhatIsNoTomlIsRefusedAtItsLineInWhateverPiece ) {
+    const std::string wrong =
+        repeated( "[[steps]]\nrecipe = 'x'\n", 10'000 ) + "[[steps]]\nrecipe = \n";
+    EXPECT_EQ( refusal( wrong ).substr( 0, 22 ), "x.toml:20002: not TOML" );
+    const Tool::TomlFile file( wrong, "x.toml", "steps" );
+    EXPECT_EQ( refusal( [&] { names( file, "steps" ); } ).substr( 0, 22 ),
+               "x.toml:20002: not TOML" );
+}
+
+TEST( TomlPiecesTest, EachTableMayHaveAsManyValuesAsTheLimit ) {
+    const std::string table = "[[a]]\nb = [ " + repeated( "1,", 600'000 ) + " ]\n";
+    EXPECT_EQ( refusal( table + table ), "accepted" );
+    EXPECT_EQ( refusal( table + table + "[c]\n" ),
+               "x.toml:4: more than 1000000 values; make several files of it" );
+}
+
 // --- The same given to the tool
 
 std::string input( const Support::TemporaryFolder & folder, const std::string & contents ) {
@@ -124,6 +202,24 @@ TEST( HostileFileTest, AFileWithoutEndIsRefusedByItsSize ) {
         EXPECT_EQ( run.exitCode, 2 ) << command[0];
         EXPECT_EQ( run.err, message );
     }
+}
+
+// The parser alone would take more than twenty times the file.
+TEST( HostileFileTest, ALongBringUpTakesASmallMultipleOfItsSize ) {
+    if ( ToolTest::isSanitized )
+        GTEST_SKIP() << "a sanitizer's own memory is beyond the limit";
+    const Support::TemporaryFolder folder;
+    const std::string bringup = "[[chips]]\nname = 'leaf'\nunit = 0\n" +
+                                repeated( "[[steps]]\nrecipe = 'setEgrTunnelEcnEncap'\n"
+                                          "arguments = { unit = 0, index = 3, outerEcn = 2 }\n",
+                                          80'000 );
+    const std::string file = input( folder, bringup );
+    const Outcome run = cairnLt( { "explain", "setEgrTunnelEcnEncap", "--model", file }, {}, [&] {
+        const rlim_t bytes = ( rlim_t( 64 ) << 20 ) + 8 * bringup.size();
+        const rlimit limit{ bytes, bytes };
+        ::setrlimit( RLIMIT_AS, &limit );
+    } );
+    EXPECT_EQ( run.exitCode, 0 ) << run.err;
 }
 
 TEST( HostileFileTest, ManyChipsAreRefused ) {
