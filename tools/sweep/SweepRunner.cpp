@@ -159,7 +159,10 @@ void put( Sim::Chip & chip, int unit, const SweepCase::Holds & holds ) {
 // The exit code of a run that the system did not let finish. No recipe exits.
 constexpr int unfinished = 3;
 
+// What the recipe has reported until then is nobody's concern.
 [[noreturn]] void endUnfinished( const char * why ) {
+    if ( ::ftruncate( STDERR_FILENO, 0 ) != 0 || ::lseek( STDERR_FILENO, 0, SEEK_SET ) != 0 )
+        ::_exit( unfinished );
     writeAll( STDERR_FILENO, why );
     ::_exit( unfinished );
 }

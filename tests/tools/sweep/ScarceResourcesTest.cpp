@@ -51,6 +51,32 @@ TEST( ScarceResourcesTest, FewDescriptorsAreSaid ) {
     }
 }
 
+// From hardly enough memory to start to more than enough.
+TEST( ScarceResourcesTest, LittleMemoryIsSaid ) {
+    if ( ToolTest::isSanitized )
+        GTEST_SKIP() << "a sanitizer's own memory is beyond the limit";
+    const std::string whole = cairnLt( { "sweep", "setLearnCacheEnabled" } ).out;
+    unsigned refused = 0;
+    bool isEnough = false;
+    for ( rlim_t bytes = rlim_t( 13 ) << 20; !isEnough; bytes += bytes / 16 ) {
+        const Outcome run = cairnLt( { "sweep", "setLearnCacheEnabled" }, {}, [&] {
+            const rlimit little{ bytes, bytes };
+            ::setrlimit( RLIMIT_AS, &little );
+        } );
+        const std::string what = std::to_string( bytes ) + " bytes of memory";
+        isEnough = run.exitCode == 0 || bytes > rlim_t( 1 ) << 30;
+        if ( isEnough ) {
+            EXPECT_EQ( run.exitCode, 0 ) << what;
+            EXPECT_EQ( run.out, whole ) << what;
+        } else if ( run.exitCode != 127 ) { // the program can be loaded
+            ++refused;
+            expectTrouble( run, what );
+            EXPECT_EQ( run.err.find( "API ERROR" ), std::string::npos ) << run.err;
+        }
+    }
+    EXPECT_GT( refused, 0u );
+}
+
 // A process of a run that writes more than it may.
 TEST( ScarceResourcesTest, AFileThatIsTooLargeIsSaid ) {
     const Outcome run = cairnLt( { "sweep", "setLearnCacheEnabled" }, {}, [] {
