@@ -25,7 +25,8 @@ allowed[tools/explain]="tools/run ${allowed[tools/run]}"
 allowed[tools/sweep]=${allowed[tools/explain]}
 allowed[tools/recording]="tools/run tracereader ${allowed[tools/run]}"
 allowed[tools/diagnose]="tools/model tracereader ${allowed[tools/model]}"
-allowed[tools/cli]="tools/diagnose tools/explain tools/recording tools/sweep tracereader ${allowed[tools/explain]}"
+allowed[tools/show]="tools/diagnose tools/recording ${allowed[tools/recording]}"
+allowed[tools/cli]="tools/explain tools/show tools/sweep ${allowed[tools/show]}"
 # All but the command line.
 allowed[python]=${allowed[tools/cli]}
 
