@@ -55,7 +55,8 @@ class TraceRecorder final : public Interposer {
         std::uint64_t keepBytes = 0;
 
         /// Tells whether the calling thread holds the agent's activity lock, which is then recorded
-        /// with each call; on our platform, Kiln::holdsActivityLock. Called at each call and hook; must not throw. Null: it is recorded as unknown.
+        /// with each call; on our platform, Kiln::holdsActivityLock. Called at each call and hook;
+        /// must not throw. Null: it is recorded as unknown.
         bool ( *isLockHeld )() = nullptr;
     };
 

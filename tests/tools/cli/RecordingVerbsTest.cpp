@@ -10,8 +10,11 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <optional>
+#include <random>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -275,6 +278,41 @@ TEST_F( RecordingVerbs, ARecordingThatIsCutIsReplayedAsFarAsItGoes ) {
     const Outcome check = cairnLt( { "check", folder } );
     EXPECT_NE( check.exitCode, 0 );
     EXPECT_NE( check.err, "" );
+}
+
+// CAIRN_SEED and CAIRN_ROUNDS choose other damage, and more.
+TEST_F( RecordingVerbs, ADamagedRecordingIsReadAsFarAsItCanBeAndNeverACrash ) {
+    const char * seed = std::getenv( "CAIRN_SEED" );
+    const char * rounds = std::getenv( "CAIRN_ROUNDS" );
+    std::mt19937_64 random( seed != nullptr ? std::strtoull( seed, nullptr, 10 ) : 1 );
+    const std::string folder = recorded( "recording", 2 );
+    const std::string other = recorded( "other", 2 );
+    const std::string file = std::filesystem::directory_iterator( folder )->path();
+    const std::string whole = Support::contents( file );
+    const std::size_t used = whole.find_last_not_of( '\0' );
+    for ( int round = rounds != nullptr ? std::atoi( rounds ) : 12; round > 0; --round ) {
+        std::string damaged = whole;
+        for ( std::uint64_t i = random() % 8 + 1; i > 0; --i )
+            damaged[random() % used] = static_cast<char>( random() );
+        std::ofstream( file, std::ios::binary ) << damaged;
+        for ( const std::vector<std::string> & command :
+              { std::vector<std::string>{ "replay", folder, "--keep-going" },
+                { "check", folder },
+                { "diff", folder, other } } ) {
+            const Outcome run = cairnLt( command );
+            EXPECT_EQ( run.signal, 0 ) << command[0] << " " << run.err;
+            EXPECT_TRUE( run.exitCode >= 0 && run.exitCode <= 2 ) << command[0] << run.exitCode;
+            EXPECT_EQ( run.err.find( "terminate called" ), std::string::npos ) << run.err;
+            if ( run.exitCode == 2 ) {
+                EXPECT_NE( run.err, "" ) << command[0];
+            }
+        }
+        if ( HasFailure() ) {
+            std::filesystem::copy_file( file, "damaged.fleetlog",
+                                        std::filesystem::copy_options::overwrite_existing );
+            FAIL() << "damaged.fleetlog is the file";
+        }
+    }
 }
 
 TEST_F( RecordingVerbs, SeveralProcessesInOneFolder ) {

@@ -1,11 +1,14 @@
 #include "tools/recording/Replay.h"
 
 #include "interpose/FaultInjector.h"
+#include "interpose/TraceRecorder.h"
 #include "tests/sim/TestChip.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/tools/recording/EventRecorder.h"
 #include "tests/tools/recording/RandomProgram.h"
 #include "tools/model/Errors.h"
 #include "tools/recording/StateDifferences.h"
+#include "tracereader/Recording.h"
 
 #include <gtest/gtest.h>
 
@@ -13,6 +16,7 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 // Operations that were recorded on one chip, performed on another one.
@@ -379,6 +383,46 @@ TEST( RandomPrograms, DoTheSameWhenTheyAreReplayed ) {
     // Right and wrong operations.
     EXPECT_GT( failed, succeeded / 20 );
     EXPECT_GT( succeeded, failed );
+}
+
+// The same by way of the files of a recorder: two threads, one after the other, and segments.
+TEST( RandomPrograms, DoTheSameWhenTheirFilesAreReplayed ) {
+    const std::uint64_t first = numberFrom( "CAIRN_SEED", 1 );
+    const std::uint64_t rounds = numberFrom( "CAIRN_ROUNDS", 8 );
+    for ( std::uint64_t seed = first; seed < first + rounds; ++seed ) {
+        SCOPED_TRACE( "CAIRN_SEED=" + std::to_string( seed ) );
+        ToolTest::Random random( seed );
+        const Sim::Schema schema = ToolTest::randomSchema( random );
+        Sim::Chip chip;
+        Sim::Chip replayed;
+        for ( const int unit : { 0, 1 } ) {
+            chip.addUnit( unit, schema );
+            replayed.addUnit( unit, schema );
+        }
+        const Support::TemporaryFolder folder;
+        {
+            Interpose::TraceRecorder recorder( chip,
+                                               { .directory = folder.path(),
+                                                 .keep = Interpose::TraceRecorder::Keep::everything,
+                                                 .fileBytes = std::size_t( 128 ) << 10 } );
+            ToolTest::RandomProgram program( random, schema, 2 );
+            program.run( recorder, 2000 );
+            std::thread( [&] { program.run( recorder, 2000 ); } ).join();
+        }
+        TraceReader::Recording recording( { folder.path() } );
+        Replay replay( replayed, {}, "rec", []( const Tool::Divergence & divergence ) {
+            ADD_FAILURE() << "call " << divergence.call.number << " recorded " << divergence.call.rc
+                          << " replayed " << divergence.rc << " " << divergence.chipSays;
+        } );
+        for ( TraceReader::Event event; recording.next( event ); )
+            replay.take( event );
+        EXPECT_TRUE( recording.findings().empty() );
+        EXPECT_FALSE( recording.hasLostBeginning() );
+        EXPECT_GT( replay.counts().operations, 3000u );
+        EXPECT_EQ( Tool::differencesText( Tool::differencesOf( chip, replayed ) ), same );
+        EXPECT_EQ( replayed.liveEntryCount(), chip.liveEntryCount() );
+        ASSERT_FALSE( ::testing::Test::HasFailure() );
+    }
 }
 
 } // namespace
