@@ -2,6 +2,7 @@
 
 #include "text/Columns.h"
 #include "text/Time.h"
+#include "tools/cli/Progress.h"
 #include "tools/cli/RecordingInput.h"
 #include "tools/cli/Verbs.h"
 #include "tools/model/Errors.h"
@@ -87,8 +88,11 @@ class CheckVerb {
         if ( isJson() )
             text_ = "{\"findings\":[";
         TraceReader::Event event;
-        while ( recording->next( event ) )
+        while ( recording->next( event ) ) {
             check.take( event );
+            progress_.tell( event );
+        }
+        progress_.clear();
         check.finish();
         text_ += isJson() ? fmt::format( "\n],\"operations\":{}}}\n", check.operations() )
                           : fmt::format( "{} finding{} in {} operations\n",
@@ -109,6 +113,7 @@ class CheckVerb {
         ++count_;
         if ( text_.size() < outputChunk )
             return;
+        progress_.clear();
         print( text_ );
         text_.clear();
     }
@@ -131,6 +136,7 @@ class CheckVerb {
     }
 
     const CheckOptions & options_;
+    Progress progress_{ "check" };
     std::string text_;
     std::uint64_t count_ = 0;
 };

@@ -1,5 +1,6 @@
 #include "interpose/TraceRecorder.h"
 #include "text/Escape.h"
+#include "tools/cli/Progress.h"
 #include "tools/cli/RecordingInput.h"
 #include "tools/cli/Verbs.h"
 #include "tools/model/Errors.h"
@@ -138,6 +139,7 @@ class RecordingDifferences {
             text_ += fmt::format( "{} step{} added, {} removed, {} changed, {} the same\n",
                                   counts.added, counts.added == 1 ? "" : "s", counts.removed,
                                   counts.changed, counts.steps );
+        progress_.clear();
         print( text_ );
         bool isDamaged = false;
         for ( const auto * side : { &before_, &after_ } ) {
@@ -156,11 +158,15 @@ class RecordingDifferences {
     using Reading = std::shared_ptr<TraceReader::Recording>;
 
     // Opens the recording anew each time; the last reading tells what is lost.
-    static RecordingDiff::Open opener( const std::string & path, Reading & last ) {
-        return [&path, &last]() -> EntrySteps::Source {
+    RecordingDiff::Open opener( const std::string & path, Reading & last ) {
+        return [this, &path, &last]() -> EntrySteps::Source {
             last = openRecording( path, {}, "give the files of each a folder of their own" );
-            return
-                [reading = last]( TraceReader::Event & event ) { return reading->next( event ); };
+            return [this, reading = last]( TraceReader::Event & event ) {
+                const bool isThere = reading->next( event );
+                if ( isThere )
+                    progress_.tell( event );
+                return isThere;
+            };
         };
     }
 
@@ -176,6 +182,7 @@ class RecordingDifferences {
         ++count_;
         if ( text_.size() < outputChunk )
             return;
+        progress_.clear();
         print( text_ );
         text_.clear();
     }
@@ -240,6 +247,7 @@ class RecordingDifferences {
 
     const DiffOptions & options_;
     const bool isJson_;
+    Progress progress_{ "diff" };
     Reading before_;
     Reading after_;
     std::string text_;

@@ -3,6 +3,7 @@
 #include "text/Escape.h"
 #include "text/Numbers.h"
 #include "text/Time.h"
+#include "tools/cli/Progress.h"
 #include "tools/cli/RecordingInput.h"
 #include "tools/cli/Tables.h"
 #include "tools/cli/Verbs.h"
@@ -89,10 +90,7 @@ class ReplayVerb {
         replay_ = std::make_unique<Replay>(
             chip_, rules_, Text::printable( options_.recording ),
             [this]( const Divergence & divergence ) { show( divergence ); } );
-        TraceReader::Event event;
-        while ( ( replay_->counts().divergences == 0 || options_.keepGoing ) &&
-                recording_->next( event ) && !until_.isBeyond( event ) )
-            replay_->take( event );
+        perform();
         if ( stateFile_ )
             stateFile_->save( chip_ );
         const bool isDamaged = tellLosses( *recording_ );
@@ -102,6 +100,16 @@ class ReplayVerb {
     }
 
   private:
+    void perform() {
+        Progress progress( "replay" );
+        TraceReader::Event event;
+        while ( ( replay_->counts().divergences == 0 || options_.keepGoing ) &&
+                recording_->next( event ) && !until_.isBeyond( event ) ) {
+            replay_->take( event );
+            progress.tell( event );
+        }
+    }
+
     void setUpChips() {
         const std::string & start = options_.from.empty() ? options_.state : options_.from;
         ChipOptions chips = options_.chips;

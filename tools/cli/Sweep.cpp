@@ -1,7 +1,7 @@
 #include "text/Columns.h"
+#include "tools/cli/Progress.h"
 #include "tools/cli/Verbs.h"
 #include "tools/model/Arguments.h"
-#include "tools/model/Files.h"
 #include "tools/sweep/SweepRunner.h"
 
 #include <nlohmann/json.hpp>
@@ -10,7 +10,6 @@
 #include <set>
 #include <string>
 #include <string_view>
-#include <unistd.h>
 
 namespace Tool {
 
@@ -184,35 +183,10 @@ void printJson( const SweepReport & report ) {
     print( documentText( { { "recipes", std::move( recipes ) }, { "summary", summary } } ) );
 }
 
-// --- Progress, on a terminal only
-
-class Progress {
-  public:
-    Progress() : shown_( ::isatty( STDERR_FILENO ) != 0 ) {}
-    ~Progress() { write( "\r\033[K" ); }
-    Progress( const Progress & ) = delete;
-    Progress & operator=( const Progress & ) = delete;
-
-    void tell( std::size_t done, std::size_t total ) {
-        constexpr std::size_t step = 16;
-        if ( done % step == 0 || done == total )
-            write( "\rsweep: " + std::to_string( done ) + " of " + std::to_string( total ) +
-                   " runs" );
-    }
-
-  private:
-    void write( std::string_view text ) const {
-        if ( shown_ )
-            writeAll( STDERR_FILENO, text );
-    }
-
-    bool shown_;
-};
-
 SweepReport sweepWithProgress( const Model & model, const std::vector<const Recipe *> & recipes ) {
-    Progress progress;
+    Progress progress( "sweep" );
     return sweepRecipes( model, recipes, { .progress = [&]( std::size_t done, std::size_t total ) {
-                             progress.tell( done, total );
+                             progress.tellRuns( done, total );
                          } } );
 }
 

@@ -247,6 +247,26 @@ TEST_F( RecordingVerbs, APlanIsARecordingThatReplayPerforms ) {
                    "is a recording, the other one a state" );
 }
 
+// --- Progress
+
+TEST_F( RecordingVerbs, LongWorkTellsATerminalHowFarItIs ) {
+    const std::string folder = folder_.path( "long" );
+    Recording recording( folder );
+    for ( std::uint64_t i = 0; i < 9000 / 5; ++i )
+        recording.setEcn( i % 200, i % 3 );
+    recording.close();
+    for ( const std::vector<std::string> & command :
+          { std::vector<std::string>{ "replay", folder },
+            { "check", folder, "--ignore", "written-twice" },
+            { "diff", folder, folder } } ) {
+        const std::string shown = ToolTest::cairnLtOnTerminal( command, "" );
+        const std::size_t progress = shown.find( "\r" + command[0] + ": 8192 calls" );
+        EXPECT_NE( progress, std::string::npos ) << shown;
+        EXPECT_NE( shown.find( "\r\033[K", progress ), std::string::npos ) << shown;
+        EXPECT_EQ( cairnLt( command ).err, "" ) << command[0];
+    }
+}
+
 // --- Bad input
 
 TEST_F( RecordingVerbs, RecordingsThatAreNone ) {
