@@ -6,6 +6,7 @@
 #include "tools/cli/RecordingInput.h"
 #include "tools/cli/Verbs.h"
 #include "tools/model/Errors.h"
+#include "tools/recording/OpenRecording.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>

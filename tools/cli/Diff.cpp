@@ -6,6 +6,7 @@
 #include "tools/model/Errors.h"
 #include "tools/model/Files.h"
 #include "tools/model/State.h"
+#include "tools/recording/OpenRecording.h"
 #include "tools/recording/Plan.h"
 #include "tools/recording/RecordingDiff.h"
 #include "tools/recording/StateDifferences.h"

@@ -3,35 +3,13 @@
 #include "tools/cli/Output.h"
 #include "tools/model/Errors.h"
 
-#include <fmt/format.h>
-
-#include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <system_error>
 
 namespace Tool {
-
-std::unique_ptr<TraceReader::Recording> openRecording( const std::string & path,
-                                                       std::optional<std::uint32_t> process,
-                                                       const char * remedy ) {
-    auto recording = std::make_unique<TraceReader::Recording>(
-        std::vector{ path },
-        TraceReader::Recording::Options{ .wantsMessages = true, .process = process } );
-    const auto & processes = recording->processes();
-    std::string all;
-    for ( const auto & each : processes )
-        all += fmt::format( "{}{} ({})", all.empty() ? "" : ", ", each.process, each.program );
-    if ( processes.size() > 1 )
-        throw InputError( path, 0,
-                          "it holds the calls of " + std::to_string( processes.size() ) +
-                              " processes: " + all,
-                          remedy );
-    return recording;
-}
 
 bool isRecording( const std::string & path ) {
     std::error_code error;

@@ -10,6 +10,7 @@
 #include "tools/model/Errors.h"
 #include "tools/model/Files.h"
 #include "tools/model/StateFile.h"
+#include "tools/recording/OpenRecording.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>

@@ -1,0 +1,29 @@
+#include "tools/recording/OpenRecording.h"
+
+#include "tools/model/Errors.h"
+
+#include <fmt/format.h>
+
+#include <vector>
+
+namespace Tool {
+
+std::unique_ptr<TraceReader::Recording> openRecording( const std::string & path,
+                                                       std::optional<std::uint32_t> process,
+                                                       const char * remedy ) {
+    auto recording = std::make_unique<TraceReader::Recording>(
+        std::vector{ path },
+        TraceReader::Recording::Options{ .wantsMessages = true, .process = process } );
+    const auto & processes = recording->processes();
+    std::string all;
+    for ( const auto & each : processes )
+        all += fmt::format( "{}{} ({})", all.empty() ? "" : ", ", each.process, each.program );
+    if ( processes.size() > 1 )
+        throw InputError( path, 0,
+                          "it holds the calls of " + std::to_string( processes.size() ) +
+                              " processes: " + all,
+                          remedy );
+    return recording;
+}
+
+} // namespace Tool
