@@ -11,6 +11,10 @@
 namespace Python {
 
 inline nlohmann::ordered_json toJson( const Interpose::Event & event ) {
+    using Interpose::SdkCall;
+    const bool isCommit =
+        event.call == SdkCall::entryCommit || event.call == SdkCall::ptEntryCommit;
+    const bool isAttribute = event.call == SdkCall::entryAttribSet;
     return {
         { "call", name( event.call ) },
         { "handle", event.handle },
@@ -21,9 +25,9 @@ inline nlohmann::ordered_json toJson( const Interpose::Event & event ) {
         { "values", event.values },
         { "start_index", event.startIndex },
         { "count", event.count },
-        { "opcode", toText( event.opcode ) },
-        { "priority", toText( event.priority ) },
-        { "attribute", toText( event.attribute ) },
+        { "opcode", isCommit ? toText( event.opcode ) : "" },
+        { "priority", isCommit ? toText( event.priority ) : "" },
+        { "attribute", isAttribute ? toText( event.attribute ) : "" },
         { "rc", event.rc },
         { "returned", event.returned },
         { "text", toText( event ) },

@@ -14,6 +14,8 @@ def test_recorded_operations_are_values(recorder):
     assert (index.field, index.values, index.handle) == ("BCMLT_PT_INDEX", (5,), allocate.handle)
     assert (ecn.field, ecn.values) == ("OUTER_ECN", (2,))
     assert (commit.opcode, commit.priority) == ("BCMLT_PT_OPCODE_MODIFY", "BCMLT_PRIORITY_NORMAL")
+    assert {(each.opcode, each.priority, each.attribute) for each in (allocate, index, ecn, free)} == {("", "", "")}
+    assert commit.attribute == ""
     assert str(free) == f"bcmlt_entry_free entry {allocate.handle} {ENCAP} -> rc 0"
     assert all(operation.returned for operation in recorder.operations)
 
