@@ -2,10 +2,10 @@
 
 import os
 from dataclasses import dataclass
-from typing import Callable, List, Optional, Union
+from typing import Any, Callable, List, Optional, Union
 
 from cairn_lt import _cairn_lt
-from cairn_lt._cairn_lt import Sdk, SharedState
+from cairn_lt._cairn_lt import Sdk, SharedState, TraceRecorder
 from cairn_lt.chip import Chip, Path
 from cairn_lt.sdk import installed
 
@@ -42,18 +42,32 @@ class Bringup:
         return all(step.good for step in self.steps)
 
 
+class _RecordedChip:
+    """What a chip changes by itself, done and recorded."""
+
+    def __init__(self, chip: Chip, recorder: TraceRecorder) -> None:
+        self._chip = chip
+        self._recorder = recorder
+
+    def poke_hardware(self, *what: Any, **where: Any) -> None:
+        self._chip.poke_hardware(*what, **where)
+        self._recorder.note_hardware_change(*what, **where)
+
+
 def bringup(file: Path, wrap: Callable[[Chip], Sdk] = lambda chip: chip) -> Bringup:
     """Runs a bring-up file on a new chip with the units of the file.
 
-    `wrap` makes of the chip the SDK that the recipes use, to put a recorder or faults in front of it. InputError if
-    the file is wrong; nothing has been programmed then.
+    `wrap` makes of the chip the SDK that the recipes use, to put a recorder or faults in front of it; a TraceRecorder
+    records what the chip changes by itself, too. InputError if the file is wrong; nothing has been programmed then.
     """
     read = _cairn_lt.BringupFile(os.fspath(file))
     chip = Chip(dict(read.units))
+    sdk = wrap(chip)
+    changed = _RecordedChip(chip, sdk) if isinstance(sdk, TraceRecorder) else chip
     steps = []
-    with installed(wrap(chip)):
+    with installed(sdk):
         state = read.apply()
         for step in read.steps:
-            result = _cairn_lt.perform(step, state, chip)
+            result = _cairn_lt.perform(step, state, changed)
             steps.append(StepResult(step.line, str(step), step.recipe, result, step.expected))
     return Bringup(chip, state, steps)

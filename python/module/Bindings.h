@@ -13,6 +13,7 @@ void bindDiff( pybind11::module_ & module );
 void bindInterposers( pybind11::module_ & module );
 void bindLocks( pybind11::module_ & module );
 void bindRecipes( pybind11::module_ & module );
+void bindRecording( pybind11::module_ & module );
 void bindSchema( pybind11::module_ & module );
 void bindSdk( pybind11::module_ & module );
 void bindTrace( pybind11::module_ & module );

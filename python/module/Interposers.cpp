@@ -1,10 +1,16 @@
 #include "interpose/FaultInjector.h"
 #include "interpose/Recorder.h"
+#include "interpose/TraceRecorder.h"
 #include "python/module/Bindings.h"
 #include "python/module/Events.h"
 #include "python/module/Sdk.h"
 
+#include <Kiln/ActivityLock.h>
+
 #include <pybind11/stl.h>
+#include <pybind11/stl/filesystem.h>
+
+#include <filesystem>
 
 namespace py = pybind11;
 
@@ -21,6 +27,32 @@ class RecorderObject final : public SdkObject {
 
     Interpose::Recorder recorder;
 };
+
+class TraceRecorderObject final : public SdkObject {
+  public:
+    TraceRecorderObject( SdkObject & inner, const Interpose::TraceRecorder::Options & options )
+        : recorder( inner.sdk(), options ) {}
+    Shim::Sdk & sdk() override { return recorder; }
+
+    Interpose::TraceRecorder recorder;
+};
+
+std::shared_ptr<TraceRecorderObject>
+makeTraceRecorder( SdkObject & inner, const std::filesystem::path & directory, bool everything,
+                   std::size_t fileBytes, std::size_t keepFullFiles, std::size_t keepFiles,
+                   std::uint64_t keepBytes ) {
+    using Keep = Interpose::TraceRecorder::Keep;
+    std::filesystem::create_directories( directory );
+    return std::make_shared<TraceRecorderObject>(
+        inner,
+        Interpose::TraceRecorder::Options{ .directory = directory.string(),
+                                           .keep = everything ? Keep::everything : Keep::newest,
+                                           .fileBytes = fileBytes,
+                                           .keepFullFiles = keepFullFiles,
+                                           .keepFiles = keepFiles,
+                                           .keepBytes = keepBytes,
+                                           .isLockHeld = Kiln::holdsActivityLock } );
+}
 
 class FaultObject final : public SdkObject {
   public:
@@ -54,6 +86,33 @@ void bindInterposers( py::module_ & module ) {
         .def(
             "clear", []( RecorderObject & self ) { self.recorder.clear(); },
             "Forgets what was written down." );
+
+    py::class_<TraceRecorderObject, SdkObject, std::shared_ptr<TraceRecorderObject>>(
+        module, "TraceRecorder",
+        "An SDK that writes the calls on their way to another SDK into the trace files of a folder.\n\n"
+        "With everything=False it keeps the newest calls of each thread." )
+        .def( py::init( &makeTraceRecorder ), py::arg( "inner" ), py::arg( "directory" ),
+              py::kw_only(), py::arg( "everything" ) = true, py::arg( "file_bytes" ) = 0,
+              py::arg( "keep_full_files" ) = 0, py::arg( "keep_files" ) = 0,
+              py::arg( "keep_bytes" ) = 0, py::keep_alive<1, 2>() )
+        .def(
+            "note_hardware_change",
+            []( TraceRecorderObject & self, const std::string & table, const std::string & field,
+                std::uint64_t value, int unit, std::uint32_t index, std::uint32_t instance,
+                std::uint32_t port, std::uint32_t element ) {
+                self.recorder.noteHardwareChange( { .unit = unit,
+                                                    .table = table.c_str(),
+                                                    .index = index,
+                                                    .instance = instance,
+                                                    .port = port,
+                                                    .field = field.c_str(),
+                                                    .element = element,
+                                                    .value = value } );
+            },
+            py::arg( "table" ), py::arg( "field" ), py::arg( "value" ), py::kw_only(),
+            py::arg( "unit" ) = 0, py::arg( "index" ) = 0, py::arg( "instance" ) = 0,
+            py::arg( "port" ) = 0, py::arg( "element" ) = 0,
+            "Records what Chip.poke_hardware was told, so that a replay does it, too." );
 
     py::class_<Interpose::Fault>( module, "Fault", "What fails, when, and how." )
         .def_static( "parse", &parse, py::arg( "text" ),

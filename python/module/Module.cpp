@@ -47,4 +47,5 @@ PYBIND11_MODULE( _cairn_lt, module ) {
     Python::bindBringup( module );
     Python::bindRecipes( module );
     Python::bindTrace( module );
+    Python::bindRecording( module );
 }

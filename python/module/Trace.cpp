@@ -1,15 +1,17 @@
 #include "python/module/Bindings.h"
-#include "tracereader/TraceReader.h"
+#include "python/module/TraceRecord.h"
 
 #include <Fleetlog/TraceHandle.h>
 #include <Kiln/TraceHandle.h>
 #include <Kiln/TraceSink.h>
 
 #include <pybind11/stl.h>
+#include <pybind11/stl/filesystem.h>
 
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace py = pybind11;
@@ -18,33 +20,25 @@ namespace Python {
 
 namespace {
 
-// A record of a trace, with its values in their types.
-struct TraceRecord {
-    std::int64_t time = 0;
-    std::uint32_t process = 0;
-    std::uint32_t thread = 0;
-    std::string file;
-    std::uint32_t line = 0;
-    std::string function;
-    std::string text;
-    py::tuple values;
-};
-
-py::object toPython( const TraceReader::Value & value ) {
+py::object typedValue( const TraceReader::Value & value ) {
     switch ( value.letter ) {
+    case 'a': {
+        py::tuple elements( value.elementCount() );
+        for ( std::size_t i = 0; i < value.elementCount(); ++i )
+            elements[i] = value.element( i );
+        return elements;
+    }
     case 'b':
         return py::bool_( value.number != 0 );
+    case 'l':
+        return py::int_( value.wide );
+    case 'n':
+        return py::int_( static_cast<std::int32_t>( value.number ) );
     case 'p':
-        return py::reinterpret_steal<py::object>( PyUnicode_DecodeUTF8(
-            value.text.data(), static_cast<Py_ssize_t>( value.text.size() ), "replace" ) );
+        return validText( value.text );
     default:
         return py::int_( value.number );
     }
-}
-
-std::string valid( const std::string & text ) {
-    return py::reinterpret_steal<py::str>(
-        PyUnicode_DecodeUTF8( text.data(), static_cast<Py_ssize_t>( text.size() ), "replace" ) );
 }
 
 class TraceIterator {
@@ -66,34 +60,14 @@ class TraceIterator {
         TraceReader::Record record;
         if ( !merge_.next( record ) )
             throw py::stop_iteration();
-        std::vector<TraceReader::Value> values;
-        decode( record, values );
-        py::tuple typed( values.size() );
-        for ( std::size_t i = 0; i < values.size(); ++i )
-            typed[i] = toPython( values[i] );
-        std::string text;
-        appendText( text, record );
-        TraceRecord result;
-        result.time = record.time;
-        result.process = record.file->info().process;
-        result.thread = record.thread;
-        result.text = valid( text );
-        result.values = std::move( typed );
-        if ( record.site != nullptr ) {
-            result.file = valid( record.site->file );
-            result.line = record.site->line;
-            result.function = valid( record.site->function );
-        }
-        return result;
+        return toPython( record );
     }
 
     std::vector<std::string> findings() const {
-        std::vector<std::string> texts;
-        for ( const TraceReader::Finding & finding : merge_.findings() )
-            texts.push_back( finding.text() );
+        std::vector<std::string> texts = textsOf( merge_.findings() );
         for ( const auto & file : merge_.files() )
-            for ( const TraceReader::Finding & finding : file->findings() )
-                texts.push_back( finding.text() );
+            for ( std::string & text : textsOf( file->findings() ) )
+                texts.push_back( std::move( text ) );
         return texts;
     }
 
@@ -102,6 +76,41 @@ class TraceIterator {
 };
 
 } // namespace
+
+py::str validText( std::string_view text ) {
+    return py::reinterpret_steal<py::str>(
+        PyUnicode_DecodeUTF8( text.data(), static_cast<Py_ssize_t>( text.size() ), "replace" ) );
+}
+
+TraceRecord toPython( const TraceReader::Record & record ) {
+    std::vector<TraceReader::Value> values;
+    decode( record, values );
+    py::tuple typed( values.size() );
+    for ( std::size_t i = 0; i < values.size(); ++i )
+        typed[i] = typedValue( values[i] );
+    std::string text;
+    appendText( text, record );
+    TraceRecord result;
+    result.time = record.time;
+    result.process = record.file->info().process;
+    result.thread = record.thread;
+    result.text = validText( text );
+    result.values = std::move( typed );
+    if ( record.site != nullptr ) {
+        result.file = validText( record.site->file );
+        result.line = record.site->line;
+        result.function = validText( record.site->function );
+    }
+    return result;
+}
+
+std::vector<std::string> textsOf( const std::vector<TraceReader::Finding> & findings ) {
+    std::vector<std::string> texts;
+    texts.reserve( findings.size() );
+    for ( const TraceReader::Finding & finding : findings )
+        texts.push_back( finding.text() );
+    return texts;
+}
 
 void bindTrace( py::module_ & module ) {
     py::register_exception<TraceReader::Error>( module, "TraceError", PyExc_ValueError ).doc() =
@@ -116,7 +125,7 @@ void bindTrace( py::module_ & module ) {
         .def_readonly( "function", &TraceRecord::function, "The recipe's name." )
         .def_readonly( "text", &TraceRecord::text )
         .def_readonly( "values", &TraceRecord::values,
-                       "int, bool and str, as the message has them." )
+                       "int, bool, str and tuples of int, as the message has them." )
         .def( "__str__", []( const TraceRecord & self ) { return self.text; } );
 
     py::class_<TraceIterator>( module, "TraceIterator",
@@ -130,10 +139,10 @@ void bindTrace( py::module_ & module ) {
 
     module.def(
         "open_trace",
-        []( const std::string & directory ) {
+        []( const std::filesystem::path & directory ) {
             std::filesystem::create_directories( directory );
             Fleetlog::OpenOptions options;
-            options.directory = directory;
+            options.directory = directory.string();
             Fleetlog::openDefault( options );
         },
         py::arg( "directory" ), "Records messages in the binary trace from now on." );
@@ -150,8 +159,10 @@ void bindTrace( py::module_ & module ) {
         py::arg( "settings" ),
         "Enables levels of the text trace: \"ApiCairn/4,CairnLtHelper/2-9\"." );
     module.def( "trace_off", &Kiln::traceOff, "Disables all levels of the text trace." );
-    module.def( "trace_to_file", &Kiln::traceToFile, py::arg( "file" ),
-                "Text trace lines go to this file from now on." );
+    module.def(
+        "trace_to_file",
+        []( const std::filesystem::path & file ) { Kiln::traceToFile( file.string() ); },
+        py::arg( "file" ), "Text trace lines go to this file from now on." );
     module.def( "trace_to_standard_error", &Kiln::traceToStandardError,
                 "Text trace lines go to standard error again." );
 }
