@@ -3,6 +3,7 @@
 
 #include <exception>
 #include <system_error>
+#include <utility>
 
 namespace {
 
@@ -11,7 +12,7 @@ void translate( std::exception_ptr thrown ) {
     if ( !thrown )
         return;
     try {
-        std::rethrow_exception( thrown );
+        std::rethrow_exception( std::move( thrown ) );
     } catch ( const Tool::InputError & error ) {
         const pybind11::object type =
             pybind11::module_::import( "cairn_lt._cairn_lt" ).attr( "InputError" );
