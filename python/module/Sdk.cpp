@@ -170,17 +170,8 @@ int ScriptedSdk::bcmlt_entry_field_array_add( std::uint32_t handle, const char *
                                               std::uint32_t startIndex,
                                               const std::uint64_t * values,
                                               std::uint32_t count ) noexcept {
-    int rc = 0;
-    const InterpreterScope interpreter; // the list is an object of Python's
-    try {
-        py::list list;
-        for ( std::uint32_t i = 0; i < count; ++i )
-            list.append( values[i] );
-        rc = get<int>( "bcmlt_entry_field_array_add", handle, field, startIndex, list );
-    } catch ( const py::error_already_set & error ) {
-        stopForError( "bcmlt_entry_field_array_add", traceback( error ) );
-    }
-    return rc;
+    return get<int>( "bcmlt_entry_field_array_add", handle, field, startIndex,
+                     std::vector<std::uint64_t>( values, values + count ) );
 }
 
 int ScriptedSdk::bcmlt_entry_field_get( std::uint32_t handle, const char * field,
