@@ -1,0 +1,46 @@
+#pragma once
+
+#include "tools/diagnose/Diagnosis.h"
+#include "tools/diagnose/LastRecords.h"
+#include "tools/diagnose/Sites.h"
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+// A diagnosis as the verb prints it.
+
+namespace Tool {
+
+/// What the trace says of one stop.
+struct Context {
+    const ThreadRecords * thread = nullptr;
+    std::size_t others = 0;
+};
+
+/// "an SDK call failed"
+const char * endText( const Stop & stop );
+
+/// Lines of a label and what it says, under each other.
+class Sheet {
+  public:
+    /// Nothing for an empty text.
+    void add( std::string_view label, std::string_view text );
+    const std::string & text() const { return text_; }
+
+  private:
+    std::string text_;
+};
+
+/// All that is known of one stop.
+std::string stopText( const Diagnosis & diagnosis, const SiteTable & table,
+                      const Context & context );
+nlohmann::ordered_json stopJson( const Diagnosis & diagnosis, const Context & context );
+
+/// The words of JSON documents: "api_error", "exactly".
+const char * nameOf( Stop::Kind kind );
+const char * nameOf( Diagnosis::Found found );
+
+} // namespace Tool
