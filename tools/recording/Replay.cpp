@@ -177,6 +177,8 @@ Replay::Outcome Replay::judge( std::uint32_t handle, const Call & call ) {
 void Replay::settle( const Call & call, const Outcome & outcome,
                      std::optional<std::uint32_t> liveHandle ) {
     ++counts_.operations;
+    if ( onJudgement_ )
+        onJudgement_( { .call = call, .rc = outcome.rc, .value = outcome.value } );
     const bool isOtherCode =
         rules_.ignoresCodes ? ( outcome.rc < 0 ) != ( call.rc < 0 ) : outcome.rc != call.rc;
     const bool isOtherHandle =

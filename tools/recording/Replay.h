@@ -41,6 +41,13 @@ struct Divergence {
     std::string_view recipe = {}; ///< empty: not known
 };
 
+/// What the chip returned for an operation, or would return for one that had failed.
+struct Judgement {
+    const TraceReader::RecordedCall & call;
+    int rc = 0;
+    std::optional<std::uint64_t> value = {}; ///< a field get that succeeds
+};
+
 struct ReplayCounts {
     std::uint64_t operations = 0;  ///< performed, or failed as they were recorded
     std::uint64_t divergences = 0; ///< of these
@@ -69,6 +76,12 @@ class Replay {
     /// `chip` must outlive the replay. `name` is what messages (InputError) call the recording.
     Replay( Sim::Chip & chip, const ReplayRules & rules, std::string name,
             OnDivergence onDivergence );
+
+    /// Tells of each operation, before it is compared with what was recorded. If it failed, the chip's
+    /// lastError() has the words for it.
+    void watch( std::function<void( const Judgement & )> onJudgement ) {
+        onJudgement_ = std::move( onJudgement );
+    }
 
     /// InputError if the recording allocated an entry of a table that the chip does not have.
     void take( const TraceReader::Event & event );
@@ -109,6 +122,7 @@ class Replay {
     const ReplayRules rules_;
     const std::string name_;
     const OnDivergence onDivergence_;
+    std::function<void( const Judgement & )> onJudgement_;
     ReplayCounts counts_;
     RecipeOfThread recipes_;
     std::unordered_map<std::uint32_t, bool> isGuarded_; ///< by thread: its hook has run

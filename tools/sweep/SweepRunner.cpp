@@ -533,6 +533,8 @@ class Sweeper {
             expectFault( entry.swept(), fallback ? &*fallback : nullptr, order.fault );
         entry.report.faults.push_back( { order.fault, expectation.calls[order.fault.call].text,
                                          toText( expectation ), judge( expectation, run ) } );
+        if ( setup_.onFault )
+            setup_.onFault( entry.swept(), order.fault, expectation, run );
     }
 
     void reportProgress() {

@@ -54,6 +54,10 @@ struct SweepReport {
 struct SweepSetup {
     /// Called after each run: how many are over, and how many there are as far as is known.
     std::function<void( std::size_t done, std::size_t total )> progress = {};
+    /// Called with each disturbed run, in the order of the faults.
+    std::function<void( const SweptCase & swept, const SweepFault & fault,
+                        const SweepExpectation & expectation, const SweepRun & run )>
+        onFault = {};
     /// Puts an SDK between the library and the observer. Called in the process of each run; what it
     /// returns lives until that process ends.
     std::function<Shim::Sdk &( Shim::Sdk & watched )> around = {};
