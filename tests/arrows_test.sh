@@ -24,7 +24,7 @@ allowed[tools/run]="tools/model interpose ${allowed[tools/model]}"
 allowed[tools/explain]="tools/run ${allowed[tools/run]}"
 allowed[tools/sweep]=${allowed[tools/explain]}
 allowed[tools/recording]="tools/run tracereader ${allowed[tools/run]}"
-allowed[tools/diagnose]="tools/model tracereader ${allowed[tools/model]}"
+allowed[tools/diagnose]="tools/recording ${allowed[tools/recording]}"
 allowed[tools/show]="tools/diagnose tools/recording ${allowed[tools/recording]}"
 allowed[tools/cli]="tools/explain tools/show tools/sweep ${allowed[tools/show]}"
 # All but the command line.

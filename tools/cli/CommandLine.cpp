@@ -345,10 +345,23 @@ class CommandLine {
         verb.add_option( "--library", diagnose_.library,
                          "The library file of the release that wrote the report" );
         addChips( verb, diagnose_.chips );
+        verb.add_option( "--from", diagnose_.from,
+                         "With a recording: the chips began as this state file says" );
+        verb.add_option(
+            "--state", diagnose_.state,
+            "With a recording: writes the chips as they were at the stop to this file" );
+        verb.add_flag( "--dump{as-format}", texts_.dump,
+                       "With a recording: shows the tables as they were at the stop, as --format "
+                       "says or as --dump=text or --dump=json" );
         verb.add_option( "--format", texts_.format,
                          "text (the default), json, or ndjson: a line for each stop" );
         onVerb( verb, [this] {
             diagnose_.format = chosen( "--format", texts_.format, diagnoseFormats );
+            if ( !texts_.dump.empty() )
+                diagnose_.dump = texts_.dump != "as-format"
+                                     ? chosen( "--dump", texts_.dump, formats )
+                                 : diagnose_.format == DiagnoseFormat::json ? Format::json
+                                                                            : Format::text;
             return Tool::diagnose( diagnose_ );
         } );
     }

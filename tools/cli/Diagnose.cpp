@@ -1,12 +1,16 @@
 #include "text/Escape.h"
 #include "text/Time.h"
 #include "tools/cli/DiagnoseOutput.h"
+#include "tools/cli/Tables.h"
 #include "tools/cli/Verbs.h"
+#include "tools/diagnose/CrashScene.h"
 #include "tools/diagnose/Diagnosis.h"
 #include "tools/diagnose/Fleet.h"
 #include "tools/diagnose/LastRecords.h"
 #include "tools/diagnose/Report.h"
 #include "tools/model/Errors.h"
+#include "tools/model/Files.h"
+#include "tools/model/StateFile.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -18,6 +22,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -92,39 +97,122 @@ ReportReader readReport( const std::string & path ) {
     return report;
 }
 
-Context contextOf( const Diagnosis & diagnosis, const LastRecords * records ) {
-    Context context;
-    if ( records == nullptr )
-        return context;
-    const auto process = diagnosis.stop.process();
-    context.thread =
-        records->find( diagnosis.function, process ? &*process : nullptr, context.others );
-    return context;
-}
-
 // --- One report: each stop in full
 
-void printStops( const ReportReader & report, const SiteTable & table, const Sim::Schema & schema,
-                 const LastRecords * records, DiagnoseFormat format ) {
+// The stops of a report, one after the other, with what a trace tells of them.
+class Investigation {
+  public:
+    /// `source` may be empty.
+    Investigation( const SiteTable & table, const Model & model, TraceSource source )
+        : table_( table ), model_( model ), source_( std::move( source ) ) {
+        if ( source_ )
+            records_.emplace( source_ );
+    }
+
+    /// The state in which the chips were when recording began; empty: new.
+    void beginWith( const std::string & stateFile ) {
+        from_ = stateFile;
+        if ( !from_.empty() )
+            saved_ = parseState( readFile( from_ ), from_ );
+    }
+
+    std::pair<Diagnosis, Context> look( const Stop & stop ) {
+        const Sim::Schema & schema = model_.chips.front().schema;
+        Diagnosis diagnosis = diagnose( stop, table_, schema );
+        Context context;
+        if ( records_ )
+            context.found = records_->find( diagnosis, table_ );
+        const ThreadRecords * const thread = context.found.thread;
+        const bool isTheThread = thread != nullptr && context.found.others == 0 &&
+                                 context.found.how != ThreadFound::How::byProcess;
+        if ( isTheThread && thread->lastCall )
+            diagnosis = diagnose( stop, table_, schema, &*thread->lastCall );
+        if ( isTheThread )
+            context.scene =
+                thread->lastCall ? rebuildFor( *thread, diagnosis ) : sceneOf( *thread, diagnosis );
+        if ( isTheThread && thread->lastCall )
+            lookForOthers( *thread->lastCall, context );
+        const auto [known, isNew] = stops_.try_emplace( signatureOf( diagnosis ) );
+        if ( isNew )
+            known->second.firstLine = stop.reportLine;
+        context.stopsLikeIt = known->second.count++;
+        context.firstLikeIt = known->second.firstLine;
+        return { std::move( diagnosis ), std::move( context ) };
+    }
+
+    /// As it was when the last process stopped whose recording is there; null if none is.
+    const Sim::Chip * chip() const { return chip_.get(); }
+
+    const std::vector<std::string> & findings() const {
+        static const std::vector<std::string> none;
+        return records_ ? records_->findings() : none;
+    }
+
+  private:
+    struct Alike {
+        std::size_t count = 0;
+        std::size_t firstLine = 0;
+    };
+
+    CrashScene rebuildFor( const ThreadRecords & thread, const Diagnosis & diagnosis ) {
+        auto chip = std::make_unique<Sim::Chip>();
+        addUnits( *chip, model_ );
+        restoreSaved( *chip );
+        CrashScene scene = rebuild( source_, thread, diagnosis, table_, *chip );
+        chip_ = std::move( chip );
+        return scene;
+    }
+
+    void restoreSaved( Sim::Chip & chip ) const {
+        for ( const SavedUnit & unit : saved_ ) {
+            const Sim::Schema * const schema = chip.schema( unit.unit );
+            if ( schema == nullptr || !( *schema == unit.schema ) )
+                throw InputError(
+                    from_, 0,
+                    fmt::format( "unit {} is another chip than the one described", unit.unit ),
+                    "leave --chip and --model out, or name another state file" );
+        }
+        restore( chip, saved_, from_ );
+    }
+
+    void lookForOthers( const TraceReader::RecordedCall & call, Context & context ) const {
+        const auto alike = records_->failuresLike( call );
+        context.failuresLikeIt = alike.size();
+        if ( !alike.empty() )
+            context.lastLikeIt = *alike.front();
+    }
+
+    const SiteTable & table_;
+    const Model & model_;
+    const TraceSource source_;
+    std::optional<LastRecords> records_;
+    std::string from_;
+    std::vector<SavedUnit> saved_;
+    std::map<std::string, Alike> stops_;
+    std::unique_ptr<Sim::Chip> chip_;
+};
+
+// What is printed of a report.
+std::string reportText( const ReportReader & report, const SiteTable & table,
+                        Investigation & investigation ) {
     std::string text;
+    for ( const Stop & stop : report.stops() ) {
+        const auto [diagnosis, context] = investigation.look( stop );
+        text += ( text.empty() ? "" : "\n" ) + stopText( diagnosis, table, context );
+    }
+    return text.empty() ? "nothing in the report says that this library stopped a process\n" : text;
+}
+
+Json reportJson( const ReportReader & report, const SiteTable & table,
+                 Investigation & investigation ) {
     Json stops = Json::array();
     for ( const Stop & stop : report.stops() ) {
-        const Diagnosis diagnosis = diagnose( stop, table, schema );
-        const Context context = contextOf( diagnosis, records );
-        if ( format == DiagnoseFormat::json )
-            stops.push_back( stopJson( diagnosis, context ) );
-        else
-            text += ( text.empty() ? "" : "\n" ) + stopText( diagnosis, table, context );
+        const auto [diagnosis, context] = investigation.look( stop );
+        stops.push_back( stopJson( diagnosis, context ) );
     }
-    if ( format == DiagnoseFormat::json )
-        text = Json{ { "release", table.version() },
-                     { "count", report.count() },
-                     { "stops", std::move( stops ) } }
-                   .dump( 2 ) +
-               "\n";
-    else if ( report.count() == 0 )
-        text = "nothing in the report says that this library stopped a process\n";
-    print( text );
+    return { { "release", table.version() },
+             { "count", report.count() },
+             { "stops", std::move( stops ) } };
 }
 
 // --- A line for each stop, for data stores
@@ -312,7 +400,13 @@ int diagnoseMany( const std::vector<std::string> & files, const SiteTable & tabl
 int diagnose( const DiagnoseOptions & options ) {
     const SiteTable table =
         options.library.empty() ? SiteTable::own() : SiteTable::fromLibrary( options.library );
-    const Model model = modelOf( options.chips );
+    const bool wantsChip = !options.from.empty() || !options.state.empty() || options.dump;
+    if ( wantsChip && options.trace.empty() )
+        throw InputError( "--from, --state and --dump are about a recording",
+                          "name its folder with --trace" );
+    ChipOptions chips = options.chips;
+    chips.state = options.from;
+    const Model model = modelOf( chips );
     const Sim::Schema & schema = model.chips.front().schema;
     const std::vector<std::string> reports =
         options.reports.empty() ? std::vector<std::string>{ "-" } : options.reports;
@@ -324,16 +418,42 @@ int diagnose( const DiagnoseOptions & options ) {
         return diagnoseMany( files, table, schema, options.format );
     }
 
-    std::optional<LastRecords> records;
-    if ( !options.trace.empty() )
-        records.emplace( options.trace );
+    std::optional<StateFile> stateFile;
+    if ( !options.state.empty() )
+        stateFile.emplace( options.state, [&] {
+            complain( fmt::format( "waiting for {}, which another process uses", options.state ) );
+        } );
+    Investigation investigation( table, model,
+                                 options.trace.empty() ? TraceSource() : traceAt( options.trace ) );
+    investigation.beginWith( options.from );
     const ReportReader report = readReport( files.front() );
-    printStops( report, table, schema, records ? &*records : nullptr, options.format );
+    std::string text;
+    Json json;
+    if ( options.format == DiagnoseFormat::json )
+        json = reportJson( report, table, investigation );
+    else
+        text = reportText( report, table, investigation );
+    const Sim::Chip * const chip = investigation.chip();
+    if ( ( stateFile || options.dump ) && chip == nullptr )
+        throw InputError( options.trace, 0,
+                          "has no recording of a process that the report says was "
+                          "stopped, so no chip can be rebuilt",
+                          "leave --state and --dump out" );
+    if ( stateFile )
+        stateFile->save( *chip );
+    if ( options.format == DiagnoseFormat::json ) {
+        if ( options.dump )
+            json["tables"] = tablesJson( *chip, {} );
+        text = json.dump( 2 ) + "\n";
+    } else if ( options.dump ) {
+        text += options.dump == Format::json ? documentText( tablesJson( *chip, {} ) )
+                                             : "\n" + tablesText( *chip, {} );
+    }
+    print( text );
     if ( report.count() > report.stops().size() )
         complain( fmt::format( "{} of {} stops are shown; give a part of the report",
                                report.stops().size(), report.count() ) );
-    if ( records )
-        complainOf( records->findings() );
+    complainOf( investigation.findings() );
     return report.count() == 0 ? 1 : 0;
 }
 

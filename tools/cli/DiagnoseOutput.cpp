@@ -83,6 +83,93 @@ void Sheet::add( std::string_view label, std::string_view text ) {
 const char * nameOf( Stop::Kind kind ) { return kindNames[static_cast<int>( kind )]; }
 const char * nameOf( Found found ) { return foundNames[static_cast<int>( found )]; }
 
+namespace {
+
+std::string callText( const TraceReader::RecordedCall & call ) {
+    std::string text;
+    TraceReader::appendText( text, call );
+    return text;
+}
+
+std::string argumentsText( const CrashScene & scene ) {
+    std::string text;
+    for ( const auto & [name, value] : scene.arguments )
+        text += fmt::format( "{}{}={}", text.empty() ? "" : ", ", name, value );
+    return text;
+}
+
+// With what the recipe and the SDK were called.
+void addArguments( Sheet & sheet, const Stop & stop, const Context & context ) {
+    sheet.add( "arguments", !stop.step.empty() ? stop.step
+                            : context.scene    ? argumentsText( *context.scene )
+                                               : std::string() );
+    sheet.add( "operation", context.scene && context.scene->operation
+                                ? callText( *context.scene->operation )
+                                : stop.operation );
+    sheet.add( "fault", stop.fault );
+}
+
+// As the recording tells or, without one, as the source of the recipe does.
+void addLeft( Sheet & sheet, const Diagnosis & diagnosis, const Context & context ) {
+    std::vector<std::string> left;
+    if ( context.scene && context.scene->operation ) {
+        const CrashScene & scene = *context.scene;
+        for ( const std::string & entry : scene.openEntries )
+            left.push_back( "not freed: " + entry );
+        if ( scene.changes != 0 )
+            left.push_back( fmt::format(
+                "{} row{} changed before{}, the last first:", scene.changes,
+                scene.changes == 1 ? "" : "s",
+                scene.isOneRun ? "" : ", by this run or by those of the recipe just before it" ) );
+        for ( const std::string & row : scene.changedRows )
+            left.push_back( "  " + row );
+        if ( left.empty() )
+            left.emplace_back( "nothing: no entry is allocated, and no row was changed" );
+    } else {
+        left = diagnosis.leftBehind;
+    }
+    for ( std::size_t i = 0; i < left.size(); ++i )
+        sheet.add( i == 0 ? "left" : "", left[i] );
+}
+
+void addBefore( Sheet & sheet, const Context & context ) {
+    const ThreadRecords * const thread = context.found.thread;
+    if ( thread == nullptr )
+        return;
+    const std::string which =
+        thread->thread == 0 ? "" : fmt::format( "thread {} of ", thread->thread );
+    sheet.add( "before", fmt::format( "{}process {}{}, the last first:", which, thread->process,
+                                      context.found.how == ThreadFound::How::byProcess
+                                          ? ", which may be another one than the one that stopped"
+                                          : "" ) );
+    for ( const auto & line : thread->lines )
+        sheet.add( "", fmt::format( "{} {}", Text::utc( line.time ), line.text ) );
+    if ( context.found.others != 0 )
+        sheet.add( "", fmt::format( "{} other thread{} of the trace could be meant as well",
+                                    context.found.others, context.found.others == 1 ? "" : "s" ) );
+}
+
+// Whether it happened before.
+void addEarlier( Sheet & sheet, const Context & context ) {
+    std::vector<std::string> earlier;
+    if ( context.stopsLikeIt != 0 )
+        earlier.push_back( fmt::format( "{} time{} before in the report, first in line {}",
+                                        context.stopsLikeIt, context.stopsLikeIt == 1 ? "" : "s",
+                                        context.firstLikeIt ) );
+    if ( context.failuresLikeIt && *context.failuresLikeIt == 0 )
+        earlier.emplace_back( "no other thread of the trace was stopped by such a call" );
+    else if ( context.failuresLikeIt )
+        earlier.push_back( fmt::format(
+            "{} other thread{} of the trace {} stopped by such a call, the last at {} in process {}",
+            *context.failuresLikeIt, *context.failuresLikeIt == 1 ? "" : "s",
+            *context.failuresLikeIt == 1 ? "was" : "were",
+            Text::utc( context.lastLikeIt->after.time ), context.lastLikeIt->process ) );
+    for ( std::size_t i = 0; i < earlier.size(); ++i )
+        sheet.add( i == 0 ? "earlier" : "", earlier[i] );
+}
+
+} // namespace
+
 std::string stopText( const Diagnosis & diagnosis, const SiteTable & table,
                       const Context & context ) {
     const Stop & stop = diagnosis.stop;
@@ -104,28 +191,78 @@ std::string stopText( const Diagnosis & diagnosis, const SiteTable & table,
                                         diagnosis.calls, diagnosis.inWords ) );
     sheet.add( stop.kind == Stop::Kind::assertion ? "expected" : "call",
                stop.text == "0" ? "" : stop.text );
+    addArguments( sheet, stop, context );
     sheet.add( "chip", diagnosis.target );
     if ( stop.kind == Stop::Kind::apiError )
         sheet.add( "SDK", fmt::format( "{} ({})", stop.words, stop.rc ) );
     sheet.add( "meaning", diagnosis.meaning );
-    for ( std::size_t i = 0; i < diagnosis.leftBehind.size(); ++i )
-        sheet.add( i == 0 ? "left" : "", diagnosis.leftBehind[i] );
-    if ( context.thread != nullptr ) {
-        const std::string thread = context.thread->thread == 0
-                                       ? ""
-                                       : fmt::format( "thread {} of ", context.thread->thread );
-        sheet.add( "before", fmt::format( "{}process {}, the last first:", thread,
-                                          context.thread->process ) );
-        for ( const auto & line : context.thread->lines )
-            sheet.add( "", fmt::format( "{} {}", Text::utc( line.time ), line.text ) );
-        if ( context.others != 0 )
-            sheet.add( "", fmt::format( "{} other thread{} of the trace could be meant as well",
-                                        context.others, context.others == 1 ? "" : "s" ) );
-    }
+    if ( context.scene && context.scene->operation )
+        sheet.add( "tried", trialText( *context.scene ) );
+    else if ( !stop.chipSays.empty() )
+        sheet.add( "tried", "The simulated chip says: " + stop.chipSays );
+    addLeft( sheet, diagnosis, context );
+    addBefore( sheet, context );
+    addEarlier( sheet, context );
     for ( std::size_t i = 0; i < diagnosis.nextActions.size(); ++i )
         sheet.add( i == 0 ? "next" : "", diagnosis.nextActions[i] );
     return text + sheet.text();
 }
+
+namespace {
+
+constexpr const char * howNames[] = { "by_call", "by_message", "by_process" };
+constexpr const char * verdictNames[] = { "untried", "refuses", "accepts", "agrees", "disagrees" };
+
+Json sceneJson( const CrashScene & scene ) {
+    Json arguments = Json::object();
+    for ( const auto & [name, value] : scene.arguments )
+        arguments[valid( name )] = valid( value );
+    Json json{ { "arguments", std::move( arguments ) } };
+    if ( !scene.operation )
+        return json;
+    const auto all = []( const std::vector<std::string> & texts ) {
+        Json list = Json::array();
+        for ( const std::string & text : texts )
+            list.push_back( valid( text ) );
+        return list;
+    };
+    json["operation"] = valid( callText( *scene.operation ) );
+    json["open_entries"] = all( scene.openEntries );
+    json["changes"] = scene.changes;
+    json["changed_rows"] = all( scene.changedRows );
+    json["is_one_run"] = scene.isOneRun;
+    Json chip{ { "verdict", verdictNames[static_cast<int>( scene.verdict() )] },
+               { "says", valid( trialText( scene ) ) } };
+    if ( scene.trial )
+        chip["rc"] = scene.trial->rc;
+    chip["operations"] = scene.counts.operations;
+    chip["divergences"] = scene.counts.divergences;
+    chip["lost_beginning"] = scene.hasLostBeginning;
+    json["simulated_chip"] = std::move( chip );
+    return json;
+}
+
+Json traceJson( const Context & context ) {
+    const ThreadRecords & thread = *context.found.thread;
+    Json before = Json::array();
+    for ( const auto & line : thread.lines )
+        before.push_back( { { "time", Text::utc( line.time ) },
+                            { "function", valid( line.function ) },
+                            { "text", valid( line.text ) } } );
+    Json json{ { "process", thread.process },
+               { "thread", thread.thread },
+               { "program", valid( thread.program ) },
+               { "found", howNames[static_cast<int>( context.found.how )] },
+               { "other_threads", context.found.others },
+               { "before", std::move( before ) } };
+    if ( context.scene )
+        json.update( sceneJson( *context.scene ) );
+    if ( context.failuresLikeIt )
+        json["failures_like_it"] = *context.failuresLikeIt;
+    return json;
+}
+
+} // namespace
 
 Json stopJson( const Diagnosis & diagnosis, const Context & context ) {
     const Stop & stop = diagnosis.stop;
@@ -157,18 +294,14 @@ Json stopJson( const Diagnosis & diagnosis, const Context & context ) {
     json["chip"] = diagnosis.target;
     json["meaning"] = diagnosis.meaning;
     json["left"] = diagnosis.leftBehind;
-    if ( context.thread != nullptr ) {
-        Json before = Json::array();
-        for ( const auto & line : context.thread->lines )
-            before.push_back( { { "time", Text::utc( line.time ) },
-                                { "function", valid( line.function ) },
-                                { "text", valid( line.text ) } } );
-        json["trace"] = { { "process", context.thread->process },
-                          { "thread", context.thread->thread },
-                          { "program", valid( context.thread->program ) },
-                          { "other_threads", context.others },
-                          { "before", std::move( before ) } };
-    }
+    if ( !stop.step.empty() )
+        json["tool"] = { { "step", valid( stop.step ) },
+                         { "operation", valid( stop.operation ) },
+                         { "chip_says", valid( stop.chipSays ) },
+                         { "fault", valid( stop.fault ) } };
+    if ( context.found.thread != nullptr )
+        json["trace"] = traceJson( context );
+    json["stops_like_it_before"] = context.stopsLikeIt;
     json["next"] = diagnosis.nextActions;
     return json;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/diagnose/CrashScene.h"
 #include "tools/diagnose/Diagnosis.h"
 #include "tools/diagnose/LastRecords.h"
 #include "tools/diagnose/Sites.h"
@@ -7,6 +8,7 @@
 #include <nlohmann/json_fwd.hpp>
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -14,10 +16,16 @@
 
 namespace Tool {
 
-/// What the trace says of one stop.
+/// What the trace and the rest of the report say of one stop.
 struct Context {
-    const ThreadRecords * thread = nullptr;
-    std::size_t others = 0;
+    ThreadFound found = {};
+    std::optional<CrashScene> scene = {};
+    /// Nothing: the trace has no SDK operations, which alone would tell.
+    std::optional<std::size_t> failuresLikeIt = {};
+    std::optional<TraceReader::RecordedCall> lastLikeIt = {};
+    /// In the report: how many like it stand before it, and the line of the first.
+    std::size_t stopsLikeIt = 0;
+    std::size_t firstLikeIt = 0;
 };
 
 /// "an SDK call failed"

@@ -125,6 +125,11 @@ struct DiagnoseOptions {
     /// The library file of the release that wrote the reports; empty: this program's.
     std::string library;
     ChipOptions chips;
+    /// With a recording as the trace: the state file that the chips began with, and the one that
+    /// keeps them as they were at the stop; empty: none.
+    std::string from;
+    std::string state;
+    std::optional<Format> dump;
     DiagnoseFormat format = DiagnoseFormat::text;
 };
 

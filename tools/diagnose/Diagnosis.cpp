@@ -31,7 +31,8 @@ void keepOnly( std::vector<Site> & sites, const auto & isWanted ) {
         sites = std::move( kept );
 }
 
-void findSites( Diagnosis & diagnosis, const SiteTable & table ) {
+void findSites( Diagnosis & diagnosis, const SiteTable & table,
+                const TraceReader::RecordedCall * lastCall ) {
     const Stop & stop = diagnosis.stop;
     if ( stop.kind == Stop::Kind::lockMisuse ) {
         diagnosis.found = Diagnosis::Found::notAsked;
@@ -51,6 +52,11 @@ void findSites( Diagnosis & diagnosis, const SiteTable & table ) {
         if ( fits && ( diagnosis.function.empty() || site.recipe == diagnosis.function ) )
             diagnosis.sites.push_back( site );
     }
+    if ( lastCall != nullptr )
+        keepOnly( diagnosis.sites, [&]( const Site & site ) {
+            const Site * const operation = table.operationAt( site );
+            return operation != nullptr && table.patternOf( *operation ).fits( *lastCall );
+        } );
     const bool hasLine = std::any_of( diagnosis.sites.begin(), diagnosis.sites.end(),
                                       [&]( const Site & site ) { return site.line == stop.line; } );
     keepOnly( diagnosis.sites, [&]( const Site & site ) { return site.line == stop.line; } );
@@ -68,9 +74,7 @@ void findSites( Diagnosis & diagnosis, const SiteTable & table ) {
 
 // A name as the call spells it: in quotes, or one that the SDK or the recipe gives.
 std::string plain( std::string_view argument ) {
-    if ( argument.size() >= 2 && argument.front() == '"' && argument.back() == '"' )
-        return std::string( argument.substr( 1, argument.size() - 2 ) );
-    return std::string( argument );
+    return literalOf( argument ).value_or( std::string( argument ) );
 }
 
 std::string tableOf( const Site & call, const SiteTable & table ) {
@@ -192,6 +196,8 @@ void tellNextActions( Diagnosis & diagnosis ) {
                               "with one guard around the recipes." );
         return;
     }
+    if ( !diagnosis.stop.fault.empty() )
+        actions.emplace_back( "The fault was injected: run it again without." );
     if ( diagnosis.found == Diagnosis::Found::nowhere )
         actions.emplace_back( "Give the library file of the release that wrote the report with "
                               "--library." );
@@ -245,9 +251,10 @@ std::string inWords( const Site & call, const SiteTable & table ) {
     return {};
 }
 
-Diagnosis diagnose( const Stop & stop, const SiteTable & table, const Sim::Schema & schema ) {
+Diagnosis diagnose( const Stop & stop, const SiteTable & table, const Sim::Schema & schema,
+                    const TraceReader::RecordedCall * lastCall ) {
     Diagnosis diagnosis{ .stop = stop };
-    findSites( diagnosis, table );
+    findSites( diagnosis, table, lastCall );
     diagnosis.recipe = findRecipe( diagnosis.function );
     diagnosis.calls = table.callsOf( diagnosis.function );
     const Site * const site = diagnosis.sites.size() == 1 ? &diagnosis.sites.front() : nullptr;

@@ -44,8 +44,10 @@ struct Diagnosis {
     std::vector<std::string> nextActions = {};
 };
 
-/// `schema` is that of the chip the process worked on, as far as the caller knows.
-Diagnosis diagnose( const Stop & stop, const SiteTable & table, const Sim::Schema & schema );
+/// `schema` is that of the chip the process worked on, as far as the caller knows. `lastCall` is the
+/// thread's last SDK operation, where a recording tells; it narrows what the text leaves open.
+Diagnosis diagnose( const Stop & stop, const SiteTable & table, const Sim::Schema & schema,
+                    const TraceReader::RecordedCall * lastCall = nullptr );
 
 /// "an entry of PC_PORT is allocated": a call text of the library as a sentence without its stop.
 /// Empty for a text that is no SDK call.

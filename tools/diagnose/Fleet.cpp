@@ -12,12 +12,16 @@ std::optional<std::int64_t> timeOf( const Stop & stop ) {
     return Text::parseUtc( std::string( stop.prefix.substr( 0, stop.prefix.find( ' ' ) ) ) );
 }
 
+std::string signatureOf( const Diagnosis & diagnosis ) {
+    const Stop & stop = diagnosis.stop;
+    return fmt::format( "{}\n{}\n{}\n{}", static_cast<int>( stop.kind ), diagnosis.function,
+                        stop.text, stop.rc );
+}
+
 void Fleet::add( const Diagnosis & diagnosis, const std::string & report,
                  std::optional<std::int64_t> time ) {
     ++stops_;
-    const Stop & stop = diagnosis.stop;
-    const std::string key = fmt::format( "{}\n{}\n{}\n{}", static_cast<int>( stop.kind ),
-                                         diagnosis.function, stop.text, stop.rc );
+    const std::string key = signatureOf( diagnosis );
     auto place = groups_.find( key );
     if ( place == groups_.end() ) {
         if ( groups_.size() == maxGroups ) {

@@ -17,6 +17,9 @@ namespace Tool {
 /// line, "2026-03-01T07:30:00Z", or nothing.
 std::optional<std::int64_t> timeOf( const Stop & stop );
 
+/// What stops of one kind have in common: the same recipe, text and code.
+std::string signatureOf( const Diagnosis & diagnosis );
+
 /// Stops of one kind: the same recipe, text and code.
 struct StopGroup {
     Diagnosis first;         ///< the one that was added first

@@ -3,6 +3,7 @@
 #include "text/Numbers.h"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 #include <utility>
 
@@ -12,6 +13,10 @@ namespace {
 
 constexpr std::string_view sourceFile = "Cairn/CairnLtHelper:";
 constexpr std::string_view misuse = "Kiln activity lock: ";
+constexpr std::string_view tool = "cairn-lt: ";
+
+// The tool's lines stand right behind those of the library, but for what other processes write.
+constexpr std::size_t nearby = 1000;
 
 // Takes a decimal number off the front.
 std::optional<int> takeNumber( std::string_view & text ) {
@@ -121,12 +126,52 @@ void ReportReader::add( std::string_view line ) {
             return;
         }
     }
+    if ( addOfTool( line ) )
+        return;
     const std::size_t at = line.find( misuse );
     if ( at != std::string_view::npos )
         keep( { .kind = Stop::Kind::lockMisuse,
                 .prefix = std::string( line.substr( 0, at ) ),
                 .reportLine = line_,
                 .text = std::string( line.substr( at + misuse.size() ) ) } );
+}
+
+// What cairn-lt says of the stop before. Without a stop these lines say nothing.
+bool ReportReader::addOfTool( std::string_view line ) {
+    if ( stops_.empty() || line_ - stops_.back().reportLine > nearby )
+        return false;
+    const std::size_t at = line.find( tool );
+    if ( at == std::string_view::npos )
+        return false;
+    const std::string_view text = line.substr( at + tool.size() );
+    const Stop said{ .kind = Stop::Kind::assertion, .prefix = std::string( line.substr( 0, at ) ) };
+    const auto stop = std::find_if( stops_.rbegin(), stops_.rend(), [&]( const Stop & each ) {
+        return each.process() == said.process();
+    } );
+    if ( stop == stops_.rend() )
+        return false;
+    // "stopped in step 1 of 1: RECIPE( ... )", with the place in a bring-up file before it.
+    constexpr std::string_view stopped = "stopped in step ";
+    const std::size_t step = text.find( stopped );
+    const std::size_t colon =
+        step == std::string_view::npos ? step : text.find( ": ", step + stopped.size() );
+    if ( colon != std::string_view::npos && stop->step.empty() ) {
+        stop->step = text.substr( colon + 2 );
+        return true;
+    }
+    if ( stop->step.empty() )
+        return false;
+    const std::array parts = {
+        std::pair( std::string_view( "last SDK call: " ), &stop->operation ),
+        std::pair( std::string_view( "the chip says: " ), &stop->chipSays ),
+        std::pair( std::string_view( "it is a fault that was injected: " ), &stop->fault ) };
+    for ( const auto & [mark, part] : parts ) {
+        if ( text.starts_with( mark ) && part->empty() ) {
+            *part = text.substr( mark.size() );
+            return true;
+        }
+    }
+    return false;
 }
 
 void ReportReader::keep( Stop stop ) {

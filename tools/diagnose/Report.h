@@ -30,6 +30,12 @@ struct Stop {
     std::string program = {};   ///< empty if no assertion line says it
     std::string signature = {}; ///< likewise
 
+    // What cairn-lt adds when it stops itself; empty for other programs.
+    std::string step = {};      ///< the recipe with its arguments
+    std::string operation = {}; ///< the last SDK call
+    std::string chipSays = {};  ///< the words of the simulated chip for its refusal
+    std::string fault = {};     ///< the one that was injected and struck that call
+
     /// The process id that stands in the prefix in brackets, as a journal writes it.
     std::optional<std::uint32_t> process() const;
 };
@@ -49,6 +55,7 @@ class ReportReader {
   private:
     void keep( Stop stop );
     bool complete( const Stop & assertion );
+    bool addOfTool( std::string_view line );
 
     std::vector<Stop> stops_;
     std::size_t count_ = 0;

@@ -184,6 +184,74 @@ const Site * SiteTable::allocateOf( const Site & call ) const {
     return nearest;
 }
 
+const Site * SiteTable::operationAt( const Site & site ) const {
+    if ( site.isCall() && site.text.find( '(' ) != std::string::npos )
+        return &site;
+    const Site * nearest = nullptr;
+    for ( const Site & each : sites_ ) {
+        if ( each.recipe == site.recipe && each.line < site.line && each.isCall() &&
+             each.text.find( '(' ) != std::string::npos )
+            nearest = &each;
+    }
+    return nearest;
+}
+
+CallPattern SiteTable::patternOf( const Site & call ) const {
+    using TraceReader::SdkCall;
+    CallPattern pattern;
+    if ( !call.isCall() )
+        return pattern;
+    pattern.call = TraceReader::sdkCallByName( call.text.substr( 0, call.text.find( '(' ) ) );
+    const auto arguments = argumentsOf( call.text );
+    if ( !pattern.call || arguments.empty() )
+        return pattern;
+    const auto literalAt = [&]( std::size_t argument ) {
+        return argument < arguments.size() ? literalOf( arguments[argument] ) : std::nullopt;
+    };
+    switch ( *pattern.call ) {
+    case SdkCall::entryAllocate:
+        pattern.table = literalAt( 1 );
+        return pattern;
+    case SdkCall::entryCommit:
+    case SdkCall::ptEntryCommit:
+        pattern.opcode = arguments.size() > 1 ? arguments[1] : std::string();
+        break;
+    case SdkCall::entryFieldSymbolAdd:
+        pattern.symbol = literalAt( 2 );
+        [[fallthrough]];
+    case SdkCall::entryFieldAdd:
+    case SdkCall::entryFieldArrayAdd:
+    case SdkCall::entryFieldGet:
+        pattern.field = literalAt( 1 );
+        break;
+    default:
+        break;
+    }
+    if ( const Site * const allocate = allocateOf( call ) )
+        pattern.table = patternOf( *allocate ).table;
+    return pattern;
+}
+
+bool CallPattern::fits( const TraceReader::RecordedCall & recorded ) const {
+    const auto agree = []( const std::optional<std::string> & expected, const std::string & text ) {
+        return !expected || text.empty() || *expected == text;
+    };
+    return call == recorded.call && agree( table, recorded.table ) &&
+           agree( field, recorded.field ) && agree( symbol, recorded.symbol ) &&
+           ( opcode.empty() || recorded.opcode.name.empty() || opcode == recorded.opcode.name );
+}
+
+std::optional<std::string> literalOf( std::string_view argument ) {
+    if ( argument.size() >= 2 && argument.front() == '"' && argument.back() == '"' )
+        return std::string( argument.substr( 1, argument.size() - 2 ) );
+    // The shim's constants with names: PC_PORTs is the text "PC_PORT".
+    constexpr std::string_view letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_";
+    if ( argument.size() >= 2 && argument.back() == 's' &&
+         argument.find_first_not_of( letters ) == argument.size() - 1 )
+        return std::string( argument.substr( 0, argument.size() - 1 ) );
+    return {};
+}
+
 std::vector<std::string> argumentsOf( std::string_view callText ) {
     std::vector<std::string> arguments;
     const std::size_t open = callText.find( '(' );

@@ -1,6 +1,9 @@
 #pragma once
 
+#include "tracereader/Recording.h"
+
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,6 +32,18 @@ struct Site {
     bool canFail() const { return kind == Kind::guarded || kind == Kind::lockKept; }
 };
 
+/// An operation as far as the source tells it. What the recipe makes at run time is not there.
+struct CallPattern {
+    std::optional<TraceReader::SdkCall> call = {}; ///< nothing: the text is no SDK operation
+    std::optional<std::string> table = {};
+    std::optional<std::string> field = {};
+    std::optional<std::string> symbol = {};
+    std::string opcode = {};
+
+    /// Whether a recorded operation may be this one.
+    bool fits( const TraceReader::RecordedCall & recorded ) const;
+};
+
 class SiteTable {
   public:
     /// The table in a library file. InputError if the file cannot be read, is no such library, or is
@@ -55,6 +70,13 @@ class SiteTable {
     /// before it with the same variable. Null if there is none.
     const Site * allocateOf( const Site & call ) const;
 
+    /// The SDK operation that a site is about: that of a call; of an assertion or a check of a code,
+    /// the one before it. Null if there is none.
+    const Site * operationAt( const Site & site ) const;
+
+    /// What the text of a call, and of the one that allocates its entry, tells of its operation.
+    CallPattern patternOf( const Site & call ) const;
+
   private:
     std::string version_;
     std::vector<Site> sites_;
@@ -62,5 +84,9 @@ class SiteTable {
 
 /// The arguments of a call text, "bcmlt_entry_free( entry )", without the blanks around them.
 std::vector<std::string> argumentsOf( std::string_view callText );
+
+/// The text that an argument stands for: one in quotes, or a name that the SDK gives. Nothing if the
+/// recipe makes it.
+std::optional<std::string> literalOf( std::string_view argument );
 
 } // namespace Tool

@@ -1,8 +1,6 @@
 #include "tests/support/TemporaryFolder.h"
 #include "tests/tools/Program.h"
 #include "tools/diagnose/Diagnosis.h"
-#include "tools/recipes/Registry.h"
-#include "tools/sweep/SweepPlan.h"
 
 #include <gtest/gtest.h>
 
@@ -15,7 +13,6 @@
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
-#include <utility>
 #include <vector>
 
 // From a report to the place and its meaning; and the verb.
@@ -28,81 +25,6 @@ using Tool::ReportReader;
 using Tool::SiteTable;
 using ToolTest::cairnLt;
 using ToolTest::Outcome;
-
-// --- Each call of each recipe that stops the process
-
-std::vector<std::string> runOf( const Tool::Recipe & recipe, const std::string & state ) {
-    std::vector<std::string> command{ "run", std::string( recipe.name ) };
-    for ( const Tool::Parameter & parameter : recipe.parameters() )
-        command.emplace_back( !parameter.sample.empty() ? parameter.sample
-                              : parameter.isUnit()      ? "0"
-                                                        : "chip0" );
-    command.insert( command.end(), { "--state", state } );
-    return command;
-}
-
-// What the tool itself says was called: "bcmlt_entry_field_add entry 1 TABLE FIELD = ...".
-std::vector<std::string> lastCall( const Outcome & run ) {
-    constexpr std::string_view mark = "last SDK call: ";
-    const auto lines = ToolTest::linesWith( run.err, std::string( mark ) );
-    if ( lines.empty() )
-        return {};
-    std::vector<std::string> words;
-    std::string word;
-    for ( const char c : lines[0].substr( lines[0].find( mark ) + mark.size() ) + " " ) {
-        if ( c != ' ' )
-            word += c;
-        else
-            words.push_back( std::exchange( word, {} ) );
-    }
-    return words;
-}
-
-TEST( DiagnoseTest, EveryCallThatStopsARecipeIsFoundByItsStandardError ) {
-    const Support::TemporaryFolder folder;
-    const SiteTable table = SiteTable::own();
-    std::size_t stops = 0;
-    for ( const Tool::Recipe & recipe : Tool::recipes() ) {
-        const std::string prepared = folder.path( std::string( recipe.name ) + ".json" );
-        if ( const Tool::Recipe * first = Tool::findRecipe( recipe.preparedBy ) )
-            cairnLt( runOf( *first, prepared ) );
-        const std::string before = Support::contents( prepared );
-        for ( int at = 1;; ++at ) {
-            const std::string state =
-                before.empty() ? folder.path( "fresh.json" ) : folder.write( "state.json", before );
-            if ( before.empty() )
-                std::filesystem::remove( state );
-            std::vector<std::string> command = runOf( recipe, state );
-            command.insert( command.end(), { "--inject", "rc=-77,at=" + std::to_string( at ) } );
-            const Outcome run = cairnLt( command );
-            if ( run.err.find( "never struck" ) != std::string::npos )
-                break;
-            if ( run.signal == 0 )
-                continue; // a call whose code the recipe looks at itself
-            SCOPED_TRACE( run.err );
-            ++stops;
-            ReportReader report;
-            for ( const std::string & line : ToolTest::lines( run.err ) )
-                report.add( line );
-            ASSERT_EQ( report.stops().size(), 1u );
-            const Diagnosis found =
-                Tool::diagnose( report.stops()[0], table, Sim::referenceSchema() );
-            EXPECT_EQ( found.found, Diagnosis::Found::exactly );
-            EXPECT_EQ( found.function, Tool::outputOf( recipe ).name );
-            const std::vector<std::string> called = lastCall( run );
-            ASSERT_GT( called.size(), 3u );
-            ASSERT_EQ( found.sites.size(), 1u );
-            if ( report.stops()[0].kind == Tool::Stop::Kind::apiError ) {
-                EXPECT_EQ( found.stop.rc, -77 );
-                if ( found.sites[0].text != "rc" ) {
-                    EXPECT_TRUE( found.sites[0].text.starts_with( called[0] + "(" ) );
-                    EXPECT_FALSE( found.inWords.empty() );
-                }
-            }
-        }
-    }
-    EXPECT_GT( stops, 250u );
-}
 
 // --- Other releases
 
