@@ -2,6 +2,7 @@
 
 #include "interpose/SdkCall.h"
 #include "text/NearestName.h"
+#include "tools/cli/Completion.h"
 #include "tools/cli/Verbs.h"
 #include "tools/model/Errors.h"
 
@@ -100,6 +101,11 @@ class CommandLine {
 
     int run( int argc, const char * const * argv ) {
         try {
+            // The scripts of the shells ask; it is no verb for people.
+            if ( argc > 1 && std::string_view( argv[1] ) == "complete" ) {
+                print( completionText( app_, std::vector<std::string>( argv + 2, argv + argc ) ) );
+                return 0;
+            }
             checkWords( { argv + std::min( argc, 1 ), argv + argc } );
             app_.parse( argc, argv );
             return verb_();

@@ -69,14 +69,14 @@ void checkNames( const Interpose::Fault & fault, const Model & model, const std:
            fields );
 }
 
-// Kiln also takes settings of facilities that are made later; the library makes these two.
+// Kiln also takes settings of facilities that are made later.
 void checkFacility( std::string_view name ) {
-    static constexpr std::string_view facilities[] = { "ApiCairn", "CairnLtHelper" };
+    const std::span facilities = traceFacilities();
     const bool isPattern = name.ends_with( '*' );
     if ( isPattern )
         name.remove_suffix( 1 );
-    const bool isKnown = std::any_of(
-        std::begin( facilities ), std::end( facilities ), [&]( std::string_view each ) {
+    const bool isKnown =
+        std::any_of( facilities.begin(), facilities.end(), [&]( std::string_view each ) {
             return isPattern ? each.starts_with( name ) : each == name;
         } );
     if ( !isKnown )
@@ -93,6 +93,11 @@ void changeStages( const StageStep & step ) {
 }
 
 } // namespace
+
+std::span<const std::string_view> traceFacilities() {
+    static constexpr std::string_view facilities[] = { "ApiCairn", "CairnLtHelper" };
+    return facilities;
+}
 
 std::optional<Result> StepOutcome::wanted() const {
     const auto * recipe = std::get_if<RecipeStep>( &step->what );

@@ -8,7 +8,9 @@
 #include <cstddef>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // Running steps on simulated chips: what `run` and `bringup` have in common.
@@ -115,5 +117,8 @@ class Session {
     class Impl;
     std::unique_ptr<Impl> impl_;
 };
+
+/// The facilities whose text trace `SessionOptions::trace` can ask for.
+std::span<const std::string_view> traceFacilities();
 
 } // namespace Tool
