@@ -29,6 +29,8 @@ void become( const std::vector<std::string> & arguments ) {
         argv.push_back( const_cast<char *>( argument.c_str() ) );
     argv.push_back( nullptr );
     ::unsetenv( "KILN_TRACE" );
+    // What the caller of the tests has open is none of the tool's.
+    ::close_range( STDERR_FILENO + 1, ~0u, 0 );
     if ( ::chdir( SOURCE_TREE ) == 0 )
         ::execv( CAIRN_LT, argv.data() );
 }
