@@ -60,7 +60,7 @@ void read( benchmark::State & state ) {
         TraceReader::Event event;
         std::int64_t calls = 0;
         while ( recording.next( event ) )
-            calls += event.moment == TraceReader::Event::Moment::after;
+            calls += event.moment == TraceReader::Event::Moment::after ? 1 : 0;
         if ( calls != rows * callsOfRow )
             state.SkipWithError( "calls are missing" );
     }

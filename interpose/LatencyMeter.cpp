@@ -56,7 +56,7 @@ struct LatencyMeter::State {
         latency.most = std::max( latency.most, took );
         latency.total += took;
         ++latency.count;
-        latency.failures += isFailure;
+        latency.failures += isFailure ? 1 : 0;
         ++latency.buckets[bucketOf( took )];
     }
 

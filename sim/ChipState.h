@@ -109,7 +109,7 @@ struct ChipState {
     Rc judgeLogical( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority );
     Rc judgePhysical( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority );
     // Adds a copy of the row to a logical table.
-    Rc addRow( TableState & table, const std::uint64_t * row );
+    Rc addRow( TableState & table, const std::uint64_t * row ) const;
 
     // --- Inspection, and changes behind the SDK's back
 

@@ -70,7 +70,7 @@ Rc ChipState::insert( TableState & table, const std::uint64_t * carried ) {
     return addRow( table, table.scratch.data() );
 }
 
-Rc ChipState::addRow( TableState & table, const std::uint64_t * row ) {
+Rc ChipState::addRow( TableState & table, const std::uint64_t * row ) const {
     // An existing row is reported as such, also where the table is full.
     if ( table.logicalRows.size() >= table.table.size.rows &&
          table.logicalRows.find( row ) == nullptr ) {

@@ -24,7 +24,8 @@ constexpr std::size_t maxRegionBytes = std::size_t( 1 ) << 40;
 constexpr std::size_t firstSegmentBytes = std::size_t( 1 ) << 20;
 
 std::size_t wholePages( const char * what, std::size_t bytes, std::size_t leastPages ) {
-    const std::size_t pages = bytes / Format::pageBytes + ( bytes % Format::pageBytes != 0 );
+    const std::size_t pages =
+        bytes / Format::pageBytes + ( bytes % Format::pageBytes != 0 ? 1 : 0 );
     if ( pages < leastPages || bytes > maxRegionBytes )
         fail( EINVAL, std::string( what ) + " of " + std::to_string( bytes ) +
                           " bytes; it must have " +
@@ -49,7 +50,7 @@ void touchPages( std::byte * memory, std::size_t bytes ) noexcept {
 
 TraceFile::TraceFile( const OpenOptions & options, int thread )
     : options_( options ), thread_( thread != 0 ? ::gettid() : 0 ), firstThread_( thread_ ),
-      segment_( options.keep == Keep::all ) {
+      segment_( options.keep == Keep::all ? 1 : 0 ) {
     if ( options.directory.empty() )
         fail( EINVAL, "no directory is given for the trace files" );
     options_.ringBytes = wholePages( "a ring", options.ringBytes, 2 );
@@ -214,7 +215,7 @@ void TraceFile::leaveToParent() noexcept {
     memory_ = nullptr;
     mayCreate_ = true;
     isRegistering_ = false;
-    segment_ = options_.keep == Keep::all;
+    segment_ = options_.keep == Keep::all ? 1 : 0;
     fullSegments_.clear();
     descriptorsUsed_ = 0;
     // With no site registered and no block, the next message comes by makeInChild().

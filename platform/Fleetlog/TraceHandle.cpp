@@ -53,7 +53,7 @@ std::atomic_ref<TraceHandle *> defaultHandle() noexcept {
 } // namespace
 
 TraceHandle::TraceHandle( const OpenOptions & options )
-    : multiThread_( options.files == Files::perThread ), generation_( ++lastGeneration ),
+    : multiThread_( options.files == Files::perThread ? 1 : 0 ), generation_( ++lastGeneration ),
       options_( options ) {
     TraceFile::removeOldFiles( options );
     if ( multiThread_ )

@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
+#include <cstdio>
 #include <ctime>
 #include <filesystem>
 #include <new>
@@ -179,7 +180,7 @@ void checkFile( TraceReader::File & file, const Progress & progress, Counts & co
 
 void checkFolder( const std::string & folder, const Progress & progress, Counts & counts ) {
     const auto paths = TraceReader::findFiles( folder );
-    counts.empty += paths.empty();
+    counts.empty += paths.empty() ? 1 : 0;
     std::set<std::uint32_t> found;
     const std::uint64_t before = counts.overwritten;
     for ( const auto & path : paths ) {
@@ -192,7 +193,7 @@ void checkFolder( const std::string & folder, const Progress & progress, Counts 
     const std::uint32_t streams = std::min<std::uint32_t>( progress.streams.load(), maxStreams );
     for ( std::uint32_t stream = 0; stream < streams; ++stream ) {
         counts.streams += found.count( stream );
-        if ( progress.written[stream].load() != 0 && found.count( stream ) == 0 &&
+        if ( progress.written[stream].load() != 0 && !found.contains( stream ) &&
              counts.overwritten == before )
             fail( counts.kills,
                   fmt::format( "stream {} is in no file, and nothing was overwritten", stream ) );
@@ -234,13 +235,13 @@ Counts run( std::uint64_t kills, std::uint32_t seed ) {
 } // namespace
 
 int main( int argc, char ** argv ) {
-    CLI::App app( "Kills processes that trace, and reads what they left" );
     std::uint64_t kills = 300;
     std::uint32_t seed = 1;
-    app.add_option( "--kills", kills, "How many" );
-    app.add_option( "--seed", seed, "Of what is random" );
-    CLI11_PARSE( app, argc, argv );
     try {
+        CLI::App app( "Kills processes that trace, and reads what they left" );
+        app.add_option( "--kills", kills, "How many" );
+        app.add_option( "--seed", seed, "Of what is random" );
+        CLI11_PARSE( app, argc, argv );
         ::prctl( PR_SET_CHILD_SUBREAPER, 1 );
         const Counts counts = run( kills, seed );
         fmt::print( "{} kills, {} before the first file, {} files, {} records of {} streams read, "
@@ -249,7 +250,7 @@ int main( int argc, char ** argv ) {
                     counts.overwritten );
         return 0;
     } catch ( const std::exception & error ) {
-        fmt::print( stderr, "trace_kill_run: {} (--seed {})\n", error.what(), seed );
+        std::fprintf( stderr, "trace_kill_run: %s (--seed %u)\n", error.what(), seed );
         return 1;
     }
 }

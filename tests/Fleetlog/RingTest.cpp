@@ -812,8 +812,8 @@ TEST_F( FleetlogTest, FileSizeLimitIsAnErrorAtOpenAndLeavesNoFile ) {
         const rlimit limit{ 8192, 8192 };
         ::setrlimit( RLIMIT_FSIZE, &limit );
         const std::string error = errorOf( [&] { openDefault( options() ); } );
-        return error.find( "cannot reserve" ) != error.npos &&
-               error.find( "make room or choose a smaller ring" ) != error.npos;
+        return error.find( "cannot reserve" ) != std::string::npos &&
+               error.find( "make room or choose a smaller ring" ) != std::string::npos;
     } );
     EXPECT_EQ( status, 0 );
     EXPECT_TRUE( directory_.files().empty() );
@@ -840,7 +840,7 @@ TEST_F( FleetlogTest, FullDiskIsAnErrorAtOpenAndLeavesNoFile ) {
 TEST_F( FleetlogTest, MultiThreadFlagIsTheFirstFieldOfTheHandle ) {
     const auto flagOf = []( const TraceHandle & handle ) {
         int flag = 0;
-        std::memcpy( &flag, &handle, sizeof flag );
+        std::memcpy( &flag, static_cast<const void *>( &handle ), sizeof flag );
         return flag;
     };
     TraceHandle none;

@@ -146,7 +146,7 @@ class TraceSinkFailureTest : public TraceTest {
                 line.find( ' ', std::min( line.find( ' ' ), line.size() - 1 ) + 1 );
             const auto text = line.find( ": " );
             lines.push_back(
-                facility == line.npos || text == line.npos
+                facility == std::string::npos || text == std::string::npos
                     ? line
                     : line.substr( facility + 1, line.find( ' ', facility + 1 ) - facility ) +
                           line.substr( text + 2 ) );
@@ -254,7 +254,7 @@ TEST_F( TraceSinkFailureTest, SignalsOfTheProcessAreAsTheyWere ) {
         sigpending( &pending );
         struct sigaction action;
         ::sigaction( SIGPIPE, nullptr, &action );
-        return !sigismember( &mask, SIGPIPE ) && !sigismember( &pending, SIGPIPE ) &&
+        return sigismember( &mask, SIGPIPE ) == 0 && sigismember( &pending, SIGPIPE ) == 0 &&
                action.sa_handler == SIG_DFL;
     } );
 }

@@ -56,7 +56,7 @@ void readAll( const Content & content ) {
         } else {
             ++records;
         }
-        before += event.moment == Event::Moment::before;
+        before += event.moment == Event::Moment::before ? 1 : 0;
         if ( event.moment != Event::Moment::message )
             requireSound( *event.call );
     }

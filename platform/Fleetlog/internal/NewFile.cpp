@@ -74,7 +74,7 @@ std::byte * NewFile::map( std::size_t bytes ) {
 
 std::string NewFile::publish() {
     for ( int copy = 1;; ++copy ) {
-        const std::string path = directory_ + "/" + numbered( stem_, copy ) + ".fleetlog";
+        std::string path = directory_ + "/" + numbered( stem_, copy ) + ".fleetlog";
         if ( giveName( hiddenPath_.c_str(), path.c_str() ) )
             return path;
         if ( errno != EEXIST )

@@ -24,7 +24,6 @@
 namespace {
 
 using ToolTest::cairnLt;
-using ToolTest::lines;
 using ToolTest::linesWith;
 using ToolTest::Outcome;
 

@@ -72,7 +72,7 @@ class RecordingVerbs : public ::testing::Test {
 
     // A recording of two rows, the second of which gets a value.
     std::string recorded( const std::string & name, std::uint64_t value ) {
-        const std::string folder = folder_.path( name );
+        std::string folder = folder_.path( name );
         Recording recording( folder );
         recording.setEcn( 1, 1 );
         recording.setEcn( 2, value );

@@ -21,7 +21,6 @@ namespace {
 
 using Json = nlohmann::json;
 using ToolTest::cairnLt;
-using ToolTest::lines;
 using ToolTest::linesWith;
 using ToolTest::Outcome;
 

@@ -321,7 +321,7 @@ TEST_F( TraceVerb, BadFilesHideNoOtherAndAreSaidWithExitCodeOne ) {
     ASSERT_EQ( seeds().exitCode, 0 );
     const std::string empty = folder() + "/empty.fleetlog";
     const std::string zeros = folder() + "/zeros.fleetlog";
-    std::ofstream{ empty };
+    std::ofstream( empty ).close();
     std::ofstream( zeros ) << std::string( 5000, '\0' );
     ASSERT_EQ( ::mkfifo( ( folder() + "/fifo.fleetlog" ).c_str(), 0600 ), 0 );
     const Outcome run = cairnLt( { "trace", folder() } );

@@ -122,9 +122,17 @@ TEST( ReportTest, WhatIsLikeAStopAndNoneIsPassedOver ) {
 
 TEST( ReportTest, RandomTextIsNoStop ) {
     std::mt19937 random( 1 );
-    const std::vector<std::string> pieces{
-        "Cairn/CairnLtHelper:", "286",           " ", "API ERROR:", "bcmlt_", "(-14", "\0",
-        ": Assertion `",        "Kiln activity", "x", "\xff" };
+    const std::vector<std::string> pieces{ "Cairn/CairnLtHelper:",
+                                           "286",
+                                           " ",
+                                           "API ERROR:",
+                                           "bcmlt_",
+                                           "(-14",
+                                           std::string( 1, '\0' ),
+                                           ": Assertion `",
+                                           "Kiln activity",
+                                           "x",
+                                           "\xff" };
     for ( int round = 0; round < 20000; ++round ) {
         std::string line;
         for ( std::size_t i = 0; i < 8; ++i )

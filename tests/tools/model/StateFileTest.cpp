@@ -199,7 +199,7 @@ TEST_F( StateFileTest, WhatAKilledProcessLeavesIsRemoved ) {
         folder_.write( name, "" );
     EXPECT_EQ( cairnLt( setEcn( state() ) ).exitCode, 0 );
     std::vector<std::string> expected = others;
-    expected.push_back( "chip.json" );
+    expected.emplace_back( "chip.json" );
     EXPECT_EQ( files(), expected );
 }
 
@@ -243,7 +243,7 @@ TEST_F( StateFileTest, ALimitOfFileSizesIsTroubleAndTheOldStateIsKept ) {
 TEST_F( StateFileTest, AFolderThatIsNotThereIsSaidBeforeAnythingIsProgrammed ) {
     const std::string path = folder_.path( "no/chip.json" );
     std::vector<std::string> command = setEcn( path );
-    command.push_back( "--record" );
+    command.emplace_back( "--record" );
     const Outcome run = cairnLt( command );
     EXPECT_EQ( run.exitCode, 2 );
     EXPECT_EQ( run.out, "" );

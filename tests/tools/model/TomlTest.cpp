@@ -174,6 +174,10 @@ std::string input( const Support::TemporaryFolder & folder, const std::string & 
     return folder.write( "x.toml", contents );
 }
 
+std::string complaint( const std::string & file, int line, const std::string & what ) {
+    return "cairn-lt: " + file + ":" + std::to_string( line ) + what + "\n";
+}
+
 TEST( HostileFileTest, EndsInOneLineWhereverItIsGiven ) {
     const Support::TemporaryFolder folder;
     constexpr std::size_t many = 50'000;
@@ -186,7 +190,7 @@ TEST( HostileFileTest, EndsInOneLineWhereverItIsGiven ) {
                 { "explain", "setOpaqueTagEgress", "--model", file } } ) {
             const Outcome run = cairnLt( command );
             EXPECT_EQ( run.exitCode, 2 ) << command[0];
-            EXPECT_EQ( run.err, "cairn-lt: " + file + ":1" + tooDeep + "\n" );
+            EXPECT_EQ( run.err, complaint( file, 1, tooDeep ) );
         }
     }
 }
