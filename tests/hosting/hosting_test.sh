@@ -17,6 +17,29 @@ libraries=$( dirname "$( find "$work/moved" -name libCairnLtHelper.so )" )
 
 # Only what was installed may be found.
 export PKG_CONFIG_PATH=$libraries/pkgconfig
+found=$( "$work/moved/bin/cairn-lt" list )
+if [ "$found" != "$( "$build/bin/cairn-lt" list )" ] || [ -z "$found" ]; then
+    echo "the installed cairn-lt says: $found"
+    exit 1
+fi
+for file in share/man/man1/cairn-lt-run.1 share/man/man5/fleetlog.5 share/bash-completion/completions/cairn-lt \
+    share/zsh/site-functions/_cairn-lt share/fish/vendor_completions.d/cairn-lt.fish \
+    share/doc/CairnLtHelper/README.md share/doc/CairnLtHelper/docs/hosting.md \
+    share/doc/CairnLtHelper/examples/bringup.toml; do
+    if [ ! -f "$work/moved/$file" ]; then
+        echo "$file is not installed"
+        exit 1
+    fi
+done
+# A component alone is what it is called.
+component() { # name, files that it has, sorted
+    cmake --install "$build" --prefix "$work/$1" --component "$1" >/dev/null
+    if [ "$( cd "$work/$1" && find . -type f | sort | tr '\n' ' ' )" != "$2" ]; then
+        echo "the component $1 has: $( find "$work/$1" -type f )"
+        exit 1
+    fi
+}
+component runtime "./${libraries#"$work/moved/"}/libCairnLtHelper.so ./${libraries#"$work/moved/"}/libCairnPlatform.so "
 # Headers of two other versions: a class is larger, and two members of a class have changed their places.
 other() { # version, header, change
     cp -r "$work/moved/include/CairnLtHelper" "$work/$1"
@@ -59,6 +82,16 @@ check() { # what, expected, found
 check "What the host built with CMake printed" "$( grep -v MESSAGE <<<"$calls" )" "$( "$work/host/host" )"
 check "What the host built with pkg-config printed" "$( grep -v MESSAGE <<<"$calls" )" \
     "$( LD_LIBRARY_PATH=$libraries "$work/host/host_pc" )"
+operations='OUTER_ECN 2
+bcmlt_entry_allocate 0
+bcmlt_entry_field_add 0
+bcmlt_entry_field_add 0
+bcmlt_pt_entry_commit 0
+bcmlt_entry_free 7'
+for kit in kit kit_pc; do
+    mkdir "$work/$kit"
+    check "What $kit printed" "$operations" "$( LD_LIBRARY_PATH=$libraries "$work/host/$kit" "$work/$kit" )"
+done
 check "What the host with its own platform printed" "${calls/MESSAGE/$own_line}" \
     "$( LD_LIBRARY_PATH=$work/host:$libraries "$work/host/host" )"
 for version in larger moved_members; do
