@@ -76,7 +76,7 @@ class RecordingIterator {
   public:
     RecordingIterator( const std::vector<std::string> & paths, std::optional<std::uint32_t> process,
                        bool wantsMessages )
-        : recording_( paths, { .wantsMessages = true, .process = process } ),
+        : recording_( checked( paths ), { .wantsMessages = true, .process = process } ),
           wantsMessages_( wantsMessages ) {}
 
     // A dict of members for a call, once it has returned or will not any more.
@@ -106,6 +106,12 @@ class RecordingIterator {
     }
 
   private:
+    static const std::vector<std::string> & checked( const std::vector<std::string> & paths ) {
+        if ( paths.empty() )
+            throw py::value_error( "name a folder or a file to read" );
+        return paths;
+    }
+
     TraceReader::Recording recording_;
     const bool wantsMessages_;
 };

@@ -215,6 +215,8 @@ def test_what_cannot_be_recorded_or_read(chip, tmp_path):
         TraceRecorder(chip, tmp_path / "file" / "folder")
     with pytest.raises(TraceError, match="none"):
         Recording(tmp_path / "none")
+    with pytest.raises(ValueError, match="name a folder"):
+        Recording()
     with pytest.raises(TraceError, match="no trace files"):
         (tmp_path / "empty").mkdir()
         replay(tmp_path / "empty")
