@@ -14,7 +14,13 @@ std::unique_ptr<TraceReader::Recording> openRecording( const std::string & path,
     auto recording = std::make_unique<TraceReader::Recording>(
         std::vector{ path },
         TraceReader::Recording::Options{ .wantsMessages = true, .process = process } );
-    const auto & processes = recording->processes();
+    needOneProcess( *recording, path, remedy );
+    return recording;
+}
+
+void needOneProcess( const TraceReader::Recording & recording, const std::string & path,
+                     const char * remedy ) {
+    const auto & processes = recording.processes();
     std::string all;
     for ( const auto & each : processes )
         all += fmt::format( "{}{} ({})", all.empty() ? "" : ", ", each.process, each.program );
@@ -23,7 +29,6 @@ std::unique_ptr<TraceReader::Recording> openRecording( const std::string & path,
                           "it holds the calls of " + std::to_string( processes.size() ) +
                               " processes: " + all,
                           remedy );
-    return recording;
 }
 
 } // namespace Tool

@@ -17,4 +17,8 @@ std::unique_ptr<TraceReader::Recording>
 openRecording( const std::string & path, std::optional<std::uint32_t> process = {},
                const char * remedy = "choose one with --process" );
 
+/// InputError, with this remedy, if a recording has the calls of several processes.
+void needOneProcess( const TraceReader::Recording & recording, const std::string & path,
+                     const char * remedy = "choose one with --process" );
+
 } // namespace Tool
