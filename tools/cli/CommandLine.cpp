@@ -97,6 +97,7 @@ class CommandLine {
         addReplay();
         addCheck();
         addDiagnose();
+        addReport();
     }
 
     int run( int argc, const char * const * argv ) {
@@ -442,7 +443,42 @@ class CommandLine {
         } );
     }
 
+    void addReport() {
+        CLI::App & verb = addVerb(
+            "report", "Writes a page to look at: what was done, when, and what the chip holds",
+            "cairn-lt report examples/bringup.toml -o bringup.html\n"
+            "cairn-lt report recording/ -o recording.html\n"
+            "cairn-lt report recording/ --from before.json -o recording.html\n"
+            "cairn-lt sweep --format json >sweep.json; cairn-lt report sweep.json -o sweep.html",
+            "The page is one file that needs no other and no network. It can be given a trace, with "
+            "recorded SDK calls or without; a bring-up file, whose steps are run on new chips; or "
+            "the JSON that sweep or diff has printed. If a bring-up stops, the page is written "
+            "before the process ends (SIGABRT).\n" );
+        verb.add_option(
+                "input", report_.input,
+                "A trace folder or file, a recording, a bring-up file, or JSON of sweep or "
+                "diff" )
+            ->required();
+        verb.add_option( "-o,--output", report_.output, "The page, an HTML file" )->required();
+        verb.add_option( "--from", report_.from,
+                         "A recording: the chips begin as this state file says; it is only read" );
+        addChips( verb, report_.chips );
+        addProcess( verb, report_.process );
+        addInject( verb, report_.inject );
+        onVerb( verb, [this] { return Tool::report( report_ ); } );
+    }
+
     // --- What verbs share
+
+    void addInject( CLI::App & verb, std::vector<std::string> & faults ) {
+        verb.add_option( "--inject", faults,
+                         "A fault, as op=OPERATION,table=TABLE,field=FIELD,unit=UNIT,rc=CODE,at=N,"
+                         "always or handle=invalid; repeatable. OPERATION is one of " +
+                             operationNames() )
+            ->expected( 1 )
+            ->allow_extra_args( false )
+            ->take_all();
+    }
 
     CLI::App & addVerb( const char * name, const char * description, const std::string & examples,
                         const std::string & more = {} ) {
@@ -495,13 +531,7 @@ class CommandLine {
         verb.add_option( "--trace-dir", session.traceDir,
                          "Leaves the binary trace in this folder, made if it is not there; "
                          "\"cairn-lt trace\" reads it" );
-        verb.add_option( "--inject", session.inject,
-                         "A fault, as op=OPERATION,table=TABLE,field=FIELD,unit=UNIT,rc=CODE,at=N,"
-                         "always or handle=invalid; repeatable. OPERATION is one of " +
-                             operationNames() )
-            ->expected( 1 )
-            ->allow_extra_args( false )
-            ->take_all();
+        addInject( verb, session.inject );
         verb.add_flag( "--dump{as-format}", texts_.dump,
                        "Shows the tables that were written, as --format says or as --dump=text or "
                        "--dump=json" );
@@ -666,6 +696,7 @@ class CommandLine {
     ReplayOptions replay_;
     CheckOptions check_;
     DiagnoseOptions diagnose_;
+    ReportOptions report_;
 };
 
 } // namespace

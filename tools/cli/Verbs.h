@@ -198,4 +198,21 @@ struct CheckOptions {
 /// The rules that the calls of a recording break. 1 if there are any, or if it is damaged.
 int check( const CheckOptions & options );
 
+struct ReportOptions {
+    /// A trace folder or file, a bring-up file to run, or the JSON of a sweep or a difference.
+    std::string input;
+    /// The page.
+    std::string output;
+    /// Of a trace: the chips, and the state file that they begin with; empty: they are new.
+    ChipOptions chips;
+    std::string from;
+    std::optional<std::uint32_t> process;
+    /// Of a bring-up: faults as Interpose::parseFault reads them.
+    std::vector<std::string> inject;
+};
+
+/// A page to look at. 1 if a bring-up does not go as it must, or if a trace is damaged; the page is
+/// written all the same.
+int report( const ReportOptions & options );
+
 } // namespace Tool
