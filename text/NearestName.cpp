@@ -69,7 +69,7 @@ std::string nameHint( std::string_view wanted, std::span<const std::string_view>
                   [&]( std::string_view name ) { return name.starts_with( wanted ); } );
     if ( candidates.empty() )
         candidates.assign( names.begin(), names.end() );
-    constexpr std::size_t few = 12;
+    constexpr std::size_t few = 16;
     if ( candidates.empty() || candidates.size() > few )
         return {};
     std::string text = candidates.size() == 1 ? "there is " : "there are ";
