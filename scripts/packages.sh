@@ -9,6 +9,7 @@ build_packages=( g++ cmake ninja-build pkg-config
 python_packages=( pybind11-dev python3-dev python3-pytest )
 test_packages=( libgtest-dev libbenchmark-dev binutils file python3 python3-mypy clang-14 clang man-db zsh fish )
 all_packages=( clang-tidy-14 libclang-rt-14-dev valgrind )
+browser_packages=( chromium )
 
 install_packages() {
     local missing=() package

@@ -29,6 +29,10 @@ packages=( "${build_packages[@]}" "${python_packages[@]}" "${test_packages[@]}" 
 if [ "${presets[*]}" != release ]; then
     packages+=( "${all_packages[@]}" )
 fi
+if [ "${1-}" = --all ]; then
+    packages+=( "${browser_packages[@]}" )
+    export CAIRN_BROWSER=required # elsewhere the test of the pages is skipped if there is none
+fi
 install_packages "${packages[@]}"
 
 for preset in "${presets[@]}"; do

@@ -252,7 +252,7 @@ class PageData {
         packing_.addColumn( "call.thread", calls, []( const C & call ) { return call.thread; } );
         packing_.addColumn( "call.handle", calls, []( const C & call ) { return call.handle; } );
         packing_.addColumn( "call.unit", calls, []( const C & call ) {
-            return static_cast<std::uint32_t>( call.unit + 1 );
+            return static_cast<std::uint32_t>( call.unit ) + 1; // 0: not known
         } );
         packing_.addColumn( "call.table", calls, []( const C & call ) { return call.table; } );
         packing_.addColumn( "call.field", calls, []( const C & call ) { return call.field; } );

@@ -16,9 +16,9 @@ namespace {
 using Moment = TraceReader::Event::Moment;
 using TraceReader::SdkCall;
 
-// So many rows are remembered with those who wrote them, and so many are shown.
-constexpr std::size_t mostWriters = std::size_t( 1 ) << 20;
-constexpr std::size_t mostRows = 20'000;
+// Of so many fields it is remembered who wrote them, and rows with so many elements are shown.
+constexpr std::size_t mostWriters = std::size_t( 1 ) << 23;
+constexpr std::size_t mostElements = std::size_t( 1 ) << 20;
 constexpr std::size_t mostArrayValues = 64;
 
 bool isCommit( SdkCall call ) {
@@ -403,7 +403,8 @@ void ReportRecording::commit( const Entry & entry, const Call & call, std::size_
     const std::string_view opcode = call.opcode.name;
     const std::string key = keyOf( entry.unit, *entry.table, entry.id );
     if ( opcode == "BCMLT_OPCODE_DELETE" ) {
-        writers_.erase( key );
+        if ( writers_.erase( key ) != 0 )
+            writerCount_ -= entry.table->fields.size();
         return;
     }
     const bool isWhole = opcode == "BCMLT_OPCODE_INSERT" || opcode == "BCMLT_PT_OPCODE_SET";
@@ -411,8 +412,9 @@ void ReportRecording::commit( const Entry & entry, const Call & call, std::size_
         return;
     auto row = writers_.find( key );
     if ( row == writers_.end() ) {
-        if ( writers_.size() == mostWriters )
+        if ( writerCount_ + entry.table->fields.size() > mostWriters )
             return;
+        writerCount_ += entry.table->fields.size();
         row = writers_.emplace( key, std::vector<std::size_t>( entry.table->fields.size() ) ).first;
     }
     if ( isWhole )
@@ -425,6 +427,7 @@ void ReportRecording::commit( const Entry & entry, const Call & call, std::size_
 
 void ReportRecording::addTables( const Sim::Chip & before, const Sim::Chip & after ) {
     std::size_t shown = 0;
+    std::size_t elements = 0;
     std::size_t written = 0;
     for ( const int unit : after.units() ) {
         for ( const Sim::Table & table : after.schema( unit )->tables() ) {
@@ -445,10 +448,11 @@ void ReportRecording::addTables( const Sim::Chip & before, const Sim::Chip & aft
                     to.fields.push_back( field.name );
             }
             for ( const Sim::RowImage & image : images ) {
-                if ( shown == mostRows ) {
+                if ( elements + table.elementCount() > mostElements ) {
                     ++to.rowsLeftOut;
                     continue;
                 }
+                elements += table.elementCount();
                 ++shown;
                 const auto old = before.row( unit, table.name, image.id );
                 const auto writers = writers_.find( keyOf( unit, table, image.id ) );
@@ -483,8 +487,7 @@ void ReportRecording::addTables( const Sim::Chip & before, const Sim::Chip & aft
     }
     report_.facts.emplace_back( "Rows written", fmt::to_string( written ) );
     if ( written > shown )
-        report_.notes.push_back(
-            fmt::format( "Of {} rows the first {} are shown.", written, shown ) );
+        report_.notes.push_back( fmt::format( "Of {} rows {} are shown.", written, shown ) );
 }
 
 } // namespace Tool

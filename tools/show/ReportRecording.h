@@ -111,6 +111,7 @@ class ReportRecording {
     std::unordered_map<std::uint32_t, Entry> entries_; ///< by handle
     /// By row: for each field the place of the call that wrote it last, + 1.
     std::unordered_map<std::string, std::vector<std::size_t>> writers_;
+    std::size_t writerCount_ = 0; ///< of all rows
 };
 
 } // namespace Tool

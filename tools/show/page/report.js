@@ -162,15 +162,14 @@ class Rows {
     this.count = 0;
     this.chosen = -1; // as a place in what is shown
     this.id = place.id;
-    this.box = make("div", { className: "rows", role: "grid", "aria-label": label, "aria-colcount": columns.length });
-    this.box.style.setProperty("--columns", columns.map((each) => each.width).join(" "));
+    this.window = make("div", { className: "window", tabIndex: 0, role: "grid", "aria-label": label, "aria-colcount": columns.length });
+    this.window.style.setProperty("--columns", columns.map((each) => each.width).join(" "));
     this.heads = make("div", { className: "heads", role: "row", "aria-rowindex": 1 },
       ...columns.map((each) => make("span", { role: "columnheader", className: (each.style ?? "").replace("mono", "") }, each.head)));
     this.layer = make("div", { className: "layer", role: "rowgroup" });
     this.space = make("div", { className: "space" });
-    this.window = make("div", { className: "window", tabIndex: 0, role: "rowgroup", "aria-label": label }, this.space, this.layer);
-    this.box.append(make("div", { role: "rowgroup" }, this.heads), this.window);
-    place.append(this.box);
+    this.window.append(make("div", { className: "top", role: "rowgroup" }, this.heads), this.space, this.layer);
+    place.append(make("div", { className: "rows" }, this.window));
     this.window.addEventListener("scroll", () => this.draw());
     this.window.addEventListener("keydown", (event) => this.onKey(event));
     this.layer.addEventListener("click", (event) => {
@@ -187,7 +186,7 @@ class Rows {
     this.rows = rows;
     this.count = rows ? rows.length : count;
     this.chosen = this.placeOf(kept);
-    this.box.setAttribute("aria-rowcount", this.count + 1);
+    this.window.setAttribute("aria-rowcount", this.count + 1);
     this.height = Math.min(this.count * Rows.rowHeight, Rows.mostHeight);
     this.space.style.height = this.height + "px";
     if (this.chosen < 0) this.window.scrollTop = 0;
@@ -205,20 +204,25 @@ class Rows {
     return this.rows[place] === row ? place : -1;
   }
 
+  // What of the window is below the heads, in pixels and in whole rows.
+  get room() {
+    return this.window.clientHeight - this.heads.offsetHeight;
+  }
+
   inSight() {
-    return Math.max(1, Math.floor(this.window.clientHeight / Rows.rowHeight));
+    return Math.max(1, Math.floor(this.room / Rows.rowHeight));
   }
 
   // The first row in sight, and where the window is scrolled to for a row to be the first.
   first() {
-    const most = this.height - this.window.clientHeight;
+    const most = this.height - this.room;
     if (most <= 0) return 0;
-    return Math.min(1, this.window.scrollTop / most) * Math.max(0, this.count - this.window.clientHeight / Rows.rowHeight);
+    return Math.min(1, this.window.scrollTop / most) * Math.max(0, this.count - this.room / Rows.rowHeight);
   }
 
   scrollTo(first) {
-    const rows = Math.max(1, this.count - this.window.clientHeight / Rows.rowHeight);
-    this.window.scrollTop = (first / rows) * Math.max(0, this.height - this.window.clientHeight);
+    const rows = Math.max(1, this.count - this.room / Rows.rowHeight);
+    this.window.scrollTop = (first / rows) * Math.max(0, this.height - this.room);
   }
 
   draw(isPrint = false) {
@@ -255,7 +259,7 @@ class Rows {
     if (place < 0 || place >= this.count) return;
     this.chosen = place;
     const first = this.first();
-    const inSight = this.window.clientHeight / Rows.rowHeight;
+    const inSight = this.room / Rows.rowHeight;
     if (place < first) this.scrollTo(place);
     else if (place + 1 > first + inSight) this.scrollTo(place + 1 - inSight);
     this.draw();
@@ -453,6 +457,13 @@ class Timeline {
     if (isTold) this.onChoose(call);
   }
 
+  // Brings a moment into sight.
+  showTime(time, text) {
+    const width = Math.min(this.to - this.from, this.end / 20);
+    this.look(time - width / 2, time + width / 2);
+    at("lanes-now").textContent = `${timeText(time)}  ${text}`;
+  }
+
   // --- Finding
 
   find(text) {
@@ -640,26 +651,23 @@ class Timeline {
   drawSpans(pen, lane, top) {
     const { spans } = data;
     pen.font = `12px ${this.font}`;
-    let other = false;
-    let last = -10;
     this.inSight(lane.spans, spans.begin, spans.took, (span, x, width) => {
       const isFound = !this.found || this.isSpanFound(span);
       const isBad = spans.flags[span] & spanFlag.bad;
-      // Neighbours of the same kind are told apart.
-      other = spans.name[span] % 2 === 1;
+      // Two shades, by the name: most neighbours are told apart.
+      const isOther = spans.name[span] % 2 === 1;
       pen.globalAlpha = isFound ? 1 : 0.3;
       pen.fillStyle = isBad ? this.color.bad
         : spans.flags[span] & spanFlag.entry ? this.color.entry
-          : other ? this.color["recipe-other"] : this.color.recipe;
+          : isOther ? this.color["recipe-other"] : this.color.recipe;
       pen.fillRect(x, top, Math.max(1, width - (width > 4 ? 1 : 0)), 20);
-      if (width > 28 && x > last) {
+      if (width > 28) {
         const begin = Math.max(4, x + 5);
         const room = x + width - begin - 4;
         const text = shortened(pen, spanText(span), data.texts[spans.name[span]], room);
         pen.fillStyle = isBad ? this.color.panel : this.color.ink;
         pen.fillText(text, begin, top + 10.5);
       }
-      last = x;
     });
     pen.globalAlpha = 1;
   }
@@ -760,8 +768,10 @@ function shortened(pen, text, short, room) {
 // --- The sections
 
 function addFacts(list, facts) {
-  for (const [name, text] of facts)
+  for (const [name, fact] of facts) {
+    const text = /^\d+$/.test(fact) ? Number(fact).toLocaleString("en") : fact;
     list.append(make("div", { className: text.length > 18 ? "long" : "" }, make("dt", {}, name), make("dd", {}, text)));
+  }
 }
 
 function addPairs(list, pairs) {
@@ -782,15 +792,15 @@ class Calls {
   constructor() {
     const { calls, texts } = data;
     this.rows = new Rows(at("call-rows"), "Calls", [
-      { head: "call", width: "5.5rem", text: (call) => String(calls.number[call]), style: "right soft" },
+      { head: "call", width: "4.5rem", text: (call) => String(calls.number[call]), style: "right soft" },
       { head: "time, s", width: "8.5rem", text: (call) => timeText(calls.begin[call]), style: "right soft" },
       ...(data.threads.length > 1 ? [{ head: "thread", width: "8rem", text: (call) => data.threads[calls.thread[call]], style: "soft" }] : []),
-      { head: "recipe", width: "minmax(6rem, 1.2fr)", text: recipeOf },
-      { head: "operation", width: "10.5rem", text: operationText },
-      { head: "table", width: "minmax(6rem, 1.2fr)", text: (call) => texts[calls.table[call]], style: "mono" },
-      { head: "given and read", width: "minmax(8rem, 2fr)", text: inputText, style: "mono" },
-      { head: "rc", width: "3rem", text: resultText, style: "right" },
-      { head: "took", width: "5rem", text: (call) => durationText(calls.took[call]), style: "right soft" },
+      { head: "recipe", width: "minmax(6rem, 1.5fr)", text: recipeOf },
+      { head: "operation", width: "10rem", text: operationText },
+      { head: "table", width: "minmax(6rem, 1.6fr)", text: (call) => texts[calls.table[call]], style: "mono" },
+      { head: "given and read", width: "minmax(8rem, 1.9fr)", text: inputText, style: "mono" },
+      { head: "rc", width: "2.5rem", text: resultText, style: "right" },
+      { head: "took", width: "4.5rem", text: (call) => durationText(calls.took[call]), style: "right soft" },
     ], { isBad: isFailed, onChoose: (call) => showCall(call, this), empty: "No call is like that" });
     this.fill(at("call-operation"), data.calls.operation, (each) => operations[each]);
     this.fill(at("call-table"), data.calls.table, (each) => texts[each]);
@@ -798,7 +808,7 @@ class Calls {
     at("call-thread-field").hidden = data.threads.length < 2;
     const filter = () => this.filter();
     at("call-filter").addEventListener("input", filter);
-    at("call-filter").addEventListener("reset", () => queueMicrotask(filter));
+    at("call-filter").addEventListener("reset", () => setTimeout(filter)); // it is reset after the event
     at("call-filter").addEventListener("submit", (event) => event.preventDefault());
     this.filter();
   }
@@ -900,7 +910,7 @@ function showMessages() {
     { head: "time, s", width: "8.5rem", text: (each) => timeText(messages.time[each]), style: "right soft" },
     ...(data.threads.length > 1 ? [{ head: "thread", width: "9rem", text: (each) => data.threads[messages.thread[each]], style: "soft" }] : []),
     { head: "text", width: "1fr", text: (each) => texts[messages.text[each]], style: "mono" },
-  ], { empty: "No message is like that" });
+  ], { empty: "No message is like that", onChoose: (each) => timeline.showTime(messages.time[each], texts[messages.text[each]]) });
   const filter = () => {
     const part = at("message-find").value.trim();
     const count = messages.text.length;
@@ -1052,7 +1062,7 @@ function showGrid(grid, number) {
     make("div", { className: "head" }, make("h2", { id: `${id}-title` }, grid.title), tools), place));
   const widest = grid.heads.map((head, i) => grid.rows.slice(0, 500).reduce((most, row) => Math.max(most, row[i].length), head.length));
   const rows = new Rows(place, grid.title, grid.heads.map((head, i) => ({
-    head, width: widest[i] < 8 ? `${Math.max(3, widest[i] * 0.6 + 0.5)}rem` : `minmax(5rem, ${Math.min(widest[i], 48)}fr)`,
+    head, width: widest[i] < 8 ? `${Math.max(3, widest[i] * 0.6 + 0.5)}rem` : `minmax(${Math.min(widest[i], 14) * 0.55}rem, ${Math.min(widest[i], 48)}fr)`,
     text: (row) => grid.rows[row][i], style: widest[i] < 8 ? "soft" : "",
   })), { isBad: (row) => grid.bad[row], empty: "Nothing is like that" });
   const lower = grid.rows.map((row) => row.join("\n").toLowerCase());
@@ -1096,6 +1106,7 @@ async function open() {
   data.grids.forEach(showGrid);
   showNavigation();
   document.documentElement.dataset.state = "open";
+  performance.mark("open");
 }
 
 open().catch((error) => {
