@@ -71,7 +71,7 @@ TEST( CompletionTest, VerbsAreThoseOfTheHelp ) {
 TEST( CompletionTest, OptionsAreThoseOfTheHelp ) {
     for ( const std::string & verb : verbs() ) {
         const Words options = listed( cairnLt( { verb, "--help" } ).out, "Options",
-                                      std::regex( "^  (?:-h,)?(--[a-z-]+)" ) );
+                                      std::regex( "^  (?:-[a-z],)?(--[a-z-]+)" ) );
         EXPECT_TRUE( options.contains( "--help" ) ) << verb;
         EXPECT_EQ( offered( { verb, "--" } ).words, options ) << verb;
     }
