@@ -77,6 +77,10 @@ bool takeOver( int descriptor, const struct stat & old ) {
     return ::fchmod( descriptor, old.st_mode & 0777 ) == 0;
 }
 
+Trouble cannotBeWritten( const std::string & path, int error ) {
+    return Trouble( fmt::format( "{}: cannot be written: {}", path, std::strerror( error ) ) );
+}
+
 } // namespace
 
 std::string readFile( const std::string & path ) {
@@ -128,24 +132,45 @@ std::string linkTarget( const std::string & path ) {
     throw InputError( path, 0, std::strerror( ELOOP ), "name the file itself" );
 }
 
-void replaceFile( const std::string & path, std::string_view text ) {
+NewFile::NewFile( std::string path )
+    : path_( std::move( path ) ), temporary_( temporaryBeside( path_ ) ) {
     struct stat old {};
-    const bool isNew = ::stat( path.c_str(), &old ) != 0;
-    const std::string temporary = temporaryBeside( path );
-    const auto refuse = [&]( int error ) {
-        return Trouble( fmt::format( "{}: cannot be written: {}", path, std::strerror( error ) ) );
-    };
-    const Descriptor file(
-        ::open( temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, isNew ? 0666 : 0600 ) );
-    if ( file.number() < 0 )
-        throw refuse( errno );
-    if ( !( isNew || takeOver( file.number(), old ) ) || !writeAll( file.number(), text ) ||
-         ::fsync( file.number() ) != 0 || std::rename( temporary.c_str(), path.c_str() ) != 0 ) {
+    const bool isNew = ::stat( path_.c_str(), &old ) != 0;
+    descriptor_ =
+        ::open( temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, isNew ? 0666 : 0600 );
+    if ( descriptor_ < 0 )
+        throw cannotBeWritten( path_, errno );
+    if ( !isNew && !takeOver( descriptor_, old ) ) {
         const int error = errno;
-        ::unlink( temporary.c_str() );
-        throw refuse( error );
+        remove();
+        throw cannotBeWritten( path_, error );
     }
-    syncFolderOf( path );
+}
+
+NewFile::~NewFile() { remove(); }
+
+void NewFile::remove() noexcept {
+    if ( !temporary_.empty() )
+        ::unlink( temporary_.c_str() );
+    ::close( descriptor_ );
+}
+
+void NewFile::write( std::string_view text ) {
+    if ( !writeAll( descriptor_, text ) )
+        throw cannotBeWritten( path_, errno );
+}
+
+void NewFile::appear() {
+    if ( ::fsync( descriptor_ ) != 0 || std::rename( temporary_.c_str(), path_.c_str() ) != 0 )
+        throw cannotBeWritten( path_, errno );
+    temporary_.clear();
+    syncFolderOf( path_ );
+}
+
+void replaceFile( const std::string & path, std::string_view text ) {
+    NewFile file( path );
+    file.write( text );
+    file.appear();
 }
 
 void removeLeftovers( const std::string & path ) {

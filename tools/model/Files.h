@@ -21,13 +21,31 @@ bool writeAll( int descriptor, std::string_view text ) noexcept;
 /// yet or not. InputError if they lead in a circle.
 std::string linkTarget( const std::string & path );
 
-/// Replaces a file, or makes a new one: whoever reads it sees the old contents or the new. A file
-/// that is replaced keeps its mode, and its owner if that is allowed. Trouble, with the old file as
-/// it was, if that fails. `path` is not a symbolic link (see linkTarget()).
+/// A file that is replaced, or made, when it is complete: whoever reads it sees the old contents or
+/// the new. A file that is replaced keeps its mode, and its owner if that is allowed. Trouble, with the
+/// old file as it was, if that fails. `path` is not a symbolic link (see linkTarget()).
 ///
 /// The new contents are written beside the file, under a name that nobody can guess. A process that
 /// is killed leaves that file behind; removeLeftovers() removes those of `path`. Not while another
 /// process may replace it.
+class NewFile {
+  public:
+    explicit NewFile( std::string path );
+    ~NewFile(); ///< removes what was written, if it has not appeared
+    NewFile( const NewFile & ) = delete;
+    NewFile & operator=( const NewFile & ) = delete;
+
+    void write( std::string_view text );
+    void appear();
+
+  private:
+    void remove() noexcept;
+
+    std::string path_;
+    std::string temporary_; ///< empty: it has appeared
+    int descriptor_;
+};
+
 void replaceFile( const std::string & path, std::string_view text );
 void removeLeftovers( const std::string & path );
 
