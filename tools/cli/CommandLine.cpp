@@ -43,6 +43,7 @@ constexpr const char * recipeHelp =
 struct Texts {
     std::string format = "text";
     std::string dump;
+    std::string exportAs;
 };
 
 // What an option may say, and what that means.
@@ -55,6 +56,9 @@ const Choices<ExplainFormat> explainFormats{ { "text", ExplainFormat::text },
                                              { "json", ExplainFormat::json } };
 const Choices<TraceFormat> traceFormats{
     { "text", TraceFormat::text }, { "brief", TraceFormat::brief }, { "json", TraceFormat::json } };
+const Choices<ExportFormat> exportFormats{ { "ctf", ExportFormat::ctf },
+                                           { "chrome", ExportFormat::chrome },
+                                           { "folded", ExportFormat::folded } };
 const Choices<DiagnoseFormat> diagnoseFormats{ { "text", DiagnoseFormat::text },
                                                { "json", DiagnoseFormat::json },
                                                { "ndjson", DiagnoseFormat::ndjson } };
@@ -260,10 +264,13 @@ class CommandLine {
             "cairn-lt trace trace/ --recipe setLoadBalanceRandSeedCtrl --format json\n"
             "cairn-lt trace trace/ --from 2026-03-01T07:30:00 --match 'unit: 3'\n"
             "cairn-lt trace trace/ --follow --wait 60\n"
-            "cairn-lt trace trace/ --info",
+            "cairn-lt trace trace/ --info\n"
+            "cairn-lt trace recording/ trace/ --export chrome -o trace.json",
             "The records of all files are shown in the order of their times. What is missing is "
             "said on standard error. Exit code 1 if a file is damaged or cannot be read; the others "
             "are read.\n"
+            "--export writes them for other viewers: ctf is a Common Trace Format directory, chrome a "
+            "trace-event document, folded the time of SDK calls as stacks for a flame graph.\n"
             "Records carry no checksum: a byte that was changed within a value is not noticed.\n" );
         verb.add_option( "paths", trace_.paths, "Trace files, or folders that hold some" )
             ->required();
@@ -295,10 +302,22 @@ class CommandLine {
             verb.add_flag( "--check", trace_.check, "Says what is damaged, and where" );
         info->excludes( follow, check );
         check->excludes( follow );
-        verb.add_option( "--format", texts_.format,
-                         "text (the default), brief (time and text) or json (a line each)" );
+        CLI::Option * format =
+            verb.add_option( "--format", texts_.format,
+                             "text (the default), brief (time and text) or json (a line each)" );
+        CLI::Option * exportAs = verb.add_option( "--export", texts_.exportAs,
+                                                  "Writes the records as ctf, chrome or folded" );
+        exportAs->excludes( follow, info, check, format );
+        verb.add_option( "-o,--output", trace_.output,
+                         "The file, or for ctf the directory, that is written; standard output if "
+                         "left out" )
+            ->needs( exportAs );
         onVerb( verb, [this] {
             trace_.format = chosen( "--format", texts_.format, traceFormats );
+            if ( !texts_.exportAs.empty() )
+                trace_.exportAs = chosen( "--export", texts_.exportAs, exportFormats );
+            if ( trace_.exportAs == ExportFormat::ctf && trace_.output.empty() )
+                throw InputError( "--export ctf writes a directory", "name it with -o" );
             return Tool::trace( trace_ );
         } );
     }

@@ -72,52 +72,22 @@ TraceReader::Filter filterOf( const TraceOptions & options ) {
     return filter;
 }
 
-// Recorded SDK calls: which are shown, and how.
-class Calls {
+// Which recorded SDK calls are wanted.
+class CallFilter {
   public:
-    explicit Calls( const TraceOptions & options, const TraceReader::Filter & filter )
+    explicit CallFilter( const TraceOptions & options, const TraceReader::Filter & filter )
         : options_( options ), filter_( filter ) {
         if ( !options.operation.empty() )
             operation_ = operationOf( options.operation );
     }
 
     // Whether only calls are wanted.
-    bool areAskedFor() const {
+    bool isGiven() const {
         return operation_ || !options_.table.empty() || options_.unit || options_.code;
     }
 
-    // Takes a record of a recorder. A call is shown when it has returned.
-    void append( std::string & out, const TraceReader::Record & record ) {
-        TraceReader::Event event;
-        if ( assembler_.take( record, event ) &&
-             event.moment == TraceReader::Event::Moment::after && isWanted( *event.call ) )
-            appendLine( out, *event.call, event.call->after );
-    }
-
-    // The calls that never returned.
-    void appendRest( std::string & out ) {
-        TraceReader::Event event;
-        while ( assembler_.takeUnreturned( event ) )
-            if ( isWanted( *event.call ) )
-                appendLine( out, *event.call, event.call->before );
-    }
-
-    const std::vector<Finding> & findings() const { return assembler_.findings(); }
-
-  private:
-    static TraceReader::SdkCall operationOf( const std::string & text ) {
-        const auto operation = Interpose::operationByName( text );
-        const std::string name( operation ? Interpose::name( *operation ) : text );
-        if ( const auto call = TraceReader::sdkCallByName( name ) )
-            return *call;
-        std::vector<std::string_view> names;
-        for ( const auto each : Interpose::sdkOperations() )
-            names.push_back( Interpose::shortName( each ) );
-        throw InputError( "--operation: there is no operation \"" + text + "\"",
-                          Text::nameHint( text, names ) );
-    }
-
-    bool isWanted( const TraceReader::RecordedCall & call ) const {
+    // A call that has not returned yet has neither a code nor the time at which it did.
+    bool accepts( const TraceReader::RecordedCall & call ) const {
         const auto & stamp = call.hasReturned() ? call.after : call.before;
         if ( !filter_.recipe.empty() || !filter_.file.empty() || filter_.line )
             return false;
@@ -138,10 +108,53 @@ class Calls {
         return text.find( filter_.text ) != text.npos;
     }
 
+  private:
+    static TraceReader::SdkCall operationOf( const std::string & text ) {
+        const auto operation = Interpose::operationByName( text );
+        const std::string name( operation ? Interpose::name( *operation ) : text );
+        if ( const auto call = TraceReader::sdkCallByName( name ) )
+            return *call;
+        std::vector<std::string_view> names;
+        for ( const auto each : Interpose::sdkOperations() )
+            names.push_back( Interpose::shortName( each ) );
+        throw InputError( "--operation: there is no operation \"" + text + "\"",
+                          Text::nameHint( text, names ) );
+    }
+
+    const TraceOptions & options_;
+    const TraceReader::Filter & filter_;
+    std::optional<TraceReader::SdkCall> operation_;
+};
+
+// Recorded SDK calls as lines.
+class CallLines {
+  public:
+    CallLines( TraceFormat format, const CallFilter & filter )
+        : format_( format ), filter_( filter ) {}
+
+    // Takes a record of a recorder. A call is shown when it has returned.
+    void append( std::string & out, const TraceReader::Record & record ) {
+        TraceReader::Event event;
+        if ( assembler_.take( record, event ) &&
+             event.moment == TraceReader::Event::Moment::after && filter_.accepts( *event.call ) )
+            appendLine( out, *event.call, event.call->after );
+    }
+
+    // The calls that never returned.
+    void appendRest( std::string & out ) {
+        TraceReader::Event event;
+        while ( assembler_.takeUnreturned( event ) )
+            if ( filter_.accepts( *event.call ) )
+                appendLine( out, *event.call, event.call->before );
+    }
+
+    const std::vector<Finding> & findings() const { return assembler_.findings(); }
+
+  private:
     void appendLine( std::string & out, const TraceReader::RecordedCall & call,
                      const TraceReader::Stamp & stamp ) const {
         const std::string time = Text::utc( stamp.time );
-        if ( options_.format == TraceFormat::json ) {
+        if ( format_ == TraceFormat::json ) {
             out += "{\"time\":\"" + time + "\",\"process\":" + std::to_string( call.process ) +
                    ",\"thread\":" + std::to_string( call.thread ) + ",";
             appendJson( out, call );
@@ -149,16 +162,15 @@ class Calls {
             return;
         }
         out += time;
-        if ( options_.format == TraceFormat::text )
+        if ( format_ == TraceFormat::text )
             out += " " + std::to_string( call.process ) + "/" + std::to_string( call.thread );
         out += " ";
         appendText( out, call );
         out += call.hasReturned() ? "\n" : " (never returned)\n";
     }
 
-    const TraceOptions & options_;
-    const TraceReader::Filter & filter_;
-    std::optional<TraceReader::SdkCall> operation_;
+    TraceFormat format_;
+    const CallFilter & filter_;
     TraceReader::CallAssembler assembler_;
 };
 
@@ -315,15 +327,38 @@ TraceReader::Format formatOf( const TraceOptions & options ) {
     }
 }
 
-int showRecords( const TraceOptions & options ) {
-    const TraceReader::Filter filter = filterOf( options );
-    Calls calls( options, filter );
-    Sources sources( options.paths );
-    TraceReader::Merge merge;
+// Opens all files; InputError if there are none.
+void openFiles( TraceReader::Merge & merge, Sources & sources, const TraceOptions & options ) {
     for ( const auto & path : sources.newFiles() )
         merge.add( path );
     if ( merge.files().empty() && merge.findings().empty() && !options.follow )
         throw InputError( noFilesIn( options.paths ) );
+}
+
+// Says what was found, when all was read. Returns the exit code.
+int tellFindings( const TraceReader::Merge & merge, const std::vector<Finding> & ofCalls,
+                  const Sources & sources, bool isFollowed ) {
+    for ( const Finding & finding : merge.findings() )
+        complain( finding.text() );
+    for ( const Finding & finding : ofCalls )
+        complain( finding.text() );
+    for ( const auto & file : merge.files() ) {
+        tellLosses( *file );
+        if ( isFollowed && !file->info().isClosed && file->info().hasLock &&
+             file->writer() == TraceReader::Writer::ended )
+            complain( Text::printable( file->info().path ) +
+                      ": its process ended without closing it" );
+    }
+    return std::max( exitCode( merge, sources ), ofCalls.empty() ? 0 : 1 );
+}
+
+int showRecords( const TraceOptions & options ) {
+    const TraceReader::Filter filter = filterOf( options );
+    const CallFilter callFilter( options, filter );
+    CallLines calls( options.format, callFilter );
+    Sources sources( options.paths );
+    TraceReader::Merge merge;
+    openFiles( merge, sources, options );
     std::optional<Follower> follower;
     if ( options.follow )
         follower.emplace( merge, sources, std::chrono::seconds( options.wait ) );
@@ -335,7 +370,7 @@ int showRecords( const TraceOptions & options ) {
             if ( record.site != nullptr &&
                  TraceReader::CallAssembler::isOfRecorder( *record.site ) )
                 calls.append( lines, record );
-            else if ( !calls.areAskedFor() && filter.accepts( record ) )
+            else if ( !callFilter.isGiven() && filter.accepts( record ) )
                 renderer.append( lines, record );
             if ( lines.size() >= outputChunk ) {
                 print( lines );
@@ -347,18 +382,35 @@ int showRecords( const TraceOptions & options ) {
     } while ( follower && follower->waitForMore() );
     calls.appendRest( lines );
     print( lines );
-    for ( const Finding & finding : merge.findings() )
-        complain( finding.text() );
-    for ( const Finding & finding : calls.findings() )
-        complain( finding.text() );
-    for ( const auto & file : merge.files() ) {
-        tellLosses( *file );
-        if ( options.follow && !file->info().isClosed && file->info().hasLock &&
-             file->writer() == TraceReader::Writer::ended )
-            complain( Text::printable( file->info().path ) +
-                      ": its process ended without closing it" );
+    return tellFindings( merge, calls.findings(), sources, options.follow );
+}
+
+int exportRecords( const TraceOptions & options ) {
+    const TraceReader::Filter filter = filterOf( options );
+    const CallFilter callFilter( options, filter );
+    Sources sources( options.paths );
+    TraceReader::Merge merge;
+    openFiles( merge, sources, options );
+    if ( merge.files().empty() )
+        return tellFindings( merge, {}, sources, false );
+    const auto out = startExport( *options.exportAs, options.output );
+    for ( const int stop : { SIGINT, SIGTERM } )
+        std::signal( stop, []( int ) { interrupted = 1; } );
+    TraceReader::CallAssembler assembler;
+    TraceReader::Record record;
+    TraceReader::Event event;
+    while ( merge.next( record ) ) {
+        if ( interrupted != 0 )
+            throw Trouble( "interrupted; nothing was exported" );
+        if ( assembler.take( record, event ) )
+            out->take( event, event.call != nullptr
+                                  ? callFilter.accepts( *event.call )
+                                  : !callFilter.isGiven() && filter.accepts( record ) );
     }
-    return std::max( exitCode( merge, sources ), calls.findings().empty() ? 0 : 1 );
+    while ( assembler.takeUnreturned( event ) )
+        out->take( event, callFilter.accepts( *event.call ) );
+    out->finish();
+    return tellFindings( merge, assembler.findings(), sources, false );
 }
 
 std::string writerName( TraceReader::Writer writer ) {
@@ -514,6 +566,8 @@ int showFiles( const TraceOptions & options ) {
 } // namespace
 
 int trace( const TraceOptions & options ) {
+    if ( options.exportAs )
+        return exportRecords( options );
     return options.info || options.check ? showFiles( options ) : showRecords( options );
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/cli/Export.h"
 #include "tools/cli/Output.h"
 #include "tools/cli/SessionOutput.h"
 #include "tools/model/ChipOptions.h"
@@ -106,6 +107,10 @@ struct TraceOptions {
     bool info = false;
     /// What can be known of damage to the files, in place of their records.
     bool check = false;
+    /// In place of lines, the records in a format of other programs, in this file or directory; empty:
+    /// standard output.
+    std::optional<ExportFormat> exportAs;
+    std::string output;
     TraceFormat format = TraceFormat::text;
 };
 

@@ -15,7 +15,7 @@
 namespace Tool {
 
 /// Adds up the time of calls by recipe, table and operation:
-///     setVxlanIngress;VXLAN_INGm;bcmlt_entry_commit 5300
+///     setVxlanDecapAdaptLookup;VXLAN_CONTROL;bcmlt_entry_commit 5300
 /// The number is nanoseconds. A hook has no table. A call that a hook makes stands behind the hook, and
 /// its time is not part of the hook's. Memory grows with the number of stacks, not of calls.
 class Folded {
