@@ -3,6 +3,7 @@
 #include "text/NearestName.h"
 #include "text/Numbers.h"
 #include "text/Time.h"
+#include "tools/cli/Progress.h"
 #include "tools/cli/Verbs.h"
 #include "tools/model/Arguments.h"
 #include "tools/model/Errors.h"
@@ -396,19 +397,23 @@ int exportRecords( const TraceOptions & options ) {
     const auto out = startExport( *options.exportAs, options.output );
     for ( const int stop : { SIGINT, SIGTERM } )
         std::signal( stop, []( int ) { interrupted = 1; } );
+    std::optional<Progress> progress( "export" );
     TraceReader::CallAssembler assembler;
     TraceReader::Record record;
     TraceReader::Event event;
     while ( merge.next( record ) ) {
         if ( interrupted != 0 )
             throw Trouble( "interrupted; nothing was exported" );
-        if ( assembler.take( record, event ) )
-            out->take( event, event.call != nullptr
-                                  ? callFilter.accepts( *event.call )
-                                  : !callFilter.isGiven() && filter.accepts( record ) );
+        if ( !assembler.take( record, event ) )
+            continue;
+        progress->tell( event );
+        out->take( event, event.call != nullptr
+                              ? callFilter.accepts( *event.call )
+                              : !callFilter.isGiven() && filter.accepts( record ) );
     }
     while ( assembler.takeUnreturned( event ) )
         out->take( event, callFilter.accepts( *event.call ) );
+    progress.reset();
     out->finish();
     return tellFindings( merge, assembler.findings(), sources, false );
 }
