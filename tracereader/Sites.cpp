@@ -137,10 +137,15 @@ bool Sites::addSite( const Layout::DescriptorHeader & header, std::span<const st
 }
 
 Sites::Plan & Sites::plan( std::uint32_t id ) {
+    Recent & recent = recent_[id % recent_.size()];
+    if ( recent.id == id && recent.plan != nullptr )
+        return *recent.plan;
     Plan & known = plans_[id];
     // It may have been registered since the descriptors were read.
     if ( known.site == nullptr && !known.isReported )
         read();
+    if ( known.site != nullptr )
+        recent = { id, &known };
     return known;
 }
 

@@ -5,6 +5,7 @@
 
 #include <Fleetlog/Format.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -38,6 +39,12 @@ class Sites {
         std::optional<std::size_t> payloadSize; ///< if it is always the same
     };
 
+    // A site whose records came lately, so that most are found without a search.
+    struct Recent {
+        std::uint32_t id = 0;
+        Plan * plan = nullptr; ///< null: none
+    };
+
     bool addSite( const Fleetlog::Format::DescriptorHeader & header,
                   std::span<const std::byte> texts );
     Plan & plan( std::uint32_t id );
@@ -51,6 +58,7 @@ class Sites {
     bool hasMoreDescriptors_ = true;
     std::deque<Site> sites_;
     std::unordered_map<std::uint32_t, Plan> plans_; ///< by the site's identifier
+    std::array<Recent, 16> recent_;                 ///< by the last bits of the identifier
 };
 
 } // namespace TraceReader

@@ -3,6 +3,8 @@
 #include "tracereader/Source.h"
 #include "tracereader/TraceReader.h"
 
+#include <Fleetlog/Format.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -59,7 +61,35 @@ class Cursor {
 };
 
 /// Takes the value that a format letter stands for.
-bool takeValue( Cursor & cursor, char letter, Value & value ) noexcept;
+inline bool takeValue( Cursor & cursor, char letter, Value & value ) noexcept {
+    value = {};
+    value.letter = letter;
+    std::uint16_t two = 0;
+    std::uint8_t one = 0;
+    switch ( letter ) {
+    case 'l':
+        return cursor.take( value.wide );
+    case 'a':
+        return cursor.take( two ) && cursor.take( value.array, two * sizeof( std::uint64_t ) );
+    case 'i':
+    case 'n':
+        return cursor.take( value.number );
+    case 's':
+        if ( !cursor.take( two ) )
+            return false;
+        value.number = two;
+        return true;
+    case 'b':
+        if ( !cursor.take( one ) )
+            return false;
+        value.number = one;
+        return true;
+    case 'p':
+        return cursor.take( value.text, Fleetlog::Format::textCutFlag, value.isCut );
+    default:
+        return false;
+    }
+}
 
 /// The bytes of values that always take as many; nothing if there are texts, arrays, or letters that nobody knows.
 std::optional<std::size_t> fixedSize( std::string_view letters ) noexcept;
