@@ -295,6 +295,25 @@ TEST_F( CtfTest, ARunOfAllRecipes ) {
     EXPECT_TRUE( expectSame( TraceReader::findFiles( temporary_.path( "both" ) ) ).empty() );
 }
 
+TEST_F( CtfTest, TheRecordsOfABlockThatIsMissingAreDiscarded ) {
+    const std::string folder = temporary_.path( "recording" );
+    ASSERT_EQ(
+        ToolTest::cairnLt( { "bringup", "examples/bringup.toml", "--record-to", folder } ).exitCode,
+        0 );
+    const std::string path = TraceReader::findFiles( folder ).at( 0 );
+    const auto blocks = TraceReader::File( path ).info().blockCount;
+    std::fstream file( path, std::ios::in | std::ios::out | std::ios::binary );
+    constexpr std::streamoff blockBytes = 4096;
+    const auto ring = static_cast<std::streamoff>( std::filesystem::file_size( path ) ) -
+                      static_cast<std::streamoff>( blocks ) * blockBytes;
+    file.seekp( ring + 5 * blockBytes );
+    file << "no block";
+    file.close();
+    const auto warnings = expectSame( { path } );
+    ASSERT_EQ( warnings.size(), 1u );
+    EXPECT_NE( warnings[0].find( "Tracer discarded " ), std::string::npos ) << warnings[0];
+}
+
 TEST_F( CtfTest, WhatIsLeftOfFilesThatWereCut ) {
     for ( const std::uintmax_t size : { 12'000u, 12'288u, 12'300u, 16'000u } ) {
         expectSame( { copy( "version1-counter.fleetlog", size ) } );
