@@ -237,6 +237,8 @@ class Completion {
             offerAll( before, { "text", "json", "ndjson" } );
         else if ( name == "--format" || name == "--dump" )
             offerAll( before, { "text", "json" } );
+        else if ( name == "--export" )
+            offerAll( before, { "ctf", "chrome", "folded" } );
         else if ( name == "--recipe" )
             offerRecipes( before );
         else if ( name == "--table" )
