@@ -5,7 +5,7 @@
 # Asks the package manager only for what is missing, through sudo where the caller is not root.
 
 build_packages=( g++ cmake ninja-build pkg-config
-    libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libfmt-dev zlib1g-dev )
+    libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libfmt-dev libarchive-dev zlib1g-dev )
 python_packages=( pybind11-dev python3-dev python3-pytest )
 test_packages=( libgtest-dev libbenchmark-dev binutils file python3 python3-mypy clang-14 clang man-db zsh fish babeltrace2 )
 all_packages=( clang-tidy-14 libclang-rt-14-dev valgrind )

@@ -61,7 +61,8 @@ const Choices<ExportFormat> exportFormats{ { "ctf", ExportFormat::ctf },
                                            { "folded", ExportFormat::folded } };
 const Choices<DiagnoseFormat> diagnoseFormats{ { "text", DiagnoseFormat::text },
                                                { "json", DiagnoseFormat::json },
-                                               { "ndjson", DiagnoseFormat::ndjson } };
+                                               { "ndjson", DiagnoseFormat::ndjson },
+                                               { "markdown", DiagnoseFormat::markdown } };
 
 template <class Value>
 Value chosen( std::string_view option, std::string_view text, const Choices<Value> & choices ) {
@@ -357,14 +358,18 @@ class CommandLine {
             "cairn-lt diagnose agent.log\n"
             "journalctl -u agent | cairn-lt diagnose --trace /var/lib/agent/trace\n"
             "cairn-lt diagnose agent.log --library libCairnLtHelper.so.old --format json\n"
-            "cairn-lt diagnose reports/ --format ndjson",
+            "cairn-lt diagnose reports/ --format ndjson\n"
+            "cairn-lt diagnose agent.log --trace recording/ --bundle case.tar.zst\n"
+            "cairn-lt diagnose case.tar.zst\n"
+            "cairn-lt diagnose --error entry-not-found",
             "The report is any text that holds what the process wrote to standard error: a log, a "
             "journal, several processes mixed. Places are known by the text of the call, so that "
             "the report may be of another release. Of several reports, or a folder of them, the "
             "stops are grouped by recipe, call and code. Exit code 1 if nothing is found, or a "
             "report cannot be read.\n" );
-        verb.add_option( "reports", diagnose_.reports,
-                         "Reports, or folders of them; standard input if left out, or \"-\"" );
+        verb.add_option(
+            "reports", diagnose_.reports,
+            "Reports, bundles, or folders of them; standard input if left out, or \"-\"" );
         verb.add_flag( "--group", diagnose_.group, "Groups the stops of one report, too" );
         verb.add_option( "--trace", diagnose_.trace,
                          "The binary trace of the process: a file, or a folder that holds some" );
@@ -379,8 +384,15 @@ class CommandLine {
         verb.add_flag( "--dump{as-format}", texts_.dump,
                        "With a recording: shows the tables as they were at the stop, as --format "
                        "says or as --dump=text or --dump=json" );
+        verb.add_option( "--bundle", diagnose_.bundle,
+                         "Writes all that is known into this file, .tar.gz or .tar.zst, which is a "
+                         "report again" );
+        verb.add_option( "--error", diagnose_.error,
+                         "What an error means and what to do: its name, its code, or the line that "
+                         "was printed; \"all\" shows all" );
         verb.add_option( "--format", texts_.format,
-                         "text (the default), json, or ndjson: a line for each stop" );
+                         "text (the default), json, or ndjson: a line for each stop; markdown for "
+                         "--error all" );
         onVerb( verb, [this] {
             diagnose_.format = chosen( "--format", texts_.format, diagnoseFormats );
             if ( !texts_.dump.empty() )

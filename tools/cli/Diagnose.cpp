@@ -3,6 +3,7 @@
 #include "tools/cli/DiagnoseOutput.h"
 #include "tools/cli/Tables.h"
 #include "tools/cli/Verbs.h"
+#include "tools/diagnose/Bundle.h"
 #include "tools/diagnose/CrashScene.h"
 #include "tools/diagnose/Diagnosis.h"
 #include "tools/diagnose/Fleet.h"
@@ -51,7 +52,19 @@ std::string nameOf( const std::string & report ) {
     return report == "-" ? "standard input" : report;
 }
 
-ReportReader readReport( const std::string & path ) {
+// A bundle is small enough to be kept; so is a report that goes into one.
+ReportReader readText( std::string_view text ) {
+    ReportReader report;
+    while ( !text.empty() ) {
+        const std::size_t end = std::min( text.find( '\n' ), text.size() );
+        report.add( text.substr( 0, end ) );
+        text.remove_prefix( std::min( end + 1, text.size() ) );
+    }
+    return report;
+}
+
+// `whole`, if it is not null, gets the text.
+ReportReader readReport( const std::string & path, std::string * whole = nullptr ) {
     const bool isInput = path == "-";
     const auto refuse = [&]( int error ) {
         return InputError( nameOf( path ), 0,
@@ -74,6 +87,11 @@ ReportReader readReport( const std::string & path ) {
             throw InputError( nameOf( path ), 0, "is larger than 16 GiB",
                               "give a part of it, \"tail -c 1G FILE | cairn-lt diagnose\"" );
         std::string_view chunk( buffer.data(), size );
+        if ( whole != nullptr && sizeSoFar > Bundle::largest )
+            throw InputError( nameOf( path ), 0, "is larger than a bundle may be",
+                              "give a part of it, \"tail -c 100M FILE | cairn-lt diagnose\"" );
+        if ( whole != nullptr )
+            *whole += chunk;
         for ( std::size_t end = chunk.find( '\n' ); end != std::string_view::npos;
               end = chunk.find( '\n' ) ) {
             if ( rest.empty() ) {
@@ -109,11 +127,10 @@ class Investigation {
             records_.emplace( source_ );
     }
 
-    /// The state in which the chips were when recording began; empty: new.
-    void beginWith( const std::string & stateFile ) {
-        from_ = stateFile;
-        if ( !from_.empty() )
-            saved_ = parseState( readFile( from_ ), from_ );
+    /// The chips as they were when recording began, and the file that says so; without, they are new.
+    void beginWith( std::vector<SavedUnit> saved, const std::string & file ) {
+        saved_ = std::move( saved );
+        from_ = file;
     }
 
     std::pair<Diagnosis, Context> look( const Stop & stop ) {
@@ -192,29 +209,6 @@ class Investigation {
     std::unique_ptr<Sim::Chip> chip_;
 };
 
-// What is printed of a report.
-std::string reportText( const ReportReader & report, const SiteTable & table,
-                        Investigation & investigation ) {
-    std::string text;
-    for ( const Stop & stop : report.stops() ) {
-        const auto [diagnosis, context] = investigation.look( stop );
-        text += ( text.empty() ? "" : "\n" ) + stopText( diagnosis, table, context );
-    }
-    return text.empty() ? "nothing in the report says that this library stopped a process\n" : text;
-}
-
-Json reportJson( const ReportReader & report, const SiteTable & table,
-                 Investigation & investigation ) {
-    Json stops = Json::array();
-    for ( const Stop & stop : report.stops() ) {
-        const auto [diagnosis, context] = investigation.look( stop );
-        stops.push_back( stopJson( diagnosis, context ) );
-    }
-    return { { "release", table.version() },
-             { "count", report.count() },
-             { "stops", std::move( stops ) } };
-}
-
 // --- A line for each stop, for data stores
 
 constexpr int lineSchema = 1;
@@ -252,6 +246,15 @@ std::string timeText( std::optional<std::int64_t> time ) {
     return time ? Text::utc( *time ).substr( 0, toTheSecond ) + "Z" : "-";
 }
 
+// "0.1.0 (3), unknown (1)"
+std::string releasesText( const StopGroup & group ) {
+    std::string text;
+    for ( const auto & [release, count] : group.releases )
+        text += fmt::format( "{}{} ({})", text.empty() ? "" : ", ",
+                             release.empty() ? "unknown" : release, count );
+    return text;
+}
+
 std::string groupsText( const Fleet & fleet, std::size_t reports ) {
     const auto groups = fleet.groups();
     std::string text =
@@ -274,6 +277,7 @@ std::string groupsText( const Fleet & fleet, std::size_t reports ) {
         if ( stop.kind == Stop::Kind::apiError )
             sheet.add( "SDK", fmt::format( "{} ({})", stop.words, stop.rc ) );
         sheet.add( "meaning", first.meaning );
+        sheet.add( "releases", releasesText( *group ) );
         sheet.add( "example", fmt::format( "{}:{}", group->report, stop.reportLine ) );
         text += sheet.text();
     }
@@ -288,6 +292,10 @@ Json groupsJson( const Fleet & fleet, std::size_t reports, const SiteTable & tab
             json["first"] = Text::utc( *group->earliest );
             json["last"] = Text::utc( *group->latest );
         }
+        Json releases = Json::object();
+        for ( const auto & [release, count] : group->releases )
+            releases[release.empty() ? "unknown" : valid( release )] = count;
+        json["releases"] = std::move( releases );
         json["example"] = stopJson( group->first, {} );
         json["example"]["report"] = valid( group->report );
         groups.push_back( std::move( json ) );
@@ -335,47 +343,78 @@ std::vector<std::string> filesOf( const std::vector<std::string> & reports ) {
     return files;
 }
 
-// Each stop of each report, to a group or to a line. Returns how many reports could be read.
-std::size_t readAll( const std::vector<std::string> & files, const SiteTable & table,
-                     const Sim::Schema & schema, DiagnoseFormat format, Fleet & fleet,
-                     std::vector<std::string> & findings ) {
-    std::size_t read = 0;
-    constexpr std::size_t outputChunk = 1 << 16;
-    std::string lines;
-    for ( const std::string & file : files ) {
-        try {
-            const ReportReader report = readReport( file );
-            ++read;
-            const auto written = timeOfFile( file );
-            for ( const Stop & stop : report.stops() ) {
-                const Diagnosis diagnosis = diagnose( stop, table, schema );
-                const auto itsTime = timeOf( stop );
-                const auto time = itsTime ? itsTime : written;
-                fleet.add( diagnosis, nameOf( file ), time );
-                if ( format == DiagnoseFormat::ndjson )
-                    lines += jsonLine( diagnosis, nameOf( file ), time, table );
-            }
-            if ( report.count() > report.stops().size() )
-                findings.push_back( fmt::format( "{}: {} of {} stops are taken; divide the report",
-                                                 nameOf( file ), report.stops().size(),
-                                                 report.count() ) );
-        } catch ( const InputError & error ) {
-            if ( files.size() == 1 )
-                throw;
-            findings.emplace_back( error.what() );
-        }
-        if ( lines.size() >= outputChunk ) {
-            print( lines );
-            lines.clear();
+// Reports that are taken one after the other, each stop to a group or to a line.
+class FleetReader {
+  public:
+    FleetReader( const SiteTable & table, const Sim::Schema & schema, DiagnoseFormat format )
+        : table_( table ), schema_( schema ), format_( format ) {}
+
+    // InputError if it cannot be read.
+    void read( const std::string & file ) {
+        if ( isBundle( file ) ) {
+            // It brings the list of sites of its own release.
+            const Bundle bundle = readBundle( file, BundleParts::withoutTraces );
+            const SiteTable own =
+                bundle.sites.empty() ? table_ : SiteTable::parse( bundle.sites, file );
+            take( readText( bundle.report ), file, own, bundle.release );
+        } else {
+            take( readReport( file ), file, table_, {} );
         }
     }
-    if ( !lines.empty() )
-        print( lines );
-    if ( fleet.notKept() != 0 )
-        findings.push_back(
-            fmt::format( "{} stops are of more kinds than are told apart", fleet.notKept() ) );
-    return read;
-}
+
+    const Fleet & fleet() const { return fleet_; }
+    std::size_t reports() const { return reports_; }
+
+    void find( const std::string & finding ) { findings_.push_back( finding ); }
+    const std::vector<std::string> & findings() const { return findings_; }
+
+    void finish() {
+        printLines( 0 );
+        if ( fleet_.notKept() != 0 )
+            find(
+                fmt::format( "{} stops are of more kinds than are told apart", fleet_.notKept() ) );
+    }
+
+  private:
+    // `release`: of the library that wrote it; empty: not known, but where the line tells.
+    void take( const ReportReader & report, const std::string & file, const SiteTable & table,
+               const std::string & release ) {
+        ++reports_;
+        const auto written = timeOfFile( file );
+        for ( const Stop & stop : report.stops() ) {
+            const Diagnosis diagnosis = diagnose( stop, table, schema_ );
+            const auto itsTime = timeOf( stop );
+            const auto time = itsTime ? itsTime : written;
+            const bool isExact = diagnosis.found == Diagnosis::Found::exactly;
+            fleet_.add( diagnosis, nameOf( file ), time,
+                        !release.empty() ? release
+                        : isExact        ? table.version()
+                                         : std::string() );
+            if ( format_ == DiagnoseFormat::ndjson )
+                lines_ += jsonLine( diagnosis, nameOf( file ), time, table );
+        }
+        if ( report.count() > report.stops().size() )
+            find( fmt::format( "{}: {} of {} stops are taken; divide the report", nameOf( file ),
+                               report.stops().size(), report.count() ) );
+        constexpr std::size_t outputChunk = 1 << 16;
+        printLines( outputChunk );
+    }
+
+    void printLines( std::size_t ifMoreThan ) {
+        if ( lines_.size() > ifMoreThan ) {
+            print( lines_ );
+            lines_.clear();
+        }
+    }
+
+    const SiteTable & table_;
+    const Sim::Schema & schema_;
+    const DiagnoseFormat format_;
+    Fleet fleet_;
+    std::size_t reports_ = 0;
+    std::string lines_;
+    std::vector<std::string> findings_;
+};
 
 void complainOf( const std::vector<std::string> & findings ) {
     for ( const std::string & finding : findings )
@@ -384,63 +423,146 @@ void complainOf( const std::vector<std::string> & findings ) {
 
 int diagnoseMany( const std::vector<std::string> & files, const SiteTable & table,
                   const Sim::Schema & schema, DiagnoseFormat format ) {
-    Fleet fleet;
-    std::vector<std::string> findings;
-    const std::size_t read = readAll( files, table, schema, format, fleet, findings );
+    FleetReader reader( table, schema, format );
+    for ( const std::string & file : files ) {
+        try {
+            reader.read( file );
+        } catch ( const InputError & error ) {
+            if ( files.size() == 1 )
+                throw;
+            reader.find( error.what() );
+        }
+    }
+    reader.finish();
+    const Fleet & fleet = reader.fleet();
     if ( format == DiagnoseFormat::json )
-        print( groupsJson( fleet, read, table ).dump( 2 ) + "\n" );
+        print( groupsJson( fleet, reader.reports(), table ).dump( 2 ) + "\n" );
     else if ( format == DiagnoseFormat::text )
-        print( groupsText( fleet, read ) );
-    complainOf( findings );
-    return fleet.stops() == 0 || !findings.empty() ? 1 : 0;
+        print( groupsText( fleet, reader.reports() ) );
+    complainOf( reader.findings() );
+    return fleet.stops() == 0 || !reader.findings().empty() ? 1 : 0;
 }
 
-} // namespace
+// --- One report
 
-int diagnose( const DiagnoseOptions & options ) {
-    const SiteTable table =
-        options.library.empty() ? SiteTable::own() : SiteTable::fromLibrary( options.library );
-    const bool wantsChip = !options.from.empty() || !options.state.empty() || options.dump;
-    if ( wantsChip && options.trace.empty() )
-        throw InputError( "--from, --state and --dump are about a recording",
-                          "name its folder with --trace" );
+// All that is given of one report, by itself or as a bundle.
+struct Case {
+    std::string name;
+    std::string text = {}; ///< if it is to be kept
+    ReportReader report = {};
+    SiteTable table = {};
+    Model model = {};
+    TraceSource trace = {};
+    std::shared_ptr<const Bundle::Traces> traces = {};
+    std::vector<SavedUnit> saved = {};
+    std::string savedFile = {};
+};
+
+SiteTable tableOf( const DiagnoseOptions & options ) {
+    return options.library.empty() ? SiteTable::own() : SiteTable::fromLibrary( options.library );
+}
+
+Model modelFor( const DiagnoseOptions & options ) {
     ChipOptions chips = options.chips;
     chips.state = options.from;
-    const Model model = modelOf( chips );
-    const Sim::Schema & schema = model.chips.front().schema;
-    const std::vector<std::string> reports =
-        options.reports.empty() ? std::vector<std::string>{ "-" } : options.reports;
-    const std::vector<std::string> files = filesOf( reports );
-    const bool areGrouped = options.group || files != reports || files.size() > 1;
-    if ( areGrouped || options.format == DiagnoseFormat::ndjson ) {
-        if ( !options.trace.empty() )
-            throw InputError( "--trace is for one report; leave it out, or name one report" );
-        return diagnoseMany( files, table, schema, options.format );
-    }
+    return modelOf( chips );
+}
 
+// The chips of a bundle, as chips of a model.
+Model modelOfUnits( const std::vector<SavedUnit> & units, const std::string & source ) {
+    std::vector<ChipDescription> chips;
+    for ( const SavedUnit & unit : units )
+        chips.push_back( defaultChip( unit.unit, unit.schema, source ) );
+    return defaultModel( std::move( chips ) );
+}
+
+Case caseOf( const std::string & file, const DiagnoseOptions & options ) {
+    Case given{ .name = file };
+    const bool saysChips = !options.chips.chips.empty() || !options.chips.model.empty();
+    if ( isBundle( file ) ) {
+        const Bundle bundle = readBundle( file );
+        given.text = bundle.report;
+        given.report = readText( bundle.report );
+        given.table = options.library.empty() && !bundle.sites.empty()
+                          ? SiteTable::parse( bundle.sites, file )
+                          : tableOf( options );
+        given.traces = bundle.traces;
+        if ( !bundle.traces->empty() )
+            given.trace = traceIn( bundle, file );
+        if ( options.from.empty() && !saysChips && !bundle.chips.empty() ) {
+            given.savedFile = file + ":chips.json";
+            given.saved = parseState( bundle.chips, given.savedFile );
+        }
+    } else {
+        given.report = readReport( file, options.bundle.empty() ? nullptr : &given.text );
+        given.table = tableOf( options );
+    }
+    if ( !options.trace.empty() ) {
+        given.trace = traceAt( options.trace );
+        given.traces = options.bundle.empty() ? nullptr : readTraces( options.trace );
+    }
+    if ( !options.from.empty() ) {
+        given.savedFile = options.from;
+        given.saved = parseState( readFile( options.from ), options.from );
+    }
+    given.model = options.from.empty() && !given.saved.empty()
+                      ? modelOfUnits( given.saved, given.savedFile )
+                      : modelFor( options );
+    return given;
+}
+
+// The chips as they were when recording began.
+std::string chipsText( const Case & given ) {
+    Sim::Chip chip;
+    addUnits( chip, given.model );
+    restore( chip, given.saved, given.savedFile );
+    return stateText( chip );
+}
+
+int diagnoseOne( const std::string & file, const DiagnoseOptions & options ) {
     std::optional<StateFile> stateFile;
     if ( !options.state.empty() )
         stateFile.emplace( options.state, [&] {
             complain( fmt::format( "waiting for {}, which another process uses", options.state ) );
         } );
-    Investigation investigation( table, model,
-                                 options.trace.empty() ? TraceSource() : traceAt( options.trace ) );
-    investigation.beginWith( options.from );
-    const ReportReader report = readReport( files.front() );
+    const Case given = caseOf( file, options );
+    Investigation investigation( given.table, given.model, given.trace );
+    investigation.beginWith( given.saved, given.savedFile );
+    Json stops = Json::array();
     std::string text;
-    Json json;
-    if ( options.format == DiagnoseFormat::json )
-        json = reportJson( report, table, investigation );
-    else
-        text = reportText( report, table, investigation );
+    for ( const Stop & stop : given.report.stops() ) {
+        const auto [diagnosis, context] = investigation.look( stop );
+        stops.push_back( stopJson( diagnosis, context ) );
+        text += ( text.empty() ? "" : "\n" ) + stopText( diagnosis, given.table, context );
+    }
+    if ( text.empty() )
+        text = "nothing in the report says that this library stopped a process\n";
+    Json json{ { "release", given.table.version() },
+               { "count", given.report.count() },
+               { "stops", std::move( stops ) } };
+
     const Sim::Chip * const chip = investigation.chip();
     if ( ( stateFile || options.dump ) && chip == nullptr )
-        throw InputError( options.trace, 0,
-                          "has no recording of a process that the report says was "
-                          "stopped, so no chip can be rebuilt",
+        throw InputError( options.trace.empty() ? nameOf( file ) : options.trace, 0,
+                          "has no recording of a process that the report says was stopped, so no "
+                          "chip can be rebuilt",
                           "leave --state and --dump out" );
     if ( stateFile )
         stateFile->save( *chip );
+    if ( !options.bundle.empty() ) {
+        Bundle bundle{ .release = given.table.version(),
+                       .tool = CAIRN_VERSION,
+                       .report = given.text,
+                       .sites = given.table.text(),
+                       .chips = chipsText( given ),
+                       .text = text,
+                       .json = json.dump( 2 ) + "\n" };
+        if ( chip != nullptr )
+            bundle.state = stateText( *chip );
+        if ( given.traces )
+            bundle.traces = given.traces;
+        writeBundle( options.bundle, bundle );
+    }
     if ( options.format == DiagnoseFormat::json ) {
         if ( options.dump )
             json["tables"] = tablesJson( *chip, {} );
@@ -450,11 +572,40 @@ int diagnose( const DiagnoseOptions & options ) {
                                              : "\n" + tablesText( *chip, {} );
     }
     print( text );
-    if ( report.count() > report.stops().size() )
+    if ( given.report.count() > given.report.stops().size() )
         complain( fmt::format( "{} of {} stops are shown; give a part of the report",
-                               report.stops().size(), report.count() ) );
+                               given.report.stops().size(), given.report.count() ) );
     complainOf( investigation.findings() );
-    return report.count() == 0 ? 1 : 0;
+    return given.report.count() == 0 ? 1 : 0;
+}
+
+} // namespace
+
+int diagnose( const DiagnoseOptions & options ) {
+    if ( !options.error.empty() )
+        return showErrorPage( options.error, options.format );
+    if ( options.format == DiagnoseFormat::markdown )
+        throw InputError( "--format: markdown is for --error all", "write text, json or ndjson" );
+    const std::vector<std::string> reports =
+        options.reports.empty() ? std::vector<std::string>{ "-" } : options.reports;
+    const std::vector<std::string> files = filesOf( reports );
+    const bool areGrouped = options.group || files != reports || files.size() > 1;
+    if ( areGrouped || options.format == DiagnoseFormat::ndjson ) {
+        if ( !options.trace.empty() )
+            throw InputError( "--trace is for one report; leave it out, or name one report" );
+        if ( !options.bundle.empty() )
+            throw InputError( "--bundle is for one report; leave it out, or name one report" );
+        const Model model = modelFor( options );
+        return diagnoseMany( files, tableOf( options ), model.chips.front().schema,
+                             options.format );
+    }
+    const bool wantsChip = !options.from.empty() || !options.state.empty() || options.dump;
+    if ( wantsChip && options.trace.empty() && !isBundle( files.front() ) )
+        throw InputError( "--from, --state and --dump are about a recording",
+                          "name its folder with --trace" );
+    if ( !options.bundle.empty() )
+        checkBundleName( options.bundle );
+    return diagnoseOne( files.front(), options );
 }
 
 } // namespace Tool

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/cli/Verbs.h"
 #include "tools/diagnose/CrashScene.h"
 #include "tools/diagnose/Diagnosis.h"
 #include "tools/diagnose/LastRecords.h"
@@ -50,5 +51,8 @@ nlohmann::ordered_json stopJson( const Diagnosis & diagnosis, const Context & co
 /// The words of JSON documents: "api_error", "exactly".
 const char * nameOf( Stop::Kind kind );
 const char * nameOf( Diagnosis::Found found );
+
+/// Prints the page of an error, or all pages. Returns the exit code.
+int showErrorPage( const std::string & wanted, DiagnoseFormat format );
 
 } // namespace Tool

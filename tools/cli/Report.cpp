@@ -3,7 +3,7 @@
 #include "text/Escape.h"
 #include "tools/cli/RecordingInput.h"
 #include "tools/cli/Verbs.h"
-#include "tools/diagnose/Meaning.h"
+#include "tools/diagnose/ErrorPages.h"
 #include "tools/model/Arguments.h"
 #include "tools/model/Errors.h"
 #include "tools/model/Files.h"

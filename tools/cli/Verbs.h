@@ -118,10 +118,11 @@ struct TraceOptions {
 /// what can be read is shown. 2 if what was named cannot be read, and nothing else was named.
 int trace( const TraceOptions & options );
 
-enum class DiagnoseFormat { text, json, ndjson };
+enum class DiagnoseFormat { text, json, ndjson, markdown };
 
 struct DiagnoseOptions {
-    /// Files with any text, or folders that hold some; "-", or none at all, is standard input.
+    /// Files with any text, bundles, or folders that hold some; "-", or none at all, is standard
+    /// input.
     std::vector<std::string> reports;
     /// Stops are told by what they have in common; so they are if there are several reports.
     bool group = false;
@@ -135,6 +136,10 @@ struct DiagnoseOptions {
     std::string from;
     std::string state;
     std::optional<Format> dump;
+    /// The bundle that is written, .tar.gz or .tar.zst; empty: none.
+    std::string bundle;
+    /// The page of this error, or "all", in place of a diagnosis.
+    std::string error;
     DiagnoseFormat format = DiagnoseFormat::text;
 };
 

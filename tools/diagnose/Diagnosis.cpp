@@ -1,7 +1,7 @@
 #include "tools/diagnose/Diagnosis.h"
 
 #include "sim/Chip.h"
-#include "tools/diagnose/Meaning.h"
+#include "tools/diagnose/ErrorPages.h"
 
 #include <fmt/format.h>
 
@@ -168,7 +168,7 @@ std::string meaningOf( const Stop & stop, const Site * site, const SiteTable & t
         return "The agent used the activity lock against its rules: recipes are called by a thread "
                "that holds it, once.";
     if ( stop.kind == Stop::Kind::assertion && stop.text != "0" ) {
-        std::string text( meaningOfAssertion( stop.text ) );
+        std::string text = meaningOfAssertion( stop.text );
         const Site * const read = site != nullptr && stop.text.starts_with( "val " )
                                       ? readBefore( *site, table )
                                       : nullptr;
@@ -177,13 +177,13 @@ std::string meaningOf( const Stop & stop, const Site * site, const SiteTable & t
                                 text );
         return text;
     }
-    const std::string_view meaning = stop.rc == 0 ? "" : meaningOfCode( stop.rc );
+    const std::string meaning = stop.rc == 0 ? std::string() : meaningOfCode( stop.rc );
     if ( meaning.empty() )
         return stop.rc == 0 ? "The report has no line with the SDK's code."
                             : "The simulated SDK has no such code; the SDK's manual says what it "
                               "means.";
     if ( stop.words == Sim::Chip().errmsg( stop.rc ) )
-        return std::string( meaning );
+        return meaning;
     return fmt::format(
         "The words are those of another SDK. On the simulated chip {} is \"{}\": {}", stop.rc,
         Sim::Chip().errmsg( stop.rc ), meaning );

@@ -19,7 +19,7 @@ std::string signatureOf( const Diagnosis & diagnosis ) {
 }
 
 void Fleet::add( const Diagnosis & diagnosis, const std::string & report,
-                 std::optional<std::int64_t> time ) {
+                 std::optional<std::int64_t> time, const std::string & release ) {
     ++stops_;
     const std::string key = signatureOf( diagnosis );
     auto place = groups_.find( key );
@@ -35,6 +35,9 @@ void Fleet::add( const Diagnosis & diagnosis, const std::string & report,
     if ( group.reports == 0 || group.lastReport != report )
         ++group.reports;
     group.lastReport = report;
+    const bool isKnown =
+        group.releases.size() < StopGroup::maxReleases || group.releases.contains( release );
+    ++group.releases[isKnown ? release : std::string()];
     if ( !time )
         return;
     group.earliest = std::min( *time, group.earliest.value_or( *time ) );

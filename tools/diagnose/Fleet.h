@@ -28,6 +28,10 @@ struct StopGroup {
     std::size_t reports = 0; ///< that hold one
     std::optional<std::int64_t> earliest = {};
     std::optional<std::int64_t> latest = {};
+    /// How many are of which release of the library; empty name: it is not known. At most maxReleases
+    /// are told apart.
+    std::map<std::string, std::size_t> releases = {};
+    static constexpr std::size_t maxReleases = 100;
     std::string lastReport = {};
 };
 
@@ -36,10 +40,10 @@ class Fleet {
     /// More groups are counted, and not kept: their texts come from the reports.
     static constexpr std::size_t maxGroups = 10000;
 
-    /// `time`: of the stop or of its report, as far as it is known. The stops of a report are added
+    /// `time`: of the stop or of its report, as far as it is known. `release`: empty if not known. The stops of a report are added
     /// one after the other.
     void add( const Diagnosis & diagnosis, const std::string & report,
-              std::optional<std::int64_t> time );
+              std::optional<std::int64_t> time, const std::string & release );
 
     /// The most frequent first.
     std::vector<const StopGroup *> groups() const;

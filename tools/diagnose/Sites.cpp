@@ -121,6 +121,7 @@ SiteTable SiteTable::parse( std::string_view contents, const std::string & file 
                            "give the library file of the release that wrote the report" );
     };
     SiteTable table;
+    table.text_ = contents;
     std::string_view head = takeUntil( contents, '\n' );
     if ( !head.starts_with( formatName ) )
         throw refuse( 1, "its table of sites is damaged" );

@@ -59,6 +59,8 @@ class SiteTable {
     /// The release.
     const std::string & version() const { return version_; }
     const std::vector<Site> & sites() const { return sites_; }
+    /// What parse() reads.
+    const std::string & text() const { return text_; }
 
     /// The recipe whose signature this is; empty if there is none.
     std::string recipeOf( std::string_view signature ) const;
@@ -78,6 +80,7 @@ class SiteTable {
     CallPattern patternOf( const Site & call ) const;
 
   private:
+    std::string text_;
     std::string version_;
     std::vector<Site> sites_;
 };
