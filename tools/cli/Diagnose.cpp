@@ -171,13 +171,17 @@ class Investigation {
         std::size_t firstLine = 0;
     };
 
+    // A report that holds the same twice is about one stop of the thread.
     CrashScene rebuildFor( const ThreadRecords & thread, const Diagnosis & diagnosis ) {
+        const auto known = scenes_.find( { &thread, diagnosis.function } );
+        if ( known != scenes_.end() )
+            return known->second;
         auto chip = std::make_unique<Sim::Chip>();
         addUnits( *chip, model_ );
         restoreSaved( *chip );
         CrashScene scene = rebuild( source_, thread, diagnosis, table_, *chip );
         chip_ = std::move( chip );
-        return scene;
+        return scenes_[{ &thread, diagnosis.function }] = std::move( scene );
     }
 
     void restoreSaved( Sim::Chip & chip ) const {
@@ -205,6 +209,7 @@ class Investigation {
     std::optional<LastRecords> records_;
     std::string from_;
     std::vector<SavedUnit> saved_;
+    std::map<std::pair<const ThreadRecords *, std::string>, CrashScene> scenes_;
     std::map<std::string, Alike> stops_;
     std::unique_ptr<Sim::Chip> chip_;
 };

@@ -21,7 +21,6 @@ using Values = std::vector<std::pair<std::string, std::string>>;
 
 // How much of a thread is kept: a run of a recipe is shorter.
 constexpr std::size_t maxHistory = 4096;
-constexpr std::size_t maxFields = 64;
 
 bool isCommit( const RecordedCall & call ) {
     return call.call == SdkCall::entryCommit || call.call == SdkCall::ptEntryCommit;
@@ -164,7 +163,7 @@ class ThreadReader {
                 scene.openEntries.push_back(
                     fmt::format( "entry {} of {} on unit {}", handle, entry.table, entry.unit ) );
         }
-        scene.changedRows.assign( changes_.rbegin(), changes_.rend() );
+        tellChanges( scene );
         scene.changes = changeCount_;
         scene.isOneRun = hasBegun_;
         for ( auto message = messages_.rbegin(); message != messages_.rend(); ++message )
@@ -178,7 +177,6 @@ class ThreadReader {
         std::uint32_t thread = 0;
         std::int32_t unit = 0;
         std::string table;
-        std::vector<std::string> fields;
     };
 
     // A file of a whole process does not tell who wrote; if there is one thread, it is clear.
@@ -199,16 +197,13 @@ class ThreadReader {
     void forgetRun() {
         messages_.clear();
         history_.clear();
-        changes_.clear();
         changeCount_ = 0;
     }
 
     void takeCall( const RecordedCall & call ) {
         if ( call.call == SdkCall::entryAllocate && call.hasReturned() && call.rc >= 0 )
-            entries_[call.handle] = { .thread = call.thread,
-                                      .unit = call.unit.value_or( 0 ),
-                                      .table = call.table,
-                                      .fields = {} };
+            entries_[call.handle] = {
+                .thread = call.thread, .unit = call.unit.value_or( 0 ), .table = call.table };
         if ( call.thread == thread_.thread )
             takeOwnCall( call );
         else
@@ -221,26 +216,42 @@ class ThreadReader {
         // What another recipe does ends the runs of this one, as far as no message tells.
         if ( !hasBegun_ && !calls_.have( call ) )
             forgetRun();
-        if ( history_.size() == maxHistory )
+        if ( history_.size() == maxHistory ) { // its memory is used again
+            history_.push_back( std::move( history_.front() ) );
             history_.pop_front();
-        history_.push_back( call );
-        const auto entry = entries_.find( call.handle );
-        if ( entry == entries_.end() || !call.hasReturned() || call.rc < 0 )
-            return;
-        if ( isFieldAdd( call ) && entry->second.fields.size() < maxFields )
-            entry->second.fields.push_back( operationText( call ) );
-        else if ( isCommit( call ) && call.opcode.name != "BCMLT_OPCODE_LOOKUP" &&
-                  call.opcode.name != "BCMLT_PT_OPCODE_GET" )
-            noteChange( entry->second, call );
+            history_.back() = call;
+        } else {
+            history_.push_back( call );
+        }
+        if ( isChange( call ) )
+            ++changeCount_;
     }
 
-    void noteChange( const Entry & entry, const RecordedCall & commit ) {
-        ++changeCount_;
-        changes_.push_back( fmt::format( "unit {} {}: {}, {} (call {})", entry.unit, entry.table,
-                                         fmt::join( entry.fields, ", " ), operationText( commit ),
-                                         commit.number ) );
-        if ( changes_.size() > CrashScene::maxChangedRows )
-            changes_.pop_front();
+    // A commit that wrote a row, as far as its opcode tells.
+    static bool isChange( const RecordedCall & call ) {
+        return isCommit( call ) && call.hasReturned() && call.rc >= 0 &&
+               call.opcode.name != "BCMLT_OPCODE_LOOKUP" &&
+               call.opcode.name != "BCMLT_PT_OPCODE_GET";
+    }
+
+    // Each commit with the fields that its entry carried.
+    void tellChanges( CrashScene & scene ) const {
+        std::map<std::uint32_t, std::string> fields; // by handle
+        std::deque<std::string> changes;
+        for ( const RecordedCall & call : history_ ) {
+            if ( call.call == SdkCall::entryAllocate )
+                fields[call.handle].clear();
+            else if ( isFieldAdd( call ) && call.rc >= 0 )
+                fields[call.handle] += operationText( call ) + ", ";
+            if ( !isChange( call ) )
+                continue;
+            changes.push_front( fmt::format( "unit {} {}: {}{} (call {})", call.unit.value_or( 0 ),
+                                             call.table, fields[call.handle], operationText( call ),
+                                             call.number ) );
+            if ( changes.size() > CrashScene::maxChangedRows )
+                changes.pop_back();
+        }
+        scene.changedRows.assign( changes.begin(), changes.end() );
     }
 
     // Those of this run for sure: since the message with which it began, or else of the last entry.
@@ -265,7 +276,6 @@ class ThreadReader {
     std::vector<Values> messages_;
     std::deque<RecordedCall> history_;
     std::map<std::uint32_t, Entry> entries_; ///< of all threads, by handle
-    std::deque<std::string> changes_;
     std::size_t changeCount_ = 0;
 };
 

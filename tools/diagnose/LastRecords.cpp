@@ -29,18 +29,27 @@ struct Kept {
     RecordedCall call;
 };
 
-struct Thread {
+class Thread {
+  public:
     std::array<Kept, LastRecords::perThread> kept;
     std::size_t count = 0;
     const TraceReader::File * file = nullptr;
     const TraceReader::Site * message = nullptr; ///< the last
-    RecordedCall lastCall;
-    bool hasCall = false;
+    Kept * callSlot = nullptr;                   ///< of the last operation, as long as it is kept
+    RecordedCall olderCall;                      ///< the last operation, when it is not
 
     Kept & next() { return kept[count++ % kept.size()]; }
 
+    const RecordedCall * lastCall() const {
+        return callSlot != nullptr ? &callSlot->call : hasCall ? &olderCall : nullptr;
+    }
+
     void add( const TraceReader::Record & record ) {
         Kept & slot = next();
+        if ( &slot == callSlot ) {
+            olderCall = slot.call;
+            callSlot = nullptr;
+        }
         slot.isCall = false;
         slot.record = record;
         slot.payload.assign( record.payload.begin(), record.payload.end() );
@@ -52,9 +61,12 @@ struct Thread {
         Kept & slot = next();
         slot.isCall = true;
         slot.call = call;
-        lastCall = call;
+        callSlot = &slot;
         hasCall = true;
     }
+
+  private:
+    bool hasCall = false;
 };
 
 ThreadRecords::Line lineOf( Kept & kept ) {
@@ -78,26 +90,20 @@ bool isAlike( const RecordedCall & one, const RecordedCall & other ) {
            one.field == other.field && one.opcode.name == other.opcode.name;
 }
 
-// A file that cannot be read was a finding when it was read first.
-bool addIfOf( TraceReader::Merge & merge, const std::string & path, std::uint32_t process ) {
-    try {
-        auto file = std::make_unique<TraceReader::File>( path );
-        if ( file->info().process != process )
-            return false;
-        merge.add( std::move( file ) );
-        return true;
-    } catch ( const TraceReader::Error & ) {
-        return false;
-    }
-}
-
 } // namespace
 
 TraceSource traceAt( const std::string & path ) {
-    return [path]( std::optional<std::uint32_t> process ) {
+    // Once all files were read, it is known which are of a process.
+    auto filesOfProcess = std::make_shared<std::map<std::uint32_t, std::vector<std::string>>>();
+    return [path, filesOfProcess]( std::optional<std::uint32_t> process ) {
+        TraceReader::Merge merge;
+        if ( process && filesOfProcess->contains( *process ) ) {
+            for ( const std::string & file : filesOfProcess->at( *process ) )
+                merge.add( file );
+            return merge;
+        }
         std::error_code error;
         const bool isFolder = std::filesystem::is_directory( path, error );
-        TraceReader::Merge merge;
         std::size_t added = 0;
         try {
             std::vector<std::string> files;
@@ -106,12 +112,12 @@ TraceSource traceAt( const std::string & path ) {
             else
                 files.push_back( path );
             for ( const std::string & file : files )
-                added += process ? addIfOf( merge, file, *process ) : merge.add( file );
+                added += merge.add( file );
         } catch ( const TraceReader::Error & failure ) {
             throw InputError( failure.what() );
         }
-        if ( process )
-            return merge;
+        for ( const auto & file : merge.files() )
+            ( *filesOfProcess )[file->info().process].push_back( file->info().path );
         if ( added == 0 && merge.findings().empty() )
             throw InputError( path, 0, "no trace files (*.fleetlog) in this directory" );
         if ( added == 0 && !isFolder )
@@ -184,8 +190,9 @@ void LastRecords::read() {
             keep( *event.call, record.file );
         } else if ( event.call->call == SdkCall::failureHook && failures_.size() < maxFailures ) {
             const Thread & thread = threadOf( event.call->process, event.call->thread );
-            if ( thread.hasCall && thread.lastCall.rc < 0 )
-                failures_.push_back( thread.lastCall );
+            const RecordedCall * const last = thread.lastCall();
+            if ( last != nullptr && last->rc < 0 )
+                failures_.push_back( *last );
         }
     }
     while ( calls.takeUnreturned( event ) )
@@ -198,8 +205,8 @@ void LastRecords::read() {
         thread.program = kept->file->info().program;
         if ( kept->message != nullptr )
             thread.function = kept->message->function;
-        if ( kept->hasCall )
-            thread.lastCall = std::move( kept->lastCall );
+        if ( const RecordedCall * const last = kept->lastCall() )
+            thread.lastCall = *last;
         for ( std::size_t i = 0; i < std::min( kept->count, perThread ); ++i )
             thread.lines.push_back( lineOf( kept->kept[( kept->count - 1 - i ) % perThread] ) );
         threads_.push_back( std::move( thread ) );

@@ -18,7 +18,7 @@
 
 namespace Tool {
 
-/// Opens the files of a trace, as often as it is read; if a process is given, only its files.
+/// Opens the files of a trace, as often as it is read: at first all, then also those of one process.
 using TraceSource = std::function<TraceReader::Merge( std::optional<std::uint32_t> process )>;
 
 /// Those of a folder, or one file. InputError if there is no trace at all.

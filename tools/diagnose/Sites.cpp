@@ -1,5 +1,6 @@
 #include "tools/diagnose/Sites.h"
 
+#include "text/Escape.h"
 #include "text/Numbers.h"
 #include "tools/model/Errors.h"
 #include "tools/model/Files.h"
@@ -58,7 +59,10 @@ std::optional<Site> parseSite( std::string_view line ) {
     if ( !Text::parseNumber( takeUntil( line, '\t' ), call ) || call > limit )
         return {};
     const auto kind = kindOf( takeUntil( line, '\t' ) );
-    if ( recipe.empty() || !kind || line.empty() )
+    const auto isPrintable = []( char c ) { return c >= ' ' && c <= '~'; };
+    if ( recipe.empty() || !kind || line.empty() ||
+         !std::all_of( recipe.begin(), recipe.end(), isPrintable ) ||
+         !std::all_of( line.begin(), line.end(), isPrintable ) )
         return {};
     return Site{ .kind = *kind,
                  .line = static_cast<int>( number ),
@@ -129,7 +133,7 @@ SiteTable SiteTable::parse( std::string_view contents, const std::string & file 
     if ( takeUntil( head, '\t' ) != formatVersion )
         throw InputError( file, 0, "its table of sites has a format that this version cannot read",
                           "use the cairn-lt of that release" );
-    table.version_ = head;
+    table.version_ = Text::printable( head );
     for ( int line = 2; !contents.empty(); ++line ) {
         const auto site = parseSite( takeUntil( contents, '\n' ) );
         if ( !site )
