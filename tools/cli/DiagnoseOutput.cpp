@@ -21,7 +21,8 @@ std::string siteText( const Site & site ) {
                         site.call );
 }
 
-void addPlace( Sheet & sheet, const Diagnosis & diagnosis, const SiteTable & table ) {
+void addPlace( Sheet & sheet, const Diagnosis & diagnosis, const SiteTable & table,
+               const Context & context ) {
     switch ( diagnosis.found ) {
     case Found::exactly:
         sheet.add( "place", siteText( diagnosis.sites.front() ) );
@@ -36,8 +37,13 @@ void addPlace( Sheet & sheet, const Diagnosis & diagnosis, const SiteTable & tab
     case Found::ambiguous:
         sheet.add( "place", fmt::format( "one of {}, which the report does not tell apart:",
                                          diagnosis.sites.size() ) );
-        for ( const Site & site : diagnosis.sites )
-            sheet.add( "", siteText( site ) );
+        for ( const Site & site : diagnosis.sites ) {
+            const bool isOfMessage = context.found.how == ThreadFound::How::byMessage &&
+                                     context.found.thread != nullptr &&
+                                     context.found.thread->function == site.recipe;
+            sheet.add( "",
+                       siteText( site ) + ( isOfMessage ? ", of which the last message is" : "" ) );
+        }
         break;
     case Found::nowhere:
         sheet.add( "place", fmt::format( "line {}: release {} has no such text",
@@ -185,7 +191,7 @@ std::string stopText( const Diagnosis & diagnosis, const SiteTable & table,
                                           diagnosis.recipe->family, diagnosis.recipe->summary ) );
     else
         sheet.add( "recipe", diagnosis.function );
-    addPlace( sheet, diagnosis, table );
+    addPlace( sheet, diagnosis, table, context );
     if ( diagnosis.sites.size() == 1 && diagnosis.sites.front().isCall() )
         sheet.add( "step", fmt::format( "call {} of {}: {}", diagnosis.sites.front().call,
                                         diagnosis.calls, diagnosis.inWords ) );
@@ -200,8 +206,8 @@ std::string stopText( const Diagnosis & diagnosis, const SiteTable & table,
         sheet.add( "tried", trialText( *context.scene ) );
     else if ( !stop.chipSays.empty() )
         sheet.add( "tried", "The simulated chip says: " + stop.chipSays );
-    addLeft( sheet, diagnosis, context );
     addBefore( sheet, context );
+    addLeft( sheet, diagnosis, context );
     addEarlier( sheet, context );
     for ( std::size_t i = 0; i < diagnosis.nextActions.size(); ++i )
         sheet.add( i == 0 ? "next" : "", diagnosis.nextActions[i] );

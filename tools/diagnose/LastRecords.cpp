@@ -255,6 +255,12 @@ ThreadFound LastRecords::find( const Diagnosis & diagnosis, const SiteTable & ta
         return std::any_of( patterns.begin(), patterns.end(),
                             [&]( const CallPattern & pattern ) { return pattern.fits( call ); } );
     };
+    const auto isOfRecipe = [&]( const std::string & function ) {
+        return !function.empty() &&
+               ( function == diagnosis.function ||
+                 std::any_of( diagnosis.sites.begin(), diagnosis.sites.end(),
+                              [&]( const Site & site ) { return site.recipe == function; } ) );
+    };
     ThreadFound found;
     for ( const ThreadRecords & thread : threads_ ) {
         if ( process && thread.process != *process )
@@ -262,8 +268,7 @@ ThreadFound LastRecords::find( const Diagnosis & diagnosis, const SiteTable & ta
         auto how = ThreadFound::How::byProcess;
         if ( thread.lastCall && isTheCall( *thread.lastCall ) )
             how = ThreadFound::How::byCall;
-        else if ( !thread.lastCall && !diagnosis.function.empty() &&
-                  thread.function == diagnosis.function )
+        else if ( !thread.lastCall && isOfRecipe( thread.function ) )
             how = ThreadFound::How::byMessage;
         else if ( !process )
             continue;

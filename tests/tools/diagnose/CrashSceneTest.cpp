@@ -170,7 +170,25 @@ TEST_F( CrashSceneTest, ChipNeedsARecording ) {
                    "can be rebuilt; leave --state and --dump out\n" );
 }
 
-// --- Without a trace
+// --- Without a recording
+
+TEST( DiagnoseMessagesTest, LastMessageIsToldOfTheCandidates ) {
+    const Support::TemporaryFolder folder;
+    const std::string trace = folder.path( "trace" );
+    cairnLt( { "run", "setLoadBalanceRandSeedCtrl", "0", "12345", "--trace-dir", trace, "--inject",
+               "op=pt_entry_commit,rc=-30" } );
+    // The first line alone, of an older release: the text stands in two recipes.
+    const std::string report = folder.write(
+        "report", "Cairn/CairnLtHelper:9999 bcmlt_pt_entry_commit( entry, BCMLT_PT_OPCODE_MODIFY, "
+                  "BCMLT_PRIORITY_NORMAL ) API ERROR:out of memory (-30)\n" );
+    const auto told = ToolTest::linesWith( cairnLt( { "diagnose", report, "--trace", trace } ).out,
+                                           "CairnLtHelper:" );
+    ASSERT_EQ( told.size(), 2u );
+    EXPECT_TRUE( told[0].ends_with( " in setLoadBalanceRandSeedCtrl, call 4, of which the last "
+                                    "message is" ) )
+        << told[0];
+    EXPECT_TRUE( told[1].ends_with( " in setLoadBalanceRandSeedMem, call 4" ) ) << told[1];
+}
 
 TEST( DiagnoseToolTest, LinesOfTheToolTellArgumentsAndFault ) {
     const Support::TemporaryFolder folder;

@@ -113,8 +113,9 @@ TEST( SitesTest, TableOfAnotherFormatOrDamagedIsRefused ) {
     for ( const char * text : { "", "x\n" } )
         EXPECT_EQ( refused( text ), "lib.so: its table of sites is damaged (line 1); give the "
                                     "library file of the release that wrote the report" );
-    for ( const char * site : { "x", "1\tr\t1\tother\ttext", "1\tr\t1\tguarded\t",
-                                "99999999999\tr\t1\tguarded\ttext", "1\t\t1\tguarded\ttext" } )
+    for ( const char * site :
+          { "x", "1\tr\t1\tother\ttext", "1\tr\t1\tguarded\t", "99999999999\tr\t1\tguarded\ttext",
+            "1\t\t1\tguarded\ttext", "1\tr\t1\tguarded\tte\xff", "1\tr\x1b\t1\tguarded\ttext" } )
         EXPECT_EQ( refused( ( std::string( "cairn-lt sites 1\t1\n" ) + site + "\n" ).c_str() ),
                    "lib.so: its table of sites is damaged (line 2); give the library file of the "
                    "release that wrote the report" )
