@@ -1,6 +1,7 @@
 #include "tools/cli/Completion.h"
 
 #include "interpose/SdkCall.h"
+#include "tools/diagnose/ErrorPages.h"
 #include "tools/model/ChipOptions.h"
 #include "tools/recipes/Registry.h"
 #include "tools/recording/Check.h"
@@ -132,6 +133,12 @@ class Completion {
             offer( before + word );
     }
 
+    void offerErrorPages( const std::string & before ) {
+        offer( before + "all" );
+        for ( const ErrorPage & page : errorPages() )
+            offer( before + std::string( page.name ), std::string( page.meaning ) );
+    }
+
     void offerOptions( const CLI::App & app ) {
         for ( const CLI::Option * option : app.get_options() )
             for ( const std::string & name : option->get_lnames() )
@@ -234,7 +241,9 @@ class Completion {
         else if ( name == "--format" && verb == "trace" )
             offerAll( before, { "text", "brief", "json" } );
         else if ( name == "--format" && verb == "diagnose" )
-            offerAll( before, { "text", "json", "ndjson" } );
+            offerAll( before, { "text", "json", "ndjson", "markdown" } );
+        else if ( name == "--error" )
+            offerErrorPages( before );
         else if ( name == "--format" || name == "--dump" )
             offerAll( before, { "text", "json" } );
         else if ( name == "--export" )
