@@ -12,6 +12,7 @@
 #include <string>
 #include <sys/resource.h>
 #include <unistd.h>
+#include <vector>
 
 // A sweep to which the system refuses something, or that is killed.
 
@@ -55,24 +56,30 @@ TEST( ScarceResourcesTest, FewDescriptorsAreSaid ) {
 TEST( ScarceResourcesTest, LittleMemoryIsSaid ) {
     if ( ToolTest::isSanitized )
         GTEST_SKIP() << "a sanitizer's own memory is beyond the limit";
-    const std::string whole = cairnLt( { "sweep", "setLearnCacheEnabled" } ).out;
+    const std::vector<std::string> command{ "sweep", "setLearnCacheEnabled" };
+    const std::string whole = cairnLt( command ).out;
     unsigned refused = 0;
     bool isEnough = false;
     for ( rlim_t bytes = rlim_t( 13 ) << 20; !isEnough; bytes += bytes / 16 ) {
-        const Outcome run = cairnLt( { "sweep", "setLearnCacheEnabled" }, {}, [&] {
+        const auto limitMemory = [bytes] {
             const rlimit little{ bytes, bytes };
             ::setrlimit( RLIMIT_AS, &little );
-        } );
-        const std::string what = std::to_string( bytes ) + " bytes of memory";
-        isEnough = run.exitCode == 0 || bytes > rlim_t( 1 ) << 30;
-        if ( isEnough ) {
-            EXPECT_EQ( run.exitCode, 0 ) << what;
-            EXPECT_EQ( run.out, whole ) << what;
-        } else if ( run.exitCode != 127 ) { // the program can be loaded
-            ++refused;
-            expectTrouble( run, what );
-            EXPECT_EQ( run.err.find( "API ERROR" ), std::string::npos ) << run.err;
-        }
+        };
+        isEnough = bytes > rlim_t( 1 ) << 30;
+        if ( cairnLt( { "--version" }, {}, limitMemory ).exitCode != 0 )
+            continue; // the program cannot be loaded
+        const Outcome run = cairnLt( command, {}, limitMemory );
+        isEnough = isEnough || run.exitCode == 0;
+        SCOPED_TRACE( std::to_string( bytes ) + " bytes of memory: " + run.err );
+        EXPECT_EQ( run.out, isEnough ? whole : "" );
+        if ( isEnough )
+            continue;
+        ++refused;
+        EXPECT_EQ( run.exitCode, 2 );
+        EXPECT_EQ( lines( run.err ).size(), 1u );
+        EXPECT_TRUE( run.err.starts_with( "cairn-lt: the sweep cannot " ) ||
+                     run.err == "cairn-lt: not enough memory\n" );
+        EXPECT_EQ( run.err.find( "API ERROR" ), std::string::npos );
     }
     EXPECT_GT( refused, 0u );
 }
