@@ -63,6 +63,13 @@ ReportReader readText( std::string_view text ) {
     return report;
 }
 
+// An empty report tells neither that a process was stopped nor that none was.
+void refuseEmpty( const ReportReader & report, const std::string & path ) {
+    if ( report.isEmpty() )
+        throw InputError( nameOf( path ), 0, "is empty",
+                          "give what the process wrote to standard error, as a file or by a pipe" );
+}
+
 // `whole`, if it is not null, gets the text.
 ReportReader readReport( const std::string & path, std::string * whole = nullptr ) {
     const bool isInput = path == "-";
@@ -112,6 +119,8 @@ ReportReader readReport( const std::string & path, std::string * whole = nullptr
         throw refuse( errno );
     if ( !rest.empty() )
         report.add( rest );
+    if ( isInput )
+        refuseEmpty( report, path );
     return report;
 }
 
@@ -500,6 +509,7 @@ Case caseOf( const std::string & file, const DiagnoseOptions & options ) {
         }
     } else {
         given.report = readReport( file, options.bundle.empty() ? nullptr : &given.text );
+        refuseEmpty( given.report, file );
         given.table = tableOf( options );
     }
     if ( !options.trace.empty() ) {

@@ -46,6 +46,9 @@ class ReportReader {
     /// A line without its end.
     void add( std::string_view line );
 
+    /// Whether no line was added.
+    bool isEmpty() const { return line_ == 0; }
+
     const std::vector<Stop> & stops() const { return stops_; }
 
     /// More are counted, and not kept.

@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 // From a report to the place and its meaning; and the verb.
@@ -273,6 +274,19 @@ TEST( DiagnoseTest, BadInputIsOneLineAndExitCodeTwo ) {
     const std::string none = folder.path( "none" );
     EXPECT_EQ( refused( { none } ),
                "cairn-lt: " + none + ": cannot be read: No such file or directory\n" );
+    const std::string remedy =
+        "; give what the process wrote to standard error, as a file or by a pipe\n";
+    const std::string empty = folder.write( "empty", "" );
+    EXPECT_EQ( refused( { empty } ), "cairn-lt: " + empty + ": is empty" + remedy );
+    for ( const std::vector<std::string> & command :
+          { std::vector<std::string>{ "diagnose" }, { "diagnose", "-", "--format", "ndjson" } } ) {
+        const Outcome run = cairnLt( command, {}, [&] {
+            ::dup2( ::open( empty.c_str(), O_RDONLY | O_CLOEXEC ), STDIN_FILENO );
+        } );
+        EXPECT_EQ( run.exitCode, 2 );
+        EXPECT_EQ( run.out, "" );
+        EXPECT_EQ( run.err, "cairn-lt: standard input: is empty" + remedy );
+    }
     EXPECT_EQ( refused( { report, "--trace", folder.path() } ),
                "cairn-lt: " + folder.path() + ": no trace files (*.fleetlog) in this directory\n" );
     EXPECT_EQ( ToolTest::lines( refused( { report, "--trace", report } ) ).size(), 1u );
