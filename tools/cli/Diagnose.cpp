@@ -1,30 +1,23 @@
 #include "text/Escape.h"
 #include "text/Time.h"
+#include "tools/cli/Case.h"
 #include "tools/cli/DiagnoseOutput.h"
+#include "tools/cli/Investigation.h"
 #include "tools/cli/Tables.h"
 #include "tools/cli/Verbs.h"
 #include "tools/diagnose/Bundle.h"
-#include "tools/diagnose/CrashScene.h"
 #include "tools/diagnose/Diagnosis.h"
 #include "tools/diagnose/Fleet.h"
-#include "tools/diagnose/LastRecords.h"
 #include "tools/diagnose/Report.h"
 #include "tools/model/Errors.h"
-#include "tools/model/Files.h"
 #include "tools/model/StateFile.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
 #include <cstdint>
-#include <cstdio>
-#include <cstring>
 #include <filesystem>
-#include <map>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -41,187 +34,6 @@ using Json = nlohmann::ordered_json;
 
 // What is not UTF-8 in a report is escaped.
 std::string valid( std::string_view text ) { return Text::printable( text ); }
-
-// A line of a report that is longer is taken to be two.
-constexpr std::size_t longestLine = 1 << 20;
-
-// A report that goes on beyond this is no report.
-constexpr std::uint64_t longestReport = std::uint64_t( 16 ) << 30;
-
-std::string nameOf( const std::string & report ) {
-    return report == "-" ? "standard input" : report;
-}
-
-// A bundle is small enough to be kept; so is a report that goes into one.
-ReportReader readText( std::string_view text ) {
-    ReportReader report;
-    while ( !text.empty() ) {
-        const std::size_t end = std::min( text.find( '\n' ), text.size() );
-        report.add( text.substr( 0, end ) );
-        text.remove_prefix( std::min( end + 1, text.size() ) );
-    }
-    return report;
-}
-
-// An empty report tells neither that a process was stopped nor that none was.
-void refuseEmpty( const ReportReader & report, const std::string & path ) {
-    if ( report.isEmpty() )
-        throw InputError( nameOf( path ), 0, "is empty",
-                          "give what the process wrote to standard error, as a file or by a pipe" );
-}
-
-// `whole`, if it is not null, gets the text.
-ReportReader readReport( const std::string & path, std::string * whole = nullptr ) {
-    const bool isInput = path == "-";
-    const auto refuse = [&]( int error ) {
-        return InputError( nameOf( path ), 0,
-                           fmt::format( "cannot be read: {}", std::strerror( error ) ) );
-    };
-    const std::unique_ptr<std::FILE, void ( * )( std::FILE * )> file(
-        isInput ? stdin : std::fopen( path.c_str(), "rbe" ), []( std::FILE * each ) {
-            if ( each != nullptr && each != stdin )
-                std::fclose( each );
-        } );
-    if ( !file )
-        throw refuse( errno );
-    ReportReader report;
-    std::string rest;
-    std::array<char, 1 << 16> buffer;
-    std::uint64_t sizeSoFar = 0;
-    while ( const std::size_t size = std::fread( buffer.data(), 1, buffer.size(), file.get() ) ) {
-        sizeSoFar += size;
-        if ( sizeSoFar > longestReport )
-            throw InputError( nameOf( path ), 0, "is larger than 16 GiB",
-                              "give a part of it, \"tail -c 1G FILE | cairn-lt diagnose\"" );
-        std::string_view chunk( buffer.data(), size );
-        if ( whole != nullptr && sizeSoFar > Bundle::largest )
-            throw InputError( nameOf( path ), 0, "is larger than a bundle may be",
-                              "give a part of it, \"tail -c 100M FILE | cairn-lt diagnose\"" );
-        if ( whole != nullptr )
-            *whole += chunk;
-        for ( std::size_t end = chunk.find( '\n' ); end != std::string_view::npos;
-              end = chunk.find( '\n' ) ) {
-            if ( rest.empty() ) {
-                report.add( chunk.substr( 0, end ) );
-            } else {
-                report.add( rest += chunk.substr( 0, end ) );
-                rest.clear();
-            }
-            chunk.remove_prefix( end + 1 );
-        }
-        rest += chunk;
-        if ( rest.size() > longestLine ) {
-            report.add( rest );
-            rest.clear();
-        }
-    }
-    if ( std::ferror( file.get() ) )
-        throw refuse( errno );
-    if ( !rest.empty() )
-        report.add( rest );
-    if ( isInput )
-        refuseEmpty( report, path );
-    return report;
-}
-
-// --- One report: each stop in full
-
-// The stops of a report, one after the other, with what a trace tells of them.
-class Investigation {
-  public:
-    /// `source` may be empty.
-    Investigation( const SiteTable & table, const Model & model, TraceSource source )
-        : table_( table ), model_( model ), source_( std::move( source ) ) {
-        if ( source_ )
-            records_.emplace( source_ );
-    }
-
-    /// The chips as they were when recording began, and the file that says so; without, they are new.
-    void beginWith( std::vector<SavedUnit> saved, const std::string & file ) {
-        saved_ = std::move( saved );
-        from_ = file;
-    }
-
-    std::pair<Diagnosis, Context> look( const Stop & stop ) {
-        const Sim::Schema & schema = model_.chips.front().schema;
-        Diagnosis diagnosis = diagnose( stop, table_, schema );
-        Context context;
-        if ( records_ )
-            context.found = records_->find( diagnosis, table_ );
-        const ThreadRecords * const thread = context.found.thread;
-        const bool isTheThread = thread != nullptr && context.found.others == 0 &&
-                                 context.found.how != ThreadFound::How::byProcess;
-        if ( isTheThread && thread->lastCall )
-            diagnosis = diagnose( stop, table_, schema, &*thread->lastCall );
-        if ( isTheThread )
-            context.scene =
-                thread->lastCall ? rebuildFor( *thread, diagnosis ) : sceneOf( *thread, diagnosis );
-        if ( isTheThread && thread->lastCall )
-            lookForOthers( *thread->lastCall, context );
-        const auto [known, isNew] = stops_.try_emplace( signatureOf( diagnosis ) );
-        if ( isNew )
-            known->second.firstLine = stop.reportLine;
-        context.stopsLikeIt = known->second.count++;
-        context.firstLikeIt = known->second.firstLine;
-        return { std::move( diagnosis ), std::move( context ) };
-    }
-
-    /// As it was when the last process stopped whose recording is there; null if none is.
-    const Sim::Chip * chip() const { return chip_.get(); }
-
-    const std::vector<std::string> & findings() const {
-        static const std::vector<std::string> none;
-        return records_ ? records_->findings() : none;
-    }
-
-  private:
-    struct Alike {
-        std::size_t count = 0;
-        std::size_t firstLine = 0;
-    };
-
-    // A report that holds the same twice is about one stop of the thread.
-    CrashScene rebuildFor( const ThreadRecords & thread, const Diagnosis & diagnosis ) {
-        const auto known = scenes_.find( { &thread, diagnosis.function } );
-        if ( known != scenes_.end() )
-            return known->second;
-        auto chip = std::make_unique<Sim::Chip>();
-        addUnits( *chip, model_ );
-        restoreSaved( *chip );
-        CrashScene scene = rebuild( source_, thread, diagnosis, table_, *chip );
-        chip_ = std::move( chip );
-        return scenes_[{ &thread, diagnosis.function }] = std::move( scene );
-    }
-
-    void restoreSaved( Sim::Chip & chip ) const {
-        for ( const SavedUnit & unit : saved_ ) {
-            const Sim::Schema * const schema = chip.schema( unit.unit );
-            if ( schema == nullptr || !( *schema == unit.schema ) )
-                throw InputError(
-                    from_, 0,
-                    fmt::format( "unit {} is another chip than the one described", unit.unit ),
-                    "leave --chip and --model out, or name another state file" );
-        }
-        restore( chip, saved_, from_ );
-    }
-
-    void lookForOthers( const TraceReader::RecordedCall & call, Context & context ) const {
-        const auto alike = records_->failuresLike( call );
-        context.failuresLikeIt = alike.size();
-        if ( !alike.empty() )
-            context.lastLikeIt = *alike.front();
-    }
-
-    const SiteTable & table_;
-    const Model & model_;
-    const TraceSource source_;
-    std::optional<LastRecords> records_;
-    std::string from_;
-    std::vector<SavedUnit> saved_;
-    std::map<std::pair<const ThreadRecords *, std::string>, CrashScene> scenes_;
-    std::map<std::string, Alike> stops_;
-    std::unique_ptr<Sim::Chip> chip_;
-};
 
 // --- A line for each stop, for data stores
 
@@ -458,73 +270,6 @@ int diagnoseMany( const std::vector<std::string> & files, const SiteTable & tabl
 }
 
 // --- One report
-
-// All that is given of one report, by itself or as a bundle.
-struct Case {
-    std::string name;
-    std::string text = {}; ///< if it is to be kept
-    ReportReader report = {};
-    SiteTable table = {};
-    Model model = {};
-    TraceSource trace = {};
-    std::shared_ptr<const Bundle::Traces> traces = {};
-    std::vector<SavedUnit> saved = {};
-    std::string savedFile = {};
-};
-
-SiteTable tableOf( const DiagnoseOptions & options ) {
-    return options.library.empty() ? SiteTable::own() : SiteTable::fromLibrary( options.library );
-}
-
-Model modelFor( const DiagnoseOptions & options ) {
-    ChipOptions chips = options.chips;
-    chips.state = options.from;
-    return modelOf( chips );
-}
-
-// The chips of a bundle, as chips of a model.
-Model modelOfUnits( const std::vector<SavedUnit> & units, const std::string & source ) {
-    std::vector<ChipDescription> chips;
-    for ( const SavedUnit & unit : units )
-        chips.push_back( defaultChip( unit.unit, unit.schema, source ) );
-    return defaultModel( std::move( chips ) );
-}
-
-Case caseOf( const std::string & file, const DiagnoseOptions & options ) {
-    Case given{ .name = file };
-    const bool saysChips = !options.chips.chips.empty() || !options.chips.model.empty();
-    if ( isBundle( file ) ) {
-        const Bundle bundle = readBundle( file );
-        given.text = bundle.report;
-        given.report = readText( bundle.report );
-        given.table = options.library.empty() && !bundle.sites.empty()
-                          ? SiteTable::parse( bundle.sites, file )
-                          : tableOf( options );
-        given.traces = bundle.traces;
-        if ( !bundle.traces->empty() )
-            given.trace = traceIn( bundle, file );
-        if ( options.from.empty() && !saysChips && !bundle.chips.empty() ) {
-            given.savedFile = file + ":chips.json";
-            given.saved = parseState( bundle.chips, given.savedFile );
-        }
-    } else {
-        given.report = readReport( file, options.bundle.empty() ? nullptr : &given.text );
-        refuseEmpty( given.report, file );
-        given.table = tableOf( options );
-    }
-    if ( !options.trace.empty() ) {
-        given.trace = traceAt( options.trace );
-        given.traces = options.bundle.empty() ? nullptr : readTraces( options.trace );
-    }
-    if ( !options.from.empty() ) {
-        given.savedFile = options.from;
-        given.saved = parseState( readFile( options.from ), options.from );
-    }
-    given.model = options.from.empty() && !given.saved.empty()
-                      ? modelOfUnits( given.saved, given.savedFile )
-                      : modelFor( options );
-    return given;
-}
 
 // The chips as they were when recording began.
 std::string chipsText( const Case & given ) {
