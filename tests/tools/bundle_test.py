@@ -10,6 +10,7 @@ import io
 import json
 import os
 import pathlib
+import pty
 import subprocess
 import sys
 import tarfile
@@ -101,6 +102,34 @@ def round_trip(folder):
     expect(run("diagnose", report, "--bundle", folder / "no" / "x.tar.gz").returncode == 2, "no folder")
 
 
+def on_terminal(folder):
+    """What is bold on a terminal is plain in a bundle."""
+    bundle = folder / "terminal.tar.gz"
+    terminal, end = pty.openpty()
+    command = [CAIRN_LT, "diagnose", folder / "agent.log", "--bundle", bundle]
+    environment = {name: value for name, value in os.environ.items() if name != "NO_COLOR"}
+    with subprocess.Popen(command, stdout=end, env=environment) as process:
+        os.close(end)
+        shown = b""
+        while piece := read_terminal(terminal):
+            shown += piece
+    os.close(terminal)
+    expect(process.returncode == 0 and b"\x1b[1m" in shown, f"nothing is bold: {shown}")
+    with tarfile.open(bundle) as archive:
+        contents = {name: archive.extractfile(name).read() for name in archive.getnames()}
+    expect(contents["diagnosis.txt"].startswith(b"line 1: an SDK call failed\n"), contents["diagnosis.txt"])
+    for name, content in contents.items():
+        expect(b"\x1b" not in content, f"{name} holds what a terminal understands")
+
+
+def read_terminal(terminal):
+    """What is shown next; nothing when nobody has the terminal any more, which reads as an error."""
+    try:
+        return os.read(terminal, 1 << 16)
+    except OSError:
+        return b""
+
+
 def fleet(folder):
     bundles = folder / "fleet"
     bundles.mkdir()
@@ -150,6 +179,7 @@ def hostile(folder):
 with tempfile.TemporaryDirectory() as temporary:
     place = pathlib.Path(temporary)
     round_trip(place)
+    on_terminal(place)
     fleet(place)
     (place / "hostile").mkdir()
     hostile(place / "hostile")

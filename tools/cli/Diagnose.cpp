@@ -290,13 +290,17 @@ int diagnoseOne( const std::string & file, const DiagnoseOptions & options ) {
     investigation.beginWith( given.saved, given.savedFile );
     Json stops = Json::array();
     std::string text;
+    std::string plainText; // without bold headings, for a file
     for ( const Stop & stop : given.report.stops() ) {
         const auto [diagnosis, context] = investigation.look( stop );
         stops.push_back( stopJson( diagnosis, context ) );
-        text += ( text.empty() ? "" : "\n" ) + stopText( diagnosis, given.table, context );
+        const char * const gap = text.empty() ? "" : "\n";
+        const std::string sheet = stopSheet( diagnosis, given.table, context ).text();
+        text += gap + heading( stopTitle( stop ) ) + "\n" + sheet;
+        plainText += gap + stopTitle( stop ) + "\n" + sheet;
     }
     if ( text.empty() )
-        text = "nothing in the report says that this library stopped a process\n";
+        text = plainText = "nothing in the report says that this library stopped a process\n";
     Json json{ { "release", given.table.version() },
                { "count", given.report.count() },
                { "stops", std::move( stops ) } };
@@ -315,7 +319,7 @@ int diagnoseOne( const std::string & file, const DiagnoseOptions & options ) {
                        .report = given.text,
                        .sites = given.table.text(),
                        .chips = chipsText( given ),
-                       .text = text,
+                       .text = plainText,
                        .json = json.dump( 2 ) + "\n" };
         if ( chip != nullptr )
             bundle.state = stateText( *chip );

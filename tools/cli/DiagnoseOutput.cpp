@@ -2,7 +2,6 @@
 
 #include "text/Escape.h"
 #include "text/Time.h"
-#include "tools/cli/Output.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -83,7 +82,14 @@ const char * endText( const Stop & stop ) {
 
 void Sheet::add( std::string_view label, std::string_view text ) {
     if ( !text.empty() )
-        text_ += fmt::format( "  {:<10}{}\n", label, Text::printable( text ) );
+        lines_.emplace_back( label, Text::printable( text ) );
+}
+
+std::string Sheet::text() const {
+    std::string all;
+    for ( const auto & [label, text] : lines_ )
+        all += fmt::format( "  {:<10}{}\n", label, text );
+    return all;
 }
 
 const char * nameOf( Stop::Kind kind ) { return kindNames[static_cast<int>( kind )]; }
@@ -176,11 +182,12 @@ void addEarlier( Sheet & sheet, const Context & context ) {
 
 } // namespace
 
-std::string stopText( const Diagnosis & diagnosis, const SiteTable & table,
-                      const Context & context ) {
+std::string stopTitle( const Stop & stop ) {
+    return fmt::format( "line {}: {}", stop.reportLine, endText( stop ) );
+}
+
+Sheet stopSheet( const Diagnosis & diagnosis, const SiteTable & table, const Context & context ) {
     const Stop & stop = diagnosis.stop;
-    std::string text =
-        heading( fmt::format( "line {}: {}", stop.reportLine, endText( stop ) ) ) + "\n";
     Sheet sheet;
     const auto process = stop.process();
     sheet.add( "process", fmt::format( "{}{}", stop.program,
@@ -211,7 +218,7 @@ std::string stopText( const Diagnosis & diagnosis, const SiteTable & table,
     addEarlier( sheet, context );
     for ( std::size_t i = 0; i < diagnosis.nextActions.size(); ++i )
         sheet.add( i == 0 ? "next" : "", diagnosis.nextActions[i] );
-    return text + sheet.text();
+    return sheet;
 }
 
 namespace {

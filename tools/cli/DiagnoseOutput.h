@@ -12,6 +12,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 // A diagnosis as the verb prints it.
 
@@ -32,20 +34,25 @@ struct Context {
 /// "an SDK call failed"
 const char * endText( const Stop & stop );
 
-/// Lines of a label and what it says, under each other.
+/// Lines of a label and what it says, under each other. A line without a label goes on with what the
+/// one before it says.
 class Sheet {
   public:
+    using Line = std::pair<std::string, std::string>;
+
     /// Nothing for an empty text.
     void add( std::string_view label, std::string_view text );
-    const std::string & text() const { return text_; }
+    const std::vector<Line> & lines() const { return lines_; }
+    std::string text() const;
 
   private:
-    std::string text_;
+    std::vector<Line> lines_;
 };
 
+/// "line 1: an SDK call failed"
+std::string stopTitle( const Stop & stop );
 /// All that is known of one stop.
-std::string stopText( const Diagnosis & diagnosis, const SiteTable & table,
-                      const Context & context );
+Sheet stopSheet( const Diagnosis & diagnosis, const SiteTable & table, const Context & context );
 nlohmann::ordered_json stopJson( const Diagnosis & diagnosis, const Context & context );
 
 /// The words of JSON documents: "api_error", "exactly".
