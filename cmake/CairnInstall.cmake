@@ -7,6 +7,7 @@
 #   python       the Python package (python/CMakeLists.txt)
 #   documents    README, docs/
 #   examples     examples/
+#   reference    the HTML that the target "reference" writes, if it was built
 include( CMakePackageConfigHelpers )
 
 set( CAIRN_HEADERS_DIR ${CMAKE_INSTALL_INCLUDEDIR}/CairnLtHelper )
@@ -55,3 +56,4 @@ install( FILES tools/completion/cairn-lt.fish DESTINATION ${CMAKE_INSTALL_DATADI
 install( FILES README.md CHANGELOG.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documents )
 install( DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documents PATTERN man EXCLUDE )
 install( DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT examples )
+install( DIRECTORY ${CAIRN_REFERENCE_DIR}/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/html COMPONENT reference OPTIONAL )

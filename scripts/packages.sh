@@ -8,7 +8,7 @@ build_packages=( g++ cmake ninja-build pkg-config
     libcli11-dev libtomlplusplus-dev nlohmann-json3-dev libfmt-dev libarchive-dev zlib1g-dev )
 python_packages=( pybind11-dev python3-dev python3-pytest )
 test_packages=( libgtest-dev libbenchmark-dev binutils file python3 python3-mypy clang-14 clang man-db zsh fish babeltrace2 )
-all_packages=( abigail-tools clang-tidy-14 libclang-rt-14-dev valgrind )
+all_packages=( abigail-tools clang-tidy-14 doxygen libclang-rt-14-dev valgrind )
 browser_packages=( chromium )
 
 install_packages() {

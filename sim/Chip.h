@@ -150,9 +150,8 @@ class Chip : public Shim::Sdk {
 
     // --- Keeping a chip between two processes
     //
-    //     for each unit, for each table of its schema: keep rows( unit, table, Rows::stored );
-    //     later, on a chip with the same units:
-    //     for each unit: clear( unit ), then restoreRow() for each row that was kept
+    // For each unit and each table of its schema, keep rows( unit, table, Rows::stored ). Later, on a chip
+    // with the same units, clear( unit ) each of them, then restoreRow() for each row that was kept.
 
     /// Empties all tables of a unit: logical tables have no rows afterwards, preloaded ones too,
     /// and no physical row is written. Entries stay.

@@ -9,7 +9,9 @@
 // Kiln tracing: named facilities, each with a mask of enabled levels that is read without a call.
 //
 //     static Kiln::TraceHandle handle( "CairnLtHelper", false );
-//     if ( handle.enabled( Kiln::TraceFacility::level2 ) ) { ... open a Kiln::TraceHelper ... }
+//     if ( handle.enabled( Kiln::TraceFacility::level2 ) ) {
+//         ... // make a Kiln::TraceHelper and write to its stream
+//     }
 //
 // Levels are set for a process by the environment variable KILN_TRACE, read when the first facility
 // is made, and at run time by traceSettings(). Both remember names that nobody has made a handle of
