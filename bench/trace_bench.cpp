@@ -2,6 +2,8 @@
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TraceOperations.h"
 
+#include <Kiln/TraceSink.h>
+
 #include <benchmark/benchmark.h>
 
 #if defined( TRACE_BENCH_SPDLOG )
@@ -19,6 +21,8 @@
 #include <memory>
 #include <string>
 #include <sys/mman.h>
+#include <unistd.h>
+#include <utility>
 #include <vector>
 
 // What a record and a message cost, against the same stores into a mapped ring written by hand (the
@@ -94,10 +98,13 @@ class HandRing {
 
 // What the operations use. They read it from memory, as a recipe would.
 struct Bench {
-    explicit Bench( const OpenOptions & options ) : targets( options ) {}
+    Bench( const OpenOptions & options, std::string lines )
+        : targets( options ), linesPath( std::move( lines ) ) {}
 
     HandRing hand{ 1 << 20 };
     Support::TraceTargets targets;
+    Kiln::TraceHandle handle{ "CairnLtHelper", false };
+    std::string linesPath;
 #if defined( TRACE_BENCH_SPDLOG )
     std::shared_ptr<spdlog::logger> spdlog = std::make_shared<spdlog::logger>(
         "bench", std::make_shared<spdlog::sinks::null_sink_st>() );
@@ -153,6 +160,61 @@ struct SpdlogText {
 };
 #endif
 
+// A line of text as a recipe writes it, and the sinks that it goes to.
+struct TextLine {
+    [[gnu::always_inline]] void run( std::uint32_t i, std::uint32_t j ) const {
+        Kiln::TraceHelper line( bench->handle, Kiln::TraceFacility::level2, "Cairn/CairnLtHelper",
+                                42, "setSeed" );
+        line.stream() << "setSeed";
+        line.stream() << " unit: ";
+        line.stream() << i;
+        line.stream() << " seed: ";
+        line.stream() << j;
+    }
+};
+struct LinesDropped {
+    LinesDropped() {
+        Kiln::traceToCallback(
+            []( const Kiln::TraceLine & line ) { benchmark::DoNotOptimize( line.text.data() ); } );
+    }
+};
+struct LinesFormatted {
+    LinesFormatted() {
+        Kiln::traceToCallback( []( const Kiln::TraceLine & line ) {
+            benchmark::DoNotOptimize( Kiln::formatTraceLine( line ) );
+        } );
+    }
+};
+struct LinesToFile {
+    LinesToFile() { Kiln::traceToFile( bench->linesPath ); }
+};
+template <class Sink>
+struct LineTo : Sink, TextLine {};
+
+// The text of a message: level 2 is on while the operation runs.
+template <class Sink>
+struct MessageTextTo : Sink, Support::MessageTwoValues {
+    MessageTextTo() { Kiln::traceSettings( { { "CairnLtHelper", 1u << 2 } } ); }
+    ~MessageTextTo() { Kiln::traceOff(); }
+    MessageTextTo( const MessageTextTo & ) = delete;
+    MessageTextTo & operator=( const MessageTextTo & ) = delete;
+};
+
+// What a line to a file has at least: one write of as many bytes.
+struct BareWrite {
+    BareWrite() : file( std::fopen( bench->linesPath.c_str(), "ae" ) ) {}
+    ~BareWrite() { std::fclose( file ); }
+    BareWrite( const BareWrite & ) = delete;
+    BareWrite & operator=( const BareWrite & ) = delete;
+    [[gnu::always_inline]] void run( std::uint32_t, std::uint32_t ) const {
+        benchmark::DoNotOptimize( ::write( ::fileno( file ), bytes.data(), bytes.size() ) );
+    }
+    std::FILE * file;
+    const std::string bytes =
+        "2026-03-01T07:30:00.123456Z 123456 CairnLtHelper/2 Cairn/CairnLtHelper:42 setSeed: setSeed "
+        "unit: 12345 seed: 12346\n";
+};
+
 struct LttngTwoValues {
     [[gnu::always_inline]] void run( std::uint32_t i, std::uint32_t j ) const {
         TraceBenchLttng::twoValues( i, j );
@@ -195,7 +257,7 @@ void add( const std::string & name, const std::string & floor = "",
 int main( int argc, char ** argv ) {
     const Support::TemporaryFolder folder;
     OpenOptions options{ .directory = folder.path() };
-    Bench made( options );
+    Bench made( options, folder.path() + "/lines" );
     bench = &made;
     Support::traceTargets = &made.targets;
     TraceHandle perProcess( options );
@@ -233,6 +295,13 @@ int main( int argc, char ** argv ) {
     add<SpdlogTwoValues<&Bench::asynchronous>>( "two values, spdlog, asynchronous", floor );
     add<SpdlogText<&Bench::asynchronous>>( "value and text, spdlog, asynchronous", textFloor );
 #endif
+    const std::string textLine = "two values, spdlog, null sink";
+    add<LineTo<LinesDropped>>( "two values, text line, dropped", textLine );
+    add<LineTo<LinesFormatted>>( "two values, text line, formatted by a callback", textLine );
+    add<MessageTextTo<LinesDropped>>( "two values, text of a message, dropped", textLine );
+    add<BareWrite>( "bytes of a text line, one write to a file" );
+    add<LineTo<LinesToFile>>( "two values, text line, to a file",
+                              "bytes of a text line, one write to a file" );
     if ( TraceBenchLttng::isTraced() ) {
         add<LttngTwoValues>( "two values, lttng-ust", floor );
         add<LttngText>( "value and text, lttng-ust", textFloor );

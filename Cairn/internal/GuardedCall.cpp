@@ -13,14 +13,11 @@ namespace Cairn {
 
 namespace {
 
-std::string position( const char * text, int line ) {
-    return std::string( sourceFile ) + ":" + std::to_string( line ) + " " + text;
-}
-
-void writeTraceLine( int line, const Recipe & recipe, const std::string & text ) {
+template <class... Pieces>
+void writeTraceLine( int line, const Recipe & recipe, Pieces... pieces ) {
     Kiln::TraceHelper traceLine( apiCairn, CairnPlatform::level( callTraceLevel ), sourceFile, line,
                                  recipe.function );
-    CairnPlatform::stream( traceLine ) << text;
+    ( static_cast<void>( CairnPlatform::stream( traceLine ) << pieces ), ... );
 }
 
 /// From here on a write that nobody reads, or that a limit refuses, fails and does not end the process: there is a
@@ -51,9 +48,10 @@ void writeReport( const std::string & report ) {
 
 [[noreturn]] void failCall( const char * text, int line, const Recipe & recipe, int rc ) {
     const char * const errorText = Shim::sdk_->errmsg( rc );
-    const std::string report = position( text, line ) + " API ERROR:" +
-                               ( errorText != nullptr ? errorText : "(no error text)" ) + " (" +
-                               std::to_string( rc ) + ")\n";
+    const std::string report =
+        std::string( sourceFile ) + ":" + std::to_string( line ) + " " + text +
+        " API ERROR:" + ( errorText != nullptr ? errorText : "(no error text)" ) + " (" +
+        std::to_string( rc ) + ")\n";
     blockWriteSignals();
     writeReport( report );
     Shim::sdk_->failureHook();
@@ -71,11 +69,11 @@ void settleCall( const char * text, int line, const Recipe & recipe, int rc ) no
 }
 
 void traceCall( const char * text, int line, const Recipe & recipe, int rc ) noexcept {
-    writeTraceLine( line, recipe, position( text, line ) + " (rc:" + std::to_string( rc ) + ")" );
+    writeTraceLine( line, recipe, sourceFile, ":", line, " ", text, " (rc:", rc, ")" );
 }
 
 void traceIgnoredCall( const char * text, int line, const Recipe & recipe ) noexcept {
-    writeTraceLine( line, recipe, position( text, line ) + " no rc check" );
+    writeTraceLine( line, recipe, sourceFile, ":", line, " ", text, " no rc check" );
 }
 
 void stopByAssertion( const char * expression, int line, const Recipe & recipe ) noexcept {

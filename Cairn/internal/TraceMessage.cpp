@@ -1,7 +1,5 @@
 #include "Cairn/internal/TraceMessage.h"
 
-#include <string>
-
 namespace Cairn {
 
 namespace {
@@ -42,15 +40,14 @@ void writePieces( const MessageSite & site ) noexcept {
         Twinlog::twinlogFixed_ << piece;
 }
 
-void writeMessageLine( const MessageSite & site,
-                       const Twinlog::FleetlogConverter & text ) noexcept {
+void writeMessageLine( const MessageSite & site, Twinlog::FleetlogConverter & text ) noexcept {
     // Asked anew: building the text took a while.
     if ( !messagesEnabled( messageLevel ) )
         return;
     Kiln::TraceHelper line( _defaultTraceHandle(), CairnPlatform::level( messageLevel ), sourceFile,
                             site.line, site.recipe->function );
-    const std::string copy = CairnPlatform::text( text );
-    CairnPlatform::stream( line ) << copy;
+    const auto & finished = CairnPlatform::text( text );
+    CairnPlatform::stream( line ) << finished;
 }
 
 TraceLine::TraceLine( int level, int line, const Recipe & recipe ) noexcept

@@ -140,7 +140,7 @@ inline void putValue( CairnPlatform::Record & record, std::same_as<bool> auto va
 void writePieces( const MessageSite & site ) noexcept;
 
 /// Writes the text line, if level 2 is still enabled.
-void writeMessageLine( const MessageSite & site, const Twinlog::FleetlogConverter & text ) noexcept;
+void writeMessageLine( const MessageSite & site, Twinlog::FleetlogConverter & text ) noexcept;
 
 template <class... Values>
 [[gnu::cold, gnu::noinline]] void writeMessageText( const MessageSite & site,

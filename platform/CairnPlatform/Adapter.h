@@ -14,7 +14,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
 
 // The library's view of the platform. Types and operations that every platform has under one name
 // (docs/hosting.md lists them) the library uses directly. Everything else it asks for here: what is
@@ -122,8 +121,8 @@ inline void put1( Record & record, std::uint8_t value ) noexcept { record.put1( 
 
 // --- Twinlog
 
-/// The finished text: the pieces with the values in their places.
-inline std::string text( const Twinlog::FleetlogConverter & converter ) { return converter.text(); }
+/// The finished text, as a line's stream takes it: the pieces with the values in their places.
+inline const char * text( Twinlog::FleetlogConverter & converter ) { return converter.finish(); }
 
 // --- The chip model: ports and modules
 

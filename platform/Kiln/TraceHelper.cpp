@@ -3,11 +3,13 @@
 #include <CairnPlatform/internal/Write.h>
 #include <Kiln/TraceSink.h>
 
-#include <cstdio>
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
 #include <ctime>
 #include <fcntl.h>
-#include <memory>
 #include <mutex>
+#include <pthread.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -15,6 +17,23 @@
 namespace Kiln {
 
 namespace {
+
+using CairnPlatform::TextBuffer;
+
+// Whether each byte is one of the printable ASCII characters, eight at a time.
+bool isPrintableAscii( std::string_view text ) {
+    constexpr std::uint64_t each = 0x0101010101010101;
+    while ( !text.empty() ) {
+        std::uint64_t bytes = each * ' ';
+        const std::size_t count = std::min( text.size(), sizeof bytes );
+        std::memcpy( &bytes, text.data(), count );
+        // The highest bit of a byte: it has one, it is below a blank, it is the last of ASCII.
+        if ( ( ( bytes | ( bytes - each * ' ' ) | ( bytes + each ) ) & ( each * 0x80 ) ) != 0 )
+            return false;
+        text.remove_prefix( count );
+    }
+    return true;
+}
 
 // Where in the text the next control character is, and how many bytes it has: one, or the two that
 // UTF-8 has for those above the ASCII ones. No byte: there is none.
@@ -30,34 +49,39 @@ std::pair<std::size_t, std::size_t> findControl( std::string_view text, std::siz
     return { text.size(), 0 };
 }
 
-} // namespace
-
-void TraceStream::append( std::string_view text ) {
+void appendEscaped( TextBuffer & out, std::string_view text ) {
     constexpr char digits[] = "0123456789abcdef";
+    if ( isPrintableAscii( text ) )
+        return out.append( text );
     for ( std::size_t from = 0; from < text.size(); ) {
         const auto [at, length] = findControl( text, from );
-        text_ += text.substr( from, at - from );
+        out.append( text.substr( from, at - from ) );
         for ( const char c : text.substr( at, length ) ) {
             const auto byte = static_cast<unsigned char>( c );
-            text_ += '\\';
-            if ( c == '\n' )
-                text_ += 'n';
-            else if ( c == '\t' )
-                text_ += 't';
-            else
-                text_ += { 'x', digits[byte >> 4], digits[byte & 0xF] };
+            out.append( '\\' );
+            if ( c == '\n' ) {
+                out.append( 'n' );
+            } else if ( c == '\t' ) {
+                out.append( 't' );
+            } else {
+                out.append( 'x' );
+                out.append( digits[byte >> 4] );
+                out.append( digits[byte & 0xF] );
+            }
         }
         from = at + length;
     }
 }
 
+} // namespace
+
 TraceStream & TraceStream::operator<<( const char * text ) {
-    append( text == nullptr ? "(null)" : text );
+    appendEscaped( text_, text == nullptr ? "(null)" : text );
     return *this;
 }
 
 TraceStream & TraceStream::operator<<( const std::string & text ) {
-    append( text );
+    appendEscaped( text_, text );
     return *this;
 }
 
@@ -65,21 +89,85 @@ TraceStream & TraceStream::operator<<( bool value ) {
     return *this << ( value ? "true" : "false" );
 }
 
-TraceStream & TraceStream::operator<<( int value ) { return *this << std::to_string( value ); }
+TraceStream & TraceStream::operator<<( int value ) {
+    text_.append( value );
+    return *this;
+}
 
 TraceStream & TraceStream::operator<<( unsigned int value ) {
-    return *this << std::to_string( value );
+    text_.append( value );
+    return *this;
 }
 
 TraceStream & TraceStream::operator<<( unsigned long value ) {
-    return *this << std::to_string( value );
+    text_.append( value );
+    return *this;
 }
 
 TraceStream & TraceStream::operator<<( unsigned short value ) {
-    return *this << std::to_string( value );
+    text_.append( value );
+    return *this;
 }
 
 namespace {
+
+// Writes times in UTC. Lines come many a second, so each thread keeps the text of the second.
+class TimeWriter {
+  public:
+    void append( TextBuffer & out, std::chrono::system_clock::time_point time ) {
+        using namespace std::chrono;
+        const sys_seconds second = floor<seconds>( time );
+        if ( second != second_ || length_ == 0 ) {
+            const std::time_t sinceEpoch = second.time_since_epoch().count();
+            std::tm utc{};
+            gmtime_r( &sinceEpoch, &utc );
+            length_ = std::strftime( text_, sizeof text_, "%Y-%m-%dT%H:%M:%S.", &utc );
+            second_ = second;
+        }
+        out.append( std::string_view( text_, length_ ) );
+        char fraction[] = "000000Z";
+        auto microseconds_ = duration_cast<microseconds>( time - second ).count();
+        for ( int digit = 5; digit >= 0; --digit, microseconds_ /= 10 )
+            fraction[digit] = static_cast<char>( '0' + microseconds_ % 10 );
+        out.append( std::string_view( fraction ) );
+    }
+
+  private:
+    std::chrono::sys_seconds second_;
+    std::size_t length_ = 0;
+    char text_[32];
+};
+
+void appendLine( TextBuffer & out, const TraceLine & line ) {
+    static thread_local TimeWriter times;
+    times.append( out, line.time );
+    out.append( ' ' );
+    out.append( line.thread );
+    out.append( ' ' );
+    out.append( line.facility );
+    out.append( '/' );
+    out.append( static_cast<std::uint32_t>( line.level ) );
+    out.append( ' ' );
+    out.append( line.file );
+    out.append( ':' );
+    out.append( line.line );
+    out.append( ' ' );
+    out.append( line.function );
+    out.append( std::string_view( ": " ) );
+    out.append( line.text );
+}
+
+// Asked of the kernel once a thread, and anew in a child of the process. 0: not asked yet.
+thread_local int knownThread = 0;
+
+// Whether this thread is handing a line to the sink.
+thread_local bool isEmitting = false;
+
+int currentThread() noexcept {
+    if ( knownThread == 0 ) [[unlikely]]
+        knownThread = ::gettid();
+    return knownThread;
+}
 
 // The sink in force. Never destroyed: static objects of the host trace while the process ends.
 class Sink {
@@ -102,6 +190,7 @@ class Sink {
     // line that is taken comes after one that says how many were not.
     void emit( const TraceLine & line ) noexcept {
         const std::lock_guard lock( mutex_ );
+        isEmitting = true;
         if ( lost_ != 0 ) {
             const std::string text = std::to_string( lost_ ) + " trace lines could not be written";
             if ( put( { line.time, line.thread, "Kiln", TraceFacility::level0, "Kiln/TraceHelper",
@@ -110,16 +199,42 @@ class Sink {
         }
         if ( lost_ != 0 || !put( line ) )
             ++lost_;
+        isEmitting = false;
     }
 
   private:
+    // A child begins between two lines, and with a lock that it can take. A callback that forks has
+    // the lock, and the child's thread gives it up as the parent's does.
+    Sink() {
+        ::pthread_atfork(
+            [] {
+                if ( !isEmitting )
+                    instance().mutex_.lock();
+            },
+            [] { instance().afterFork(); },
+            [] {
+                knownThread = 0;
+                instance().afterFork();
+            } );
+    }
+
+    void afterFork() noexcept {
+        if ( !isEmitting )
+            mutex_.unlock();
+    }
+
     bool put( const TraceLine & line ) noexcept {
         if ( callback_ ) {
             callback_( line );
             return true;
         }
         // Of the line before, a part may have been taken.
-        const std::string text = ( isInLine_ ? "\n" : "" ) + formatTraceLine( line ) + '\n';
+        TextBuffer buffer;
+        if ( isInLine_ )
+            buffer.append( '\n' );
+        appendLine( buffer, line );
+        buffer.append( '\n' );
+        const std::string_view text = buffer.text();
         const std::size_t taken = CairnPlatform::writeWhole( descriptor_, text );
         if ( taken != 0 )
             isInLine_ = text[taken - 1] != '\n';
@@ -136,35 +251,9 @@ class Sink {
 } // namespace
 
 std::string formatTraceLine( const TraceLine & line ) {
-    using namespace std::chrono;
-    const auto sinceEpoch = line.time.time_since_epoch();
-    const std::time_t wholeSeconds = duration_cast<seconds>( sinceEpoch ).count();
-    const long microseconds_ =
-        static_cast<long>( ( duration_cast<microseconds>( sinceEpoch ) % seconds( 1 ) ).count() );
-    std::tm utc{};
-    gmtime_r( &wholeSeconds, &utc );
-    char time[32];
-    const size_t length = std::strftime( time, sizeof time, "%Y-%m-%dT%H:%M:%S", &utc );
-    std::snprintf( time + length, sizeof time - length, ".%06ldZ", microseconds_ );
-
-    std::string out;
-    out.reserve( 96 + line.text.size() );
-    out += time;
-    out += ' ';
-    out += std::to_string( line.thread );
-    out += ' ';
-    out += line.facility;
-    out += '/';
-    out += std::to_string( static_cast<std::uint32_t>( line.level ) );
-    out += ' ';
-    out += line.file;
-    out += ':';
-    out += std::to_string( line.line );
-    out += ' ';
-    out += line.function;
-    out += ": ";
-    out += line.text;
-    return out;
+    TextBuffer text;
+    appendLine( text, line );
+    return std::string( text.text() );
 }
 
 void traceToStandardError() { Sink::instance().redirect( STDERR_FILENO, nullptr ); }
@@ -186,7 +275,7 @@ TraceHelper::TraceHelper( TraceHandle & handle, TraceFacility::FacilityLevel lev
 
 TraceHelper::~TraceHelper() {
     const TraceLine line{ std::chrono::system_clock::now(),
-                          ::gettid(),
+                          currentThread(),
                           handle_.facility().name(),
                           level_,
                           file_,

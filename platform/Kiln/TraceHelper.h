@@ -1,5 +1,6 @@
 #pragma once
 
+#include <CairnPlatform/TextBuffer.h>
 #include <Kiln/TraceHandle.h>
 
 #include <string>
@@ -30,12 +31,11 @@ class TraceStream {
     TraceStream & operator<<( unsigned long value );
     TraceStream & operator<<( unsigned short value );
 
-    const std::string & text() const noexcept { return text_; }
+    /// Valid until the next `<<`.
+    std::string_view text() const noexcept { return text_.text(); }
 
   private:
-    void append( std::string_view text );
-
-    std::string text_;
+    CairnPlatform::TextBuffer text_;
 };
 
 /// One open trace line. Belongs to the thread that made it.

@@ -20,19 +20,23 @@ FixedStream & FixedStream::operator<<( const char * piece ) noexcept {
 
 FleetlogConverter::FleetlogConverter() { twinlogFixed_.clear(); }
 
-FleetlogConverter & FleetlogConverter::operator<<( const char * value ) {
+void FleetlogConverter::appendUpToPlaceholder() {
     constexpr std::string_view placeholder = "%s";
     const std::string_view rest = twinlogFixed_.text().substr( used_ );
     const std::size_t at = rest.find( placeholder );
     if ( at == std::string_view::npos ) {
-        text_ += rest;
-        text_ += ' ';
+        text_.append( rest );
+        text_.append( ' ' );
         used_ += rest.size();
     } else {
-        text_ += rest.substr( 0, at );
+        text_.append( rest.substr( 0, at ) );
         used_ += at + placeholder.size();
     }
-    text_ += value == nullptr ? "(null)" : value;
+}
+
+FleetlogConverter & FleetlogConverter::operator<<( const char * value ) {
+    appendUpToPlaceholder();
+    text_.append( std::string_view( value == nullptr ? "(null)" : value ) );
     return *this;
 }
 
@@ -41,19 +45,28 @@ FleetlogConverter & FleetlogConverter::operator<<( bool value ) {
 }
 
 FleetlogConverter & FleetlogConverter::operator<<( int value ) {
-    return *this << std::to_string( value ).c_str();
+    appendUpToPlaceholder();
+    text_.append( value );
+    return *this;
 }
 
 FleetlogConverter & FleetlogConverter::operator<<( unsigned int value ) {
-    return *this << std::to_string( value ).c_str();
+    appendUpToPlaceholder();
+    text_.append( value );
+    return *this;
 }
 
 FleetlogConverter & FleetlogConverter::operator<<( unsigned short value ) {
-    return *this << std::to_string( value ).c_str();
+    appendUpToPlaceholder();
+    text_.append( value );
+    return *this;
 }
 
-std::string FleetlogConverter::text() const {
-    return text_ + std::string( twinlogFixed_.text().substr( used_ ) );
+const char * FleetlogConverter::finish() {
+    const std::string_view rest = twinlogFixed_.text().substr( used_ );
+    text_.append( rest );
+    used_ += rest.size();
+    return text_.c_str();
 }
 
 } // namespace Twinlog

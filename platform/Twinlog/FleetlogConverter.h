@@ -1,7 +1,8 @@
 #pragma once
 
+#include <CairnPlatform/TextBuffer.h>
+
 #include <cstddef>
-#include <string>
 #include <string_view>
 
 // Builds the text of a message from the same pieces that its descriptor in the trace file has.
@@ -10,10 +11,10 @@
 //     Twinlog::twinlogFixed_ << "setLoadBalanceRandSeedCtrl"
 //                            << " unit: " << "%s" << " seed: " << "%s";
 //     converter << unit << seed;
-//     converter.text(); // "setLoadBalanceRandSeedCtrl unit: 0 seed: 12345"
+//     converter.finish(); // "setLoadBalanceRandSeedCtrl unit: 0 seed: 12345"
 //
 // Threads: the stream of pieces is shared by the process. A message is built from the converter's
-// construction to the last call of text() with the activity lock held.
+// construction to finish() with the activity lock held.
 
 namespace Twinlog {
 
@@ -55,11 +56,13 @@ class FleetlogConverter {
     FleetlogConverter & operator<<( unsigned int value );
     FleetlogConverter & operator<<( unsigned short value );
 
-    /// The text so far, with the pieces that follow the last value.
-    std::string text() const;
+    /// The text: appends the pieces that follow the last value. Belongs to the converter.
+    const char * finish();
 
   private:
-    std::string text_;
+    void appendUpToPlaceholder();
+
+    CairnPlatform::TextBuffer text_;
     std::size_t used_ = 0; ///< how much of the pieces has gone into text_
 };
 

@@ -346,7 +346,7 @@ TEST_F( TraceMessageTest, SecondLevelTestDiscardsTheText ) {
     Twinlog::FleetlogConverter text;
     writePieces( site );
     text << 5u;
-    EXPECT_EQ( text.text(), "recipe unit: 5" );
+    EXPECT_STREQ( text.finish(), "recipe unit: 5" );
     writeMessageLine( site, text ); // level 2 was disabled meanwhile
     EXPECT_TRUE( lines_.empty() );
     enable( 2 );
@@ -503,7 +503,7 @@ TEST( TwinlogTest, ValuesTakeTheirPlacesInOrder ) {
                            << "%s"
                            << "!";
     converter << "text" << true << -5 << 7u << static_cast<unsigned short>( 8 );
-    EXPECT_EQ( converter.text(), "f a: text b: true c: -5 d: 7 e: 8!" );
+    EXPECT_STREQ( converter.finish(), "f a: text b: true c: -5 d: 7 e: 8!" );
 }
 
 TEST( TwinlogTest, ConverterBeginsAfresh ) {
@@ -511,18 +511,18 @@ TEST( TwinlogTest, ConverterBeginsAfresh ) {
     Twinlog::FleetlogConverter converter;
     Twinlog::twinlogFixed_ << "new: %s";
     converter << 1;
-    EXPECT_EQ( converter.text(), "new: 1" );
+    EXPECT_STREQ( converter.finish(), "new: 1" );
 }
 
 TEST( TwinlogTest, PlaceWithoutAValueStaysAndValueWithoutAPlaceComesLast ) {
     Twinlog::FleetlogConverter missing;
     Twinlog::twinlogFixed_ << "a: %s b: %s";
     missing << 1;
-    EXPECT_EQ( missing.text(), "a: 1 b: %s" );
+    EXPECT_STREQ( missing.finish(), "a: 1 b: %s" );
     Twinlog::FleetlogConverter surplus;
     Twinlog::twinlogFixed_ << "a: %s.";
     surplus << 1 << 2 << 3;
-    EXPECT_EQ( surplus.text(), "a: 1. 2 3" );
+    EXPECT_STREQ( surplus.finish(), "a: 1. 2 3" );
 }
 
 TEST( TwinlogTest, PiecesBeyondTheCapacityAreCutVisibly ) {
@@ -530,8 +530,9 @@ TEST( TwinlogTest, PiecesBeyondTheCapacityAreCutVisibly ) {
     const std::string piece( 1000, 'x' );
     for ( int i = 0; i < 6; ++i )
         Twinlog::twinlogFixed_ << piece.c_str();
-    EXPECT_EQ( converter.text().size(), Twinlog::FixedStream::capacity );
-    EXPECT_TRUE( converter.text().ends_with( "x..." ) );
+    const std::string_view text = converter.finish();
+    EXPECT_EQ( text.size(), Twinlog::FixedStream::capacity );
+    EXPECT_TRUE( text.ends_with( "x..." ) );
 }
 
 } // namespace MessageTest

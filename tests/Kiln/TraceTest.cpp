@@ -1,3 +1,4 @@
+#include "tests/support/Allocations.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -10,11 +11,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
+#include <limits>
 #include <sstream>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -106,6 +111,42 @@ TEST_F( TraceTest, StreamWritesEachTypeInItsForm ) {
            << " " << 18446744073709551615ul << " " << static_cast<unsigned short>( 65535 ) << " "
            << static_cast<const char *>( nullptr );
     EXPECT_EQ( stream.text(), "text string true false -5 5 18446744073709551615 65535 (null)" );
+}
+
+TEST_F( TraceTest, StreamWritesTheEndsOfEachRange ) {
+    Kiln::TraceStream stream;
+    stream << std::numeric_limits<int>::min() << " " << std::numeric_limits<int>::max() << " "
+           << std::numeric_limits<unsigned int>::max() << " " << 0ul << " "
+           << static_cast<unsigned short>( 0 );
+    EXPECT_EQ( stream.text(), "-2147483648 2147483647 4294967295 0 0" );
+}
+
+TEST_F( TraceTest, StreamTakesTextsOfAnyLength ) {
+    for ( std::size_t length : { 0, 511, 512, 513, 100'000 } ) {
+        Kiln::TraceStream stream;
+        stream << std::string( length, 'a' );
+        EXPECT_EQ( stream.text(), std::string( length, 'a' ) );
+    }
+    Kiln::TraceStream stream;
+    std::string expected;
+    for ( int i = 0; i < 1000; ++i ) {
+        stream << "piece " << i << "\n";
+        expected += "piece " + std::to_string( i ) + "\\n";
+    }
+    EXPECT_EQ( stream.text(), expected );
+}
+
+TEST_F( TraceTest, ControlCharacterIsFoundAtEveryPlace ) {
+    for ( std::size_t length = 1; length < 40; ++length )
+        for ( std::size_t at = 0; at < length; ++at )
+            for ( const char * const control : { "\x01", "\x1f", "\x7f", "\xc2\x80" } ) {
+                std::string text( length, '~' );
+                text.replace( at, 1, control );
+                Kiln::TraceStream stream;
+                stream << text;
+                EXPECT_EQ( stream.text().substr( 0, at ), std::string( at, '~' ) );
+                EXPECT_EQ( stream.text()[at], '\\' ) << at << " of " << length;
+            }
 }
 
 TEST_F( TraceTest, ControlCharactersOfTextsAreEscaped ) {
@@ -311,6 +352,85 @@ TEST_F( TraceTest, TimeIsWrittenInUtcWithMicroseconds ) {
     const system_clock::time_point time{ seconds( 86400 ) + microseconds( 42 ) };
     const Kiln::TraceLine line{ time, 7, "F", TraceFacility::level9, "a/B", 3, "f", "t" };
     EXPECT_EQ( Kiln::formatTraceLine( line ), "1970-01-02T00:00:00.000042Z 7 F/9 a/B:3 f: t" );
+}
+
+TEST_F( TraceTest, TimeOfALineIsItsOwn ) {
+    // The text of the second is kept for the lines that follow in it.
+    TraceHandle handle( "TraceTest.times", false );
+    testing::internal::CaptureStderr();
+    const auto before = std::chrono::system_clock::now();
+    for ( int i = 0; i < 3; ++i ) {
+        write( handle, "line" );
+        std::this_thread::sleep_for( std::chrono::milliseconds( 600 ) );
+    }
+    const auto after = std::chrono::system_clock::now();
+    std::istringstream lines( testing::internal::GetCapturedStderr() );
+    const auto form = []( std::chrono::system_clock::time_point time ) {
+        return Kiln::formatTraceLine( { time, 1, "F", TraceFacility::level0, "a", 1, "f", "" } )
+            .substr( 0, 27 );
+    };
+    std::vector<std::string> times{ form( before ) };
+    for ( std::string line; std::getline( lines, line ); )
+        times.push_back( line.substr( 0, 27 ) );
+    times.push_back( form( after ) );
+    EXPECT_EQ( times.size(), 5u );
+    EXPECT_TRUE( std::is_sorted( times.begin(), times.end() ) ) << testing::PrintToString( times );
+}
+
+TEST_F( TraceTest, LineIsMadeWithoutAllocation ) {
+    TraceHandle handle( "TraceTest.allocations", false );
+    const Support::TemporaryFolder folder;
+    Kiln::traceToFile( folder.write( "lines", "" ) );
+    const std::string text( 200, 'x' );
+    write( handle, text );
+    const std::uint64_t before = Support::allocations();
+    write( handle, text );
+    EXPECT_EQ( Support::allocations(), before );
+}
+
+TEST_F( TraceTest, ChildTracesUnderItsOwnThreadWhateverOthersTraceAtTheFork ) {
+    TraceHandle handle( "TraceTest.fork", false );
+    const Support::TemporaryFolder folder;
+    const std::string path = folder.write( "lines", "" );
+    Kiln::traceToFile( path );
+    std::atomic<bool> isEnding{ false };
+    std::vector<std::thread> others;
+    for ( int i = 0; i < 3; ++i )
+        others.emplace_back( [&] {
+            while ( !isEnding.load() )
+                write( handle, "parent" );
+        } );
+    std::vector<pid_t> children;
+    for ( int i = 0; i < 60; ++i ) {
+        write( handle, "parent" ); // this thread's id is known now
+        children.push_back( Support::startChild( [&] {
+            ::alarm( 20 );
+            write( handle, "child" );
+            return true;
+        } ) );
+        EXPECT_EQ( Support::statusOf( children.back() ), 0 ) << i;
+    }
+    isEnding = true;
+    for ( auto & other : others )
+        other.join();
+    std::ifstream in( path );
+    std::vector<pid_t> found;
+    for ( std::string line; std::getline( in, line ); )
+        if ( line.ends_with( ": child" ) )
+            found.push_back( std::stoi( line.substr( line.find( ' ' ) ) ) );
+    EXPECT_EQ( found, children );
+}
+
+TEST_F( TraceTest, CallbackMayFork ) {
+    TraceHandle handle( "TraceTest.forkInCallback", false );
+    int status = -1;
+    Kiln::traceToCallback(
+        [&]( const Kiln::TraceLine & ) { status = Support::runInChild( [] { return true; } ); } );
+    write( handle, "one" );
+    EXPECT_EQ( status, 0 );
+    status = -1;
+    write( handle, "two" );
+    EXPECT_EQ( status, 0 );
 }
 
 TEST_F( TraceTest, FileIsAppendedToAndWholeAtOnce ) {

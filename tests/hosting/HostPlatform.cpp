@@ -33,10 +33,12 @@ TraceFacility & TraceFacility::get( std::string_view name ) {
 TraceHelper::TraceHelper( TraceHandle & handle, TraceFacility::FacilityLevel level,
                           const char * file, int line, const char * function )
     : handle_( handle ), level_( level ), file_( file ), line_( line ), function_( function ) {}
-TraceHelper::~TraceHelper() { std::printf( "host's line: %s\n", stream_.text().c_str() ); }
+TraceHelper::~TraceHelper() {
+    std::printf( "host's line: %s\n", std::string( stream_.text() ).c_str() );
+}
 
 TraceStream & TraceStream::operator<<( const char * text ) {
-    text_ += text;
+    text_.append( std::string_view( text ) );
     return *this;
 }
 TraceStream & TraceStream::operator<<( const std::string & text ) { return *this << text.c_str(); }
@@ -142,7 +144,8 @@ FixedStream & FixedStream::operator<<( const char * piece ) noexcept {
 }
 FleetlogConverter::FleetlogConverter() { twinlogFixed_.clear(); }
 FleetlogConverter & FleetlogConverter::operator<<( const char * value ) {
-    text_ += std::string( " " ) + value;
+    text_.append( ' ' );
+    text_.append( std::string_view( value ) );
     return *this;
 }
 FleetlogConverter & FleetlogConverter::operator<<( bool value ) { return *this << int( value ); }
@@ -155,8 +158,10 @@ FleetlogConverter & FleetlogConverter::operator<<( unsigned value ) {
 FleetlogConverter & FleetlogConverter::operator<<( unsigned short value ) {
     return *this << unsigned( value );
 }
-std::string FleetlogConverter::text() const {
-    return std::string( twinlogFixed_.text() ) + " with" + text_;
+const char * FleetlogConverter::finish() {
+    static std::string text;
+    text = std::string( twinlogFixed_.text() ) + " with" + std::string( text_.text() );
+    return text.c_str();
 }
 
 } // namespace Twinlog
