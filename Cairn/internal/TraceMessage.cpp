@@ -2,22 +2,13 @@
 
 namespace Cairn {
 
-namespace {
-
-/// A function of its own, which keeps the path to a file short.
-[[gnu::noinline]] Fleetlog::TraceFile * withoutHandle() noexcept {
-    return messagesMayBeEnabled( messageLevel ) ? nullptr : nowhere();
-}
-
-} // namespace
-
-Fleetlog::TraceFile * messageFile() noexcept {
-    Fleetlog::TraceHandle * const handle =
-        std::atomic_ref( Fleetlog::defaultFleetlogHandle ).load( std::memory_order_acquire );
-    if ( handle == nullptr ) [[unlikely]]
-        return withoutHandle();
-    return CairnPlatform::isMultiThread( *handle ) ? handle->mtTraceFile()
-                                                   : CairnPlatform::traceFile( *handle );
+Fleetlog::TraceFile * messageFile( Fleetlog::TraceHandle & handle ) noexcept {
+    Fleetlog::TraceFile * const file = CairnPlatform::isMultiThread( handle )
+                                           ? handle.mtTraceFile()
+                                           : CairnPlatform::traceFile( handle );
+    if ( file != nullptr )
+        CairnPlatform::rememberFile( handle, *file );
+    return file;
 }
 
 unsigned registerMessage( Fleetlog::TraceFile & file, const MessageSite & site,

@@ -153,58 +153,51 @@ template <class... Values>
     writeMessageLine( site, text );
 }
 
-/// A message whose site is not registered yet, or that does not go into the current block.
+/// Step 1 where the thread does not remember its file. Null if there is none.
+Fleetlog::TraceFile * messageFile( Fleetlog::TraceHandle & handle ) noexcept;
+
+/// A message whose file is not remembered, whose site is not registered yet, or that does not go into
+/// the current block.
 template <class... Values>
-[[gnu::cold, gnu::noinline]] void writeRareMessage( Fleetlog::TraceFile & file,
+[[gnu::cold, gnu::noinline]] void writeRareMessage( Fleetlog::TraceHandle & handle,
                                                     const MessageSite & site, int & msgId,
                                                     Values... values ) noexcept {
-    unsigned id = identifierOf( msgId );
-    if ( !msgIdInitialized( file, id ) )
-        id = registerMessage( file, site, msgId );
-    CairnPlatform::Record record;
-    if ( CairnPlatform::startMsg( record, file, static_cast<int>( id ) ) ) {
-        ( putValue( record, values ), ... );
-        CairnPlatform::endMsg( record );
+    Fleetlog::TraceFile * const file = messageFile( handle );
+    if ( file != nullptr ) {
+        unsigned id = identifierOf( msgId );
+        if ( !msgIdInitialized( *file, id ) )
+            id = registerMessage( *file, site, msgId );
+        CairnPlatform::Record record;
+        if ( CairnPlatform::startMsg( record, *file, static_cast<int>( id ) ) ) {
+            ( putValue( record, values ), ... );
+            CairnPlatform::endMsg( record );
+        }
     }
     writeMessageText( site, values... );
 }
 
-/// Stands for the file of a message that goes neither to a file nor to a line. It is compared and
-/// never dereferenced: with one pointer for both answers, asking for a thread's file is a jump and
-/// not a call.
-inline Fleetlog::TraceFile * nowhere() noexcept {
-    return reinterpret_cast<Fleetlog::TraceFile *>( std::uintptr_t( 1 ) );
-}
-
-/// Step 1, and step 4 where there is no handle: the file, null if there is none, or nowhere().
-Fleetlog::TraceFile * messageFile() noexcept;
-
-/// Steps 2 to 7. A function for each list of types, not inline: that would be 200 bytes of code at
-/// each site. Without a text among the values it calls nothing before its last step, so that it has
-/// almost no registers to save.
+/// One dual trace message. `msgId` belongs to the site; several threads may share it.
+///
+/// A function for each list of types, not inline: that would be 200 bytes of code at each site.
+/// Without a text among the values it calls nothing before its last step, so that it has almost no
+/// registers to save.
 template <class... Values>
-[[gnu::noinline]] void sendMessage( Fleetlog::TraceFile * file, const MessageSite & site,
-                                    int & msgId, Values... values ) noexcept {
-    if ( file != nullptr ) {
+[[gnu::noinline]] void writeMessage( const MessageSite & site, int & msgId,
+                                     Values... values ) noexcept {
+    Fleetlog::TraceHandle * const handle =
+        std::atomic_ref( Fleetlog::defaultFleetlogHandle ).load( std::memory_order_acquire );
+    if ( handle != nullptr ) {
+        Fleetlog::TraceFile * const file = CairnPlatform::rememberedFile( *handle );
         const unsigned id = identifierOf( msgId );
         CairnPlatform::Record record;
-        if ( !msgIdInitialized( *file, id ) ||
+        if ( file == nullptr || !msgIdInitialized( *file, id ) ||
              !CairnPlatform::startMsgInBlock( record, *file, static_cast<int>( id ) ) ) [[unlikely]]
-            return writeRareMessage( *file, site, msgId, values... );
+            return writeRareMessage( *handle, site, msgId, values... );
         ( putValue( record, values ), ... );
         CairnPlatform::endMsg( record );
     }
     if ( messagesMayBeEnabled( messageLevel ) ) [[unlikely]]
         writeMessageText( site, values... );
-}
-
-/// One dual trace message. `msgId` belongs to the site; several threads may share it.
-template <class... Values>
-[[gnu::always_inline]] inline void writeMessage( const MessageSite & site, int & msgId,
-                                                 Values... values ) noexcept {
-    Fleetlog::TraceFile * const file = messageFile();
-    if ( file != nowhere() ) [[likely]]
-        sendMessage( file, site, msgId, values... );
 }
 
 /// One plain line. Every operation ends the process if it throws.

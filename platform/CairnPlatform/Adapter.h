@@ -71,6 +71,16 @@ inline Fleetlog::TraceFile * traceFile( const Fleetlog::TraceHandle & handle ) n
     return handle.traceFile();
 }
 
+/// The calling thread's file of the handle, be it the thread's own or that of the process, if that can
+/// be told without a call. Null if not: then the file is asked for by its name, and remembered. May
+/// always be null.
+inline Fleetlog::TraceFile * rememberedFile( const Fleetlog::TraceHandle & handle ) noexcept {
+    return handle.rememberedFile();
+}
+inline void rememberFile( Fleetlog::TraceHandle & handle, Fleetlog::TraceFile & file ) noexcept {
+    handle.rememberFile( file );
+}
+
 /// The table of initialised identifiers: at an identifier, a byte that is not zero.
 inline const unsigned char * initialisedSites( const Fleetlog::TraceFile & file ) noexcept {
     return file.initialised();

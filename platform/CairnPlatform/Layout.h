@@ -40,9 +40,10 @@ struct Layout {
                        CairnCentral::CairnChipAttributes, CairnCommon::CairnCommonFeatureAttributes,
                        CairnTypes::CairnPort, Hardware::Cairn::TridentPortId, Netbase::IntfId,
                        Cairn::CairnModInfo, Cairn::CairnCommonSmData, Asic::ChipProfile,
-                       Fleetlog::TraceHandle, Fleetlog::TraceFile, Fleetlog::RingBuf,
-                       Fleetlog::Format::RecordHeader, Fleetlog::MsgDesc, Fleetlog::MsgFormatString,
-                       Twinlog::FleetlogConverter, Twinlog::FixedStream>( revision );
+                       Fleetlog::TraceHandle, Fleetlog::KnownFile, Fleetlog::TraceFile,
+                       Fleetlog::RingBuf, Fleetlog::Format::RecordHeader, Fleetlog::MsgDesc,
+                       Fleetlog::MsgFormatString, Twinlog::FleetlogConverter, Twinlog::FixedStream>(
+                revision );
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
         for ( const std::size_t offset :
@@ -57,6 +58,7 @@ struct Layout {
                 offsetof( CairnTypes::CairnPort, portId ),
                 offsetof( Fleetlog::TraceHandle, multiThread_ ),
                 offsetof( Fleetlog::TraceHandle, file_ ),
+                offsetof( Fleetlog::TraceHandle, generation_ ),
                 offsetof( Fleetlog::TraceFile, ring_ ),
                 offsetof( Fleetlog::TraceFile, lastInitialised_ ),
                 offsetof( Fleetlog::TraceFile, initialised_ ),

@@ -13,21 +13,21 @@ namespace Fleetlog {
 
 TraceHandle * defaultFleetlogHandle = nullptr;
 
+constinit thread_local KnownFile knownFile;
+
 namespace {
 
-// The calling thread's file, and the handle that it belongs to. A thread that has met a handle has
-// its generation here also when no file could be made.
-struct ThreadSlot {
-    unsigned generation = 0;
-    TraceFile * file = nullptr;
-};
-[[gnu::tls_model( "initial-exec" )]] constinit thread_local ThreadSlot slot;
+// The calling thread's file, and the handle that it belongs to: the last that the thread has asked
+// for its file. A thread that has met a handle has its generation here also when no file could be
+// made.
+[[gnu::tls_model( "initial-exec" )]] constinit thread_local KnownFile slot;
 
 std::atomic<unsigned> lastGeneration{ 0 };
 
-void leaveFileOfEndedThread( void * ) noexcept {
-    Registry::instance().leaveThreadFile( slot.file, slot.generation );
+void leaveFilesOfEndedThread( void * ) noexcept {
+    Registry::instance().leaveThreadFiles();
     slot.file = nullptr;
+    knownFile = {};
 }
 
 // A key with a destructor rather than a thread_local object with one: it runs after those of all
@@ -35,7 +35,7 @@ void leaveFileOfEndedThread( void * ) noexcept {
 void watchThreadEnd() {
     static const pthread_key_t key = [] {
         pthread_key_t made;
-        const int error = pthread_key_create( &made, leaveFileOfEndedThread );
+        const int error = pthread_key_create( &made, leaveFilesOfEndedThread );
         if ( error != 0 )
             throw std::system_error( error, std::generic_category(),
                                      "Fleetlog: pthread_key_create" );
@@ -75,8 +75,8 @@ TraceFile * TraceHandle::mtTraceFile() noexcept {
 
 void TraceHandle::makeThreadFile() {
     watchThreadEnd();
-    if ( TraceFile * const left = Registry::instance().takeOverThreadFile( generation_ ) ) {
-        slot = { generation_, left };
+    if ( TraceFile * const had = Registry::instance().threadFile( generation_ ) ) {
+        slot = { generation_, had };
         return;
     }
     auto file = std::make_unique<TraceFile>( options_, ::gettid() );

@@ -15,6 +15,15 @@
 
 namespace Fleetlog {
 
+/// A file that a thread has written messages to, and its handle, by the generation.
+struct KnownFile {
+    unsigned generation = 0; ///< 0: of no handle
+    TraceFile * file = nullptr;
+};
+
+/// The calling thread's. Written by rememberFile(), read inline with each message.
+extern constinit thread_local KnownFile knownFile [[gnu::tls_model( "initial-exec" )]];
+
 /// Where the messages of a process go.
 class TraceHandle {
   public:
@@ -44,14 +53,27 @@ class TraceHandle {
     /// thread's messages are not recorded. Only for handles with Files::perThread.
     TraceFile * mtTraceFile() noexcept;
 
+    /// The file that was remembered last, if that was done by this thread and for this handle; else
+    /// null.
+    TraceFile * rememberedFile() const noexcept {
+        if ( knownFile.generation != generation_ )
+            return nullptr;
+        if ( knownFile.file == nullptr )
+            __builtin_unreachable();
+        return knownFile.file;
+    }
+
+    /// From here on rememberedFile() tells this thread this file: its own, or that of the process.
+    void rememberFile( TraceFile & file ) const noexcept { knownFile = { generation_, &file }; }
+
   private:
     friend struct CairnPlatform::Layout;
 
     void makeThreadFile();
     TraceFile * openThreadFile() noexcept;
 
-    int multiThread_ = 0;     // the first field: hosts read it without a call
-    unsigned generation_ = 0; ///< tells this handle from any other that the process had
+    int multiThread_ = 0;       // the first field: hosts read it without a call
+    unsigned generation_ = ~0u; ///< tells this handle from any other that the process had
     std::unique_ptr<TraceFile> file_;
     OpenOptions options_;
 };

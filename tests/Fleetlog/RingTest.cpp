@@ -16,6 +16,7 @@
 #include <memory>
 #include <pthread.h>
 #include <sched.h>
+#include <set>
 #include <string>
 #include <sys/ptrace.h>
 #include <sys/resource.h>
@@ -984,6 +985,37 @@ TEST_F( FleetlogTest, ThreadThatOutlivesAHandleWritesToTheNextOne ) {
     writeNumber( file, msgId, 5 );
     EXPECT_EQ( Support::read( file.path() ).texts, std::vector<std::string>{ "5" } );
     closeDefault();
+}
+
+TEST_F( FleetlogTest, ThreadHasOneFileInEachHandleHoweverItAlternates ) {
+    OpenOptions perThread = options();
+    perThread.files = Files::perThread;
+    TraceHandle one( perThread );
+    TraceHandle other( perThread );
+    const auto alternate = [&] {
+        std::set<TraceFile *> files;
+        for ( int i = 0; i < 50; ++i ) {
+            files.insert( one.mtTraceFile() );
+            files.insert( other.mtTraceFile() );
+        }
+        return files;
+    };
+    const auto here = alternate();
+    EXPECT_EQ( here.size(), 2u );
+    std::set<TraceFile *> there;
+    std::thread( [&] { there = alternate(); } ).join();
+    EXPECT_EQ( there.size(), 2u );
+    EXPECT_EQ( directory_.files().size(), 4u );
+    // Both are left when the thread ends, and the next thread takes both over.
+    std::thread( [&] { EXPECT_EQ( alternate(), there ); } ).join();
+    EXPECT_EQ( directory_.files().size(), 4u );
+    // In a child the thread goes on with both, and a thread that the child starts has its own.
+    EXPECT_EQ( Support::runInChild( [&] {
+                   std::set<TraceFile *> childs;
+                   std::thread( [&] { childs = alternate(); } ).join();
+                   return alternate() == here && childs.size() == 2;
+               } ),
+               0 );
 }
 
 TEST_F( FleetlogTest, ThreadWhoseFileCannotBeMadeSaysSoOnceAndGoesOn ) {

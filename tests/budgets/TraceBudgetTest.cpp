@@ -63,12 +63,12 @@ TEST_F( TraceBudgetTest, RecordOfAValueAndATextOf12CharactersTakesAtMost57Instru
     expectAtMost<Support::RecordText<Timestamps::counter, &TraceTargets::shortText>>( 57 );
 }
 
-TEST_F( TraceBudgetTest, MessageOfTwoValuesToTheFileOfTheProcessTakesAtMost60Instructions ) {
-    expectMessageAtMost<Support::MessageTwoValues>( 60, Fleetlog::Files::perProcess );
+TEST_F( TraceBudgetTest, MessageOfTwoValuesToTheFileOfTheProcessTakesAtMost48Instructions ) {
+    expectMessageAtMost<Support::MessageTwoValues>( 48, Fleetlog::Files::perProcess );
 }
 
-TEST_F( TraceBudgetTest, MessageOfTwoValuesToTheFileOfTheThreadTakesAtMost60Instructions ) {
-    expectMessageAtMost<Support::MessageTwoValues>( 60, Fleetlog::Files::perThread );
+TEST_F( TraceBudgetTest, MessageOfTwoValuesToTheFileOfTheThreadTakesAtMost48Instructions ) {
+    expectMessageAtMost<Support::MessageTwoValues>( 48, Fleetlog::Files::perThread );
 }
 
 } // namespace

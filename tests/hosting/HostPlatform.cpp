@@ -119,6 +119,7 @@ CairnCommonSmData::~CairnCommonSmData() = default;
 namespace Fleetlog {
 
 TraceHandle * defaultFleetlogHandle = nullptr;
+constinit thread_local KnownFile knownFile;
 
 TraceFile * TraceHandle::mtTraceFile() noexcept { return nullptr; }
 MsgDesc::MsgDesc( TraceFile *, int *, const char *, int ) noexcept {}

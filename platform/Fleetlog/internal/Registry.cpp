@@ -18,6 +18,10 @@ Registry::Registry() {
                         [] {
                             for ( TraceFile * file : instance().files_ )
                                 file->leaveToParent();
+                            // Other threads are not here, and one that starts may get their name.
+                            for ( ThreadFile & each : instance().threadFiles_ )
+                                if ( each.thread != std::this_thread::get_id() )
+                                    each.thread = {};
                             instance().mutex_.unlock();
                         } );
     if ( error != 0 )
@@ -36,7 +40,7 @@ void Registry::remove( TraceFile & file ) noexcept {
 
 void Registry::addThreadFile( std::unique_ptr<TraceFile> file, unsigned generation ) {
     const std::lock_guard lock( mutex_ );
-    threadFiles_.push_back( { std::move( file ), generation } );
+    threadFiles_.push_back( { .file = std::move( file ), .generation = generation } );
 }
 
 // Takes a file out of the list. The caller destroys it, without the lock, which remove() takes
@@ -52,26 +56,33 @@ std::unique_ptr<TraceFile> Registry::takeThreadFile( Predicate isWanted ) noexce
     return file;
 }
 
-void Registry::leaveThreadFile( TraceFile * file, unsigned generation ) noexcept {
+void Registry::leaveThreadFiles() noexcept {
     const std::lock_guard lock( mutex_ );
     for ( ThreadFile & each : threadFiles_ ) {
-        if ( each.file.get() == file && each.generation == generation ) {
+        if ( each.hasThread && each.thread == std::this_thread::get_id() ) {
             each.hasThread = false;
-            file->leaveToThread();
+            each.file->leaveToThread();
         }
     }
 }
 
-TraceFile * Registry::takeOverThreadFile( unsigned generation ) noexcept {
+TraceFile * Registry::threadFile( unsigned generation ) noexcept {
     const std::lock_guard lock( mutex_ );
+    ThreadFile * left = nullptr;
     for ( ThreadFile & each : threadFiles_ ) {
-        if ( !each.hasThread && each.generation == generation ) {
-            each.hasThread = true;
-            each.file->takeOver( ::gettid() );
+        if ( each.generation != generation )
+            continue;
+        if ( !each.hasThread )
+            left = &each;
+        else if ( each.thread == std::this_thread::get_id() )
             return each.file.get();
-        }
     }
-    return nullptr;
+    if ( left == nullptr )
+        return nullptr;
+    left->hasThread = true;
+    left->thread = std::this_thread::get_id();
+    left->file->takeOver( ::gettid() );
+    return left->file.get();
 }
 
 void Registry::closeThreadFiles( unsigned generation ) noexcept {

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 // The trace files of the process. Needed for what crosses threads: fork(), the end of a thread, the
@@ -24,17 +25,21 @@ class Registry {
     void addThreadFile( std::unique_ptr<TraceFile> file, unsigned generation );
     void closeThreadFiles( unsigned generation ) noexcept;
 
-    /// The thread of the file has ended. The handle's next thread without a file takes it over.
-    void leaveThreadFile( TraceFile * file, unsigned generation ) noexcept;
+    /// The calling thread ends. The next thread of a handle that has no file takes over the one that
+    /// this thread had there.
+    void leaveThreadFiles() noexcept;
 
-    /// A file of the handle whose thread has ended, now the calling thread's; null if there is none.
-    TraceFile * takeOverThreadFile( unsigned generation ) noexcept;
+    /// The calling thread's file of the handle: the one it has, or one whose thread has ended. Null if
+    /// there is neither.
+    TraceFile * threadFile( unsigned generation ) noexcept;
 
   private:
     struct ThreadFile {
         std::unique_ptr<TraceFile> file;
         unsigned generation;
-        bool hasThread = true; ///< which has not ended
+        std::thread::id thread =
+            std::this_thread::get_id(); ///< none in a child: it was the parent's
+        bool hasThread = true;          ///< which has not ended
     };
 
     Registry();

@@ -31,6 +31,9 @@ inline bool isMultiThread( const Fleetlog::TraceHandle & handle ) noexcept {
 inline Fleetlog::TraceFile * traceFile( const Fleetlog::TraceHandle & handle ) noexcept {
     return handle.single;
 }
+// Nothing is remembered: each message asks.
+inline Fleetlog::TraceFile * rememberedFile( const Fleetlog::TraceHandle & ) { return nullptr; }
+inline void rememberFile( Fleetlog::TraceHandle &, Fleetlog::TraceFile & ) {}
 inline const unsigned char * initialisedSites( const Fleetlog::TraceFile & file ) noexcept {
     return file.known.data();
 }
