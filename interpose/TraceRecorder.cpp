@@ -90,7 +90,7 @@ void registerSite( TraceFile & file, std::size_t site, const char * name, const 
 }
 
 // What of a text does not fit into its call's own record.
-void writePieces( TraceFile & file, std::uint32_t which, std::string_view text ) noexcept {
+void writePieces( TraceFile & file, std::size_t which, std::string_view text ) noexcept {
     for ( std::size_t start = Fleetlog::maxTextBytes; start < text.size();
           start += Fleetlog::maxTextBytes ) {
         RecordWriter record;
@@ -100,7 +100,7 @@ void writePieces( TraceFile & file, std::uint32_t which, std::string_view text )
         char piece[Fleetlog::maxTextBytes] = {};
         const std::size_t length = std::min( text.size() - start, sizeof piece );
         std::memcpy( piece, text.data() + start, length );
-        record.put4( which );
+        record.put4( static_cast<std::uint32_t>( which ) );
         record.put4( static_cast<std::uint32_t>( start ) );
         record.put4( static_cast<std::uint32_t>( text.size() ) );
         record.putText( piece, length );
@@ -136,7 +136,7 @@ struct Text {
     std::string_view view() const noexcept { return given != nullptr ? given : "(null)"; }
 
     const char * given;
-    std::uint32_t which = 0; ///< of the texts of its call
+    std::size_t which = 0; ///< of the texts of its call
 };
 
 // A short text, of which the bytes of the longest can be read. The end is looked for, and the text
@@ -329,10 +329,20 @@ struct TraceRecorder::State {
 
     // The calling thread's file with all sites in it; null if it has none.
     [[gnu::always_inline]] TraceFile * file() noexcept {
-        TraceFile * const file = trace.mtTraceFile();
+        TraceFile * const known = trace.rememberedFile();
         // A file that is new, also one of a child, lacks the site that is registered last.
-        if ( file != nullptr && file->initialised()[idOf( valuesSite )] == 0 ) [[unlikely]]
-            registerSites( *file );
+        if ( known == nullptr || known->initialised()[idOf( valuesSite )] == 0 ) [[unlikely]]
+            return askFile();
+        return known;
+    }
+
+    [[gnu::cold, gnu::noinline]] TraceFile * askFile() noexcept {
+        TraceFile * const file = trace.mtTraceFile();
+        if ( file != nullptr ) {
+            trace.rememberFile( *file );
+            if ( file->initialised()[idOf( valuesSite )] == 0 )
+                registerSites( *file );
+        }
         return file;
     }
 
