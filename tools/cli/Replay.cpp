@@ -125,15 +125,7 @@ class ReplayVerb {
             return;
         const auto kept =
             options_.from.empty() ? stateFile_->load() : parseState( readFile( start ), start );
-        for ( const auto & unit : kept ) {
-            const Sim::Schema * schema = chip_.schema( unit.unit );
-            if ( schema == nullptr || !( *schema == unit.schema ) )
-                throw InputError(
-                    start, 0,
-                    fmt::format( "unit {} is another chip than the one described", unit.unit ),
-                    "leave --chip and --model out, or name another state file" );
-        }
-        restore( chip_, kept, start );
+        restoreDescribed( chip_, kept, start );
     }
 
     void show( const Divergence & divergence ) {

@@ -294,6 +294,19 @@ void restore( Sim::Chip & chip, const std::vector<SavedUnit> & units, const std:
     }
 }
 
+void restoreDescribed( Sim::Chip & chip, const std::vector<SavedUnit> & units,
+                       const std::string & file ) {
+    for ( const SavedUnit & saved : units ) {
+        const Sim::Schema * const schema = chip.schema( saved.unit );
+        if ( schema == nullptr || !( *schema == saved.schema ) )
+            throw InputError(
+                file, 0,
+                fmt::format( "unit {} is another chip than the one described", saved.unit ),
+                "leave --chip and --model out, or name another state file" );
+    }
+    restore( chip, units, file );
+}
+
 std::string stateText( const Sim::Chip & chip ) {
     Json units = Json::array();
     for ( const int unit : chip.units() ) {

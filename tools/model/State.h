@@ -38,6 +38,11 @@ std::vector<ChipDescription> savedChips( const std::string & stateFile );
 /// Fills a chip that has the saved units with what was saved. Throws InputError if a row does not fit.
 void restore( Sim::Chip & chip, const std::vector<SavedUnit> & units, const std::string & file );
 
+/// The same, where something else told what the chips are. InputError, too, if one is another than the
+/// chip that was saved.
+void restoreDescribed( Sim::Chip & chip, const std::vector<SavedUnit> & units,
+                       const std::string & file );
+
 /// The contents of a state file of all units of a chip.
 std::string stateText( const Sim::Chip & chip );
 
