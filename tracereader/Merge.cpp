@@ -36,6 +36,16 @@ bool Merge::add( const std::string & path ) {
     }
 }
 
+bool Merge::add( const std::string & path, std::vector<std::byte> content ) {
+    try {
+        add( std::make_unique<File>( path, std::move( content ) ) );
+        return true;
+    } catch ( const Error & error ) {
+        find( error, path, "" );
+        return false;
+    }
+}
+
 void Merge::add( std::unique_ptr<File> file ) {
     toRefill_.push_back( files_.size() );
     groupOfFile_.push_back( groupOf( *file ) );

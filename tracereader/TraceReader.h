@@ -283,6 +283,8 @@ class Merge {
     /// turn among those that are still to come. False if it cannot be read: findings() has the
     /// reason.
     bool add( const std::string & path );
+    /// The same with a file that is in memory. `path` is its name in messages.
+    bool add( const std::string & path, std::vector<std::byte> content );
     void add( std::unique_ptr<File> file );
 
     /// The next record of all; it is valid until the next call of next() or poll().

@@ -253,13 +253,15 @@ TraceSource traceIn( const Bundle & bundle, const std::string & path ) {
     return [traces = bundle.traces, path]( std::optional<std::uint32_t> process ) {
         TraceReader::Merge merge;
         for ( const auto & [name, bytes] : *traces ) {
+            const std::string file = path + ":" + name;
             try {
-                auto file = std::make_unique<TraceReader::File>( path + ":" + name, bytes );
-                if ( !process || file->info().process == *process )
-                    merge.add( std::move( file ) );
+                auto opened = std::make_unique<TraceReader::File>( file, bytes );
+                if ( !process || opened->info().process == *process )
+                    merge.add( std::move( opened ) );
             } catch ( const TraceReader::Error & error ) {
                 if ( traces->size() == 1 )
                     throw InputError( error.what() );
+                merge.add( file, bytes ); // is refused again, and a finding
             }
         }
         return merge;
