@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Bundles of cairn-lt diagnose: what is written is read again with the same diagnosis, as one report and in a fleet; and
-bundles that are made to do harm end in one line, write nothing, and take no more memory than they may.
+bundles that are made to do harm end in one line, write nothing, and take no more memory than they may, also where a page
+is to be made of them.
 
     bundle_test.py CAIRN_LT
 """
@@ -45,14 +46,14 @@ def link(name, kind, target):
 
 
 def refused(path, *parts):
-    """The file is refused in one line with these parts, and nothing appears beside it."""
+    """Both verbs refuse the file in one line with these parts, and nothing appears beside it."""
     before = sorted(os.listdir(path.parent))
-    result = run("diagnose", path)
-    expect(result.returncode == 2, f"{path.name}: exit code {result.returncode}")
-    expect(result.stdout == "" and result.stderr.count("\n") == 1, f"{path.name}: {result.stderr}")
-    expect(result.stderr.startswith(f"cairn-lt: {path}:"), result.stderr)
-    for part in parts:
-        expect(part in result.stderr, f"{path.name}: no \"{part}\" in {result.stderr}")
+    for result in (run("diagnose", path), run("report", path, "-o", path.parent / "page.html")):
+        expect(result.returncode == 2, f"{path.name}: exit code {result.returncode}")
+        expect(result.stdout == "" and result.stderr.count("\n") == 1, f"{path.name}: {result.stderr}")
+        expect(result.stderr.startswith(f"cairn-lt: {path}:"), result.stderr)
+        for part in parts:
+            expect(part in result.stderr, f"{path.name}: no \"{part}\" in {result.stderr}")
     expect(sorted(os.listdir(path.parent)) == before, f"{path.name}: something was written")
 
 
@@ -163,9 +164,12 @@ def hostile(folder):
     whole = tar(folder / "whole.tar.gz", [("trace/x.fleetlog", os.urandom(100_000))]).read_bytes()
     for size in (3, 60, 5_000, 50_000):
         (folder / "cut.tar.gz").write_bytes(whole[:size])
-        refused(folder / "cut.tar.gz", "; ")
+        refused(folder / "cut.tar.gz", "copy the bundle again")
     (folder / "log.gz").write_bytes(gzip.compress(b"a log of a day\n" * 1000))
     refused(folder / "log.gz", "is compressed, and no bundle", "zcat FILE | cairn-lt diagnose")
+    with tarfile.open(folder / "empty.tar.gz", "w:gz"):
+        pass
+    refused(folder / "empty.tar.gz", "it has no bundle.json")
     for manifest in ("", "[]", "{", "{}", '{"bundle": "1"}'):
         refused(tar(folder / "manifest.tar.gz", [], manifest), "no bundle: ")
     refused(tar(folder / "later.tar.gz", [], '{"bundle": 2}'), "a version that cannot be read")

@@ -153,4 +153,9 @@ Case caseOf( const std::string & file, const DiagnoseOptions & options ) {
     return given;
 }
 
+void Case::setUp( Sim::Chip & chip ) const {
+    addUnits( chip, model );
+    restoreDescribed( chip, saved, savedFile );
+}
+
 } // namespace Tool

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "sim/Chip.h"
 #include "tools/cli/Verbs.h"
 #include "tools/diagnose/Bundle.h"
 #include "tools/diagnose/LastRecords.h"
@@ -42,6 +43,9 @@ struct Case {
     std::shared_ptr<const Bundle::Traces> traces = {};
     std::vector<SavedUnit> saved = {};
     std::string savedFile = {};
+
+    /// Adds the chips, as they were when recording began; those of which nothing says so are new.
+    void setUp( Sim::Chip & chip ) const;
 };
 
 /// InputError if something of it cannot be read.

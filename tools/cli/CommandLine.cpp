@@ -480,15 +480,16 @@ class CommandLine {
             "cairn-lt report examples/bringup.toml -o bringup.html\n"
             "cairn-lt report recording/ -o recording.html\n"
             "cairn-lt report recording/ --from before.json -o recording.html\n"
+            "cairn-lt report case.tar.zst -o case.html\n"
             "cairn-lt sweep --format json >sweep.json; cairn-lt report sweep.json -o sweep.html",
             "The page is one file that needs no other and no network. It can be given a trace, with "
-            "recorded SDK calls or without; a bring-up file, whose steps are run on new chips; or "
-            "the JSON that sweep or diff has printed. If a bring-up stops, the page is written "
-            "before the process ends (SIGABRT).\n" );
+            "recorded SDK calls or without; a bundle of diagnose, with the chips that it brings; a "
+            "bring-up file, whose steps are run on new chips; or the JSON that sweep or diff has "
+            "printed. If a bring-up stops, the page is written before the process ends (SIGABRT).\n" );
         verb.add_option(
                 "input", report_.input,
-                "A trace folder or file, a recording, a bring-up file, or JSON of sweep or "
-                "diff" )
+                "A trace folder or file, a recording, a bundle of diagnose, a bring-up file, or "
+                "JSON of sweep or diff" )
             ->required();
         verb.add_option( "-o,--output", report_.output, "The page, an HTML file" )->required();
         verb.add_option( "--from", report_.from,

@@ -274,8 +274,7 @@ int diagnoseMany( const std::vector<std::string> & files, const SiteTable & tabl
 // The chips as they were when recording began.
 std::string chipsText( const Case & given ) {
     Sim::Chip chip;
-    addUnits( chip, given.model );
-    restore( chip, given.saved, given.savedFile );
+    given.setUp( chip );
     return stateText( chip );
 }
 
@@ -286,8 +285,7 @@ int diagnoseOne( const std::string & file, const DiagnoseOptions & options ) {
             complain( fmt::format( "waiting for {}, which another process uses", options.state ) );
         } );
     const Case given = caseOf( file, options );
-    Investigation investigation( given.table, given.model, given.trace );
-    investigation.beginWith( given.saved, given.savedFile );
+    Investigation investigation( given );
     Json stops = Json::array();
     std::string text;
     std::string plainText; // without bold headings, for a file

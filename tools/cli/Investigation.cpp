@@ -1,34 +1,25 @@
 #include "tools/cli/Investigation.h"
 
 #include "tools/diagnose/Fleet.h"
-#include "tools/model/Errors.h"
-
-#include <fmt/format.h>
 
 namespace Tool {
 
-Investigation::Investigation( const SiteTable & table, const Model & model, TraceSource source )
-    : table_( table ), model_( model ), source_( std::move( source ) ) {
-    if ( source_ )
-        records_.emplace( source_ );
-}
-
-void Investigation::beginWith( std::vector<SavedUnit> saved, const std::string & file ) {
-    saved_ = std::move( saved );
-    from_ = file;
+Investigation::Investigation( const Case & given ) : given_( given ) {
+    if ( given.trace )
+        records_.emplace( given.trace );
 }
 
 std::pair<Diagnosis, Context> Investigation::look( const Stop & stop ) {
-    const Sim::Schema & schema = model_.chips.front().schema;
-    Diagnosis diagnosis = diagnose( stop, table_, schema );
+    const Sim::Schema & schema = given_.model.chips.front().schema;
+    Diagnosis diagnosis = diagnose( stop, given_.table, schema );
     Context context;
     if ( records_ )
-        context.found = records_->find( diagnosis, table_ );
+        context.found = records_->find( diagnosis, given_.table );
     const ThreadRecords * const thread = context.found.thread;
     const bool isTheThread = thread != nullptr && context.found.others == 0 &&
                              context.found.how != ThreadFound::How::byProcess;
     if ( isTheThread && thread->lastCall )
-        diagnosis = diagnose( stop, table_, schema, &*thread->lastCall );
+        diagnosis = diagnose( stop, given_.table, schema, &*thread->lastCall );
     if ( isTheThread )
         context.scene =
             thread->lastCall ? rebuildFor( *thread, diagnosis ) : sceneOf( *thread, diagnosis );
@@ -53,23 +44,10 @@ CrashScene Investigation::rebuildFor( const ThreadRecords & thread, const Diagno
     if ( known != scenes_.end() )
         return known->second;
     auto chip = std::make_unique<Sim::Chip>();
-    addUnits( *chip, model_ );
-    restoreSaved( *chip );
-    CrashScene scene = rebuild( source_, thread, diagnosis, table_, *chip );
+    given_.setUp( *chip );
+    CrashScene scene = rebuild( given_.trace, thread, diagnosis, given_.table, *chip );
     chip_ = std::move( chip );
     return scenes_[{ &thread, diagnosis.function }] = std::move( scene );
-}
-
-void Investigation::restoreSaved( Sim::Chip & chip ) const {
-    for ( const SavedUnit & unit : saved_ ) {
-        const Sim::Schema * const schema = chip.schema( unit.unit );
-        if ( schema == nullptr || !( *schema == unit.schema ) )
-            throw InputError(
-                from_, 0,
-                fmt::format( "unit {} is another chip than the one described", unit.unit ),
-                "leave --chip and --model out, or name another state file" );
-    }
-    restore( chip, saved_, from_ );
 }
 
 void Investigation::lookForOthers( const TraceReader::RecordedCall & call,

@@ -1,13 +1,11 @@
 #pragma once
 
 #include "sim/Chip.h"
+#include "tools/cli/Case.h"
 #include "tools/cli/DiagnoseOutput.h"
 #include "tools/diagnose/CrashScene.h"
 #include "tools/diagnose/Diagnosis.h"
 #include "tools/diagnose/LastRecords.h"
-#include "tools/diagnose/Sites.h"
-#include "tools/model/Model.h"
-#include "tools/model/State.h"
 
 #include <cstddef>
 #include <map>
@@ -22,11 +20,8 @@ namespace Tool {
 /// The stops of a report, one after the other, with what a trace tells of them.
 class Investigation {
   public:
-    /// `source` may be empty.
-    Investigation( const SiteTable & table, const Model & model, TraceSource source );
-
-    /// The chips as they were when recording began, and the file that says so; without, they are new.
-    void beginWith( std::vector<SavedUnit> saved, const std::string & file );
+    /// The case is not copied.
+    explicit Investigation( const Case & given );
 
     std::pair<Diagnosis, Context> look( const Stop & stop );
 
@@ -42,15 +37,10 @@ class Investigation {
     };
 
     CrashScene rebuildFor( const ThreadRecords & thread, const Diagnosis & diagnosis );
-    void restoreSaved( Sim::Chip & chip ) const;
     void lookForOthers( const TraceReader::RecordedCall & call, Context & context ) const;
 
-    const SiteTable & table_;
-    const Model & model_;
-    const TraceSource source_;
+    const Case & given_;
     std::optional<LastRecords> records_;
-    std::string from_;
-    std::vector<SavedUnit> saved_;
     std::map<std::pair<const ThreadRecords *, std::string>, CrashScene> scenes_;
     std::map<std::string, Alike> stops_;
     std::unique_ptr<Sim::Chip> chip_;

@@ -1,8 +1,11 @@
 #include "tools/show/Report.h"
 
 #include "text/Escape.h"
+#include "tools/cli/BundleStops.h"
+#include "tools/cli/Case.h"
 #include "tools/cli/RecordingInput.h"
 #include "tools/cli/Verbs.h"
+#include "tools/diagnose/Bundle.h"
 #include "tools/diagnose/ErrorPages.h"
 #include "tools/model/Arguments.h"
 #include "tools/model/Errors.h"
@@ -36,13 +39,15 @@ namespace Tool {
 
 namespace {
 
-enum class InputKind { trace, document, bringup };
+enum class InputKind { trace, document, bringup, bundle };
 
 // By what it begins with.
 InputKind kindOf( const std::string & path ) {
     std::error_code error;
     if ( std::filesystem::is_directory( path, error ) )
         return InputKind::trace;
+    if ( isBundle( path ) )
+        return InputKind::bundle;
     std::ifstream file( path, std::ios::binary );
     if ( !file )
         throw InputError( path, 0, std::string( "cannot be read: " ) + std::strerror( errno ) );
@@ -55,7 +60,7 @@ InputKind kindOf( const std::string & path ) {
     if ( first != std::string::npos && head[first] == '{' )
         return InputKind::document;
     if ( head.find( '\0' ) != std::string::npos || head.empty() )
-        throw InputError( path, 0, "neither a trace, nor a bring-up file, nor JSON",
+        throw InputError( path, 0, "neither a trace, nor a bundle, nor a bring-up file, nor JSON",
                           "\"cairn-lt report --help\" tells what can be shown" );
     return InputKind::bringup;
 }
@@ -83,8 +88,8 @@ class ScratchFolder {
     std::string path_;
 };
 
-// Opens a trace, with SDK calls or without.
-TraceReader::Recording openTrace( const std::string & path, std::optional<std::uint32_t> process ) {
+// The files of a trace, with SDK calls or without; of all processes, or of one.
+TraceReader::Merge filesAt( const std::string & path, std::optional<std::uint32_t> process ) {
     std::error_code error;
     const bool isFolder = std::filesystem::is_directory( path, error );
     TraceReader::Merge merge;
@@ -98,6 +103,12 @@ TraceReader::Recording openTrace( const std::string & path, std::optional<std::u
             merge.add( name ); // is refused again, and a finding
         }
     }
+    return merge;
+}
+
+// InputError if there is nothing to show.
+TraceReader::Recording openTrace( TraceReader::Merge merge, const std::string & path,
+                                  std::optional<std::uint32_t> process ) {
     if ( merge.files().empty() ) {
         if ( !merge.findings().empty() )
             throw InputError( merge.findings().front().file, 0, merge.findings().front().what );
@@ -145,6 +156,8 @@ class ReportVerb final : SessionListener {
             return 0;
         case InputKind::bringup:
             return runBringup();
+        case InputKind::bundle:
+            return showBundle();
         default:
             return showTrace();
         }
@@ -180,23 +193,26 @@ class ReportVerb final : SessionListener {
         Sim::Chip chip;
         setUpChips( before );
         setUpChips( chip );
-        TraceReader::Recording recording = openTrace( options_.input, options_.process );
-        const bool hasCalls = !recording.processes().empty();
-        report_.kind = hasCalls ? "Recording" : "Trace";
+        TraceReader::Recording recording = openTrace( filesAt( options_.input, options_.process ),
+                                                      options_.input, options_.process );
+        report_.kind = recording.processes().empty() ? "Trace" : "Recording";
         ReportRecording events( report_, chip );
+        showEvents( recording, before, chip, events );
+        tellEnding( recording, events );
+        const bool isDamaged = tellLosses( recording );
+        write();
+        return isDamaged ? 1 : 0;
+    }
+
+    void showEvents( TraceReader::Recording & recording, const Sim::Chip & before, Sim::Chip & chip,
+                     ReportRecording & events ) {
         nameThreads( events, recording );
         perform( recording, chip, events );
         events.finish();
-        tellEnding( recording, events );
-        if ( hasCalls && replay_ )
+        if ( !recording.processes().empty() && replay_ )
             events.addTables( before, chip );
-        const bool isDamaged = tellLosses( recording );
-        for ( const TraceReader::Finding & finding : recording.findings() ) {
-            if ( report_.notes.size() < mostNotes )
-                report_.notes.push_back( finding.text() );
-        }
-        write();
-        return isDamaged ? 1 : 0;
+        for ( const TraceReader::Finding & finding : recording.findings() )
+            addNote( finding.text() );
     }
 
     void setUpChips( Sim::Chip & chip ) const {
@@ -206,15 +222,7 @@ class ReportVerb final : SessionListener {
         if ( options_.from.empty() )
             return;
         const auto kept = parseState( readFile( options_.from ), options_.from );
-        for ( const auto & unit : kept ) {
-            const Sim::Schema * schema = chip.schema( unit.unit );
-            if ( schema == nullptr || !( *schema == unit.schema ) )
-                throw InputError(
-                    options_.from, 0,
-                    fmt::format( "unit {} is another chip than the one described", unit.unit ),
-                    "leave --chip and --model out, or name another state file" );
-        }
-        restore( chip, kept, options_.from );
+        restoreDescribed( chip, kept, options_.from );
     }
 
     // Reads the events, and performs them on the chip as long as it is one that they may be of.
@@ -328,6 +336,62 @@ class ReportVerb final : SessionListener {
         report_.failure = std::move( failure );
     }
 
+    // --- Bundles
+
+    int showBundle() {
+        refuse( !options_.inject.empty(), "--inject", "a bring-up file" );
+        report_.kind = "Diagnosis";
+        DiagnoseOptions chips;
+        chips.chips = options_.chips;
+        chips.from = options_.from;
+        const Case given = caseOf( options_.input, chips );
+        const BundleStops stops( given, options_.process );
+        const bool isDamaged = given.trace && showTraceOf( given, stops );
+        if ( !given.trace )
+            stops.addTo( report_, {} );
+        write();
+        return isDamaged ? 1 : 0;
+    }
+
+    // True if the trace is damaged.
+    bool showTraceOf( const Case & given, const BundleStops & stops ) {
+        Sim::Chip before;
+        Sim::Chip chip;
+        given.setUp( before );
+        given.setUp( chip );
+        TraceReader::Merge files = given.trace( stops.process() );
+        if ( files.files().empty() && !options_.process )
+            return showWithoutTrace( files, stops );
+        TraceReader::Recording recording =
+            openTrace( std::move( files ), options_.input, stops.process() );
+        ReportRecording events( report_, chip );
+        showEvents( recording, before, chip, events );
+        if ( !stops.areThereAny() )
+            tellEnding( recording, events );
+        stops.addTo( report_, events.stop() );
+        return tellLosses( recording );
+    }
+
+    // The bundle has traces, but none of the process that was stopped, or none that can be read.
+    bool showWithoutTrace( const TraceReader::Merge & files, const BundleStops & stops ) {
+        report_.notes.push_back(
+            stops.process()
+                ? fmt::format( "The bundle has no trace of process {} that can be read.",
+                               *stops.process() )
+                : "The bundle has no trace that can be read." );
+        for ( const TraceReader::Finding & finding : files.findings() ) {
+            addNote( finding.text() );
+            complain( finding.text() );
+        }
+        stops.addTo( report_, {} );
+        return !files.findings().empty();
+    }
+
+    void addNote( std::string note ) {
+        if ( report_.notes.size() < mostNotes )
+            report_.notes.push_back( std::move( note ) );
+    }
+
     // --- Bring-ups
 
     int runBringup() {
@@ -367,7 +431,8 @@ class ReportVerb final : SessionListener {
         report_.kind = "Bring-up";
         Sim::Chip before;
         addUnits( before, session.bringup().model );
-        TraceReader::Recording recording = openTrace( folder_->path(), {} );
+        TraceReader::Recording recording =
+            openTrace( filesAt( folder_->path(), {} ), folder_->path(), {} );
         ReportRecording events( report_, session.chip(), stepsOf( session ) );
         nameThreads( events, recording );
         TraceReader::Event event;

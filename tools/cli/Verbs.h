@@ -209,11 +209,13 @@ struct CheckOptions {
 int check( const CheckOptions & options );
 
 struct ReportOptions {
-    /// A trace folder or file, a bring-up file to run, or the JSON of a sweep or a difference.
+    /// A trace folder or file, a bundle of a diagnosis, a bring-up file to run, or the JSON of a sweep or
+    /// a difference.
     std::string input;
     /// The page.
     std::string output;
-    /// Of a trace: the chips, and the state file that they begin with; empty: they are new.
+    /// Of a trace: the chips, and the state file that they begin with; empty: they are new. A bundle
+    /// brings its own, which these replace.
     ChipOptions chips;
     std::string from;
     std::optional<std::uint32_t> process;

@@ -159,8 +159,9 @@ class BundleReader {
     }
 
     InputError noBundle( const std::string & why ) const {
-        return InputError( path_, 0, "is compressed, and no bundle: " + why,
-                           "of a compressed report, \"zcat FILE | cairn-lt diagnose\"" );
+        return InputError(
+            path_, 0, "is compressed, and no bundle: " + why,
+            "copy the bundle again, or unpack what is none, as \"zcat FILE | cairn-lt diagnose\" does" );
     }
 
     InputError damaged() const {

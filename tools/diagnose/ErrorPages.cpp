@@ -469,7 +469,8 @@ std::vector<ErrorPage> filePages() {
           .causes = "The file is another one, or is no document that cairn-lt has printed.",
           .remedy = "\"cairn-lt report --help\" tells what can be shown.",
           .texts =
-              { "neither a trace, nor a bring-up file, nor JSON", "{} is for {}, and {} is none",
+              { "neither a trace, nor a bundle, nor a bring-up file, nor JSON",
+                "{} is for {}, and {} is none",
                 "give what \"cairn-lt sweep --format json\" or \"cairn-lt diff --format json\" "
                 "has printed",
                 "it is no JSON", "it is JSON of another kind",
@@ -481,7 +482,8 @@ std::vector<ErrorPage> filePages() {
           .causes =
               "It is a compressed report, was not copied as a whole, is of another version, or "
               "was made to do harm.",
-          .remedy = "Copy it again; of a compressed report, \"zcat FILE | cairn-lt diagnose\".",
+          .remedy =
+              "Copy it again; unpack what is no bundle, as \"zcat FILE | cairn-lt diagnose\" does.",
           .texts = { "is compressed, and no bundle:", "is damaged:",
                      "holds \"{}\", which is no part of a bundle", "has more than {} members",
                      "is a bundle of a version that cannot be read" } },

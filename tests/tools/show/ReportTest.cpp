@@ -422,6 +422,173 @@ TEST_F( ReportTest, ADamagedFileIsSaidAndTheRestIsShown ) {
     EXPECT_NE( data.head["notes"].dump().find( "other.fleetlog" ), std::string::npos );
 }
 
+// --- Bundles
+
+class ReportOfBundleTest : public ReportTest {
+  protected:
+    // What a recorded process that is stopped writes to standard error.
+    std::string stopped( const std::string & recording, std::vector<std::string> arguments ) {
+        arguments.insert( arguments.begin(), "run" );
+        arguments.insert( arguments.end(), { "--record-to", folder_.path( recording ),
+                                             "--trace-dir", folder_.path( recording ) } );
+        const Outcome run = cairnLt( arguments );
+        EXPECT_EQ( run.signal, SIGABRT ) << run.err;
+        return run.err;
+    }
+
+    // The bundle of a report.
+    std::string bundleOf( const std::string & text, std::vector<std::string> arguments,
+                          const std::string & name = "case.tar.zst" ) {
+        const std::string bundle = folder_.path( name );
+        arguments.insert( arguments.begin(), { "diagnose", folder_.write( "agent.log", text ) } );
+        arguments.insert( arguments.end(), { "--bundle", bundle } );
+        const Outcome run = cairnLt( arguments );
+        EXPECT_TRUE( std::filesystem::exists( bundle ) ) << run.err;
+        return bundle;
+    }
+
+    static std::string processOf( const std::string & file ) {
+        const std::string rest = file.substr( file.find( '-', file.find( ".sdk" ) ) + 1 );
+        return rest.substr( 0, rest.find( '-' ) );
+    }
+
+    const std::vector<std::string> tooWide{ "setEgrTunnelEcnEncap", "0", "5", "4" };
+    const std::vector<std::string> outOfMemory{ "setLoadBalanceRandSeedCtrl", "0", "12345",
+                                                "--inject", "op=pt_entry_commit,rc=-30,at=2" };
+};
+
+TEST_F( ReportOfBundleTest, TheDiagnosisStandsFirstAndItsTraceBelow ) {
+    const std::string text = stopped( "trace", outOfMemory );
+    for ( const char * name : { "case.tar.gz", "case.tar.zst" } ) {
+        const PageData data =
+            report( { bundleOf( text, { "--trace", folder_.path( "trace" ) }, name ) } );
+        EXPECT_EQ( run_.err, "" );
+        EXPECT_EQ( data.head["kind"], "Diagnosis" );
+        EXPECT_EQ( data.head["ending"], "bad" );
+        EXPECT_EQ( data.head["endingText"], "An SDK call failed, and the process was stopped." );
+        EXPECT_EQ( data.head["failure"]["title"],
+                   "An SDK call failed in setLoadBalanceRandSeedCtrl" );
+        const std::string place = data.failureFact( "Place" );
+        EXPECT_TRUE( text.starts_with( place.substr( 0, place.find( " in " ) ) + " bcmlt_" ) )
+            << place;
+        EXPECT_EQ( data.failureFact( "Arguments" ),
+                   "setLoadBalanceRandSeedCtrl( unit=0, seed=12345 )" );
+        EXPECT_EQ( data.failureFact( "SDK" ), "out of memory (-30)" );
+        EXPECT_TRUE( data.failureFact( "Tried" ).starts_with( "The simulated chip" ) );
+        const std::size_t call = data.head["failure"]["call"];
+        EXPECT_EQ( data.column( "call.flags" ).at( call ) & 8, 8u );
+        EXPECT_EQ( data.column( "call.rc" ).at( call ), 59u ); // -30, the sign in the lowest bit
+        EXPECT_EQ( data.texts( "span.name" ).front(), "setLoadBalanceRandSeedCtrl" );
+        EXPECT_EQ( data.table( "IPOST_LAG_RAND_NUM_CTRL_0r" )["rows"].size(), 1u );
+        EXPECT_TRUE( data.head["grids"].empty() );
+    }
+}
+
+TEST_F( ReportOfBundleTest, TheChipBeginsAsThatOfTheBundle ) {
+    const std::string state = folder_.path( "state.json" );
+    ASSERT_EQ(
+        cairnLt( { "run", "setEgrTunnelEcnEncap", "0", "5", "2", "--state", state } ).exitCode, 0 );
+    Recorded recorded( folder_.path( "trace" ) );
+    recorded.modify( 5, "OUTER_ECN", 1 );
+    recorded.close();
+    const std::vector<std::string> begin{ "--trace", folder_.path( "trace" ), "--from", state };
+    const std::string bundle =
+        bundleOf( "Kiln activity lock: released by another thread\n", begin );
+    const auto cell = report( { bundle } ).table( "EGR_TUNNEL_ECN_ENCAPm" )["rows"][0][1][0];
+    EXPECT_EQ( cell[0], "1" );
+    EXPECT_EQ( cell[3], "2" );
+    // What is given replaces it.
+    const PageData anew = report( { bundle, "--chip", "reference" } );
+    EXPECT_NE( anew.table( "EGR_TUNNEL_ECN_ENCAPm" )["rows"][0][1][0][3], "2" );
+}
+
+TEST_F( ReportOfBundleTest, WithoutATraceThereIsTheDiagnosisAlone ) {
+    const PageData data = report( { bundleOf( stopped( "trace", tooWide ), {} ) } );
+    EXPECT_EQ( data.head["failure"]["title"], "An SDK call failed in setEgrTunnelEcnEncap" );
+    EXPECT_EQ(
+        data.failureFact( "Tried" ),
+        "The simulated chip says: EGR_TUNNEL_ECN_ENCAPm.OUTER_ECN: value 4 needs 3 bits, the "
+        "field has 2" );
+    EXPECT_FALSE( data.head["failure"].contains( "call" ) );
+    EXPECT_TRUE( data.column( "call.number" ).empty() );
+}
+
+TEST_F( ReportOfBundleTest, OfSeveralStopsTheLastIsShownAndTheOthersAreTold ) {
+    const std::string text = stopped( "trace", outOfMemory );
+    std::string first;
+    for ( const auto & each : std::filesystem::directory_iterator( folder_.path( "trace" ) ) )
+        if ( each.path().filename().string().find( ".sdk" ) != std::string::npos )
+            first = processOf( each.path().filename() );
+    const std::string bundle =
+        bundleOf( text + stopped( "trace", tooWide ), { "--trace", folder_.path( "trace" ) } );
+    const PageData last = report( { bundle } );
+    EXPECT_EQ( last.head["failure"]["title"], "An SDK call failed in setEgrTunnelEcnEncap" );
+    EXPECT_EQ( last.fact( "Stops in the report" ), "2" );
+    const auto & grid = last.head["grids"][0];
+    ASSERT_EQ( grid["rows"].size(), 2u );
+    EXPECT_EQ( grid["rows"][0][1], first );
+    EXPECT_EQ( grid["rows"][0][3], "setLoadBalanceRandSeedCtrl" );
+    EXPECT_EQ( grid["bad"], nlohmann::json( { false, true } ) );
+    EXPECT_EQ( last.column( "call.number" ).size(), 3u );
+
+    const PageData other = report( { bundle, "--process", first } );
+    EXPECT_EQ( other.head["failure"]["title"], "An SDK call failed in setLoadBalanceRandSeedCtrl" );
+    EXPECT_EQ( other.head["grids"][0]["bad"], nlohmann::json( { true, false } ) );
+    EXPECT_EQ( other.column( "call.number" ).size(), 7u );
+    std::filesystem::remove( page_ );
+    expectRefused( { bundle, "--process", "1" }, "it holds nothing of process 1" );
+}
+
+TEST_F( ReportOfBundleTest, AReportWithoutAStopIsSaidAndTheTraceTellsWhatItCan ) {
+    stopped( "trace", tooWide );
+    const PageData data =
+        report( { bundleOf( "all is well\n", { "--trace", folder_.path( "trace" ) } ) } );
+    EXPECT_NE( data.head["notes"].dump().find( "Nothing in the report says" ), std::string::npos );
+    EXPECT_EQ( data.head["endingText"], "An SDK call failed and stopped the process." );
+    EXPECT_EQ( data.failureFact( "Code" ), "-14" );
+    EXPECT_EQ( data.fact( "SDK calls" ), "3" );
+}
+
+TEST_F( ReportOfBundleTest, ATraceOfAnotherProcessIsNotTaken ) {
+    std::string text;
+    for ( const std::string & line : lines( stopped( "trace", tooWide ) ) )
+        text += "agent[1]: " + line + "\n";
+    const PageData data = report( { bundleOf( text, { "--trace", folder_.path( "trace" ) } ) } );
+    EXPECT_EQ( data.head["failure"]["title"], "An SDK call failed in setEgrTunnelEcnEncap" );
+    EXPECT_EQ( data.head["notes"],
+               nlohmann::json( { "The bundle has no trace of process 1 that can "
+                                 "be read." } ) );
+    EXPECT_TRUE( data.column( "call.number" ).empty() );
+}
+
+TEST_F( ReportOfBundleTest, ADamagedTraceOfItIsSaidAndTheRestIsShown ) {
+    const std::string text = stopped( "trace", tooWide );
+    folder_.write( "trace/other.fleetlog", "FLEETLOG and then nothing" );
+    const PageData data = report( { bundleOf( text, { "--trace", folder_.path( "trace" ) } ) }, 1 );
+    EXPECT_NE( run_.err.find( "case.tar.zst:other.fleetlog" ), std::string::npos ) << run_.err;
+    EXPECT_NE( data.head["notes"].dump().find( "other.fleetlog" ), std::string::npos );
+    EXPECT_EQ( data.fact( "SDK calls" ), "3" );
+}
+
+TEST_F( ReportOfBundleTest, WhatIsNoBundleIsRefused ) {
+    const std::string bundle = bundleOf( stopped( "trace", tooWide ), {}, "case.tar.gz" );
+    const std::string whole = Support::contents( bundle );
+    std::string flipped = whole;
+    flipped[flipped.size() / 2] = static_cast<char>( ~flipped[flipped.size() / 2] );
+    expectRefused( { folder_.write( "flipped.tar.gz", flipped ) }, "flipped.tar.gz: is damaged: " );
+    for ( const std::size_t size : { whole.size() / 2, whole.size() - 1 } )
+        expectRefused( { folder_.write( "cut.tar.gz", whole.substr( 0, size ) ) },
+                       "copy the bundle again" );
+    expectRefused( { folder_.write( "short.tar.gz", whole.substr( 0, 4 ) ) },
+                   "is compressed, and no bundle: " );
+    expectRefused( { folder_.write( "none.tar.gz", "" ) }, "nor a bundle" );
+    expectRefused( { bundle, "--inject", "op=entry_free,rc=-1" },
+                   "--inject is for a bring-up file" );
+    folder_.write( "page.html", "as it was" );
+    EXPECT_EQ( cairnLt( { "report", folder_.path( "flipped.tar.gz" ), "-o", page_ } ).exitCode, 2 );
+    EXPECT_EQ( Support::contents( page_ ), "as it was" );
+}
+
 // --- Documents
 
 TEST_F( ReportTest, TheJsonOfASweep ) {

@@ -122,6 +122,19 @@ class PageTest(unittest.TestCase):
         self.assertIn("-30", chosen)
         self.assertTrue(page.evaluate("timeline.from < data.calls.begin[calls.rows.rowAt(calls.rows.chosen)]"))
 
+    def test_a_bundle_shows_its_diagnosis_first(self):
+        trace, log, bundle = (pathlib.Path(self.folder.name, name) for name in ("trace", "agent.log", "case.tar.zst"))
+        command = [TOOL, "run", "setEgrTunnelEcnEncap", "0", "5", "4", "--record-to", trace]
+        log.write_text(subprocess.run(command, capture_output=True, text=True).stderr)
+        subprocess.run([TOOL, "diagnose", log, "--trace", trace, "--bundle", bundle], check=True, capture_output=True)
+        path = self.report("bundle", bundle)
+        page = self.browser.open(path)
+        self.assertEqual(page.evaluate("[...document.querySelectorAll('main section')].filter((each) => !each.hidden)[0].id"), "failure")
+        self.assertIn("Cairn/CairnLtHelper:", self.text(page, "#failure-facts"))
+        page.click("#failure-show")
+        self.assertIn("-14, which stopped the process", self.text(page, "#call-detail"))
+        self.assertClean(page, path)
+
     # --- The calls
 
     def test_only_rows_in_sight_are_there(self):
