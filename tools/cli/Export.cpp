@@ -69,6 +69,8 @@ class Document {
             file_->appear();
     }
 
+    bool isFile() const { return file_.has_value(); }
+
   private:
     std::string path_;
     std::optional<NewFile> file_;
@@ -88,6 +90,7 @@ class ChromeExport final : public Export {
         chrome_.finish();
         document_.finish();
     }
+    bool hasLeftovers() const override { return document_.isFile(); }
 
   private:
     Document document_;
@@ -112,6 +115,7 @@ class FoldedExport final : public Export {
         else if ( text.empty() )
             complain( "no SDK calls: the traces hold none, or the filters leave none" );
     }
+    bool hasLeftovers() const override { return document_.isFile(); }
 
   private:
     Document document_;
@@ -192,6 +196,7 @@ class CtfExport final : public Export {
         ctf_.finish();
         directory_.appear();
     }
+    bool hasLeftovers() const override { return true; }
 
   private:
     NewDirectory directory_;

@@ -22,6 +22,9 @@ class Export {
 
     /// When all events have been taken: what was written takes its place.
     virtual void finish() = 0;
+
+    /// Whether something lies on the disk that only the end of this object removes.
+    virtual bool hasLeftovers() const = 0;
 };
 
 /// `output` is a file, or, of the format ctf, a directory: it is not there yet, or empty. A file that is

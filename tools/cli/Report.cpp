@@ -10,6 +10,7 @@
 #include "tools/model/Arguments.h"
 #include "tools/model/Errors.h"
 #include "tools/model/Files.h"
+#include "tools/model/Interrupts.h"
 #include "tools/model/State.h"
 #include "tools/recording/OpenRecording.h"
 #include "tools/recording/Replay.h"
@@ -397,15 +398,19 @@ class ReportVerb final : SessionListener {
     int runBringup() {
         refuseChips();
         refuse( options_.process.has_value(), "--process", "a trace" );
+        Bringup bringup = loadBringup( options_.input );
+        // The session takes interrupts while it runs; what is left then is short.
+        const InterruptsHeld held;
         SessionOptions session;
         session.recordTo = folder_.emplace().path();
         session.traceDir = folder_->path();
         session.inject = options_.inject;
         session.record = true;
-        Session steps( loadBringup( options_.input ), session, *this );
+        Session steps( std::move( bringup ), session, *this );
         steps.run();
         showBringup( steps );
         write();
+        folder_->remove();
         const auto & outcomes = steps.outcomes();
         return std::all_of( outcomes.begin(), outcomes.end(),
                             []( const StepOutcome & outcome ) { return outcome.isGood(); } )

@@ -386,6 +386,13 @@ int showRecords( const TraceOptions & options ) {
     return tellFindings( merge, calls.findings(), sources, options.follow );
 }
 
+// What is ignored, as by nohup, stays ignored.
+void catchInterrupts() {
+    for ( const int signal : { SIGINT, SIGTERM, SIGHUP } )
+        if ( std::signal( signal, []( int ) { interrupted = 1; } ) == SIG_IGN )
+            std::signal( signal, SIG_IGN );
+}
+
 int exportRecords( const TraceOptions & options ) {
     const TraceReader::Filter filter = filterOf( options );
     const CallFilter callFilter( options, filter );
@@ -395,8 +402,9 @@ int exportRecords( const TraceOptions & options ) {
     if ( merge.files().empty() )
         return tellFindings( merge, {}, sources, false );
     const auto out = startExport( *options.exportAs, options.output );
-    for ( const int stop : { SIGINT, SIGTERM } )
-        std::signal( stop, []( int ) { interrupted = 1; } );
+    // Into a pipe, an interrupt ends the process at once, also where it waits for a reader.
+    if ( out->hasLeftovers() )
+        catchInterrupts();
     std::optional<Progress> progress( "export" );
     TraceReader::CallAssembler assembler;
     TraceReader::Record record;

@@ -1,6 +1,7 @@
 #include "tools/model/Files.h"
 
 #include "tools/model/Errors.h"
+#include "tools/model/Interrupts.h"
 
 #include <fmt/format.h>
 
@@ -168,6 +169,7 @@ void NewFile::appear() {
 }
 
 void replaceFile( const std::string & path, std::string_view text ) {
+    const InterruptsHeld held;
     NewFile file( path );
     file.write( text );
     file.appear();

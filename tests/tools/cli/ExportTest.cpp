@@ -112,6 +112,34 @@ TEST_F( ExportTest, GoesIntoAPipeThatIsThere ) {
     EXPECT_EQ( names(), std::vector<std::string>{ "pipe" } );
 }
 
+TEST_F( ExportTest, AnInterruptEndsItAlsoWhereAPipeIsNotRead ) {
+    ASSERT_EQ( ::mkfifo( out( "pipe" ).c_str(), 0600 ), 0 );
+    const int end = ::open( out( "pipe" ).c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC );
+    const std::string block( 4096, 'x' );
+    while ( ::write( end, block.data(), block.size() ) > 0 ) {
+    }
+    ToolTest::StartedProgram run(
+        { "trace", recording(), "--export", "chrome", "-o", out( "pipe" ) } );
+    // It sleeps in its first write, or has ended.
+    const std::string process = "/proc/" + std::to_string( run.process() );
+    std::error_code error;
+    const auto pipe = std::filesystem::canonical( out( "pipe" ) );
+    const auto hasPipe = [&] {
+        for ( const auto & each : std::filesystem::directory_iterator( process + "/fd", error ) )
+            if ( std::filesystem::read_symlink( each, error ) == pipe )
+                return true;
+        return false;
+    };
+    const auto sleeps = [&] {
+        return Support::contents( process + "/stat" ).find( ") S " ) != std::string::npos;
+    };
+    while ( !run.hasEnded() && !( hasPipe() && sleeps() ) )
+        ::usleep( 1000 );
+    ::kill( run.process(), SIGINT );
+    EXPECT_EQ( run.wait().signal, SIGINT );
+    ::close( end );
+}
+
 TEST_F( ExportTest, APlaceThatIsTakenIsRefused ) {
     std::filesystem::create_directory( out( "full" ) );
     std::ofstream( out( "full/file" ) ) << "mine";
