@@ -13,6 +13,9 @@ import re
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
+# Where the pages and the headers of the reference lie.
+PAGES = {ROOT, ROOT / "docs"}
+HEADERS = {"Cairn", "CairnCommon", "interpose", "platform", "shim", "sim", "tracereader"}
 
 
 def header(text):
@@ -59,11 +62,13 @@ def document(path, text):
             return match[0]
         name, _, part = target.partition("#")
         file = (path.parent / name).resolve() if name else path
-        if file.suffix == ".md" and file.exists():
+        if file.suffix == ".md" and file.parent in PAGES and file.exists():
             where = page(file)
             return f"[{words}](@ref {where}{'_' + anchor(part) if part else ''})"
-        if file.suffix == ".h":
-            return f"[{words}](@ref {file.relative_to(ROOT).as_posix()})"
+        if file.suffix == ".h" and file.is_relative_to(ROOT):
+            within = file.relative_to(ROOT)
+            if within.parts[0] in HEADERS and "internal" not in within.parts:
+                return f"[{words}](@ref {within.as_posix()})"
         return match[0] if file.suffix in {".svg", ".png"} else words
 
     written, in_code, title = [], False, True
