@@ -11,10 +11,19 @@ test_packages=( libgtest-dev libbenchmark-dev binutils file python3 python3-mypy
 all_packages=( abigail-tools clang-tidy-14 doxygen libclang-rt-14-dev valgrind )
 browser_packages=( chromium )
 
+# Whether a package is installed: for this machine's architecture, or for that in NAME:ARCHITECTURE.
+is_installed() {
+    local architecture
+    architecture=$( dpkg --print-architecture )
+    case $1 in *:*) architecture=${1#*:} ;; esac
+    dpkg-query -W -f='${Architecture} ${db:Status-Status}\n' "$1" 2>/dev/null |
+        grep -xE "($architecture|all) installed" >/dev/null
+}
+
 install_packages() {
     local missing=() package
     for package in "$@"; do
-        if [ "$( dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null )" != installed ]; then
+        if ! is_installed "$package"; then
             missing+=( "$package" )
         fi
     done
