@@ -343,6 +343,38 @@ TEST_F( CheckOfEvents, AHandleThatIsGivenAgainWhileItIsFreedHasNotCrossed ) {
     EXPECT_EQ( found(), Names() );
 }
 
+TEST_F( CheckOfEvents, NullArgumentsBreakNoRuleThatWrongNamesDoNot ) {
+    const auto callsWith = [this]( const char * name, std::uint64_t * value ) {
+        std::uint32_t none = 0;
+        EXPECT_LT( recorder_.bcmlt_entry_allocate( 0, name, &none ), 0 );
+        const std::uint32_t handle = control( 1 );
+        EXPECT_LT( recorder_.bcmlt_entry_field_add( handle, name, 2 ), 0 );
+        EXPECT_LT( recorder_.bcmlt_entry_field_array_add( handle, name, 0, value, 1 ), 0 );
+        EXPECT_LT( recorder_.bcmlt_entry_field_get( handle, name, value ), 0 );
+        EXPECT_LT( recorder_.bcmlt_entry_field_symbol_add( handle, name, name ), 0 );
+        EXPECT_LT( recorder_.bcmlt_entry_field_symbol_add( handle, "OUTER_TPID_INDEX", name ), 0 );
+        add( handle, "OUTER_TPID_INDEX", 2 );
+        ptCommit( handle, chip_.BCMLT_PT_OPCODE_MODIFY() );
+        free( handle );
+    };
+    std::uint64_t value = 1;
+    callsWith( nullptr, nullptr );
+    callsWith( nullptr, &value );
+    const Names ofNull = found();
+    callsWith( "NO_SUCH_NAME", &value );
+    Names ofAll = found();
+    // A row was written again with the same values, and the calls without a hook are found.
+    EXPECT_EQ( std::count( ofNull.begin(), ofNull.end(), "no-hook" ), 12 );
+    EXPECT_EQ( std::count( ofAll.begin(), ofAll.end(), "no-hook" ), 18 );
+    std::erase( ofAll, "no-hook" );
+    EXPECT_EQ( ofAll, ( Names{ "written-twice", "written-twice" } ) );
+}
+
+TEST_F( CheckOfEvents, NullForAHandleLeaksNothing ) {
+    EXPECT_LT( recorder_.bcmlt_entry_allocate( 0, "EGR_VLAN_CONTROL_1r", nullptr ), 0 );
+    EXPECT_EQ( found( { .schema = {}, .ignored = { CheckRule::noHook } } ), Names() );
+}
+
 TEST_F( CheckOfEvents, ARuleCanBeSilenced ) {
     control( 1 );
     EXPECT_EQ( found( { .schema = {}, .ignored = { CheckRule::leaked } } ), Names() );
