@@ -1,6 +1,8 @@
 #include "interpose/TraceRecorder.h"
 #include "tests/support/QuietSdk.h"
+#include "tests/support/SdkOperations.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/TraceOperations.h"
 #include "tracereader/Recording.h"
 
 #include <Kiln/ActivityLock.h>
@@ -67,11 +69,42 @@ void read( benchmark::State & state ) {
     state.SetItemsProcessed( state.iterations() * rows * callsOfRow );
 }
 
-BENCHMARK( bare )->Name( "calls/bare" );
-BENCHMARK( recorded<Interpose::TraceRecorder::Keep::newest> )->Name( "calls/recorded, ring" );
+// One operation of a kind, recorded in a ring. Counted are the instructions that the recorder adds.
+template <class Operation>
+void operation( benchmark::State & state ) {
+    const Support::TemporaryFolder folder;
+    Interpose::TraceRecorder recorder(
+        Support::quietSdk(),
+        { .directory = folder.path(), .isLockHeld = Kiln::holdsActivityLock } );
+    Support::operationSdk = &Support::quietSdk();
+    const auto bare = Support::instructionsOf<Operation>();
+    Support::operationSdk = &recorder;
+    const auto counted = Support::instructionsOf<Operation>();
+    const Operation made;
+    std::uint32_t i = 0;
+    for ( auto _ : state ) {
+        ++i;
+        made.run( i, i );
+    }
+    state.SetItemsProcessed( state.iterations() );
+    if ( bare && counted )
+        state.counters["instructions"] = static_cast<double>( *counted - *bare );
+}
+
+BENCHMARK( bare )->Name( "calls/of a row, bare" );
+BENCHMARK( recorded<Interpose::TraceRecorder::Keep::newest> )->Name( "calls/of a row, ring" );
 BENCHMARK( recorded<Interpose::TraceRecorder::Keep::everything> )
-    ->Name( "calls/recorded, everything" );
-BENCHMARK( read )->Name( "calls/read" )->Unit( benchmark::kMillisecond );
+    ->Name( "calls/of a row, everything" );
+BENCHMARK( operation<Support::Allocate> )->Name( "calls/allocate" );
+BENCHMARK( operation<Support::AttribSet> )->Name( "calls/attrib_set" );
+BENCHMARK( operation<Support::FieldAdd> )->Name( "calls/field_add" );
+BENCHMARK( operation<Support::FieldArrayAdd> )->Name( "calls/field_array_add, two values" );
+BENCHMARK( operation<Support::FieldGet> )->Name( "calls/field_get" );
+BENCHMARK( operation<Support::FieldSymbolAdd> )->Name( "calls/field_symbol_add" );
+BENCHMARK( operation<Support::Commit> )->Name( "calls/commit" );
+BENCHMARK( operation<Support::PtCommit> )->Name( "calls/pt_commit" );
+BENCHMARK( operation<Support::Free> )->Name( "calls/free" );
+BENCHMARK( read )->Name( "calls/read back" )->Unit( benchmark::kMillisecond );
 
 } // namespace
 

@@ -27,5 +27,6 @@ target_link_libraries( trace_reader_bench PRIVATE cairn_test_processes cairn_tra
 
 add_executable( recorder_bench ${PROJECT_SOURCE_DIR}/bench/recorder_bench.cpp
                 ${PROJECT_SOURCE_DIR}/tests/support/QuietSdk.cpp )
-target_link_libraries( recorder_bench PRIVATE cairn_test_processes Cairn::Recorder Cairn::TraceReader Cairn::Platform
+target_link_libraries( recorder_bench PRIVATE cairn_test_processes cairn_instruction_count cairn_lt_objects Cairn::ShimSlot
+                       Cairn::Recorder Cairn::TraceReader Cairn::Platform
                        cairn_options benchmark::benchmark )

@@ -29,6 +29,7 @@ run() { # name of the figures, command with the arguments of a benchmark...
     "$@" --benchmark_out="$raw/$name.json" --benchmark_out_format=json >/dev/null
 }
 run trace bash bench/trace_bench.sh "$build"
+run recorder "$build/bin/recorder_bench" --benchmark_repetitions=5
 run recipe "$build/bin/recipe_bench" --benchmark_min_time=0.3
 run startup "$build/bin/startup_bench"
 run system_port "$build/bin/system_port_bench"
