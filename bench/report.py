@@ -24,8 +24,12 @@ def runs(document):
     "spread" is how much longer than that run half of the repetitions took, as a part of it."""
     repetitions = {}
     for run in document["benchmarks"]:
-        if run.get("run_type") != "aggregate" and not run.get("error_occurred"):
-            repetitions.setdefault(run["name"].removesuffix("/manual_time"), []).append(run)
+        if run.get("run_type") == "aggregate" or run.get("error_occurred"):
+            continue
+        name, _, manual = run["name"].partition("/iterations:")
+        if manual:
+            run["cpu_time"] = run["real_time"]
+        repetitions.setdefault(name.removesuffix("/manual_time"), []).append(run)
     shortest = {}
     for name, all_runs in repetitions.items():
         times = sorted(run["cpu_time"] for run in all_runs)

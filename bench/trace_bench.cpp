@@ -13,6 +13,7 @@
 #endif
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -21,6 +22,7 @@
 #include <memory>
 #include <string>
 #include <sys/mman.h>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -252,6 +254,27 @@ void add( const std::string & name, const std::string & floor = "",
     } );
 }
 
+// The first message of a thread: its file is made, or taken over of a thread that has ended, and the
+// site is registered.
+void firstMessage( benchmark::State & state, bool isTakenOver ) {
+    const auto message = [] { Support::MessageTwoValues().run( 1, 2 ); };
+    for ( auto _ : state ) {
+        const Support::TemporaryFolder folder;
+        openDefault( { .directory = folder.path(), .files = Files::perThread } );
+        if ( isTakenOver )
+            std::thread( message ).join();
+        double took = 0;
+        std::thread( [&] {
+            const auto start = std::chrono::steady_clock::now();
+            message();
+            took =
+                std::chrono::duration<double>( std::chrono::steady_clock::now() - start ).count();
+        } ).join();
+        closeDefault();
+        state.SetIterationTime( took );
+    }
+}
+
 } // namespace
 
 int main( int argc, char ** argv ) {
@@ -295,6 +318,12 @@ int main( int argc, char ** argv ) {
     add<SpdlogTwoValues<&Bench::asynchronous>>( "two values, spdlog, asynchronous", floor );
     add<SpdlogText<&Bench::asynchronous>>( "value and text, spdlog, asynchronous", textFloor );
 #endif
+    for ( const bool isTakenOver : { false, true } )
+        benchmark::RegisterBenchmark( isTakenOver ? "first message of a thread, file taken over"
+                                                  : "first message of a thread, file made",
+                                      firstMessage, isTakenOver )
+            ->UseManualTime()
+            ->Iterations( 4 );
     const std::string textLine = "two values, spdlog, null sink";
     add<LineTo<LinesDropped>>( "two values, text line, dropped", textLine );
     add<LineTo<LinesFormatted>>( "two values, text line, formatted by a callback", textLine );

@@ -101,13 +101,13 @@ std::size_t TraceFile::ringBytes() const noexcept {
 // If it throws, the file that was being written goes on.
 void TraceFile::create() {
     const std::string program = programName();
-    const ClockBase & clock = clockBase();
     const std::size_t ring = ringBytes();
     NewFile file( options_.directory, stem(), options_.mode );
     const std::size_t bytes = Format::pageBytes + options_.descriptorBytes + ring;
     file.reserve( bytes );
     std::byte * const memory = file.map( bytes );
     touchPages( memory, bytes );
+    const ClockBase & clock = clockBase();
 
     Format::FileHeader made{};
     std::memcpy( made.magic, Format::magic, sizeof made.magic );

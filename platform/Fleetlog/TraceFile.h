@@ -87,8 +87,7 @@ class TraceFile {
     /// Makes `<directory>/<program><suffix>-<process>[-<thread>][-<segment>].fleetlog`, reserves its
     /// disk space, maps it and touches each of its pages, so that no message waits for a page fault or meets a full
     /// disk. A file of that name from an earlier process is left alone: a number is added to the
-    /// name. Of a program's name 63 bytes are used. The first file of a process takes some
-    /// milliseconds to measure the speed of the counter.
+    /// name. Of a program's name 63 bytes are used.
     ///
     /// `thread` is the thread id for a file of one thread, 0 for a file of the process.
     ///

@@ -29,7 +29,7 @@ struct ClockBase {
     std::uint64_t rate; ///< of the counter, a second
 };
 
-/// Measured at the first call, which takes some milliseconds.
+/// Measured at the first call: over the time since the library was loaded, the longer the better.
 const ClockBase & clockBase() noexcept;
 
 } // namespace Fleetlog
