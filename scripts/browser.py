@@ -18,6 +18,19 @@ import time
 NAMES = ("chromium", "chromium-browser")
 
 
+# deep(test): the first element of the document, shadow trees too, that is what the test wants.
+DEEP = """
+window.deep = (test, root = document) => {
+  for (const each of root.querySelectorAll("*")) {
+    if (test(each)) return each;
+    const within = each.shadowRoot && deep(test, each.shadowRoot);
+    if (within) return within;
+  }
+  return null;
+};
+"""
+
+
 class BrowserError(Exception):
     """The browser refused, or the script in the page threw."""
 
@@ -122,15 +135,36 @@ class Browser:
 
     def open(self, path, dark=False, width=1280, height=900, scale=1):
         """Opens a file in a new page, and waits until its script has shown it or given up."""
-        target = self.call("Target.createTarget", url="about:blank")["targetId"]
+        page = self._new_page("about:blank", dark, width, height, scale)
+        page.call("Page.navigate", url=pathlib.Path(path).resolve().as_uri())
+        page.wait("document.documentElement && document.documentElement.dataset.state")
+        return page
+
+    def open_trace(self, path, width=1280, height=900):
+        """Opens a trace in the Performance panel of the browser's own tools, and waits until it is shown or refused."""
+        page = self._new_page("devtools://devtools/bundled/devtools_app.html?panel=timeline", False, width, height, 1)
+        picker = "deep((each) => each.matches('input[type=file]'))"
+        page.wait("location.protocol === 'devtools:' && document.readyState === 'complete'")
+        page.evaluate(DEEP)
+        page.wait(f"{picker} !== null")
+        file = page.call("Runtime.evaluate", expression=picker)["result"]["objectId"]
+        page.call("DOM.setFileInputFiles", files=[str(pathlib.Path(path).resolve())], objectId=file)
+        end = page.wait(
+            "deep((each) => each.role === 'status' && each.textContent.includes('failed')) ? 'refused'"
+            " : deep((each) => each.ariaLabel === 'Call tree') ? 'shown' : null"
+        )
+        if end == "refused":
+            raise BrowserError(f"the Performance panel refuses {path}")
+        return page
+
+    def _new_page(self, url, dark, width, height, scale):
+        target = self.call("Target.createTarget", url=url)["targetId"]
         session = self.call("Target.attachToTarget", targetId=target, flatten=True)["sessionId"]
         page = Page(self, session)
         for domain in ("Page", "Network", "Runtime", "Log"):
             page.call(f"{domain}.enable")
         page.colors(dark)
         page.call("Emulation.setDeviceMetricsOverride", width=width, height=height, deviceScaleFactor=scale, mobile=False)
-        page.call("Page.navigate", url=pathlib.Path(path).resolve().as_uri())
-        page.wait("document.documentElement && document.documentElement.dataset.state")
         return page
 
 

@@ -110,14 +110,14 @@ void Chrome::takeCall( const TraceReader::RecordedCall & call, bool isReturned )
 }
 
 void Chrome::begin( const RecipeSpan & span, Pending & pending ) {
-    if ( pending.isBegun )
+    if ( !pending.name.empty() )
         return;
-    pending.isBegun = true;
+    pending.name =
+        span.recipe.empty() ? R"(,"cat":"entry","name":")" : R"(,"cat":"recipe","name":")";
+    Text::appendJson( pending.name, nameOf( span ) );
+    pending.name += '"';
     appendStart( out_, 'B', span.begin, span.process, span.thread );
-    out_ +=
-        span.recipe.empty() ? ",\"cat\":\"entry\",\"name\":\"" : ",\"cat\":\"recipe\",\"name\":\"";
-    Text::appendJson( out_, nameOf( span ) );
-    out_ += "\"}";
+    out_ += pending.name + "}";
 }
 
 void Chrome::end( const RecipeSpan & span ) {
@@ -126,8 +126,9 @@ void Chrome::end( const RecipeSpan & span ) {
         return;
     begin( span, found->second );
     out_ += found->second.calls;
+    // The format asks for no name here; viewers match it with that of the begin.
     appendStart( out_, 'E', span.end, span.process, span.thread );
-    out_ += '}';
+    out_ += found->second.name + "}";
     pending_.erase( found );
 }
 

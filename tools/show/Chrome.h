@@ -38,8 +38,9 @@ class Chrome {
   private:
     // A span that has wanted calls.
     struct Pending {
-        bool isBegun = false; ///< the begin of its slice is written
-        std::string calls;    ///< that lie within it
+        std::string
+            name; ///< and category, of its begin, as they are written; empty: it is not begun
+        std::string calls; ///< that lie within it
     };
 
     void takeMessage( const TraceReader::Record & record );

@@ -33,13 +33,13 @@ void expectValid( const Json & document ) {
         double end;
     };
     std::map<std::pair<int, int>, std::vector<Slice>> slices;
-    std::map<std::pair<int, int>, std::vector<double>> begun;
+    std::map<std::pair<int, int>, std::vector<Json>> begun;
     for ( const Json & event : document["traceEvents"] ) {
         const auto phase = event.at( "ph" ).get<std::string>();
         ASSERT_TRUE( event.at( "pid" ).is_number_unsigned() ) << event;
         ASSERT_TRUE( event.at( "tid" ).is_number_unsigned() ) << event;
         const std::pair<int, int> thread( event["pid"], event["tid"] );
-        ASSERT_TRUE( phase == "E" || event.at( "name" ).is_string() ) << event;
+        ASSERT_TRUE( event.at( "name" ).is_string() ) << event;
         if ( phase == "M" ) {
             ASSERT_TRUE( event["name"] == "process_name" || event["name"] == "thread_name" );
             ASSERT_TRUE( event.at( "args" ).at( "name" ).is_string() );
@@ -51,11 +51,14 @@ void expectValid( const Json & document ) {
             ASSERT_GE( event.at( "dur" ).get<double>(), 0 ) << event;
             slices[thread].push_back( { time, time + event["dur"].get<double>() } );
         } else if ( phase == "B" ) {
-            begun[thread].push_back( time );
+            begun[thread].push_back( event );
         } else if ( phase == "E" ) {
             ASSERT_FALSE( begun[thread].empty() ) << event;
-            ASSERT_GE( time, begun[thread].back() );
-            slices[thread].push_back( { begun[thread].back(), time } );
+            const Json & begin = begun[thread].back();
+            ASSERT_GE( time, begin["ts"].get<double>() );
+            ASSERT_EQ( event["name"], begin["name"] ); // viewers match them
+            ASSERT_EQ( event["cat"], begin["cat"] );
+            slices[thread].push_back( { begin["ts"], time } );
             begun[thread].pop_back();
         } else if ( phase == "i" ) {
             const auto scope = event.at( "s" ).get<std::string>();

@@ -482,6 +482,19 @@ class PageTest(unittest.TestCase):
         self.assertEqual(page.evaluate("document.documentElement.dataset.state"), "failed")
         self.assertEqual(self.text(page, "#input"), "This page cannot be shown")
 
+    # --- Exports in the browser's own viewer
+
+    def test_the_performance_panel_opens_an_exported_trace(self):
+        folder, export = (pathlib.Path(self.folder.name, name) for name in ("seen", "seen.json"))
+        command = [TOOL, "run", "setLoadBalanceRandSeedCtrl", "0", "12345", "--record-to", folder, "--trace-dir", folder]
+        subprocess.run(command, check=True, capture_output=True)
+        subprocess.run([TOOL, "trace", folder, "--export", "chrome", "-o", export], check=True)
+        self.browser.open_trace(export)
+        # It has an opinion: slices without a name are refused.
+        nameless = self.write("nameless.json", re.sub(r'("ph":"E".*),"name":"[^"]*"', r"\1", export.read_text()))
+        with self.assertRaisesRegex(BrowserError, "the Performance panel refuses"):
+            self.browser.open_trace(nameless)
+
 
 if __name__ == "__main__":
     TOOL = pathlib.Path(sys.argv.pop(1)).resolve()
