@@ -135,12 +135,19 @@ class TimeWriter {
   private:
     std::chrono::sys_seconds second_;
     std::size_t length_ = 0;
-    char text_[32];
+    char text_[32] = {};
 };
 
+// What a thread keeps of its lines.
+struct ThreadState {
+    int number = 0;          // asked of the kernel once, and anew in a child of the process
+    bool isEmitting = false; // a line is being handed to the sink
+    TimeWriter times;
+};
+[[gnu::tls_model( "initial-exec" )]] constinit thread_local ThreadState thisThread;
+
 void appendLine( TextBuffer & out, const TraceLine & line ) {
-    static thread_local TimeWriter times;
-    times.append( out, line.time );
+    thisThread.times.append( out, line.time );
     out.append( ' ' );
     out.append( line.thread );
     out.append( ' ' );
@@ -157,16 +164,10 @@ void appendLine( TextBuffer & out, const TraceLine & line ) {
     out.append( line.text );
 }
 
-// Asked of the kernel once a thread, and anew in a child of the process. 0: not asked yet.
-thread_local int knownThread = 0;
-
-// Whether this thread is handing a line to the sink.
-thread_local bool isEmitting = false;
-
 int currentThread() noexcept {
-    if ( knownThread == 0 ) [[unlikely]]
-        knownThread = ::gettid();
-    return knownThread;
+    if ( thisThread.number == 0 ) [[unlikely]]
+        thisThread.number = ::gettid();
+    return thisThread.number;
 }
 
 // The sink in force. Never destroyed: static objects of the host trace while the process ends.
@@ -190,7 +191,7 @@ class Sink {
     // line that is taken comes after one that says how many were not.
     void emit( const TraceLine & line ) noexcept {
         const std::lock_guard lock( mutex_ );
-        isEmitting = true;
+        thisThread.isEmitting = true;
         if ( lost_ != 0 ) {
             const std::string text = std::to_string( lost_ ) + " trace lines could not be written";
             if ( put( { line.time, line.thread, "Kiln", TraceFacility::level0, "Kiln/TraceHelper",
@@ -199,7 +200,7 @@ class Sink {
         }
         if ( lost_ != 0 || !put( line ) )
             ++lost_;
-        isEmitting = false;
+        thisThread.isEmitting = false;
     }
 
   private:
@@ -208,18 +209,18 @@ class Sink {
     Sink() {
         ::pthread_atfork(
             [] {
-                if ( !isEmitting )
+                if ( !thisThread.isEmitting )
                     instance().mutex_.lock();
             },
             [] { instance().afterFork(); },
             [] {
-                knownThread = 0;
+                thisThread.number = 0;
                 instance().afterFork();
             } );
     }
 
     void afterFork() noexcept {
-        if ( !isEmitting )
+        if ( !thisThread.isEmitting )
             mutex_.unlock();
     }
 
