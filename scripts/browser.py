@@ -252,6 +252,22 @@ class Page:
         self.mouse("mouseReleased", x, y, button="left", clickCount=1)
         self.settle()
 
+    def click_label(self, label):
+        """Clicks the middle of the element in sight that has this label, in shadow trees too. Of a page of open_trace()."""
+        x, y = self.wait(
+            f"(() => {{ const b = deep((each) => each.ariaLabel === {json.dumps(label)} && each.offsetWidth)?.getBoundingClientRect();"
+            " return b && [b.x + b.width / 2, b.y + b.height / 2]; })()"
+        )
+        self.click_at(x, y)
+
+    def drag(self, x, from_y, to_y):
+        self.mouse("mouseMoved", x, from_y)
+        self.mouse("mousePressed", x, from_y, button="left", clickCount=1)
+        for y in (from_y + (1 if to_y > from_y else -1), to_y):
+            self.mouse("mouseMoved", x, y, button="left", buttons=1)
+        self.mouse("mouseReleased", x, to_y, button="left", clickCount=1)
+        self.settle()
+
     def picture(self, path, clip=None):
         """A PNG of what is in sight, or of a part of the page: x, y, width, height."""
         self.settle()

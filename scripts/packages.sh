@@ -10,6 +10,8 @@ python_packages=( pybind11-dev python3-dev python3-pytest )
 test_packages=( libgtest-dev libbenchmark-dev binutils file python3 python3-mypy clang-14 clang man-db zsh fish babeltrace2 )
 all_packages=( abigail-tools clang-tidy-14 doxygen libclang-rt-14-dev valgrind )
 browser_packages=( chromium )
+# Of pictures.py.
+picture_packages=( "${browser_packages[@]}" babeltrace2 libdevel-nytprof-perl )
 
 # Whether a package is installed: for this machine's architecture, or for that in NAME:ARCHITECTURE.
 is_installed() {

@@ -1,13 +1,17 @@
 #!/usr/bin/env python3
-"""Makes the pictures of docs/ anew: what the pages of cairn-lt report look like.
+"""Makes the pictures of docs/ anew: what the pages of cairn-lt report look like, and what other viewers make of exports.
 
     scripts/pictures.py CAIRN_LT
 
-Needs the package chromium. Times and processes are those of the run, so the pictures differ each time.
+Needs the picture_packages of packages.sh. Times and processes are those of the run, so the pictures differ each time.
 """
 
 import collections
+import html
+import os
 import pathlib
+import re
+import shutil
 import struct
 import subprocess
 import sys
@@ -21,6 +25,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 PICTURES = ROOT / "docs/pictures"
 MOST_BYTES = 150_000
 WIDTH = 1120
+FLAMEGRAPH = "/usr/share/perl5/Devel/NYTProf/flamegraph.pl"
 
 
 def pixels_of(png):
@@ -90,6 +95,65 @@ def until(page, selector):
     return (0, 0, WIDTH, page.evaluate(f"document.querySelector({selector!r}).getBoundingClientRect().bottom + scrollY + 24"))
 
 
+def call(*command, cwd, **variables):
+    """What a command prints; its failure ends this script."""
+    run = subprocess.run(command, cwd=cwd, stdout=subprocess.PIPE, text=True, check=False, env={**os.environ, **variables})
+    if run.returncode:
+        sys.exit(f"pictures.py: {command[0]} has failed")
+    return run.stdout
+
+
+def written_page(path, body):
+    path.write_text(f'<!doctype html><meta charset="utf-8"><script>document.documentElement.dataset.state = "shown"</script>{body}')
+    return path
+
+
+def terminal_page(path, command, output):
+    """A page that looks as a terminal does: the command, and what it has printed, with its bold and coloured parts."""
+    styles = {"1": "font-weight: 600", "33": "color: #8a5a00", "35": "color: #86298a", "36": "color: #00666f"}
+    shown, text = {}, f"$ {html.escape(command)}\n"
+    for code, part in re.findall(r"(?:\x1b\[(\d+)m)?([^\x1b]*)", output):
+        if code == "0":
+            shown = {}
+        elif code:
+            shown[code] = styles[code]
+        text += f'<span style="{"; ".join(shown.values())}">{html.escape(part)}</span>' if shown else html.escape(part)
+    font = "font: 12px/1.55 'DejaVu Sans Mono', monospace"
+    layout = "margin: 0; padding: 12px 16px 0; white-space: pre-wrap; overflow-wrap: anywhere; color: #1d1f21"
+    return written_page(path, f'<body style="margin: 0"><pre id="terminal" style="{font}; {layout}">{text}</pre>')
+
+
+def draw_exports(browser, folder, tool):
+    """Exports of what docs/see.md records, in the programs that it names."""
+    call(tool, "run", "setLoadBalanceRandSeedCtrl", "0", "12345", "--record-to", "seen", "--trace-dir", "seen", cwd=folder)
+    call(tool, "trace", "seen", "--export", "ctf", "-o", "seen-ctf", cwd=folder)
+    call(tool, "trace", "seen", "--export", "chrome", "-o", "seen.json", cwd=folder)
+    call(tool, "trace", "seen", "--export", "folded", "-o", "seen.folded", cwd=folder)
+
+    command = "babeltrace2 seen-ctf --no-delta --names=payload"
+    output = call(*command.split(), cwd=folder, BABELTRACE_TERM_COLOR="always", TZ="UTC")
+    head = "".join(output.splitlines(keepends=True)[:12])
+    page = browser.open(terminal_page(folder / "terminal.html", command + " | head -12", head), width=WIDTH)
+    yield "export-ctf.png", page, until(page, "#terminal")
+
+    height, panes = 560, 361
+    page = browser.open_trace(folder / "seen.json", width=WIDTH, height=height)
+    page.click_label("Close")  # the keys that it explains
+    page.click_label("Hide sidebar")
+    page.drag(WIDTH / 2, panes, panes - 140)
+    for x, y in ((10, 129), (20, 146), (60, 180)):  # opens the process, then the thread; chooses its first call
+        page.click_at(x, y)
+    page.mouse("mouseMoved", WIDTH - 20, height - 20)
+    yield "export-chrome.png", page, (0, 0, WIDTH, height - 10)
+
+    look = ("--title=setLoadBalanceRandSeedCtrl", f"--width={WIDTH}", "--height=22", "--colors=io", "--hash")
+    graph = call("perl", FLAMEGRAPH, "--countname=ns", *look, "seen.folded", cwd=folder)
+    picture = graph[graph.index("<svg") :]
+    page = browser.open(written_page(folder / "graph.html", f'<body style="margin: 0">{picture}'), width=WIDTH)
+    below = 24  # of the frames, where the viewer tells what the mouse is on
+    yield "export-folded.png", page, (0, 0, WIDTH, page.evaluate("document.querySelector('svg').height.baseVal.value") - below)
+
+
 def draw(browser, folder, tool):
     stopped, whole = folder / "stopped.html", folder / "whole.html"
     report(tool, stopped, "examples/bringup.toml", "--inject", "op=pt_entry_commit,rc=-30,at=19")
@@ -114,12 +178,18 @@ def draw(browser, folder, tool):
     bottom = page.evaluate("document.getElementById('chip').getBoundingClientRect().bottom + scrollY")
     yield "report-tables.png", page, (0, top - 12, WIDTH, bottom - top + 36)
 
+    yield from draw_exports(browser, folder, tool)
+
 
 def main():
     if len(sys.argv) != 2:
         sys.exit(__doc__.strip())
     if chromium() is None:
         sys.exit("pictures.py: there is no Chromium; install the package chromium")
+    if shutil.which("babeltrace2") is None:
+        sys.exit("pictures.py: there is no babeltrace2; install the package babeltrace2")
+    if not pathlib.Path(FLAMEGRAPH).exists():
+        sys.exit(f"pictures.py: there is no {FLAMEGRAPH}; install the package libdevel-nytprof-perl")
     tool = pathlib.Path(sys.argv[1]).resolve()
     PICTURES.mkdir(exist_ok=True)
     with tempfile.TemporaryDirectory() as folder, Browser() as browser:
