@@ -49,7 +49,10 @@ foreach( section 1 5 )
 endforeach()
 install( FILES tools/completion/cairn-lt.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
          RENAME cairn-lt COMPONENT tool )
-install( FILES tools/completion/_cairn-lt DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT tool )
+# Distributions have a folder of their own for what their packages complete.
+set( CAIRN_ZSH_INSTALL_DIR ${CMAKE_INSTALL_DATADIR}/zsh/site-functions
+     CACHE STRING "Where the completion for zsh is installed, below the prefix" )
+install( FILES tools/completion/_cairn-lt DESTINATION ${CAIRN_ZSH_INSTALL_DIR} COMPONENT tool )
 install( FILES tools/completion/cairn-lt.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d
          COMPONENT tool )
 
@@ -57,3 +60,10 @@ install( FILES README.md CHANGELOG.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR
 install( DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documents PATTERN man EXCLUDE )
 install( DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT examples )
 install( DIRECTORY ${CAIRN_REFERENCE_DIR}/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/html COMPONENT reference OPTIONAL )
+
+# What the components hold, and no tests.
+add_custom_target( cairn_installed DEPENDS cairn_lt_helper cairn_platform cairn_text cairn_sim cairn_interpose
+                                           cairn_recorder cairn_trace_reader cairn-lt )
+if( CAIRN_HAS_PYTHON )
+    add_dependencies( cairn_installed cairn_python_package )
+endif()

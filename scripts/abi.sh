@@ -3,7 +3,7 @@
 # reached from them, the interfaces that hosts implement, the platform's functions and layouts.
 #
 #     scripts/abi.sh [BUILD_TREE]            compares; build/dev unless given, a build by g++ with debug information
-#     scripts/abi.sh --write [BUILD_TREE]    describes anew, after a change that is intended
+#     scripts/abi.sh --write [BUILD_TREE]    describes anew, after a change that is intended; also debian/*.symbols
 #
 # docs/versions.md says which changes need which version.
 set -euo pipefail
@@ -65,6 +65,12 @@ for library in "${libraries[@]}"; do
         failed=1
     fi
 done
+# Debian's tools hold the packages to lists of symbols: the same interface once more.
+if [ -n "$write" ]; then
+    "$root/scripts/debian_symbols.py" "$build"
+else
+    "$root/scripts/debian_symbols.py" --check "$build" || failed=1
+fi
 if [ $failed -ne 0 ]; then
     echo "If the change is intended: docs/versions.md says what it does to the version; then scripts/abi.sh --write"
 fi
