@@ -4,14 +4,22 @@
 # looked at; remove it by hand.
 #
 #     scripts/bare-debian.sh ROOT [COMMAND...]     COMMAND: ./scripts/bringup.sh unless given
+#     scripts/bare-debian.sh --packages ROOT       the Debian packages: built, installed, tested, purged without a trace
 #
 # Packages come from where this machine gets its own: its apt configuration is used inside.
 set -euo pipefail
 source_tree=$( cd "$( dirname "${BASH_SOURCE[0]}" )/.." && pwd )
 
 if [ $# -eq 0 ]; then
-    sed -n '2,8s/^# \{0,1\}//p' "${BASH_SOURCE[0]}" >&2
+    sed -n '2,9s/^# \{0,1\}//p' "${BASH_SOURCE[0]}" >&2
     exit 2
+fi
+if [ "$1" = --packages ]; then
+    if [ $# -ne 2 ]; then
+        echo "bare-debian.sh: --packages takes one folder, that of the root to make" >&2
+        exit 2
+    fi
+    set -- "$2" ./scripts/try_packages.sh
 fi
 root=$1
 shift

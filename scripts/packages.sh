@@ -9,6 +9,7 @@ build_packages=( g++ cmake ninja-build pkg-config
 python_packages=( pybind11-dev python3-dev python3-pytest )
 test_packages=( libgtest-dev libbenchmark-dev binutils file python3 python3-mypy clang-14 clang man-db zsh fish babeltrace2 )
 all_packages=( abigail-tools clang-tidy-14 doxygen libclang-rt-14-dev valgrind )
+packaging_packages=( build-essential git lintian )
 browser_packages=( chromium )
 # Of pictures.py.
 picture_packages=( "${browser_packages[@]}" babeltrace2 libdevel-nytprof-perl )
