@@ -23,8 +23,10 @@ list( JOIN quoted_headers " " quoted_headers )
 set( CAIRN_REFERENCE_INPUT "${quoted_pages} ${quoted_headers}" )
 configure_file( cmake/Doxyfile.in ${CMAKE_BINARY_DIR}/Doxyfile @ONLY )
 
-add_custom_target( reference
-    COMMAND ${CMAKE_COMMAND} -E rm -rf ${CAIRN_REFERENCE_DIR}
-    COMMAND ${CAIRN_DOXYGEN} ${CMAKE_BINARY_DIR}/Doxyfile
-    COMMENT "Writing the reference to ${CAIRN_REFERENCE_DIR}"
-    VERBATIM )
+if( PROJECT_IS_TOP_LEVEL )
+    add_custom_target( reference
+        COMMAND ${CMAKE_COMMAND} -E rm -rf ${CAIRN_REFERENCE_DIR}
+        COMMAND ${CAIRN_DOXYGEN} ${CMAKE_BINARY_DIR}/Doxyfile
+        COMMENT "Writing the reference to ${CAIRN_REFERENCE_DIR}"
+        VERBATIM )
+endif()
