@@ -8,6 +8,7 @@
 #include "tools/diagnose/Bundle.h"
 #include "tools/diagnose/ErrorPages.h"
 #include "tools/model/Arguments.h"
+#include "tools/model/ChipFile.h"
 #include "tools/model/Errors.h"
 #include "tools/model/Files.h"
 #include "tools/model/Interrupts.h"
@@ -42,28 +43,43 @@ namespace {
 
 enum class InputKind { trace, document, bringup, bundle };
 
-// By what it begins with.
-InputKind kindOf( const std::string & path ) {
-    std::error_code error;
-    if ( std::filesystem::is_directory( path, error ) )
-        return InputKind::trace;
-    if ( isBundle( path ) )
-        return InputKind::bundle;
+struct Input {
+    InputKind kind;
+    /// Of what is no regular file, all: what was read from a pipe is gone.
+    std::optional<std::string> contents = {};
+};
+
+std::string beginningOf( const std::string & path ) {
     std::ifstream file( path, std::ios::binary );
     if ( !file )
         throw InputError( path, 0, std::string( "cannot be read: " ) + std::strerror( errno ) );
     std::string head( 64, '\0' );
     file.read( head.data(), static_cast<std::streamsize>( head.size() ) );
     head.resize( static_cast<std::size_t>( file.gcount() ) );
-    if ( head.starts_with( "FLEETLOG" ) )
-        return InputKind::trace;
+    return head;
+}
+
+// By what it begins with.
+Input lookAt( const std::string & path ) {
+    std::error_code error;
+    const auto status = std::filesystem::status( path, error );
+    if ( std::filesystem::is_directory( status ) )
+        return { InputKind::trace };
+    if ( isBundle( path ) )
+        return { InputKind::bundle };
+    Input input{ InputKind::bringup };
+    if ( std::filesystem::exists( status ) && !std::filesystem::is_regular_file( status ) )
+        input.contents = readFile( path );
+    const std::string head = input.contents ? input.contents->substr( 0, 64 ) : beginningOf( path );
     const std::size_t first = head.find_first_not_of( " \t\r\n" );
-    if ( first != std::string::npos && head[first] == '{' )
-        return InputKind::document;
-    if ( head.find( '\0' ) != std::string::npos || head.empty() )
+    if ( head.starts_with( "FLEETLOG" ) )
+        input.kind = InputKind::trace;
+    else if ( first != std::string::npos && head[first] == '{' )
+        input.kind = InputKind::document;
+    else if ( head.find( '\0' ) != std::string::npos || head.empty() )
         throw InputError( path, 0, "neither a trace, nor a bundle, nor a bring-up file, nor JSON",
                           "\"cairn-lt report --help\" tells what can be shown" );
-    return InputKind::bringup;
+    return input;
 }
 
 // A folder of its own for the recording of a run, removed at the end.
@@ -145,18 +161,22 @@ class ReportVerb final : SessionListener {
              !std::filesystem::is_regular_file( output_, error ) )
             throw InputError( options.output, 0, "is no regular file",
                               "name another file with -o" );
+        for ( const std::string & read : { options.input, options.from, options.chips.model } )
+            needOtherFile( options.output, read );
         report_.input = options.input;
     }
 
     int run() {
-        switch ( kindOf( options_.input ) ) {
+        const Input input = lookAt( options_.input );
+        switch ( input.kind ) {
         case InputKind::document:
             refuseForDocument();
-            addDocument( report_, readFile( options_.input ), options_.input );
+            addDocument( report_, input.contents ? *input.contents : readFile( options_.input ),
+                         options_.input );
             write();
             return 0;
         case InputKind::bringup:
-            return runBringup();
+            return runBringup( input );
         case InputKind::bundle:
             return showBundle();
         default:
@@ -207,6 +227,8 @@ class ReportVerb final : SessionListener {
 
     void showEvents( TraceReader::Recording & recording, const Sim::Chip & before, Sim::Chip & chip,
                      ReportRecording & events ) {
+        for ( const auto & file : recording.merge().files() )
+            needOtherFile( output_, file->info().path );
         nameThreads( events, recording );
         perform( recording, chip, events );
         events.finish();
@@ -395,10 +417,12 @@ class ReportVerb final : SessionListener {
 
     // --- Bring-ups
 
-    int runBringup() {
+    int runBringup( const Input & input ) {
         refuseChips();
         refuse( options_.process.has_value(), "--process", "a trace" );
-        Bringup bringup = loadBringup( options_.input );
+        Bringup bringup = input.contents
+                              ? parseBringup( *input.contents, options_.input, &loadChip )
+                              : loadBringup( options_.input );
         // The session takes interrupts while it runs; what is left then is short.
         const InterruptsHeld held;
         SessionOptions session;

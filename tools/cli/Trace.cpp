@@ -7,6 +7,7 @@
 #include "tools/cli/Verbs.h"
 #include "tools/model/Arguments.h"
 #include "tools/model/Errors.h"
+#include "tools/model/Files.h"
 #include "tracereader/Recording.h"
 
 #include <nlohmann/json.hpp>
@@ -401,6 +402,8 @@ int exportRecords( const TraceOptions & options ) {
     openFiles( merge, sources, options );
     if ( merge.files().empty() )
         return tellFindings( merge, {}, sources, false );
+    for ( const auto & file : merge.files() )
+        needOtherFile( options.output, file->info().path );
     const auto out = startExport( *options.exportAs, options.output );
     // Into a pipe, an interrupt ends the process at once, also where it waits for a reader.
     if ( out->hasLeftovers() )

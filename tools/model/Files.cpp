@@ -120,6 +120,13 @@ bool writeAll( int descriptor, std::string_view text ) noexcept {
     return true;
 }
 
+void needOtherFile( const std::string & output, const std::string & input ) {
+    std::error_code error; // one that is not there is no other
+    if ( std::filesystem::equivalent( output, input, error ) )
+        throw InputError( output, 0, fmt::format( "is {}, which is read", input ),
+                          "name another file with -o" );
+}
+
 std::string linkTarget( const std::string & path ) {
     std::filesystem::path target = path;
     constexpr int mostLinks = 40; // as many as the kernel follows

@@ -17,6 +17,9 @@ std::string readFile( const std::string & path );
 /// Writes all of `text`; false, with errno set, if that fails.
 bool writeAll( int descriptor, std::string_view text ) noexcept;
 
+/// InputError if what is to be written is what is read, by whatever name.
+void needOtherFile( const std::string & output, const std::string & input );
+
 /// The file that a path names in the end: where its symbolic links lead, whether there is a file
 /// yet or not. InputError if they lead in a circle.
 std::string linkTarget( const std::string & path );

@@ -150,6 +150,14 @@ TEST_F( ExportTest, APlaceThatIsTakenIsRefused ) {
     EXPECT_EQ( names(), std::vector<std::string>{ "full" } );
 }
 
+TEST_F( ExportTest, WhatIsReadIsNotOverwritten ) {
+    const std::string file = std::filesystem::directory_iterator( recording() )->path();
+    const std::string before = Support::contents( file );
+    for ( const char * format : { "chrome", "folded" } )
+        expectRefused( exported( format, file ), "which is read; name another file with -o" );
+    EXPECT_EQ( Support::contents( file ), before );
+}
+
 TEST_F( ExportTest, APlaceThatIsNotThereIsSaid ) {
     for ( const std::string & format : formats )
         expectRefused( exported( format, out( "none/x" ) ),

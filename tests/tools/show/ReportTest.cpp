@@ -13,9 +13,11 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <optional>
 #include <string>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <thread>
 #include <vector>
 
@@ -573,9 +575,9 @@ TEST_F( ReportOfBundleTest, ADamagedTraceOfItIsSaidAndTheRestIsShown ) {
 TEST_F( ReportOfBundleTest, WhatIsNoBundleIsRefused ) {
     const std::string bundle = bundleOf( stopped( "trace", tooWide ), {}, "case.tar.gz" );
     const std::string whole = Support::contents( bundle );
-    std::string flipped = whole;
-    flipped[flipped.size() / 2] = static_cast<char>( ~flipped[flipped.size() / 2] );
-    expectRefused( { folder_.write( "flipped.tar.gz", flipped ) }, "flipped.tar.gz: is damaged: " );
+    std::string damaged = whole;
+    damaged.replace( damaged.size() / 2, 64, 64, '\xff' );
+    expectRefused( { folder_.write( "damaged.tar.gz", damaged ) }, "damaged.tar.gz: " );
     for ( const std::size_t size : { whole.size() / 2, whole.size() - 1 } )
         expectRefused( { folder_.write( "cut.tar.gz", whole.substr( 0, size ) ) },
                        "copy the bundle again" );
@@ -585,7 +587,7 @@ TEST_F( ReportOfBundleTest, WhatIsNoBundleIsRefused ) {
     expectRefused( { bundle, "--inject", "op=entry_free,rc=-1" },
                    "--inject is for a bring-up file" );
     folder_.write( "page.html", "as it was" );
-    EXPECT_EQ( cairnLt( { "report", folder_.path( "flipped.tar.gz" ), "-o", page_ } ).exitCode, 2 );
+    EXPECT_EQ( cairnLt( { "report", folder_.path( "damaged.tar.gz" ), "-o", page_ } ).exitCode, 2 );
     EXPECT_EQ( Support::contents( page_ ), "as it was" );
 }
 
@@ -665,6 +667,60 @@ TEST_F( ReportTest, WhatIsNothingIsRefused ) {
     expectRefused( { folder_.path() + "/" }, "no trace files" );
     expectRefused( { folder_.write( "cut.fleetlog", "FLEETLOG" ) }, "cut.fleetlog" );
     expectRefused( { folder_.write( "text.toml", "what is this" ) }, "text.toml:1" );
+}
+
+TEST_F( ReportTest, DocumentsAndBringupsMayComeFromAPipe ) {
+    const std::string sweep =
+        cairnLt( { "sweep", "setEgrTunnelEcnEncap", "--format", "json" } ).out;
+    const std::string steps = "[[chips]]\nname = \"leaf\"\nunit = 0\nfile = \"reference\"\n"
+                              "[[steps]]\nrecipe = \"setOpaqueTagEgressEfp\"\n"
+                              "arguments = [ 0 ]\n";
+    const std::string pipe = folder_.path( "pipe" );
+    ASSERT_EQ( ::mkfifo( pipe.c_str(), 0600 ), 0 );
+    const auto through = [&]( const std::string & contents, int exitCode = 0 ) {
+        std::thread writer( [&] { std::ofstream( pipe ) << contents; } );
+        const Outcome run = cairnLt( { "report", pipe, "-o", page_ } );
+        writer.join();
+        EXPECT_EQ( run.exitCode, exitCode ) << run.err;
+        return run;
+    };
+    through( sweep );
+    EXPECT_EQ( PageData( Support::contents( page_ ) ).head["kind"], "Sweep" );
+    through( steps );
+    EXPECT_EQ( PageData( Support::contents( page_ ) ).head["kind"], "Bring-up" );
+    EXPECT_EQ( through( "FLEETLOG and more", 2 ).err,
+               "cairn-lt: " + pipe + ": not a trace file: not a regular file\n" );
+}
+
+TEST_F( ReportTest, WhatIsReadIsNotOverwritten ) {
+    const std::string state = folder_.path( "state.json" );
+    ASSERT_EQ(
+        cairnLt( { "run", "setEgrTunnelEcnEncap", "0", "1", "2", "--state", state } ).exitCode, 0 );
+    Recorded recorded( folder_.path( "recording" ) );
+    recorded.modify( 1, "OUTER_ECN", 1 );
+    recorded.close();
+    const std::string trace =
+        std::filesystem::directory_iterator( folder_.path( "recording" ) )->path();
+    const std::string document = folder_.write( "a.json", R"({"different":false,"rows":[],
+        "added":0,"removed":0,"changed":0})" );
+    const std::string link = folder_.path( "link" );
+    std::filesystem::create_symlink( document, link );
+    const std::vector<std::vector<std::string>> runs{
+        { document, "-o", document },
+        { document, "-o", link },
+        { folder_.path( "recording" ), "-o", trace },
+        { folder_.path( "recording" ), "--from", state, "-o", state } };
+    for ( std::vector<std::string> arguments : runs ) {
+        const std::string output = arguments.back();
+        const std::string before = Support::contents( output );
+        arguments.insert( arguments.begin(), "report" );
+        const Outcome run = cairnLt( arguments );
+        EXPECT_EQ( run.exitCode, 2 );
+        EXPECT_EQ( lines( run.err ).size(), 1u ) << run.err;
+        EXPECT_NE( run.err.find( "which is read; name another file with -o" ), std::string::npos )
+            << run.err;
+        EXPECT_EQ( Support::contents( output ), before );
+    }
 }
 
 TEST_F( ReportTest, OptionsThatMeanNothingAreRefused ) {
