@@ -12,10 +12,12 @@ import json
 import os
 import pathlib
 import pty
+import random
 import subprocess
 import sys
 import tarfile
 import tempfile
+import zlib
 
 CAIRN_LT = sys.argv[1]
 
@@ -103,6 +105,26 @@ def round_trip(folder):
     expect(run("diagnose", report, "--bundle", folder / "no" / "x.tar.gz").returncode == 2, "no folder")
 
 
+def damaged(folder):
+    """Wherever a bit is another one, the bundle is refused, or it is one that does not matter."""
+    chosen = random.Random(1)
+    for name in ("case.tar.gz", "case.tar.zst"):
+        whole, said = (folder / name).read_bytes(), run("diagnose", folder / name).stdout
+        path, found = folder / f"damaged-{name}", 0
+        for _ in range(100):
+            bad = bytearray(whole)
+            bad[chosen.randrange(16, len(bad))] ^= 1 << chosen.randrange(8)
+            path.write_bytes(bad)
+            result = run("diagnose", path)
+            if result.returncode == 0:
+                expect(result.stdout == said, f"{name}: damage is not noticed:\n{result.stdout}")
+                continue
+            found += 1
+            expect(result.returncode == 2 and result.stderr.count("\n") == 1, f"{name}: {result.stderr}")
+        expect(found > 80, f"{name}: damage is found {found} times only")
+        path.unlink()
+
+
 def on_terminal(folder):
     """What is bold on a terminal is plain in a bundle."""
     bundle = folder / "terminal.tar.gz"
@@ -173,6 +195,11 @@ def hostile(folder):
     for manifest in ("", "[]", "{", "{}", '{"bundle": "1"}'):
         refused(tar(folder / "manifest.tar.gz", [], manifest), "no bundle: ")
     refused(tar(folder / "later.tar.gz", [], '{"bundle": 2}'), "a version that cannot be read")
+    refused(tar(folder / "sums.tar.gz", [], '{"bundle": 1, "crc32": 7}'), "is damaged: bundle.json")
+    refused(tar(folder / "sums.tar.gz", [], '{"bundle": 1, "crc32": {"report.log": 7}}'), "is damaged: report.log")
+    refused(tar(folder / "sums.tar.gz", [], '{"bundle": 1, "crc32": {}}'), "is damaged: report.log")
+    gone = f'{{"bundle": 1, "crc32": {{"report.log": {zlib.crc32(b"x" + bytes([10]))}, "trace/x.fleetlog": 1}}}}'
+    refused(tar(folder / "gone.tar.gz", [], gone), "is damaged: trace/x.fleetlog is missing")
     refused(tar(folder / "chips.tar.gz", [("chips.json", b"{")]), "not a state file")
     refused(tar(folder / "sites.tar.gz", [("sites.txt", b"x")]), "table of sites is damaged")
     refused(tar(folder / "trace.tar.gz", [("trace/x.fleetlog", b"no trace")]), "x.fleetlog")
@@ -183,6 +210,7 @@ def hostile(folder):
 with tempfile.TemporaryDirectory() as temporary:
     place = pathlib.Path(temporary)
     round_trip(place)
+    damaged(place)
     on_terminal(place)
     fleet(place)
     (place / "hostile").mkdir()

@@ -9,6 +9,7 @@
 #include <archive_entry.h>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+#include <zlib.h>
 
 #include <algorithm>
 #include <array>
@@ -40,6 +41,16 @@ constexpr std::array textMembers = {
     std::pair( std::string_view( "diagnosis.txt" ), &Bundle::text ),
     std::pair( std::string_view( "diagnosis.json" ), &Bundle::json ),
 };
+
+// libarchive does not verify the checksums of a compressed stream. That of a member stands in the
+// manifest under its name.
+constexpr const char * sumsName = "crc32";
+
+template <class Container>
+std::uint32_t sumOf( const Container & contents ) {
+    const auto * const bytes = reinterpret_cast<const Bytef *>( contents.data() );
+    return static_cast<std::uint32_t>( ::crc32_z( 0, bytes, contents.size() ) );
+}
 
 InputError tooLarge( const std::string & path, std::string remedy ) {
     return InputError( path, 0,
@@ -82,13 +93,15 @@ class BundleReader {
                 std::find_if( textMembers.begin(), textMembers.end(),
                               [&]( const auto & each ) { return each.first == name; } );
             if ( text != textMembers.end() )
-                bundle.*text->second = contents<std::string>();
+                sums_[Text::printable( name )] =
+                    sumOf( bundle.*text->second = contents<std::string>() );
             else if ( name == manifestName )
                 manifest = contents<std::string>();
             else if ( !isTrace( name ) )
                 throw notOfIt( name );
             else if ( parts_ == BundleParts::all )
-                traces[name.substr( traceFolder.size() )] = contents<std::vector<std::byte>>();
+                sums_[Text::printable( name )] = sumOf( traces[name.substr( traceFolder.size() )] =
+                                                            contents<std::vector<std::byte>>() );
         }
         readManifest( manifest, bundle );
         bundle.traces = std::make_shared<const Bundle::Traces>( std::move( traces ) );
@@ -105,7 +118,7 @@ class BundleReader {
     int next( archive_entry ** entry ) {
         const int result = ::archive_read_next_header( archive_.get(), entry );
         if ( result != ARCHIVE_OK && result != ARCHIVE_EOF )
-            throw members_ == 0 ? noBundle( errorText() ) : damaged();
+            throw members_ == 0 ? noBundle( errorText() ) : damaged( errorText() );
         if ( result == ARCHIVE_OK && ++members_ > Bundle::mostMembers )
             throw InputError( path_, 0,
                               fmt::format( "has more than {} members", Bundle::mostMembers ),
@@ -122,7 +135,7 @@ class BundleReader {
             const la_ssize_t size =
                 ::archive_read_data( archive_.get(), buffer.data(), buffer.size() );
             if ( size < 0 )
-                throw damaged();
+                throw damaged( errorText() );
             if ( size == 0 )
                 return all;
             bytes_ += static_cast<std::uint64_t>( size );
@@ -151,6 +164,24 @@ class BundleReader {
                               "use the cairn-lt of that version" );
         bundle.release = textOf( "release" );
         bundle.tool = textOf( "tool" );
+        if ( json.contains( sumsName ) )
+            compareSums( json[sumsName] );
+    }
+
+    // What was left out on purpose is not compared.
+    void compareSums( const Json & sums ) const {
+        if ( !sums.is_object() )
+            throw damaged( fmt::format( "{} is not as it was written", manifestName ) );
+        for ( const auto & [name, sum] : sums_ ) {
+            const auto written = sums.find( name );
+            if ( written == sums.end() || *written != sum )
+                throw damaged(
+                    fmt::format( "{} is not as it was written", Text::printable( name ) ) );
+        }
+        for ( const auto & [name, sum] : sums.items() ) {
+            if ( !sums_.contains( name ) && ( parts_ == BundleParts::all || !isTrace( name ) ) )
+                throw damaged( fmt::format( "{} is missing", Text::printable( name ) ) );
+        }
     }
 
     std::string errorText() const {
@@ -164,8 +195,8 @@ class BundleReader {
             "copy the bundle again, or unpack what is none, as \"zcat FILE | cairn-lt diagnose\" does" );
     }
 
-    InputError damaged() const {
-        return InputError( path_, 0, "is damaged: " + errorText(), "copy the bundle again" );
+    InputError damaged( const std::string & why ) const {
+        return InputError( path_, 0, "is damaged: " + why, "copy the bundle again" );
     }
 
     InputError notOfIt( const std::string & name ) const {
@@ -178,6 +209,7 @@ class BundleReader {
     const std::string path_;
     const BundleParts parts_;
     const Archive archive_;
+    std::map<std::string, std::uint32_t> sums_; ///< of the members that were read
     std::size_t members_ = 0;
     std::uint64_t bytes_ = 0;
 };
@@ -285,20 +317,29 @@ void writeBundle( const std::string & path, const Bundle & bundle ) {
     if ( size > Bundle::largest )
         throw tooLarge( path, "give a part of the report, or the trace files of one process" );
 
+    const auto forEachMember = [&]( auto take ) {
+        for ( const auto & [name, text] : textMembers ) {
+            if ( !( bundle.*text ).empty() || name == reportName )
+                take( std::string( name ), bundle.*text );
+        }
+        for ( const auto & [name, bytes] : *bundle.traces )
+            take( std::string( traceFolder ) + name, bytes );
+    };
+    Json sums = Json::object();
+    forEachMember( [&]( const std::string & name, const auto & contents ) {
+        sums[Text::printable( name )] = sumOf( contents );
+    } );
     BundleWriter writer( path );
     const std::string manifest = Json{ { "bundle", Bundle::formatVersion },
                                        { "tool", bundle.tool },
-                                       { "release", bundle.release } }
+                                       { "release", bundle.release },
+                                       { sumsName, std::move( sums ) } }
                                      .dump( 2 ) +
                                  "\n";
     writer.add( std::string( manifestName ), manifest.data(), manifest.size() );
-    for ( const auto & [name, text] : textMembers ) {
-        const std::string & contents = bundle.*text;
-        if ( !contents.empty() || name == reportName )
-            writer.add( std::string( name ), contents.data(), contents.size() );
-    }
-    for ( const auto & [name, bytes] : *bundle.traces )
-        writer.add( std::string( traceFolder ) + name, bytes.data(), bytes.size() );
+    forEachMember( [&]( const std::string & name, const auto & contents ) {
+        writer.add( name, contents.data(), contents.size() );
+    } );
     replaceFile( linkTarget( path ), writer.finish() );
 }
 
