@@ -37,6 +37,7 @@ install_packages debootstrap git
 
 mirror=$( apt-get indextargets --format '$(REPO_URI)' 'Codename: bookworm' | head -n 1 )
 debootstrap --variant=minbase bookworm "$root" "$mirror"
+rm "$root/etc/apt/sources.list" # that mirror is in the configuration that follows
 for file in /etc/apt/apt.conf.d/* /etc/apt/sources.list /etc/apt/sources.list.d/* /etc/resolv.conf /etc/hosts; do
     if [ -f "$file" ]; then
         cp --parents -L "$file" "$root"
