@@ -191,7 +191,7 @@ def plot(path, trace, recipes, sim):
 
     data = ["$trace << END"]
     def label(name):
-        return "\\n".join(part for part in name.split(", ")[1:] if part != "counter" or "by hand" in name or "record" in name)
+        return ", ".join(part for part in name.split(", ")[1:] if part != "counter" or "by hand" in name or "record" in name)
 
     data += [f'"{label(name)}"\t{run["cpu_time"]}' for name, run in trace.items() if shown(name)]
     data += ["END", "$recipes << END"]
@@ -204,7 +204,7 @@ def plot(path, trace, recipes, sim):
     curves = ", ".join(f"$chip{i} using 1:2 with linespoints lw 2 title '{name}' noenhanced"
                        for i, name in enumerate(chip))
     script = "\n".join(data) + f"""
-set terminal svg size 900,1200 font 'sans-serif,13' background '#ffffff'
+set terminal svg size 900,1300 font 'sans-serif,13' background '#ffffff'
 set output '{path}'
 set multiplot layout 3,1
 set style fill solid 0.8
@@ -213,12 +213,15 @@ set grid ytics
 set title 'A record or message of two values, with the time-stamp counter'
 set ylabel 'ns'
 set logscale y
-set xtics noenhanced
-set bmargin 4
-set yrange [1:*]
+set xtics noenhanced rotate by -20
+set bmargin 7
+set rmargin 10
+set yrange [1:3000]
 plot $trace using 0:2:xtic(1) with boxes lc '#4477aa' notitle, \\
      $trace using 0:2:(sprintf('%.1f', $2)) with labels offset 0,0.7 notitle
 unset logscale y
+set xtics norotate
+set rmargin -1
 set title 'Each recipe against the same shim calls written bare, on the simulated chip'
 set ylabel 'ratio'
 set xlabel 'the recipes, by their ratio'
@@ -231,6 +234,7 @@ set title 'A visit to a row of the simulated chip: allocate, fields, commit, fre
 set ylabel 'ns'
 set xlabel 'rows of the table'
 set logscale x
+set rmargin 4
 set format x '%.0f'
 set xrange [1000:1000000]
 set yrange [0:*]
@@ -287,8 +291,7 @@ Above the limit of 1.05 in this run: {over}.
 - *SDK calls* are those of one run on the simulated chip; *hot bytes* are the whole function, which may have more calls
   than a run makes.
 - *Instructions a call* is what the guard and the recipe's messages add to each SDK call, counted by stepping through
-  both on an SDK that does nothing. A message that goes nowhere is some 16 of them, whatever its
-  values.
+  both on an SDK that does nothing. A message that goes nowhere is some {trace["two values, message, no file"].get("instructions", 17):.0f} of them.
 - *Recorded* is the ratio with the binary trace open. With ticks as timestamps it is at most {ticks:.3f} more than without.
   With the processor's counter in each record the reading of the counter comes on top: {trace["counter read"]["cpu_time"]:.0f} ns by itself, and up to
   {waiting:.0f} ns more than a tick where it has to wait for what the processor still has in hand.

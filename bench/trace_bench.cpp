@@ -258,6 +258,7 @@ void add( const std::string & name, const std::string & floor = "",
 // site is registered.
 void firstMessage( benchmark::State & state, bool isTakenOver ) {
     const auto message = [] { Support::MessageTwoValues().run( 1, 2 ); };
+    defaultFleetlogHandle = nullptr; // it may be that of another benchmark, and would be deleted
     for ( auto _ : state ) {
         const Support::TemporaryFolder folder;
         openDefault( { .directory = folder.path(), .files = Files::perThread } );

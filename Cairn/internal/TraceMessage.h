@@ -176,16 +176,17 @@ template <class... Values>
     writeMessageText( site, values... );
 }
 
-/// One dual trace message. `msgId` belongs to the site; several threads may share it.
-///
-/// A function for each list of types, not inline: that would be 200 bytes of code at each site.
-/// Without a text among the values it calls nothing before its last step, so that it has almost no
-/// registers to save.
+inline Fleetlog::TraceHandle * messageHandle() noexcept {
+    return std::atomic_ref( Fleetlog::defaultFleetlogHandle ).load( std::memory_order_acquire );
+}
+
+/// Steps 1 to 7. A function for each list of types, not inline: that would be 200 bytes of code at each
+/// site. Without a text among the values it calls nothing before its last step, so that it has almost
+/// no registers to save.
 template <class... Values>
-[[gnu::noinline]] void writeMessage( const MessageSite & site, int & msgId,
-                                     Values... values ) noexcept {
-    Fleetlog::TraceHandle * const handle =
-        std::atomic_ref( Fleetlog::defaultFleetlogHandle ).load( std::memory_order_acquire );
+[[gnu::noinline]] void sendMessage( const MessageSite & site, int & msgId,
+                                    Values... values ) noexcept {
+    Fleetlog::TraceHandle * const handle = messageHandle();
     if ( handle != nullptr ) {
         Fleetlog::TraceFile * const file = CairnPlatform::rememberedFile( *handle );
         const unsigned id = identifierOf( msgId );
@@ -198,6 +199,18 @@ template <class... Values>
     }
     if ( messagesMayBeEnabled( messageLevel ) ) [[unlikely]]
         writeMessageText( site, values... );
+}
+
+/// One dual trace message. `msgId` belongs to the site; several threads may share it. Many values
+/// would be put on the stack for the call, so whether they go anywhere is asked before.
+template <class... Values>
+[[gnu::always_inline]] inline void writeMessage( const MessageSite & site, int & msgId,
+                                                 Values... values ) noexcept {
+    constexpr std::size_t fewValues = 3;
+    if constexpr ( sizeof...( Values ) > fewValues )
+        if ( messageHandle() == nullptr && !messagesMayBeEnabled( messageLevel ) )
+            return;
+    sendMessage( site, msgId, values... );
 }
 
 /// One plain line. Every operation ends the process if it throws.

@@ -18,7 +18,7 @@ calls=$( grep -cE '^ *CAIRN_CALL(_[A-Z_]+)?\(' "$source" )
 average=$(( ( hot + calls - 1 ) / calls ))
 # What several recipes call: the messages, the commits, the hook, the chip model's code.
 shared=$( nm -C -S -t d --defined-only "$library" | grep -v '\[clone \.cold\]' |
-    grep -E 'Cairn::(writeMessage<|preCallHook|bcmlt_|\(anonymous namespace\)::(chipOf|systemPort)|CairnCommonSmData::cairnModId)|SYSPORT_FROM_MODPORT' |
+    grep -E 'Cairn::(sendMessage<|preCallHook|bcmlt_|\(anonymous namespace\)::(chipOf|systemPort)|CairnCommonSmData::cairnModId)|SYSPORT_FROM_MODPORT' |
     awk '{ bytes += $2 } END { print bytes }' )
 with_shared=$(( ( hot + shared + calls - 1 ) / calls ))
 relocations=$( readelf -rW "$library" | grep -c R_X86_64 )
