@@ -9,15 +9,21 @@
 
 namespace {
 
-/// Where a virtual operation stands in the table, from 1. The C++ ABI of this platform keeps its
-/// byte offset, plus 1, in a pointer to member.
+/// Where a virtual operation stands in the table, from 1. The C++ ABI keeps its byte offset in a pointer
+/// to member, with a mark that it is one: 1 is added; on ARM, where functions may lie at odd
+/// addresses, the mark is elsewhere.
 template <class Operation>
 size_t place( Operation operation ) {
     struct MemberPointer {
-        size_t offsetPlusOne;
+        size_t offset;
         ptrdiff_t adjustment;
     };
-    return ( std::bit_cast<MemberPointer>( operation ).offsetPlusOne - 1 ) / sizeof( void * ) + 1;
+#if defined( __aarch64__ )
+    constexpr size_t mark = 0;
+#else
+    constexpr size_t mark = 1;
+#endif
+    return ( std::bit_cast<MemberPointer>( operation ).offset - mark ) / sizeof( void * ) + 1;
 }
 
 TEST( SdkOrderTest, OperationsStandInTheDocumentedOrder ) {

@@ -2,6 +2,8 @@
 # Installs the libraries and the kit, and builds the example agent on them, as a project of its own.
 #
 #     build_test.sh BUILD_TREE SOURCES WORK_FOLDER [CMAKE_ARGUMENT...]
+#
+# EMULATE in the environment is a command that makes a program run in an emulator.
 set -euo pipefail
 build=$1
 sources=$2
@@ -21,6 +23,9 @@ mkdir -p "$work"
     cat "$work/log"
     exit 1
 }
+if [ -n "${EMULATE-}" ]; then
+    $EMULATE "$work/agent/bin/example-agent"
+fi
 if ! grep -q "^ExecStart=.*/bin/example-agent --trace-to" "$work/agent/lib/systemd/system/example-agent.service"; then
     echo "the unit file does not start the agent"
     exit 1

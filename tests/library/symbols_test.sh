@@ -29,7 +29,7 @@ if ! grep -qx _ZN4Shim4sdk_E <<<"$undefined"; then
     echo "Shim::sdk_ is not imported"
     failed=1
 fi
-runtime='^(_Unwind_|__cxa_|__gxx_|__dynamic_cast$|_Zn|_Zd|_ZNSt|_ZNKSt|_ZSt|_ZNS[aosi]|_ZT[ISV]|__asan_|__ubsan_|__tsan_|__gmon_start__|_ITM_|__stack_chk_fail|__libc_single_threaded|__assert_fail|(pthread_sigmask|sigemptyset|sigaddset|write)$|mem(cpy|move|set|cmp|chr)|str(len|cmp)$|__(mem|str)[a-z]*_chk)'
+runtime='^(_Unwind_|__cxa_|__gxx_|__dynamic_cast$|_Zn|_Zd|_ZNSt|_ZNKSt|_ZSt|_ZNS[aosi]|_ZT[ISV]|__asan_|__ubsan_|__tsan_|__gmon_start__|_ITM_|__stack_chk_(fail|guard$)|__getauxval$|__libc_single_threaded|__assert_fail|(pthread_sigmask|sigemptyset|sigaddset|write)$|mem(cpy|move|set|cmp|chr)|str(len|cmp)$|__(mem|str)[a-z]*_chk)'
 foreign=$( LC_ALL=C comm -23 <( printf '%s\n' "$undefined" ) <( printf '%s\n' "$provided" ) |
     grep -vx _ZN4Shim4sdk_E | grep -vE "$runtime" || true )
 check "The list of undefined symbols that are neither platform, shim nor runtime" "" "$foreign"

@@ -369,4 +369,24 @@ TEST_F( RecordingVerbs, AChipThatLacksATable ) {
         << check.err;
 }
 
+// Kept files of another processor: a process that was killed in its 53rd operation, and the messages of one that
+// stamped them with ticks.
+TEST_F( RecordingVerbs, FilesMadeOnAarch64 ) {
+    const std::string kept = SOURCE_TREE "/tests/tracereader/data/aarch64";
+    const Outcome check = cairnLt( { "trace", kept, "--check" } );
+    EXPECT_EQ( check.exitCode, 0 ) << check.out << check.err;
+    EXPECT_EQ( ToolTest::linesWith( check.out, ": no damage found, " ).size(), 6u ) << check.out;
+    const Outcome trace = cairnLt( { "trace", kept } );
+    EXPECT_EQ( trace.out, Support::contents( kept + "/expected.txt" ) );
+    const Outcome replay = cairnLt( { "replay", kept } );
+    EXPECT_EQ( replay.exitCode, 0 ) << replay.err;
+    EXPECT_EQ( replay.out, "52 operations replayed, all as recorded\n" );
+    EXPECT_NE( replay.err.find( ": 1 operation never returned" ), std::string::npos ) << replay.err;
+    const Outcome rules = cairnLt( { "check", kept } );
+    EXPECT_EQ( rules.exitCode, 1 );
+    EXPECT_EQ( lines( rules.out ).at( 0 ),
+               "leaked: an entry of MON_ING_TRACE_EVENT on unit 0 is never freed" );
+    EXPECT_EQ( lines( rules.out ).back(), "1 finding in 53 operations" );
+}
+
 } // namespace

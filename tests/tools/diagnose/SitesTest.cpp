@@ -45,7 +45,7 @@ TEST( SitesTest, LibraryCarriesTheSitesOfItsSource ) {
 TEST( SitesTest, StrippedLibraryKeepsThem ) {
     const Support::TemporaryFolder folder;
     const std::string stripped = folder.path( "stripped.so" );
-    ASSERT_EQ( std::system( ( "strip --strip-all -o " + stripped + " " LT_HELPER ).c_str() ), 0 );
+    ASSERT_EQ( std::system( ( STRIP " --strip-all -o " + stripped + " " LT_HELPER ).c_str() ), 0 );
     EXPECT_EQ( SiteTable::fromLibrary( stripped ).sites().size(), SiteTable::own().sites().size() );
 }
 
