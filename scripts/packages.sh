@@ -11,6 +11,8 @@ test_packages=( libgtest-dev libbenchmark-dev binutils file python3 python3-mypy
 all_packages=( abigail-tools clang-tidy-14 doxygen libclang-rt-14-dev valgrind )
 packaging_packages=( build-essential git lintian )
 browser_packages=( chromium )
+aarch64_packages=( g++-aarch64-linux-gnu qemu-user libgtest-dev:arm64 libtomlplusplus-dev:arm64 libfmt-dev:arm64
+    libarchive-dev:arm64 zlib1g-dev:arm64 )
 # Of pictures.py.
 picture_packages=( "${browser_packages[@]}" babeltrace2 libdevel-nytprof-perl )
 
@@ -42,6 +44,9 @@ install_packages() {
         as_root=( sudo )
     fi
     echo "Installing: ${missing[*]}"
+    for package in "${missing[@]}"; do
+        case $package in *:*) "${as_root[@]}" dpkg --add-architecture "${package#*:}" ;; esac
+    done
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -qq
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
         apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -3,7 +3,7 @@
 #
 #     scripts/test.sh            the release build, quick
 #     scripts/test.sh --all      every preset: both compilers, debug and release, the sanitizers, the fuzzers
-#     scripts/test.sh PRESET...  these presets; "tidy" stands for clang-tidy
+#     scripts/test.sh PRESET...  these presets; "tidy" stands for clang-tidy, "aarch64" for that processor in an emulator
 set -euo pipefail
 cd "$( dirname "${BASH_SOURCE[0]}" )/.."
 source scripts/packages.sh
@@ -19,8 +19,8 @@ case "${1-}" in
     *) presets=( "$@" ) ;;
 esac
 for preset in "${presets[@]}"; do
-    if [[ " ${every_preset[*]} tidy " != *" $preset "* ]]; then
-        echo "test.sh: no preset \"$preset\"; there are ${every_preset[*]} and tidy, or --all" >&2
+    if [[ " ${every_preset[*]} tidy aarch64 " != *" $preset "* ]]; then
+        echo "test.sh: no preset \"$preset\"; there are ${every_preset[*]}, tidy and aarch64, or --all" >&2
         exit 2
     fi
 done
@@ -32,6 +32,9 @@ fi
 if [ "${1-}" = --all ]; then
     packages+=( "${browser_packages[@]}" )
     export CAIRN_BROWSER=required # elsewhere the test of the pages is skipped if there is none
+fi
+if [[ " ${presets[*]} " == *" aarch64 "* ]]; then
+    packages+=( "${aarch64_packages[@]}" )
 fi
 install_packages "${packages[@]}"
 
