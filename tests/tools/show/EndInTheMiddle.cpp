@@ -6,6 +6,8 @@
 // A cairn-lt that gets a signal, END_WITH, in the middle of what it writes: at the call number END_AT
 // of those below, counted from 1. A file is then written by half, or has not its name yet.
 
+// The linker takes these for what the libraries of sanitizers call, too: they must not be hidden.
+#pragma GCC visibility push( default )
 extern "C" {
 
 ssize_t __real_write( int descriptor, const void * data, std::size_t size );
@@ -43,3 +45,4 @@ int __wrap_rename( const char * from, const char * to ) {
     return __real_rename( from, to );
 }
 }
+#pragma GCC visibility pop
