@@ -122,7 +122,7 @@ TEST_F( TraceTest, StreamWritesTheEndsOfEachRange ) {
 }
 
 TEST_F( TraceTest, StreamTakesTextsOfAnyLength ) {
-    for ( std::size_t length : { 0, 511, 512, 513, 100'000 } ) {
+    for ( const std::size_t length : std::vector<std::size_t>{ 0, 511, 512, 513, 100'000 } ) {
         Kiln::TraceStream stream;
         stream << std::string( length, 'a' );
         EXPECT_EQ( stream.text(), std::string( length, 'a' ) );
