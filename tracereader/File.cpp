@@ -42,8 +42,8 @@ class File::Impl {
 File::Impl::Impl( const File & self, std::unique_ptr<Bytes> bytes, std::string path )
     : source( std::move( bytes ), std::move( path ) ), header( source ), sites( source, header ),
       ring( source, header ), clock( header.clock() ), self_( self ) {
-    if ( header.timestamps() == Fleetlog::Timestamps::counter && ring.newest() != nullptr )
-        clockSpan = measure( clock, *ring.newest() );
+    if ( header.timestamps() == Fleetlog::Timestamps::counter && ring.newest().sequence != 0 )
+        clockSpan = measure( clock, ring.newest() );
 }
 
 bool File::Impl::next( Record & record ) {
@@ -101,6 +101,16 @@ const Clock & File::clock() const noexcept { return impl_->clock; }
 std::int64_t File::clockSpan() const noexcept { return impl_->clockSpan; }
 void File::setClock( const Clock & clock ) noexcept { impl_->clock = clock; }
 void File::setReadAhead( std::size_t blocks ) noexcept { impl_->ring.setReadAhead( blocks ); }
+void File::narrow( std::optional<std::int64_t> from, std::optional<std::int64_t> to ) {
+    if ( impl_->header.timestamps() != Fleetlog::Timestamps::counter )
+        return;
+    const auto time = [this]( const Ring::Block & block ) {
+        return impl_->clock.time( block.counter );
+    };
+    // A block's counter is not later than its records.
+    impl_->ring.narrow( [&]( const Ring::Block & block ) { return from && time( block ) < *from; },
+                        [&]( const Ring::Block & block ) { return to && time( block ) >= *to; } );
+}
 Writer File::writer() const { return impl_->header.writer(); }
 
 } // namespace TraceReader

@@ -1,4 +1,4 @@
-#include "tracereader/TraceReader.h"
+#include "tracereader/Recording.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -101,6 +101,12 @@ void Merge::start() {
     for ( std::size_t index = 0; index < files_.size(); ++index ) {
         files_[index]->setClock( groups_[groupOfFile_[index]].clock );
         files_[index]->setReadAhead( readAhead );
+        if ( from_ || to_ )
+            tryRead( index, [&]( File & file ) {
+                if ( !hasCalls( file ) )
+                    file.narrow( from_, to_ );
+                return true;
+            } );
     }
     isStarted_ = true;
 }

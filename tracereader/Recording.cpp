@@ -27,10 +27,6 @@ std::vector<std::string> filesOf( const std::vector<std::string> & paths ) {
     return files;
 }
 
-bool hasCalls( const File & file ) {
-    return std::any_of( file.sites().begin(), file.sites().end(), CallAssembler::isOfRecorder );
-}
-
 Merge open( const std::vector<std::string> & paths, const Recording::Options & options ) {
     const auto files = filesOf( paths );
     if ( files.empty() )
@@ -72,6 +68,10 @@ Merge open( const std::vector<std::string> & paths, const Recording::Options & o
 }
 
 } // namespace
+
+bool hasCalls( const File & file ) {
+    return std::any_of( file.sites().begin(), file.sites().end(), CallAssembler::isOfRecorder );
+}
 
 Recording::Recording( const std::vector<std::string> & paths ) : Recording( paths, Options{} ) {}
 

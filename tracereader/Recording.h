@@ -173,6 +173,9 @@ class CallAssembler {
     std::unique_ptr<Impl> impl_;
 };
 
+/// Whether a file holds recorded calls, as far as its sites are registered.
+bool hasCalls( const File & file );
+
 /// The recording in some trace files.
 class Recording {
   public:

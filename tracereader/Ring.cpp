@@ -27,14 +27,16 @@ std::optional<std::uint64_t> Counts::overwrittenRecords() const noexcept {
 Ring::Ring( Source & source, const Header & header )
     : source_( source ), bytes_( *source.bytes ), info_( source.info ),
       ringOffset_( header.ringOffset() ), recordRoom_( header.recordRoom() ) {
-    scanBlocks( 0 );
+    find();
 }
 
 bool Ring::next( Entry & record ) {
     for ( ;; ) {
         if ( isStarted_ && nextInBlock( record ) )
             return true;
-        if ( !enterBlock() )
+        if ( nextBlock_ < blocks_.size() )
+            enterBlock();
+        else if ( !listMore() )
             return false;
     }
 }
@@ -43,23 +45,25 @@ bool Ring::poll() {
     blocks_.clear();
     nextBlock_ = chunkBegin_ = chunkEnd_ = 0;
     if ( !isStarted_ ) {
-        scanBlocks( 0 );
-        return !blocks_.empty();
+        find();
+        return !blocks_.empty() || listMore();
     }
+    unlisted_ = {};
+    isRestListed_ = true;
     // The following block is asked for first: if it is there, the current one is complete when it
     // is read again.
-    const auto following = readBlockHeader( blockIndex( block_.sequence + 1 ) );
-    bool isOvertaken = following && following->sequence > block_.sequence + 1;
-    if ( !isBlockDamaged_ && !loadNewest( block_ ) )
+    const auto following = readBlockHeader( blockIndex( highest_ + 1 ) );
+    bool isOvertaken = following && following->sequence > highest_ + 1;
+    if ( !readAgain() )
         isOvertaken = true;
-    if ( isOvertaken || isBlockDamaged_ )
+    if ( isOvertaken )
         limit_ = position_;
 
     if ( isOvertaken ) {
         wasOvertaken_ = true;
-        scanBlocks( block_.sequence );
-    } else if ( following && following->sequence == block_.sequence + 1 )
-        followBlocks( block_.sequence + 1 );
+        scanBlocks( highest_ );
+    } else if ( following && following->sequence == highest_ + 1 )
+        followBlocks( highest_ + 1 );
     return position_ < limit_ || !blocks_.empty();
 }
 
@@ -73,16 +77,16 @@ std::uint64_t Ring::blockOffset( std::uint64_t index ) const noexcept {
     return ringOffset_ + index * info_.blockBytes;
 }
 
-// Nothing if the block is not in use, or being made anew, or damaged.
+// Nothing if the block is damaged. One that is not in use, or being made anew, has the sequence 0.
 std::optional<Ring::Block> Ring::readBlockHeader( std::uint64_t index ) {
     const std::uint64_t offset = blockOffset( index );
     // A block that is made anew while its header is read looks damaged, but not for long.
     for ( int attempt = 0; attempt < 3; ++attempt ) {
         Layout::BlockHeader header{};
         if ( bytes_.read( offset, &header, sizeof header ) < sizeof header )
-            return std::nullopt; // the end of the file, which is a finding already
+            return Block{}; // the end of the file, which is a finding already
         if ( header.sequence == 0 )
-            return std::nullopt;
+            return Block{};
         const std::uint32_t checksum = header.checksum;
         header.checksum = 0;
         const std::size_t summed =
@@ -112,17 +116,124 @@ bool Ring::isOverwritten( std::uint64_t sequence ) {
     return before && before->sequence >= sequence - 1 + info_.blockCount;
 }
 
-// Finds the blocks after a sequence number, wherever they are.
-void Ring::scanBlocks( std::uint64_t after ) {
+std::uint64_t Ring::blocksOnFile() const {
     const std::uint64_t size = bytes_.size();
     const std::uint64_t held =
         size <= ringOffset_ ? 0 : ( size - ringOffset_ - 1 ) / info_.blockBytes + 1;
-    const std::uint64_t end = std::min( held, info_.blockCount );
+    return std::min( held, info_.blockCount );
+}
+
+void Ring::find() {
+    unlisted_ = inOrder_ = {};
+    hasOthers_ = false;
+    isRestListed_ = false;
+    newest_ = {};
+    if ( findByOrder() ) {
+        unlisted_ = inOrder_;
+        return;
+    }
+    scanBlocks( 0 );
+    isRestListed_ = true;
+    if ( !blocks_.empty() )
+        newest_ = blocks_.back();
+}
+
+// Searches for the newest block: up to there, the blocks are of the round of the first, and behind it
+// of the one before, or not in use. False if what is met does not fit that.
+bool Ring::findByOrder() {
+    const std::uint64_t places = blocksOnFile();
+    if ( places == 0 )
+        return true;
+    const auto first = readBlockHeader( 0 );
+    if ( !first || first->sequence == 0 || first->sequence > UINT64_MAX / 2 )
+        return false;
+    const auto isOlder = [&]( const std::optional<Block> & block, std::uint64_t index ) {
+        return block && block->sequence + info_.blockCount == first->sequence + index;
+    };
+    const auto isUnused = []( const std::optional<Block> & block ) {
+        return block && block->sequence == 0;
+    };
+    newest_ = *first;
+    std::uint64_t newest = 0;
+    std::uint64_t behind = places;
+    while ( behind - newest > 1 ) {
+        const std::uint64_t middle = newest + ( behind - newest ) / 2;
+        const auto block = readBlockHeader( middle );
+        if ( block && block->sequence == first->sequence + middle ) {
+            newest = middle;
+            newest_ = *block;
+        } else if ( isUnused( block ) || isOlder( block, middle ) )
+            behind = middle;
+        else
+            return false;
+    }
+    // In a ring that has gone round, only the block that is made anew is not in use.
+    if ( first->sequence > 1 && behind < places ) {
+        const auto next = readBlockHeader( behind );
+        if ( isUnused( next ) && behind + 1 < places ) {
+            if ( !isOlder( readBlockHeader( behind + 1 ), behind + 1 ) )
+                return false;
+        } else if ( !isUnused( next ) && !isOlder( next, behind ) )
+            return false;
+    }
+    inOrder_.end = newest_.sequence + 1;
+    inOrder_.begin =
+        newest_.sequence > info_.blockCount ? newest_.sequence - info_.blockCount + 1 : 1;
+    return true;
+}
+
+// Lists the blocks that are to be read next. False if there are none.
+bool Ring::listMore() {
+    blocks_.clear();
+    nextBlock_ = chunkBegin_ = chunkEnd_ = 0;
+    while ( blocks_.empty() && !unlisted_.isEmpty() ) {
+        const std::uint64_t end = std::min( unlisted_.begin + chunkBlocks_, unlisted_.end );
+        for ( ; unlisted_.begin < end; ++unlisted_.begin ) {
+            const auto block = readBlockHeader( blockIndex( unlisted_.begin ) );
+            if ( block && block->sequence == unlisted_.begin )
+                blocks_.push_back( *block );
+            else if ( block && block->sequence != 0 )
+                hasOthers_ = true;
+        }
+    }
+    if ( blocks_.empty() && !isRestListed_ )
+        listRest();
+    if ( !blocks_.empty() )
+        return true;
+    chunk_ = {}; // there may be many files, and this one has been read to its end
+    limit_ = position_;
+    return false;
+}
+
+// Lists what is not in order, by looking at each place: blocks behind places that are not in use, and
+// blocks where others should be. The writer may have made them meanwhile, and have filled the current
+// one before.
+void Ring::listRest() {
+    isRestListed_ = true;
+    const std::uint64_t placesSeen = inOrder_.end - inOrder_.begin;
+    if ( !hasOthers_ && placesSeen >= blocksOnFile() )
+        return;
+    scanBlocks( 0, hasOthers_ ? 0 : placesSeen );
+    std::erase_if( blocks_, [&]( const Block & block ) { return inOrder_.has( block.sequence ); } );
+    if ( blocks_.empty() )
+        return;
+    if ( blocks_.back().sequence > newest_.sequence )
+        newest_ = blocks_.back();
+    if ( isStarted_ && !readAgain() ) {
+        wasOvertaken_ = true;
+        limit_ = position_;
+    }
+}
+
+// Finds the blocks after a sequence number, wherever they are.
+void Ring::scanBlocks( std::uint64_t after, std::uint64_t fromIndex ) {
+    const std::uint64_t end = blocksOnFile();
     std::uint64_t unused = 0; // blocks one after the other
-    for ( std::uint64_t index = 0; index < end; ++index ) {
+    for ( std::uint64_t index = fromIndex; index < end; ++index ) {
         const auto block = readBlockHeader( index );
-        unused = block ? 0 : unused + 1;
-        if ( block && block->sequence > after )
+        const bool isInUse = block && block->sequence != 0;
+        unused = isInUse ? 0 : unused + 1;
+        if ( isInUse && block->sequence > after )
             blocks_.push_back( *block );
         // A file may be far longer than what is on disk of it.
         constexpr std::uint64_t manyUnused = 16;
@@ -148,25 +259,64 @@ void Ring::followBlocks( std::uint64_t sequence ) {
     }
 }
 
+void Ring::narrow( const IsTrueOf & isEarly, const IsTrueOf & isLate ) {
+    if ( isStarted_ || unlisted_.isEmpty() || !listMore() )
+        return;
+    countOverwritten( blocks_.front() );
+    isLossCounted_ = true;
+
+    const auto isInTime = [&]( const Block & block ) { return !isEarly( block ); };
+    Range wanted{ firstThat( isInTime, true ), firstThat( isLate, false ) };
+    std::optional<std::uint64_t> counter; // of the last block that is early
+    for ( ; wanted.begin > inOrder_.begin; --wanted.begin ) {
+        const auto before = readBlockHeader( blockIndex( wanted.begin - 1 ) );
+        if ( !before || before->sequence != wanted.begin - 1 )
+            continue;
+        if ( counter && before->counter != *counter )
+            break;
+        counter = before->counter;
+    }
+    if ( wanted.end < inOrder_.end )
+        isRestListed_ = true;
+    blocks_.clear();
+    unlisted_ = wanted;
+}
+
+// The first block in order that something is true of, if it is of all that follow; of a block that is
+// lost, it is taken for `isLostOne`.
+std::uint64_t Ring::firstThat( const IsTrueOf & isTrue, bool isLostOne ) {
+    Range left = inOrder_;
+    while ( !left.isEmpty() ) {
+        const std::uint64_t middle = left.begin + ( left.end - left.begin ) / 2;
+        const auto block = readBlockHeader( blockIndex( middle ) );
+        const bool isThere = block && block->sequence == middle;
+        if ( isThere ? isTrue( *block ) : isLostOne )
+            left.end = middle;
+        else
+            left.begin = middle + 1;
+    }
+    return left.begin;
+}
+
 // --- Reading blocks
 
-bool Ring::enterBlock() {
-    while ( nextBlock_ < blocks_.size() ) {
-        if ( isStarted_ && !wasOvertaken_ )
-            fillGap( block_.sequence + 1 );
-        const Block block = blocks_[nextBlock_];
-        const bool isNewest = nextBlock_ + 1 == blocks_.size();
-        const bool isLoaded = isNewest ? loadNewest( block ) : loadChunk();
-        ++nextBlock_;
-        if ( isLoaded ) {
-            startBlock( block );
-            return true;
-        }
+bool Ring::isLast( std::size_t block ) const noexcept {
+    return block + 1 == blocks_.size() && unlisted_.isEmpty();
+}
+
+// Enters the next block, unless it has been overwritten.
+void Ring::enterBlock() {
+    if ( isStarted_ && !wasOvertaken_ )
+        fillGap( highest_ + 1 );
+    const Block block = blocks_[nextBlock_];
+    const bool isLoaded = isLast( nextBlock_ ) ? loadLast( block ) : loadChunk();
+    ++nextBlock_;
+    if ( isLoaded )
+        startBlock( block );
+    else {
         wasOvertaken_ = true;
+        limit_ = position_;
     }
-    chunk_ = {}; // there may be many files, and this one may have been read to its end
-    chunkBegin_ = chunkEnd_ = 0;
-    return false;
 }
 
 // The headers of the blocks are read one after the other while the writer may be going round, so
@@ -188,7 +338,8 @@ bool Ring::loadChunk() {
     if ( nextBlock_ >= chunkEnd_ || nextBlock_ < chunkBegin_ ) {
         chunkBegin_ = nextBlock_;
         chunkEnd_ = nextBlock_ + 1;
-        while ( chunkEnd_ + 1 < blocks_.size() && chunkEnd_ - chunkBegin_ < chunkBlocks_ &&
+        while ( chunkEnd_ < blocks_.size() && !isLast( chunkEnd_ ) &&
+                chunkEnd_ - chunkBegin_ < chunkBlocks_ &&
                 blocks_[chunkEnd_].sequence == blocks_[chunkEnd_ - 1].sequence + 1 &&
                 blockIndex( blocks_[chunkEnd_].sequence ) != 0 )
             ++chunkEnd_;
@@ -206,17 +357,27 @@ bool Ring::loadChunk() {
 }
 
 // Reads the block that is being written: first how far its records reach, then these.
-bool Ring::loadNewest( const Block & block ) {
+bool Ring::loadLast( const Block & block ) {
     const std::uint64_t offset = blockOffset( blockIndex( block.sequence ) );
     const bool isCurrent = isStarted_ && block.sequence == block_.sequence;
     const std::size_t committed =
         committedBytes( offset, isCurrent ? position_ : sizeof( Layout::BlockHeader ) );
-    newest_.assign( info_.blockBytes, std::byte{ 0 } );
-    limit_ = bytes_.read( offset, newest_.data(), newest_.size() );
+    lastBlock_.assign( info_.blockBytes, std::byte{ 0 } );
+    limit_ = bytes_.read( offset, lastBlock_.data(), lastBlock_.size() );
     isBlockCut_ = limit_ < info_.blockBytes;
     limit_ = std::min( limit_, committed );
-    blockBytes_ = newest_.data();
+    blockBytes_ = lastBlock_.data();
     return isStillThere( block );
+}
+
+// Reads the current block once more, for what was written to it since; not if there is nothing to be
+// had of it. False if it was overwritten.
+bool Ring::readAgain() {
+    if ( isBlockDamaged_ || block_.sequence != highest_ ) {
+        limit_ = position_;
+        return true;
+    }
+    return loadLast( block_ );
 }
 
 // How far the records of a block reach that may be being written: to the end of the last, or, if that
@@ -242,10 +403,13 @@ std::size_t Ring::committedBytes( std::uint64_t offset, std::size_t position ) c
 
 void Ring::startBlock( const Block & block ) {
     const std::uint64_t offset = blockOffset( blockIndex( block.sequence ) );
-    if ( !isStarted_ )
-        countOverwritten( block );
+    if ( !isStarted_ ) {
+        if ( !isLossCounted_ )
+            countOverwritten( block );
+    } else if ( block.sequence < highest_ )
+        source_.damage( offset, "this block is older than those before it; its records come late" );
     else {
-        const std::uint64_t blocks = block.sequence - block_.sequence - 1;
+        const std::uint64_t blocks = block.sequence - highest_ - 1;
         if ( wasOvertaken_ ) {
             const std::uint64_t bytes = blocks * roomOfBlock + restOfBlock();
             counts_.overwrittenBlocks += blocks;
@@ -266,6 +430,7 @@ void Ring::startBlock( const Block & block ) {
     }
     wasOvertaken_ = false;
     isStarted_ = true;
+    highest_ = std::max( highest_, block.sequence );
     isBlockDamaged_ = false;
     isRestUnused_ = false;
     block_ = block;
@@ -292,7 +457,7 @@ void Ring::checkEnd() {
 // room for; if more is gone, that is damage, but for one block that the writer was about to make
 // anew.
 void Ring::countOverwritten( const Block & first ) {
-    const std::uint64_t newest = blocks_.back().sequence;
+    const std::uint64_t newest = newest_.sequence;
     const std::uint64_t oldest = newest > info_.blockCount ? newest - info_.blockCount + 1 : 1;
     std::uint64_t missing = first.sequence > oldest ? first.sequence - oldest : 0;
     if ( missing > 0 ) {

@@ -212,6 +212,11 @@ class File {
     /// How many blocks are read at a time; before the first call of next().
     void setReadAhead( std::size_t blocks ) noexcept;
 
+    /// Does not read blocks in which all records are earlier than `from`, or all are at `to` or later;
+    /// before the first call of next(). Records of other times may come all the same. Without the
+    /// counter, nothing is passed over: a wall clock may be set back.
+    void narrow( std::optional<std::int64_t> from, std::optional<std::int64_t> to );
+
     /// The clock of the file, and the span over which its rate was measured, in nanoseconds. The
     /// files of a process have a base in common; Merge gives them the best of their rates.
     const Clock & clock() const noexcept;
@@ -287,6 +292,13 @@ class Merge {
     bool add( const std::string & path, std::vector<std::byte> content );
     void add( std::unique_ptr<File> file );
 
+    /// As File::narrow(), of all files but those that hold recorded calls: what is told of a call
+    /// takes those before it. Before the first call of next().
+    void narrow( std::optional<std::int64_t> from, std::optional<std::int64_t> to ) noexcept {
+        from_ = from;
+        to_ = to;
+    }
+
     /// The next record of all; it is valid until the next call of next() or poll().
     bool next( Record & record );
 
@@ -332,6 +344,8 @@ class Merge {
     std::vector<Finding> findings_;
     std::vector<Head> heads_;           ///< a heap, the earliest in front
     std::vector<std::size_t> toRefill_; ///< files that have no record in heads_ but may have one
+    std::optional<std::int64_t> from_;
+    std::optional<std::int64_t> to_;
     bool isStarted_ = false;
 };
 

@@ -361,6 +361,8 @@ int showRecords( const TraceOptions & options ) {
     Sources sources( options.paths );
     TraceReader::Merge merge;
     openFiles( merge, sources, options );
+    // What comes after --to is read where it is waited for.
+    merge.narrow( filter.from, options.follow ? std::nullopt : filter.to );
     std::optional<Follower> follower;
     if ( options.follow )
         follower.emplace( merge, sources, std::chrono::seconds( options.wait ) );
