@@ -651,8 +651,8 @@ class CommandLine {
             if ( option == nullptr || option->get_items_expected_min() == 0 )
                 continue;
             const bool isAttached = name.size() < words[i].size();
-            const bool isThere =
-                isAttached ? name.size() + 1 < words[i].size() : i + 1 < words.size();
+            const bool isThere = isAttached ? name.size() + 1 < words[i].size()
+                                            : i + 1 < words.size() && !words[i + 1].empty();
             if ( !isThere )
                 throw InputError( fmt::format( "{} needs a value", name ), seeHelp( verb ) );
             if ( isAttached )
