@@ -454,18 +454,6 @@ Json findingsJson( const std::vector<Finding> & findings ) {
 Json infoJson( const TraceReader::File & file ) {
     const auto & info = file.info();
     const auto & counts = file.counts();
-    Json sites = Json::array();
-    for ( const auto & site : file.sites() ) {
-        std::string text = site.function;
-        for ( std::size_t i = 0; i < site.texts.size(); ++i )
-            text = i == 0 ? site.texts[i] : text + "%s" + site.texts[i];
-        sites.push_back( { { "id", site.id },
-                           { "file", site.file },
-                           { "line", site.line },
-                           { "function", site.function },
-                           { "letters", site.letters },
-                           { "text", text } } );
-    }
     return { { "path", info.path },
              { "version", info.version },
              { "program", info.program },
@@ -488,9 +476,26 @@ Json infoJson( const TraceReader::File & file ) {
              { "overwrittenBytes", counts.overwrittenBytes },
              { "overwrittenRecords",
                counts.overwrittenRecords() ? Json( *counts.overwrittenRecords() ) : Json() },
-             { "missingBlocks", counts.missingBlocks },
-             { "sites", sites },
-             { "findings", findingsJson( file.findings() ) } };
+             { "missingBlocks", counts.missingBlocks } };
+}
+
+std::string textOf( const TraceReader::Site & site ) {
+    std::string text = site.function;
+    for ( std::size_t i = 0; i < site.texts.size(); ++i )
+        text = i == 0 ? site.texts[i] : text + "%s" + site.texts[i];
+    return text;
+}
+
+Json sitesJson( const TraceReader::File & file ) {
+    Json sites = Json::array();
+    for ( const auto & site : file.sites() )
+        sites.push_back( { { "id", site.id },
+                           { "file", site.file },
+                           { "line", site.line },
+                           { "function", site.function },
+                           { "letters", site.letters },
+                           { "text", textOf( site ) } } );
+    return sites;
 }
 
 std::string closedText( const Json & info ) {
@@ -527,12 +532,11 @@ std::string infoText( const TraceReader::File & file, const Json & info ) {
     text += row( "overwritten", overwrittenText( file.counts() ) );
     text += row( "lost to damage", number( "missingBlocks" ) + " blocks" );
     text += row( "dropped", number( "droppedOfSignalHandlers" ) + " of signal handlers" );
-    text += row( "message sites", std::to_string( info["sites"].size() ) + ", " +
+    text += row( "message sites", std::to_string( file.sites().size() ) + ", " +
                                       number( "sitesWithoutRoom" ) + " without room" );
-    for ( const Json & site : info["sites"] )
-        text += Text::printable( "    " + site["file"].get<std::string>() + ":" +
-                                 site["line"].dump() + " " + site["letters"].get<std::string>() +
-                                 "  " + site["text"].get<std::string>() ) +
+    for ( const auto & site : file.sites() )
+        text += Text::printable( "    " + site.file + ":" + std::to_string( site.line ) + " " +
+                                 site.letters + "  " + textOf( site ) ) +
                 "\n";
     return text;
 }
@@ -546,10 +550,22 @@ std::string checkText( const TraceReader::File & file ) {
            number( file.counts().records, "record" ) + " read\n";
 }
 
+// The elements of an array as its text: as values, those of many files and sites would take several
+// times as much memory.
+void appendElement( std::string & array, const Json & element ) {
+    array += array.empty() ? "[" : ",";
+    for ( const char each : "\n" + element.dump( 2, ' ', true, Json::error_handler_t::replace ) ) {
+        array += each;
+        if ( each == '\n' )
+            array += "  ";
+    }
+}
+
 // Reads every file to its end, so that the counts and findings are complete.
 int showFiles( const TraceOptions & options ) {
     Sources sources( options.paths );
-    Json all = Json::array();
+    const bool isJson = options.format == TraceFormat::json;
+    std::string all;
     int worst = 0;
     bool isAnyRead = false;
     bool isAnyFound = false;
@@ -565,19 +581,22 @@ int showFiles( const TraceOptions & options ) {
         for ( const Finding & finding : merge.findings() )
             complain( finding.text() );
         for ( const auto & file : merge.files() ) {
-            const Json info = infoJson( *file );
-            if ( options.format == TraceFormat::json )
-                all.push_back( info );
-            else
+            Json info = infoJson( *file );
+            if ( isJson ) {
+                info["sites"] = sitesJson( *file );
+                info["findings"] = findingsJson( file->findings() );
+                appendElement( all, info );
+            } else
                 print( options.check ? checkText( *file ) : infoText( *file, info ) );
         }
-        if ( merge.files().empty() )
-            all.push_back( { { "path", path }, { "findings", findingsJson( merge.findings() ) } } );
+        if ( isJson && merge.files().empty() )
+            appendElement( all,
+                           { { "path", path }, { "findings", findingsJson( merge.findings() ) } } );
     }
     if ( !isAnyFound )
         throw InputError( noFilesIn( options.paths ) );
-    if ( options.format == TraceFormat::json )
-        print( all.dump( 2, ' ', true, Json::error_handler_t::replace ) + "\n" );
+    if ( isJson )
+        print( all + "\n]\n" );
     return isAnyRead ? std::min( worst, 1 ) : worst;
 }
 

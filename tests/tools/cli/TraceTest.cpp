@@ -18,6 +18,7 @@
 #include <future>
 #include <stdexcept>
 #include <string>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -406,6 +407,42 @@ TEST_F( TraceVerb, WhatAFileSaysReachesTheTerminalEscaped ) {
     EXPECT_NE( info.out.find( "a\\x1b[31m\\xff, process " ), std::string::npos ) << info.out;
     EXPECT_TRUE(
         Json::accept( cairnLt( { "trace", folder(), "--info", "--format", "json" } ).out ) );
+}
+
+// What a run of the tool took at most, in kilobytes.
+long memoryOf( const std::vector<std::string> & arguments ) {
+    int result[2];
+    if ( ::pipe( result ) != 0 )
+        throw std::runtime_error( "pipe" );
+    Support::runInChild( [&] { // which has no other child
+        rusage usage{};
+        return cairnLt( arguments ).signal == 0 && ::getrusage( RUSAGE_CHILDREN, &usage ) == 0 &&
+               ::write( result[1], &usage.ru_maxrss, sizeof usage.ru_maxrss ) ==
+                   sizeof usage.ru_maxrss;
+    } );
+    ::close( result[1] );
+    long most = 0;
+    if ( ::read( result[0], &most, sizeof most ) != sizeof most )
+        throw std::runtime_error( "the run has not ended" );
+    ::close( result[0] );
+    return most;
+}
+
+TEST_F( TraceVerb, InfoAndCheckOfManySitesTakeLittleMoreMemoryThanReadingThem ) {
+    std::filesystem::create_directory( folder() );
+    {
+        Fleetlog::OpenOptions options;
+        options.directory = folder();
+        options.descriptorBytes = std::size_t( 8 ) << 20;
+        Fleetlog::TraceFile file( options, 0 );
+        std::vector<int> ids( 150'000 );
+        for ( int & msgId : ids )
+            Fleetlog::MsgDesc( &file, &msgId, "file", 1 ).finish();
+    }
+    const std::string path = onlyFile();
+    const long reading = memoryOf( { "trace", path } );
+    for ( const char * option : { "--info", "--check" } )
+        EXPECT_LT( memoryOf( { "trace", path, option } ), 2 * reading ) << option;
 }
 
 TEST_F( TraceVerb, FilesOfSeveralRunsAreMergedByTime ) {
