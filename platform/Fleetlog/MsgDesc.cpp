@@ -47,17 +47,17 @@ MsgDesc & MsgDesc::operator<<( const char * piece ) noexcept {
 }
 
 void MsgDesc::finish() noexcept {
-    // Sites beyond the table come here with each message.
-    if ( file_->isRegistered( header_.id ) )
-        return;
     // A signal handler that interrupted another registration: the site's next message comes again.
     if ( std::atomic_ref( file_->isRegistering_ ).exchange( true, std::memory_order_relaxed ) )
         return;
-    beginPieces();
-    if ( !write() && file_->memory_ != nullptr )
-        ++file_->header().unregistered;
-    // Without its descriptor, too: it is counted once.
-    file_->setRegistered( header_.id );
+    // Sites beyond the table come here with each message, and a handler may have been faster.
+    if ( !file_->isRegistered( header_.id ) ) {
+        beginPieces();
+        if ( !write() && file_->memory_ != nullptr )
+            ++file_->header().unregistered;
+        // Without its descriptor, too: it is counted once.
+        file_->setRegistered( header_.id );
+    }
     std::atomic_ref( file_->isRegistering_ ).store( false, std::memory_order_release );
 }
 
