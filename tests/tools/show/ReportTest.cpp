@@ -32,6 +32,16 @@ using ToolTest::PageData;
 
 class ReportTest : public ::testing::Test {
   protected:
+    // A state file of a chip whose row EGR_TUNNEL_ECN_ENCAPm[index] says this outer ECN.
+    std::string stateWithEncap( const std::string & name, int index, int outerEcn ) {
+        const std::string state = folder_.path( name );
+        EXPECT_EQ( cairnLt( { "run", "setEgrTunnelEcnEncap", "0", std::to_string( index ),
+                              std::to_string( outerEcn ), "--state", state } )
+                       .exitCode,
+                   0 );
+        return state;
+    }
+
     // The page of an input.
     PageData report( std::vector<std::string> arguments, int exitCode = 0 ) {
         arguments.insert( arguments.begin(), "report" );
@@ -272,9 +282,7 @@ TEST_F( ReportTest, ARowThatIsMadeAnewHasNewWriters ) {
 }
 
 TEST_F( ReportTest, TheChipBeginsAsAStateFileSays ) {
-    const std::string state = folder_.path( "state.json" );
-    ASSERT_EQ(
-        cairnLt( { "run", "setEgrTunnelEcnEncap", "0", "1", "2", "--state", state } ).exitCode, 0 );
+    const std::string state = stateWithEncap( "state.json", 1, 2 );
     Recorded recorded( folder_.path( "recording" ) );
     recorded.modify( 1, "INT_CN_MAP", 0 );
     recorded.close();
@@ -487,9 +495,7 @@ TEST_F( ReportOfBundleTest, TheDiagnosisStandsFirstAndItsTraceBelow ) {
 }
 
 TEST_F( ReportOfBundleTest, TheChipBeginsAsThatOfTheBundle ) {
-    const std::string state = folder_.path( "state.json" );
-    ASSERT_EQ(
-        cairnLt( { "run", "setEgrTunnelEcnEncap", "0", "5", "2", "--state", state } ).exitCode, 0 );
+    const std::string state = stateWithEncap( "state.json", 5, 2 );
     Recorded recorded( folder_.path( "trace" ) );
     recorded.modify( 5, "OUTER_ECN", 1 );
     recorded.close();
@@ -621,12 +627,8 @@ TEST_F( ReportTest, ASweepThatIsNotAsExpectedIsMarked ) {
 }
 
 TEST_F( ReportTest, TheJsonOfADifferenceOfStatesAndOfRecordings ) {
-    const std::string one = folder_.path( "one.json" );
-    const std::string two = folder_.path( "two.json" );
-    ASSERT_EQ( cairnLt( { "run", "setEgrTunnelEcnEncap", "0", "5", "1", "--state", one } ).exitCode,
-               0 );
-    ASSERT_EQ( cairnLt( { "run", "setEgrTunnelEcnEncap", "0", "5", "2", "--state", two } ).exitCode,
-               0 );
+    const std::string one = stateWithEncap( "one.json", 5, 1 );
+    const std::string two = stateWithEncap( "two.json", 5, 2 );
     const PageData states = report( { folder_.write(
         "states.json", cairnLt( { "diff", one, two, "--format", "json" } ).out ) } );
     EXPECT_EQ( states.head["endingText"], "The two states differ." );
@@ -693,9 +695,7 @@ TEST_F( ReportTest, DocumentsAndBringupsMayComeFromAPipe ) {
 }
 
 TEST_F( ReportTest, WhatIsReadIsNotOverwritten ) {
-    const std::string state = folder_.path( "state.json" );
-    ASSERT_EQ(
-        cairnLt( { "run", "setEgrTunnelEcnEncap", "0", "1", "2", "--state", state } ).exitCode, 0 );
+    const std::string state = stateWithEncap( "state.json", 1, 2 );
     Recorded recorded( folder_.path( "recording" ) );
     recorded.modify( 1, "OUTER_ECN", 1 );
     recorded.close();
