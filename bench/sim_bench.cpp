@@ -1,23 +1,26 @@
 #include "sim/Chip.h"
+#include "sim/Words.h"
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include <malloc.h>
+#include <unistd.h>
 
 // The cost of a visit to a row of the simulated chip, from 1,000 to 1,000,000 rows. One iteration
 // is one entry from allocate to free: five SDK operations.
 //
 // In order, rows are visited as agents do: one after the other. At random, every visit to the large
 // table misses the near caches; `bareArray` shows what that alone costs: one read of an array of the
-// same size.
+// same size, in pages of the same kind.
 
 namespace {
 
@@ -107,9 +110,17 @@ std::uint64_t rowsOf( const benchmark::State & state ) {
     return static_cast<std::uint64_t>( state.range( 0 ) );
 }
 
+// What is taken from the heap, and what is mapped beside it.
 std::size_t allocatedBytes() {
+    std::ifstream statistics( "/proc/self/statm" );
+    std::size_t size = 0, resident = 0, shared = 0, code = 0, unused = 0, data = 0;
+    statistics >> size >> resident >> shared >> code >> unused >> data;
+    if ( !statistics ) {
+        std::fprintf( stderr, "/proc/self/statm cannot be read\n" );
+        std::abort();
+    }
     const struct mallinfo2 info = mallinfo2();
-    return info.uordblks + info.hblkhd;
+    return info.uordblks + data * static_cast<std::size_t>( sysconf( _SC_PAGESIZE ) ) - info.arena;
 }
 
 // Fills an empty table, growth included; the time is that of one row.
@@ -188,11 +199,12 @@ void modify( benchmark::State & state ) {
 // One read, which has to be finished before the next one begins.
 void bareArray( benchmark::State & state ) {
     constexpr std::size_t wordsPerRow = 4; // as in a half-full table of two words a row
-    const std::vector<std::uint64_t> words( rowsOf( state ) * wordsPerRow, 0 );
+    const Sim::Words words( rowsOf( state ) * wordsPerRow );
+    std::fill_n( words.get(), rowsOf( state ) * wordsPerRow, 0 ); // so that its pages are there
     AtRandom rows( rowsOf( state ) );
     std::uint64_t word = 0;
     for ( auto _ : state ) {
-        word = words[( rows.next() + word ) * wordsPerRow];
+        word = words.get()[( rows.next() + word ) * wordsPerRow];
         benchmark::DoNotOptimize( word );
     }
 }

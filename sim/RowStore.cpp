@@ -137,11 +137,9 @@ bool HashedRows::insert( const std::uint64_t * row ) {
 
 void HashedRows::grow() {
     const std::size_t newSlots = std::max<std::size_t>( 8, slots_ * 2 );
-    // This may throw; nothing has changed by then.
-    std::unique_ptr<std::uint64_t[]> old =
-        std::make_unique<std::uint64_t[]>( newSlots * layout_.words() );
+    Words old( newSlots * layout_.words() ); // may throw; nothing has changed by then
     const std::size_t oldSlots = std::exchange( slots_, newSlots );
-    words_.swap( old );
+    std::swap( words_, old );
     shift_ = 64 - static_cast<std::uint32_t>( std::countr_zero( slots_ ) );
     for ( std::size_t i = 0; i < oldSlots; ++i ) {
         const std::uint64_t * row = old.get() + i * layout_.words();
@@ -168,7 +166,7 @@ void HashedRows::erase( std::uint64_t * row ) {
 }
 
 void HashedRows::clear() {
-    words_.reset();
+    words_ = {};
     slots_ = 0;
     shift_ = 64;
     size_ = 0;
@@ -189,11 +187,13 @@ PagedRows::PagedRows( const Layout & layout ) : layout_( layout ) {
     const std::size_t rowsPerPage = 4096 / ( layout.words() * sizeof( std::uint64_t ) );
     pageShift_ =
         rowsPerPage < 2 ? 0 : static_cast<std::uint32_t>( std::bit_width( rowsPerPage ) - 1 );
+    const std::size_t pageBytes = pageWords() * sizeof( std::uint64_t );
+    pagesOfBlock_ = ( Words::largePage + pageBytes - 1 ) / pageBytes;
 }
 
 const std::uint64_t * PagedRows::find( std::uint64_t number ) const {
     const std::uint64_t page = number >> pageShift_;
-    if ( page >= pages_.size() || !pages_[page] )
+    if ( page >= pages_.size() || pages_[page] == nullptr )
         return nullptr;
     const std::uint64_t * found = rowIn( page, number );
     return Layout::isPresent( found ) ? found : nullptr;
@@ -207,18 +207,42 @@ std::uint64_t * PagedRows::findOrMake( std::uint64_t number ) {
     if ( std::uint64_t * found = find( number ) )
         return found;
     const std::uint64_t page = number >> pageShift_;
-    if ( page >= pages_.size() )
-        pages_.resize( page + 1 );
-    if ( !pages_[page] ) {
-        pages_[page] = std::make_unique<std::uint64_t[]>( ( std::size_t( 1 ) << pageShift_ ) *
-                                                          layout_.words() );
-    }
+    if ( page >= pages_.size() || pages_[page] == nullptr )
+        makePage( page );
     std::uint64_t * made = rowIn( page, number );
     layout_.fillInitial( made );
     Layout::setPresent( made );
     Layout::setTouched( made );
     ++size_;
     return made;
+}
+
+void PagedRows::makePage( std::uint64_t page ) {
+    const std::size_t number = page / pagesOfBlock_;
+    if ( number >= blocks_.size() )
+        blocks_.resize( number + 1 );
+    if ( page >= pages_.size() )
+        pages_.resize( page + 1 );
+    Block & block = blocks_[number];
+    if ( block.pages.size() >= pagesOfBlock_ / 2 ) {
+        makeWhole( block, number * pagesOfBlock_ );
+    } else {
+        pages_[page] = block.pages.emplace_back( pageWords() ).get();
+    }
+}
+
+void PagedRows::makeWhole( Block & block, std::uint64_t firstPage ) {
+    const std::uint64_t end = firstPage + pagesOfBlock_;
+    if ( end > pages_.size() )
+        pages_.resize( end );
+    block.whole = Words( pagesOfBlock_ * pageWords() );
+    std::uint64_t * to = block.whole.get();
+    for ( std::uint64_t page = firstPage; page < end; ++page, to += pageWords() ) {
+        if ( pages_[page] != nullptr )
+            std::copy_n( pages_[page], pageWords(), to );
+        pages_[page] = to;
+    }
+    block.pages = std::vector<Words>();
 }
 
 const std::uint64_t * PagedRows::hardware( std::uint64_t number ) const {
@@ -243,6 +267,7 @@ void PagedRows::dropHardware( std::uint64_t number ) {
 
 void PagedRows::clear() {
     pages_.clear();
+    blocks_.clear();
     hardware_.clear();
     size_ = 0;
 }
@@ -251,7 +276,7 @@ std::vector<std::uint64_t> PagedRows::numbers() const {
     std::vector<std::uint64_t> numbers;
     numbers.reserve( size_ );
     for ( std::uint64_t page = 0; page < pages_.size(); ++page ) {
-        if ( !pages_[page] )
+        if ( pages_[page] == nullptr )
             continue;
         for ( std::uint64_t row = 0; row < std::uint64_t( 1 ) << pageShift_; ++row ) {
             const std::uint64_t number = ( page << pageShift_ ) + row;

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "sim/Schema.h"
+#include "sim/Words.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <unordered_map>
 #include <vector>
 
@@ -147,14 +147,15 @@ class HashedRows {
     void grow();
 
     const Layout & layout_;
-    std::unique_ptr<std::uint64_t[]> words_;
+    Words words_;
     std::size_t slots_ = 0;    // a power of two, or 0
     std::uint32_t shift_ = 64; // brings a hash down to a slot
     std::size_t size_ = 0;
 };
 
-/// The rows of a physical table, numbered consecutively: pages of rows, made when a row of them is first
-/// written. The hardware's copy is kept only where it differs.
+/// The rows of a physical table, numbered consecutively: pages of rows, made when a row of them is
+/// first written. Where half of the pages of a block are there, the block becomes one piece of
+/// memory, in large pages. The hardware's copy is kept only where it differs.
 class PagedRows {
   public:
     explicit PagedRows( const Layout & layout );
@@ -167,7 +168,7 @@ class PagedRows {
     const std::uint64_t * find( std::uint64_t number ) const;
 
     /// The cached row; if nobody wrote it, one with initial values is made and marked present and
-    /// touched.
+    /// touched. Pointers to other rows live until then.
     std::uint64_t * findOrMake( std::uint64_t number );
 
     /// The row in the hardware if it differs from the cached one, else null.
@@ -183,14 +184,25 @@ class PagedRows {
     std::vector<std::uint64_t> numbers() const;
 
   private:
+    // The memory of some consecutive pages: one piece for each, or one for all.
+    struct Block {
+        std::vector<Words> pages;
+        Words whole;
+    };
+
     std::uint64_t * rowIn( std::uint64_t page, std::uint64_t number ) const {
         const std::uint64_t row = number & ( ( std::uint64_t( 1 ) << pageShift_ ) - 1 );
-        return pages_[page].get() + row * layout_.words();
+        return pages_[page] + row * layout_.words();
     }
+    std::size_t pageWords() const { return ( std::size_t( 1 ) << pageShift_ ) * layout_.words(); }
+    void makePage( std::uint64_t page );
+    void makeWhole( Block & block, std::uint64_t firstPage );
 
     const Layout & layout_;
-    std::uint32_t pageShift_; // rows of a page, as a power of two
-    std::vector<std::unique_ptr<std::uint64_t[]>> pages_;
+    std::uint32_t pageShift_;            // rows of a page, as a power of two
+    std::size_t pagesOfBlock_;           // as many as fill a large page
+    std::vector<std::uint64_t *> pages_; // null where there is none
+    std::vector<Block> blocks_;
     std::unordered_map<std::uint64_t, std::vector<std::uint64_t>> hardware_;
     std::size_t size_ = 0;
 };

@@ -464,6 +464,44 @@ TEST( ChipSizeTest, AMillionRowsOfEachKind ) {
     }
 }
 
+// The chip moves rows to larger pieces of memory as a table fills.
+TEST( ChipSizeTest, RowsKeepWhatTheyHoldWhileTheTableFillsInAnyOrder ) {
+    constexpr std::uint32_t rows = 1u << 18;
+    constexpr std::uint32_t written = rows / 4 * 3;
+    const auto scattered = []( std::uint32_t i ) { return i * 40'503u % rows; };
+    const auto value = []( std::uint32_t row ) { return row % 4'001; };
+    Sim::Schema schema = smallSchema();
+    ASSERT_EQ( schema.resize( "ROUTE", { .rows = rows } ), "" );
+    ASSERT_EQ( schema.resize( "MAPm", { .rows = rows } ), "" );
+    Sim::Chip chip;
+    chip.addUnit( 0, schema );
+    Entry route( chip, "ROUTE" );
+    Entry map( chip, "MAPm" );
+    route.add( "VRF", 1 );
+    for ( std::uint32_t i = 0; i < written; ++i ) {
+        const std::uint32_t row = scattered( i );
+        route.add( "PREFIX", row );
+        route.add( "HOP", value( row ) );
+        ASSERT_EQ( route.insert(), Rc::ok );
+        map.add( "BCMLT_PT_INDEX", row );
+        map.add( "TAG", value( row ) );
+        ASSERT_EQ( map.ptModify(), Rc::ok );
+    }
+    EXPECT_EQ( chip.rowCount( 0, "ROUTE" ), written );
+    EXPECT_EQ( chip.rowCount( 0, "MAPm" ), written );
+    for ( std::uint32_t i = 0; i < rows; i += 7 ) {
+        const std::uint32_t row = scattered( i );
+        const bool there = i < written;
+        ASSERT_EQ( chip.row( 0, "ROUTE", { .key = { 1, row } } ).has_value(), there ) << row;
+        ASSERT_EQ( chip.value( 0, "MAPm", { .index = row }, "TAG" ),
+                   there ? value( row ) : unwritten12 )
+            << row;
+        if ( there ) {
+            ASSERT_EQ( chip.value( 0, "ROUTE", { .key = { 1, row } }, "HOP" ), value( row ) );
+        }
+    }
+}
+
 TEST( ChipThreadTest, ThreadsWorkSideBySide ) {
     constexpr std::uint32_t threads = 4;
     constexpr std::uint32_t rowsEach = 500;
