@@ -18,7 +18,7 @@ if( CAIRN_SANITIZE )
     # g++ 12 takes its own library's instrumented code for uninitialised; the plain builds have the warning.
     target_compile_options( cairn_options INTERFACE -Wno-maybe-uninitialized )
     target_compile_options( cairn_options INTERFACE -fsanitize=${CAIRN_SANITIZE}
-                            -fno-sanitize-recover=all -fno-omit-frame-pointer -O1 )
+                            -fno-sanitize-recover=all -fno-omit-frame-pointer )
     target_link_options( cairn_options INTERFACE -fsanitize=${CAIRN_SANITIZE} )
 else()
     # Fortified calls need an optimised build; sanitizers check more than they do.
