@@ -142,7 +142,7 @@ MACHINERY = [
     ("Cairn/internal/TraceMessage.cpp", "CairnPlatform::rememberFile( handle, *file );", ""),
     ("platform/Fleetlog/TraceHandle.h", "if ( knownFile.generation != generation_ )",
      "if ( knownFile.generation == 0 )"),
-    ("platform/Fleetlog/TraceHandle.cpp", "knownFile = {};", ""),
+    ("platform/Fleetlog/TraceHandle.cpp", "knownFile.set( 0, nullptr );", ""),
     ("platform/Fleetlog/internal/Registry.cpp", "each.hasThread && each.thread == std::this_thread::get_id()",
      "each.hasThread"),
     ("platform/Fleetlog/internal/Registry.cpp", "left->thread = std::this_thread::get_id();", ""),

@@ -11,6 +11,11 @@
 
 namespace CairnPlatform {
 
+/// An integer that is printed as a number.
+template <typename Type>
+concept PrintedInteger =
+    std::integral<Type> && !std::same_as<Type, char> && !std::same_as<Type, bool>;
+
 /// A text that is being built. It is kept in place and goes to the heap only when it grows beyond
 /// what most lines need, so that a line of the trace costs no allocation.
 class TextBuffer {
@@ -32,9 +37,8 @@ class TextBuffer {
     }
 
     /// In decimal.
-    template <std::integral Number>
-    requires( !std::same_as<Number, char> &&
-              !std::same_as<Number, bool> ) void append( Number number ) {
+    template <PrintedInteger Number>
+    void append( Number number ) {
         constexpr std::size_t longest = std::numeric_limits<Number>::digits10 + 2; // with the sign
         char * const at = room( longest );
         length_ += static_cast<std::size_t>( std::to_chars( at, at + longest, number ).ptr - at );

@@ -25,9 +25,11 @@ namespace {
 std::atomic<unsigned> lastGeneration{ 0 };
 
 void leaveFilesOfEndedThread( void * ) noexcept {
-    Registry::instance().leaveThreadFiles();
+    // First: a signal handler must not write to a file that another thread may have taken over.
     slot.file = nullptr;
-    knownFile = {};
+    knownFile.set( 0, nullptr );
+    std::atomic_signal_fence( std::memory_order_seq_cst );
+    Registry::instance().leaveThreadFiles();
 }
 
 // A key with a destructor rather than a thread_local object with one: it runs after those of all
@@ -76,20 +78,20 @@ TraceFile * TraceHandle::mtTraceFile() noexcept {
 void TraceHandle::makeThreadFile() {
     watchThreadEnd();
     if ( TraceFile * const had = Registry::instance().threadFile( generation_ ) ) {
-        slot = { generation_, had };
+        slot.set( generation_, had );
         return;
     }
     auto file = std::make_unique<TraceFile>( options_, ::gettid() );
     TraceFile * const made = file.get();
     Registry::instance().addThreadFile( std::move( file ), generation_ );
-    slot = { generation_, made };
+    slot.set( generation_, made );
 }
 
 TraceFile * TraceHandle::openThreadFile() noexcept {
     try {
         makeThreadFile();
     } catch ( const std::exception & error ) {
-        slot = { generation_, nullptr };
+        slot.set( generation_, nullptr );
         reportLoss( error.what() );
     }
     return slot.file;

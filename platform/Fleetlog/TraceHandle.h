@@ -2,6 +2,7 @@
 
 #include <Fleetlog/TraceFile.h>
 
+#include <atomic>
 #include <memory>
 
 // The handle through which code finds the trace file that it writes to, and the host's calls that
@@ -19,6 +20,15 @@ namespace Fleetlog {
 struct KnownFile {
     unsigned generation = 0; ///< 0: of no handle
     TraceFile * file = nullptr;
+
+    /// In an order in which a signal handler never finds a generation with the file of another.
+    void set( unsigned newGeneration, TraceFile * newFile ) noexcept {
+        generation = 0;
+        std::atomic_signal_fence( std::memory_order_seq_cst );
+        file = newFile;
+        std::atomic_signal_fence( std::memory_order_seq_cst );
+        generation = newGeneration;
+    }
 };
 
 /// The calling thread's. Written by rememberFile(), read inline with each message.
@@ -64,7 +74,7 @@ class TraceHandle {
     }
 
     /// From here on rememberedFile() tells this thread this file: its own, or that of the process.
-    void rememberFile( TraceFile & file ) const noexcept { knownFile = { generation_, &file }; }
+    void rememberFile( TraceFile & file ) const noexcept { knownFile.set( generation_, &file ); }
 
   private:
     friend struct CairnPlatform::Layout;
