@@ -79,6 +79,13 @@ class FileBytes : public Bytes {
         return errno == ENXIO ? static_cast<std::uint64_t>( status( descriptor ).st_size ) : offset;
     }
 
+    std::uint64_t nextHole( std::uint64_t offset ) const override {
+        const std::lock_guard lock( OpenFiles::instance().mutex );
+        const int descriptor = use();
+        const off_t hole = ::lseek( descriptor, static_cast<off_t>( offset ), SEEK_HOLE );
+        return static_cast<std::uint64_t>( hole >= 0 ? hole : status( descriptor ).st_size );
+    }
+
     std::optional<bool> isLocked() const override {
         const std::lock_guard lock( OpenFiles::instance().mutex );
         struct flock whole {};
@@ -167,6 +174,7 @@ class MemoryBytes : public Bytes {
 
     std::uint64_t size() const override { return content_.size(); }
     std::uint64_t nextData( std::uint64_t offset ) const override { return offset; }
+    std::uint64_t nextHole( std::uint64_t ) const override { return content_.size(); }
     std::optional<bool> isLocked() const override { return std::nullopt; }
 
   private:

@@ -24,6 +24,9 @@ class Bytes {
     /// none. What is between was never written and reads as zeros.
     virtual std::uint64_t nextData( std::uint64_t offset ) const = 0;
 
+    /// Where the next such place begins, at `offset` or behind it; the size if there is none.
+    virtual std::uint64_t nextHole( std::uint64_t offset ) const = 0;
+
     /// Whether a process holds a lock on the file; nothing if that cannot be told.
     virtual std::optional<bool> isLocked() const = 0;
 };

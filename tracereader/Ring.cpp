@@ -176,6 +176,9 @@ bool Ring::findByOrder() {
         } else if ( !isUnused( next ) && !isOlder( next, behind ) )
             return false;
     }
+    // Of what was never written there may be far more than what is on disk.
+    if ( bytes_.nextHole( ringOffset_ ) < blockOffset( newest ) )
+        return false;
     inOrder_.end = newest_.sequence + 1;
     inOrder_.begin =
         newest_.sequence > info_.blockCount ? newest_.sequence - info_.blockCount + 1 : 1;

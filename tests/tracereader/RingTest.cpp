@@ -116,6 +116,7 @@ class NotingBytes : public TraceReader::Bytes {
 
     std::uint64_t size() const override { return content_.size(); }
     std::uint64_t nextData( std::uint64_t offset ) const override { return offset; }
+    std::uint64_t nextHole( std::uint64_t ) const override { return size(); }
     std::optional<bool> isLocked() const override { return std::nullopt; }
 
   private:
