@@ -12,8 +12,10 @@
 #include <cstdint>
 #include <fcntl.h>
 #include <map>
+#include <pthread.h>
 #include <set>
 #include <string>
+#include <thread>
 #include <ucontext.h>
 #include <unistd.h>
 #include <vector>
@@ -86,7 +88,7 @@ std::uint32_t interruptEverywhere( Work work ) {
     run( 0, UINT64_MAX );
     const std::uint64_t instructions = UINT64_MAX - instructionsLeft;
     EXPECT_GT( instructions, 40u );
-    constexpr std::uint64_t mostTraps = 150'000;
+    constexpr std::uint64_t mostTraps = 100'000;
     const std::uint64_t apart =
         std::max<std::uint64_t>( 1, instructions * instructions / 2 / mostTraps );
     std::uint32_t round = 1;
@@ -233,6 +235,61 @@ INSTANTIATE_TEST_SUITE_P( Ways, InterruptedMessageTest,
                                            std::pair( Way::usual, true ),
                                            std::pair( Way::rare, false ),
                                            std::pair( Way::rare, true ) ) );
+
+// --- The end of a thread that is interrupted
+
+std::string * pathOfThread = nullptr;
+bool wasLeft = false;
+
+// Notes whether the thread's file was left already, to be taken over by another thread.
+void sendAtTheEnd() {
+    const int descriptor = ::open( pathOfThread->c_str(), O_RDONLY | O_CLOEXEC );
+    std::uint32_t state = 0;
+    wasLeft = ::pread( descriptor, &state, sizeof state, offsetof( Format::FileHeader, state ) ) ==
+                  sizeof state &&
+              state == static_cast<std::uint32_t>( Format::State::closed );
+    ::close( descriptor );
+    send( interruptedId, currentRound, ofHandler );
+}
+
+TEST_F( SignalTest, NoInstructionOfAThreadsEndLetsAHandlerWriteToAFileThatWasLeft ) {
+    watchTraps();
+    interrupt = sendAtTheEnd;
+    open();
+    const std::string ofMain = directory_.file();
+    send( interruptedId = 0, 0, filling );
+    std::thread( [] { send( interruptedId, 0, filling ); } ).join();
+    auto paths = directory_.files();
+    std::erase( paths, ofMain );
+    ASSERT_EQ( paths.size(), 1u );
+    pathOfThread = &paths[0];
+    // Later than the one that tells the end of a thread to its files.
+    static pthread_key_t last;
+    ASSERT_EQ( ::pthread_key_create( &last, []( void * ) { stopTraps(); } ), 0 );
+
+    std::set<std::uint32_t> roundsOfFilesLeft;
+    const std::uint32_t interruptions = interruptEverywhere( [&]( std::uint32_t round ) {
+        currentRound = round;
+        std::thread( [] {
+            ::pthread_setspecific( last, &last );
+            send( interruptedId, currentRound, interrupted );
+            startTraps();
+        } ).join();
+        if ( hasInterrupted && wasLeft )
+            roundsOfFilesLeft.insert( round );
+    } );
+    ::pthread_key_delete( last );
+    EXPECT_GT( roundsOfFilesLeft.size(), 0u );
+    EXPECT_LT( roundsOfFilesLeft.size(), interruptions );
+
+    std::uint64_t dropped = 0;
+    for ( const auto & [round, kinds] : rounds( paths[0], dropped ) ) {
+        EXPECT_EQ( std::count( kinds.begin(), kinds.end(), interrupted ), 1 ) << "round " << round;
+        EXPECT_LE( kinds.size(), roundsOfFilesLeft.contains( round ) ? 1u : 2u )
+            << "round " << round;
+    }
+    EXPECT_EQ( dropped, 0u );
+}
 
 } // namespace
 
