@@ -109,12 +109,12 @@ Pattern patternOf( const SweepRun & run, std::size_t index ) {
 /// Puts an expectation together, call by call.
 class Builder {
   public:
-    Builder( const PreparedCase & prepared, const SweepRun & undisturbed ) : prepared_( prepared ) {
-        const Recipe & output = outputOf( *prepared.recipe );
+    explicit Builder( const SweptCase & swept ) : recipe_( *swept.recipe ) {
+        const Recipe & output = outputOf( recipe_ );
         expected_.function = output.name;
         expected_.signature = signatureOf( output );
-        expected_.tables = undisturbed.tablesBefore;
-        expected_.model = &prepared.model;
+        expected_.tables = swept.undisturbed.tablesBefore;
+        expected_.model = &swept.model;
     }
 
     SweepExpectation & expected() { return expected_; }
@@ -139,11 +139,11 @@ class Builder {
         if ( over_ )
             return;
         ObservedCall call = pattern.call;
-        const CallKind kind = kindOf( *prepared_.recipe, call );
+        const CallKind kind = kindOf( recipe_, call );
         if ( !call.isCheck() )
             call.operation.rc = rc;
         call.hook = call.hookLocked = kind == CallKind::guarded;
-        call.operationLocked = !call.isCheck() && keepsLock( *prepared_.recipe );
+        call.operationLocked = !call.isCheck() && keepsLock( recipe_ );
         call.ending =
             kind == CallKind::ignored ? std::string( ObservedCall::ignoredEnding ) : rcEnding( rc );
         const bool stops = kind == CallKind::guarded && rc < 0;
@@ -160,7 +160,7 @@ class Builder {
                    .text = pattern.call.text,
                    .rc = rc,
                    .line = pattern.call.line } );
-        } else if ( handle == Handle::invalid && assertsHandle( *prepared_.recipe ) ) {
+        } else if ( handle == Handle::invalid && assertsHandle( recipe_ ) ) {
             end( assertion( "ent_hdl != BCMLT_INVALID_HDL", pattern.call.line, pattern.next ) );
         } else if ( kind == CallKind::mustMiss && rc >= 0 ) {
             end( assertion( "rc < 0", pattern.call.line, pattern.next ) );
@@ -244,7 +244,7 @@ class Builder {
 
     int lastLine() const { return expected_.calls.empty() ? 0 : expected_.calls.back().line; }
 
-    const PreparedCase & prepared_;
+    const Recipe & recipe_;
     SweepExpectation expected_;
     bool over_ = false;
     bool toldOwnMessage_ = false;
@@ -269,10 +269,10 @@ void addCalls( Builder & builder, const SweepRun & run, std::size_t first, std::
 template <class Answer>
 void addRest( Builder & builder, const SweptCase & swept, std::size_t first, const Answer & answer,
               Builder::Handle handle = Builder::Handle::valid ) {
-    const SweepRun & run = *swept.undisturbed;
+    const SweepRun & run = swept.undisturbed;
     addCalls( builder, run, first, run.calls.size(), answer, handle );
     builder.addMessages( run, run.calls.size(), handle );
-    builder.endAsPlanned( *swept.prepared->plan );
+    builder.endAsPlanned( *swept.plan );
 }
 
 /// What the chip answered in that run.
@@ -533,64 +533,64 @@ std::string toText( const SweepExpectation & expectation ) {
     return fmt::format( "goes on to {}, which is reported and stops", ending.text );
 }
 
-const ObservedCall * refusedCall( const PreparedCase & prepared, const SweepRun & undisturbed ) {
-    if ( undisturbed.calls.empty() )
+const ObservedCall * refusedCall( const SweptCase & swept ) {
+    const auto & calls = swept.undisturbed.calls;
+    if ( calls.empty() )
         return nullptr;
-    const ObservedCall & last = undisturbed.calls.back();
-    if ( last.isCheck() && undisturbed.calls.size() > 1 ) {
-        const ObservedCall & checked = *std::prev( undisturbed.calls.end(), 2 );
+    const ObservedCall & last = calls.back();
+    if ( last.isCheck() && calls.size() > 1 ) {
+        const ObservedCall & checked = *std::prev( calls.end(), 2 );
         return checked.operation.rc < 0 ? &checked : nullptr;
     }
-    return kindOf( *prepared.recipe, last ) == CallKind::guarded && last.operation.rc < 0 ? &last
-                                                                                          : nullptr;
+    return kindOf( *swept.recipe, last ) == CallKind::guarded && last.operation.rc < 0 ? &last
+                                                                                       : nullptr;
 }
 
-SweepExpectation expectUndisturbed( const PreparedCase & prepared, const SweepRun & undisturbed ) {
-    Builder builder( prepared, undisturbed );
-    addRest( builder, { &prepared, &undisturbed }, 0, sameAnswer );
+SweepExpectation expectUndisturbed( const SweptCase & swept ) {
+    Builder builder( swept );
+    addRest( builder, swept, 0, sameAnswer );
     return std::move( builder.expected() );
 }
 
-std::vector<std::string> judgeUndisturbed( const PreparedCase & prepared,
-                                           const SweepRun & undisturbed ) {
-    std::vector<std::string> differences =
-        judge( expectUndisturbed( prepared, undisturbed ), undisturbed );
-    for ( std::size_t i = 0; i < undisturbed.calls.size(); ++i ) {
-        const ObservedCall call = patternOf( undisturbed, i ).call;
+std::vector<std::string> judgeUndisturbed( const SweptCase & swept ) {
+    const SweepRun & run = swept.undisturbed;
+    std::vector<std::string> differences = judge( expectUndisturbed( swept ), run );
+    for ( std::size_t i = 0; i < run.calls.size(); ++i ) {
+        const ObservedCall call = patternOf( run, i ).call;
         if ( !textFits( call ) )
             differences.push_back( fmt::format( "call {}: the text \"{}\" does not say {}", i + 1,
                                                 call.text, inWords( call ) ) );
     }
-    if ( !prepared.isReference )
+    if ( !swept.isReference )
         return differences;
-    if ( const ObservedCall * refused = refusedCall( prepared, undisturbed ) )
+    if ( const ObservedCall * refused = refusedCall( swept ) )
         differences.push_back( fmt::format( "the reference chip refuses {}: {}",
                                             inWords( *refused ),
                                             errorText( refused->operation.rc ) ) );
-    for ( const std::string_view part : prepared.plan->with ) {
-        if ( !occurs( undisturbed, part ) )
+    for ( const std::string_view part : swept.plan->with ) {
+        if ( !occurs( run, part ) )
             differences.push_back( fmt::format( "no call and no message has \"{}\"", part ) );
     }
-    for ( const std::string_view part : prepared.plan->without ) {
-        if ( occurs( undisturbed, part ) )
+    for ( const std::string_view part : swept.plan->without ) {
+        if ( occurs( run, part ) )
             differences.push_back( fmt::format( "a call or a message has \"{}\"", part ) );
     }
     return differences;
 }
 
-std::vector<SweepFault> faultsOf( const SweptCase & swept, const SweptCase * fallback ) {
+std::vector<SweepFault> faultsOf( const SweptCase & swept ) {
     using Kind = SweepFault::Kind;
     std::vector<SweepFault> faults;
-    const SweepRun & run = *swept.undisturbed;
+    const SweepRun & run = swept.undisturbed;
     for ( std::size_t i = 0; i < run.calls.size(); ++i ) {
         const ObservedCall & call = run.calls[i];
         if ( call.isCheck() )
             continue;
-        const CallKind kind = kindOf( *swept.prepared->recipe, call );
+        const CallKind kind = kindOf( *swept.recipe, call );
         const auto add = [&]( Kind fault ) {
             const bool needsFallback = kind == CallKind::lookup && answersOpposite( call, fault );
             if ( !needsFallback ||
-                 ( fallback != nullptr && i < fallback->undisturbed->calls.size() ) )
+                 ( swept.fallback != nullptr && i < swept.fallback->undisturbed.calls.size() ) )
                 faults.push_back( { fault, i } );
         };
         add( Kind::fails );
@@ -610,16 +610,14 @@ std::vector<SweepFault> faultsOf( const SweptCase & swept, const SweptCase * fal
     return faults;
 }
 
-SweepExpectation expectFault( const SweptCase & swept, const SweptCase * fallback,
-                              const SweepFault & fault ) {
-    const SweepRun & run = *swept.undisturbed;
-    const Recipe & recipe = *swept.prepared->recipe;
-    Builder builder( *swept.prepared, run );
+SweepExpectation expectFault( const SweptCase & swept, const SweepFault & fault ) {
+    const SweepRun & run = swept.undisturbed;
+    Builder builder( swept );
     addCalls( builder, run, 0, fault.call, sameAnswer );
 
     const Pattern pattern = patternOf( run, fault.call );
     const ObservedCall & struck = pattern.call;
-    const CallKind kind = kindOf( recipe, struck );
+    const CallKind kind = kindOf( *swept.recipe, struck );
     const int code = codeOf( fault.kind );
     const bool invalid = fault.kind == SweepFault::Kind::invalidHandle;
     builder.addMessages( run, fault.call );
@@ -631,7 +629,7 @@ SweepExpectation expectFault( const SweptCase & swept, const SweptCase * fallbac
     if ( invalid )
         addRest( builder, swept, next, answerToInvalidHandle, Builder::Handle::invalid );
     else if ( kind == CallKind::lookup && answersOpposite( struck, fault.kind ) )
-        addRest( builder, *fallback, next, answerToOpposite );
+        addRest( builder, *swept.fallback, next, answerToOpposite );
     else if ( kind == CallKind::skipsTable && code != 0 )
         addRest( builder, swept, nextAllocate( run, next ), sameAnswer );
     else

@@ -20,20 +20,6 @@
 
 namespace Tool {
 
-/// A case with everything that is needed to run it.
-struct PreparedCase {
-    const SweepCase * plan = nullptr;
-    const Recipe * recipe = nullptr;
-    Model model;
-    std::vector<Argument> arguments;
-    std::vector<std::pair<const Recipe *, std::vector<Argument>>> before;
-    /// The unit of the fields in SweepCase::holds.
-    int unit = 0;
-    /// All chips are the reference chip, but for what the plan varies: no guarded call is refused,
-    /// and the case takes the branch that the plan says.
-    bool isReference = false;
-};
-
 /// A line of "CairnLtHelper".
 struct SweepMessage {
     std::size_t afterCalls = 0; ///< how many calls had been made
@@ -62,6 +48,24 @@ struct SweepRun : Observation {
     int signal = 0;
     int exitCode = 0;
     std::string standardError = {};
+};
+
+/// A case, what is needed to run it, and how it went undisturbed.
+struct SweptCase {
+    const SweepCase * plan = nullptr;
+    const Recipe * recipe = nullptr;
+    Model model;
+    std::vector<Argument> arguments;
+    std::vector<std::pair<const Recipe *, std::vector<Argument>>> before;
+    /// The unit of the fields in SweepCase::holds.
+    int unit = 0;
+    /// All chips are the reference chip, but for what the plan varies: no guarded call is refused,
+    /// and the case takes the branch that the plan says.
+    bool isReference = false;
+
+    SweepRun undisturbed;
+    /// The case of SweepCase::fallback, null if it could not be run.
+    const SweptCase * fallback = nullptr;
 };
 
 /// What happens to one call.
@@ -121,28 +125,19 @@ struct SweepExpectation {
 std::string toText( const SweepExpectation & expectation );
 
 /// The call of the undisturbed run that the chip refuses and that stops it; null if there is none.
-const ObservedCall * refusedCall( const PreparedCase & prepared, const SweepRun & undisturbed );
+const ObservedCall * refusedCall( const SweptCase & swept );
 
-/// What is wrong with an undisturbed run; empty if nothing is.
-std::vector<std::string> judgeUndisturbed( const PreparedCase & prepared,
-                                           const SweepRun & undisturbed );
+/// What is wrong with the undisturbed run; empty if nothing is.
+std::vector<std::string> judgeUndisturbed( const SweptCase & swept );
 
 /// The undisturbed run as it must have been, given what the chip answered.
-SweepExpectation expectUndisturbed( const PreparedCase & prepared, const SweepRun & undisturbed );
+SweepExpectation expectUndisturbed( const SweptCase & swept );
 
-/// A case and its undisturbed run.
-struct SweptCase {
-    const PreparedCase * prepared = nullptr;
-    const SweepRun * undisturbed = nullptr;
-};
-
-/// The faults that a case is swept with. `fallback` is the case that goes on as this one does
-/// after its lookup answered the opposite, null if it could not be run.
-std::vector<SweepFault> faultsOf( const SweptCase & swept, const SweptCase * fallback );
+/// The faults that a case is swept with.
+std::vector<SweepFault> faultsOf( const SweptCase & swept );
 
 /// What a run with one of these faults must look like.
-SweepExpectation expectFault( const SweptCase & swept, const SweptCase * fallback,
-                              const SweepFault & fault );
+SweepExpectation expectFault( const SweptCase & swept, const SweepFault & fault );
 
 /// Where a run is not as expected: a line for each difference.
 std::vector<std::string> judge( const SweepExpectation & expectation, const SweepRun & run );

@@ -167,11 +167,11 @@ constexpr int unfinished = 3;
     ::_exit( unfinished );
 }
 
-void runHere( const PreparedCase & prepared, const std::optional<Interpose::Fault> & fault,
+void runHere( const SweptCase & swept, const std::optional<Interpose::Fault> & fault,
               const SweepSetup & setup, int log ) {
     Sim::Chip chip;
-    addUnits( chip, prepared.model );
-    const auto sharedState = applyModel( prepared.model );
+    addUnits( chip, swept.model );
+    const auto sharedState = applyModel( swept.model );
     Interpose::FaultInjector faults( chip );
     if ( fault )
         faults.add( *fault );
@@ -185,17 +185,17 @@ void runHere( const PreparedCase & prepared, const std::optional<Interpose::Faul
     const StopHandler stop( report );
     const std::lock_guard lock( Kiln::activityLock() );
     Shim::sdk_ = &chip;
-    for ( const auto & [recipe, arguments] : prepared.before )
+    for ( const auto & [recipe, arguments] : swept.before )
         recipe->invoke( arguments, sharedState );
-    for ( const SweepCase::Holds & holds : prepared.plan->holds )
-        put( chip, prepared.unit, holds );
+    for ( const SweepCase::Holds & holds : swept.plan->holds )
+        put( chip, swept.unit, holds );
     watcher.begin();
     Shim::sdk_ = &seenByLibrary;
-    watcher.returned( prepared.recipe->invoke( prepared.arguments, sharedState ) );
+    watcher.returned( swept.recipe->invoke( swept.arguments, sharedState ) );
     report();
 }
 
-[[noreturn]] void runInChild( const PreparedCase & prepared,
+[[noreturn]] void runInChild( const SweptCase & swept,
                               const std::optional<Interpose::Fault> & fault,
                               const SweepSetup & setup, pid_t sweep, int log, int standardError ) {
     constexpr unsigned patience = 60; // seconds, then a recipe that hangs is killed
@@ -209,7 +209,7 @@ void runHere( const PreparedCase & prepared, const std::optional<Interpose::Faul
     ::alarm( patience );
     std::set_new_handler( [] { endUnfinished( "no memory" ); } );
     try {
-        runHere( prepared, fault, setup, log );
+        runHere( swept, fault, setup, log );
     } catch ( const Trouble & error ) {
         endUnfinished( error.what() );
     } catch ( const std::system_error & error ) {
@@ -262,13 +262,13 @@ pid_t forkClean() {
 // A run under way in a process of its own.
 class ChildRun {
   public:
-    ChildRun( const PreparedCase & prepared, const std::optional<Interpose::Fault> & fault,
+    ChildRun( const SweptCase & swept, const std::optional<Interpose::Fault> & fault,
               const SweepSetup & setup )
         : process_( forkClean() ) {
         if ( process_ < 0 )
             throwTrouble( "start a process" );
         if ( process_ == 0 )
-            runInChild( prepared, fault, setup, sweep_, log_.descriptor(),
+            runInChild( swept, fault, setup, sweep_, log_.descriptor(),
                         standardError_.descriptor() );
     }
     ~ChildRun() {
@@ -319,12 +319,12 @@ class ProcessPool {
 
     explicit ProcessPool( Done done ) : done_( std::move( done ) ) {}
 
-    void add( const PreparedCase & prepared, const std::optional<Interpose::Fault> & fault,
+    void add( const SweptCase & swept, const std::optional<Interpose::Fault> & fault,
               const SweepSetup & setup ) {
         // One more than there are processors, so that none is idle while a result is judged.
         if ( running_.size() > std::max( 1u, std::thread::hardware_concurrency() ) )
             takeOne();
-        running_.emplace_back( prepared, fault, setup );
+        running_.emplace_back( swept, fault, setup );
     }
 
     void finish() {
@@ -361,29 +361,28 @@ std::vector<Argument> argumentsOf( const Recipe & recipe, const Texts & given,
 }
 
 // InputError if the model lacks something that the recipe needs.
-PreparedCase prepare( const SweepCase & plan, const Model & model, bool isReference ) {
-    PreparedCase prepared;
-    prepared.plan = &plan;
-    prepared.recipe = findRecipe( plan.recipe );
-    prepared.isReference = isReference;
-    prepared.model = model;
+SweptCase prepare( const SweepCase & plan, const Model & model, bool isReference ) {
+    SweptCase swept;
+    swept.plan = &plan;
+    swept.recipe = findRecipe( plan.recipe );
+    swept.isReference = isReference;
+    swept.model = model;
     if ( plan.vary )
-        plan.vary( prepared.model );
+        plan.vary( swept.model );
 
     Texts given;
     for ( const SweepCase::Given & argument : plan.arguments )
         given[argument.parameter] = argument.value;
-    prepared.arguments = argumentsOf( *prepared.recipe, given, prepared.model );
+    swept.arguments = argumentsOf( *swept.recipe, given, swept.model );
     for ( const SweepCase::Before & before : plan.before ) {
         Texts texts = given;
         for ( const SweepCase::Given & argument : before.arguments )
             texts[argument.parameter] = argument.value;
         const Recipe * recipe = findRecipe( before.recipe );
-        prepared.before.emplace_back( recipe, argumentsOf( *recipe, texts, prepared.model ) );
+        swept.before.emplace_back( recipe, argumentsOf( *recipe, texts, swept.model ) );
     }
-    prepared.unit =
-        prepared.recipe->needsModule ? model.modules.front().id : model.chips.front().unit;
-    return prepared;
+    swept.unit = swept.recipe->needsModule ? model.modules.front().id : model.chips.front().unit;
+    return swept;
 }
 
 bool allReference( const Model & model ) {
@@ -410,7 +409,7 @@ class Sweeper {
             Entry entry;
             entry.report.plan = &plan;
             try {
-                entry.prepared = prepare( plan, model, isReference );
+                entry.swept = prepare( plan, model, isReference );
             } catch ( const InputError & lacking ) {
                 entry.report.leftOut = lacking.what();
             }
@@ -429,12 +428,10 @@ class Sweeper {
 
   private:
     struct Entry {
-        PreparedCase prepared = {};
-        SweepRun undisturbed = {};
+        SweptCase swept = {};
         SweepCaseReport report = {};
 
         bool isSweepable() const { return report.leftOut.empty() && report.differences.empty(); }
-        SweptCase swept() const { return { &prepared, &undisturbed }; }
     };
 
     // A fault that is to be run.
@@ -455,7 +452,7 @@ class Sweeper {
             reportProgress();
         } );
         for ( const Entry * entry : runnable )
-            pool.add( entry->prepared, {}, setup_ );
+            pool.add( entry->swept, {}, setup_ );
         pool.finish();
     }
 
@@ -466,16 +463,17 @@ class Sweeper {
             report.leftOut = "what has to come before it stops: " + reason;
             return;
         }
-        report.calls = run.calls.size();
-        report.expected = toText( expectUndisturbed( entry.prepared, run ) );
-        report.differences = judgeUndisturbed( entry.prepared, run );
-        if ( const ObservedCall * refused = refusedCall( entry.prepared, run ) ) {
+        SweptCase & swept = entry.swept;
+        swept.undisturbed = std::move( run );
+        report.calls = swept.undisturbed.calls.size();
+        report.expected = toText( expectUndisturbed( swept ) );
+        report.differences = judgeUndisturbed( swept );
+        if ( const ObservedCall * refused = refusedCall( swept ) ) {
             const Interpose::Event & operation = refused->operation;
             report.refused =
                 fmt::format( "{} of {}: {} ({})", Interpose::name( operation.call ),
                              operation.table, Sim::Chip().errmsg( operation.rc ), operation.rc );
         }
-        entry.undisturbed = std::move( run );
     }
 
     void runFaults() {
@@ -483,9 +481,8 @@ class Sweeper {
         for ( Entry & entry : entries_ ) {
             if ( !entry.isSweepable() )
                 continue;
-            const std::optional<SweptCase> fallback = fallbackOf( entry );
-            for ( const SweepFault & fault :
-                  faultsOf( entry.swept(), fallback ? &*fallback : nullptr ) )
+            entry.swept.fallback = fallbackOf( entry );
+            for ( const SweepFault & fault : faultsOf( entry.swept ) )
                 orders.push_back( { &entry, fault } );
         }
         total_ += orders.size();
@@ -494,26 +491,24 @@ class Sweeper {
             reportProgress();
         } );
         for ( const Order & order : orders )
-            pool.add( order.entry->prepared, injectedBy( order ), setup_ );
+            pool.add( order.entry->swept, injectedBy( order ), setup_ );
         pool.finish();
     }
 
-    std::optional<SweptCase> fallbackOf( const Entry & entry ) const {
+    const SweptCase * fallbackOf( const Entry & entry ) const {
         const auto found =
             std::find_if( entries_.begin(), entries_.end(), [&]( const auto & each ) {
                 return each.report.plan->recipe == entry.report.plan->recipe &&
                        each.report.plan->name == entry.report.plan->fallback;
             } );
-        if ( found == entries_.end() || !found->isSweepable() )
-            return {};
-        return found->swept();
+        return found != entries_.end() && found->isSweepable() ? &found->swept : nullptr;
     }
 
     // The fault in the injector's counts: it counts operations, or only allocates if the handle is
     // to be invalid. Checks are calls, but no operations.
     static Interpose::Fault injectedBy( const Order & order ) {
         const bool invalid = order.fault.kind == SweepFault::Kind::invalidHandle;
-        const auto & calls = order.entry->undisturbed.calls;
+        const auto & calls = order.entry->swept.undisturbed.calls;
         const auto before = std::count_if(
             calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>( order.fault.call ),
             [&]( const ObservedCall & call ) {
@@ -528,13 +523,11 @@ class Sweeper {
 
     void judgeFaultRun( const Order & order, const SweepRun & run ) const {
         Entry & entry = *order.entry;
-        const std::optional<SweptCase> fallback = fallbackOf( entry );
-        const SweepExpectation expectation =
-            expectFault( entry.swept(), fallback ? &*fallback : nullptr, order.fault );
+        const SweepExpectation expectation = expectFault( entry.swept, order.fault );
         entry.report.faults.push_back( { order.fault, expectation.calls[order.fault.call].text,
                                          toText( expectation ), judge( expectation, run ) } );
         if ( setup_.onFault )
-            setup_.onFault( entry.swept(), order.fault, expectation, run );
+            setup_.onFault( entry.swept, order.fault, expectation, run );
     }
 
     void reportProgress() {

@@ -71,9 +71,8 @@ std::size_t forEachStop( Tool::SweepSetup setup, const auto & look ) {
         if ( expectation.ending.kind == SweepEnding::Kind::returns )
             return;
         ++stops;
-        SCOPED_TRACE( std::string( swept.prepared->plan->recipe ) + ", " +
-                      std::string( swept.prepared->plan->name ) + ", call " +
-                      std::to_string( fault.call + 1 ) + " " + toText( fault.kind ) );
+        SCOPED_TRACE( std::string( swept.plan->recipe ) + ", " + std::string( swept.plan->name ) +
+                      ", call " + std::to_string( fault.call + 1 ) + " " + toText( fault.kind ) );
         look( Stopped{ swept, expectation, run } );
     };
     Tool::sweepRecipes( referenceModel(), allRecipes(), setup );
@@ -234,7 +233,7 @@ TEST( SweepDiagnosisTest, TraceTellsTheArguments ) {
         expectFound( found, stopped );
 
         Sim::Chip chip;
-        addUnits( chip, stopped.swept.prepared->model );
+        addUnits( chip, stopped.swept.model );
         const Tool::CrashScene scene = Tool::rebuild( source, *thread.thread, found, table, chip );
         ASSERT_TRUE( scene.operation );
         const auto & calls = stopped.run.calls;
@@ -251,8 +250,8 @@ TEST( SweepDiagnosisTest, TraceTellsTheArguments ) {
         EXPECT_EQ( isRead ? std::vector{ scene.operation->value } : scene.operation->values,
                    last->operation.values );
 
-        const Tool::PreparedCase & prepared = *stopped.swept.prepared;
-        const auto parameters = prepared.recipe->parameters();
+        const Tool::SweptCase & swept = stopped.swept;
+        const auto parameters = swept.recipe->parameters();
         for ( std::size_t i = 0; i < parameters.size(); ++i ) {
             const std::string name( parameters[i].name );
             const auto told =
@@ -260,7 +259,7 @@ TEST( SweepDiagnosisTest, TraceTellsTheArguments ) {
                               [&]( const auto & each ) { return each.first == name; } );
             if ( told != scene.arguments.end() ) {
                 ++arguments;
-                EXPECT_EQ( told->second, Tool::toText( prepared.arguments[i] ) ) << name;
+                EXPECT_EQ( told->second, Tool::toText( swept.arguments[i] ) ) << name;
             } else {
                 EXPECT_FALSE(
                     std::any_of( calls.begin(), calls.end(),

@@ -235,25 +235,25 @@ Tool::Model referenceModel() {
 class SweepJudgeTest : public ::testing::Test {
   protected:
     SweepJudgeTest() {
-        prepared_.plan = &plan_;
-        prepared_.recipe = Tool::findRecipe( recipeName );
-        prepared_.isReference = true;
-        prepared_.model = referenceModel();
+        swept_.plan = &plan_;
+        swept_.recipe = Tool::findRecipe( recipeName );
+        swept_.isReference = true;
+        swept_.model = referenceModel();
+        swept_.undisturbed = madeUndisturbed();
     }
 
     Tool::SweepExpectation expectation( SweepFault::Kind kind, std::size_t call ) const {
-        return Tool::expectFault( { &prepared_, &undisturbed_ }, nullptr, { kind, call } );
+        return Tool::expectFault( swept_, { kind, call } );
     }
 
     SweepCase plan_{ .recipe = recipeName, .name = "made up" };
-    Tool::PreparedCase prepared_;
-    Tool::SweepRun undisturbed_ = madeUndisturbed();
+    Tool::SweptCase swept_;
 };
 
 using Findings = std::vector<std::string>;
 
 TEST_F( SweepJudgeTest, FindsNothingWhereNothingIs ) {
-    EXPECT_EQ( Tool::judgeUndisturbed( prepared_, undisturbed_ ), Findings() );
+    EXPECT_EQ( Tool::judgeUndisturbed( swept_ ), Findings() );
     EXPECT_EQ( Tool::judge( expectation( SweepFault::Kind::fails, 3 ), madeStopped() ),
                Findings() );
 
@@ -267,7 +267,7 @@ TEST_F( SweepJudgeTest, FindsNothingWhereNothingIs ) {
 TEST_F( SweepJudgeTest, NothingHappensBehindAFailure ) {
     const Tool::SweepExpectation failed = expectation( SweepFault::Kind::fails, 1 );
     EXPECT_EQ( failed.calls.size(), 2u );
-    EXPECT_EQ( failed.tables, undisturbed_.tablesBefore );
+    EXPECT_EQ( failed.tables, swept_.undisturbed.tablesBefore );
     EXPECT_EQ( failed.liveEntries, Findings{ "TNL_L2_VXLAN_CONTROL" } );
     EXPECT_EQ( Tool::toText( failed ), "is reported and stops" );
     EXPECT_TRUE( expectation( SweepFault::Kind::fails, 0 ).liveEntries.empty() );
@@ -284,7 +284,7 @@ TEST_F( SweepJudgeTest, AnInvalidHandleIsRefusedAtTheNextCall ) {
 }
 
 TEST_F( SweepJudgeTest, HandlesAreAssertedWhereThePlanSaysSo ) {
-    prepared_.recipe = Tool::findRecipe( "setFlexctrEgressCounterActionEnable" );
+    swept_.recipe = Tool::findRecipe( "setFlexctrEgressCounterActionEnable" );
     const Tool::SweepExpectation expected = expectation( SweepFault::Kind::invalidHandle, 0 );
     EXPECT_EQ( expected.calls.size(), 1u );
     EXPECT_EQ( Tool::toText( expected ),
@@ -306,7 +306,7 @@ TEST_F( SweepJudgeTest, HandlesAreAssertedWhereThePlanSaysSo ) {
         return Tool::judge( expected, stopped );
     };
     // The next call stands in line 11.
-    undisturbed_.calls[1].line = 20;
+    swept_.undisturbed.calls[1].line = 20;
     EXPECT_EQ( judged( "11" ).size(), 1u );
     const Tool::SweepExpectation between = expectation( SweepFault::Kind::invalidHandle, 0 );
     stopped.standardError.replace( stopped.standardError.find( ":11:" ), 4, ":15:" );
@@ -439,9 +439,9 @@ INSTANTIATE_TEST_SUITE_P( All, SweepDeviationTest, ::testing::ValuesIn( deviatio
 
 TEST_F( SweepJudgeTest, UndisturbedRunsAreJudgedToo ) {
     const auto judged = [&]( const std::function<void( Tool::SweepRun & )> & change ) {
-        Tool::SweepRun run = madeUndisturbed();
-        change( run );
-        return Tool::judgeUndisturbed( prepared_, run );
+        swept_.undisturbed = madeUndisturbed();
+        change( swept_.undisturbed );
+        return Tool::judgeUndisturbed( swept_ );
     };
     EXPECT_EQ( judged( []( auto & run ) { run.calls[1].hook = false; } ).size(), 1u );
     EXPECT_EQ( judged( []( auto & run ) { run.exitCode = 2; } ),
@@ -465,20 +465,21 @@ TEST_F( SweepJudgeTest, UndisturbedRunsAreJudgedToo ) {
                                       std::string( Sim::Chip().errmsg( -7 ) ) + " (-7)" );
     };
     EXPECT_EQ( judged( refuse ).size(), 1u );
-    prepared_.isReference = false;
+    swept_.isReference = false;
     EXPECT_EQ( judged( refuse ), Findings() );
-    prepared_.isReference = true;
+    swept_.isReference = true;
 
+    swept_.undisturbed = madeUndisturbed();
     plan_.with = { "BCMLT_OPCODE_INSERT" };
-    EXPECT_EQ( Tool::judgeUndisturbed( prepared_, undisturbed_ ),
+    EXPECT_EQ( Tool::judgeUndisturbed( swept_ ),
                Findings{ "no call and no message has \"BCMLT_OPCODE_INSERT\"" } );
     plan_.with = {};
     plan_.without = { "BCMLT_OPCODE_UPDATE" };
-    EXPECT_EQ( Tool::judgeUndisturbed( prepared_, undisturbed_ ),
+    EXPECT_EQ( Tool::judgeUndisturbed( swept_ ),
                Findings{ "a call or a message has \"BCMLT_OPCODE_UPDATE\"" } );
     plan_.without = {};
     plan_.stopsBy = "val == 1";
-    EXPECT_FALSE( Tool::judgeUndisturbed( prepared_, undisturbed_ ).empty() );
+    EXPECT_FALSE( Tool::judgeUndisturbed( swept_ ).empty() );
 }
 
 // --- The real sweep
