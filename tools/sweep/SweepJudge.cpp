@@ -9,12 +9,14 @@
 #include <cerrno>
 #include <charconv>
 #include <csignal>
-#include <iterator>
+#include <regex>
 #include <string_view>
 
 namespace Tool {
 
 namespace {
+
+using Interpose::SdkCall;
 
 constexpr std::string_view sourceFile = "Cairn/CairnLtHelper";
 constexpr std::string_view checkText = "rc";
@@ -22,8 +24,6 @@ constexpr std::string_view checkText = "rc";
 bool contains( std::string_view text, std::string_view part ) {
     return text.find( part ) != std::string_view::npos;
 }
-
-std::string rcEnding( int rc ) { return fmt::format( " (rc:{})", rc ); }
 
 std::string quoted( std::string_view text ) { return fmt::format( "\"{}\"", text ); }
 
@@ -42,74 +42,43 @@ CallKind kindOf( const Recipe & recipe, const ObservedCall & call ) {
     return call.isCheck() ? CallKind::guarded : kindOf( recipe, call.operation );
 }
 
-TableId tableOf( const ObservedCall & call ) {
-    return { call.operation.unit, call.operation.table };
-}
-
-// --- A report as it was written
-
-/// Takes a number off the front of a text; 0 if there is none.
-int takeNumber( std::string_view & text ) {
-    int number = 0;
-    const char * const end = text.data() + text.size();
-    const auto [rest, error] = std::from_chars( text.data(), end, number );
-    text.remove_prefix( static_cast<std::size_t>( rest - text.data() ) );
-    return error == std::errc() ? number : 0;
-}
-
-struct Report {
-    int line = 0;
-    std::string_view text;
-};
-
-/// "FILE:LINE TEXT API ERROR:..." in the first line; nothing if that is not what stands there.
-std::optional<Report> parseReport( std::string_view standardError ) {
-    std::string_view rest = standardError.substr( 0, standardError.find( " API ERROR:" ) );
-    if ( rest.size() == standardError.size() || contains( rest, "\n" ) ||
-         !rest.starts_with( sourceFile ) )
-        return {};
-    rest.remove_prefix( sourceFile.size() );
-    if ( !rest.starts_with( ':' ) )
-        return {};
-    rest.remove_prefix( 1 );
-    const int line = takeNumber( rest );
-    if ( line == 0 || !rest.starts_with( ' ' ) )
-        return {};
-    return Report{ line, rest.substr( 1 ) };
-}
-
 // --- Expectations
 
-/// A call of an undisturbed run, to be expected again.
-struct Pattern {
-    ObservedCall call;
-    /// The rows of its table, if it changed them.
-    const TableRows * write = nullptr;
-    /// The line of the call that follows it, or 0.
-    int next = 0;
-};
-
-/// A call that stopped the run left no trace line; its report has the text.
-Pattern patternOf( const SweepRun & run, std::size_t index ) {
-    Pattern pattern{ .call = run.calls[index] };
-    if ( pattern.call.text.empty() && index + 1 == run.calls.size() ) {
-        if ( const auto report = parseReport( run.standardError ) ) {
-            pattern.call.text = report->text;
-            pattern.call.line = report->line;
-        }
-    }
-    const auto write = run.writes.find( index );
-    if ( write != run.writes.end() )
-        pattern.write = &write->second;
-    if ( index + 1 < run.calls.size() )
-        pattern.next = run.calls[index + 1].line;
-    return pattern;
+/// The number that follows `before` at the front of a text; 0 if there is none.
+int numberBehind( std::string_view before, std::string_view text ) {
+    int number = 0;
+    if ( text.starts_with( before ) )
+        std::from_chars( text.data() + before.size(), text.data() + text.size(), number );
+    return number;
 }
 
-/// Puts an expectation together, call by call.
-class Builder {
+/// A call of a run. One that stopped it left no trace line: its report has the text and the line,
+/// "FILE:LINE TEXT API ERROR:...".
+ObservedCall callOf( const SweepRun & run, std::size_t index ) {
+    ObservedCall call = run.calls[index];
+    if ( !call.text.empty() || index + 1 != run.calls.size() )
+        return call;
+    const std::string_view report =
+        std::string_view( run.standardError ).substr( 0, run.standardError.find( '\n' ) );
+    const std::size_t begin = report.find( ' ' ) + 1;
+    const std::size_t end = report.find( " API ERROR:" );
+    const int line = numberBehind( fmt::format( "{}:", sourceFile ), report );
+    if ( line != 0 && end != std::string_view::npos ) {
+        call.text = report.substr( begin, end - begin );
+        call.line = line;
+    }
+    return call;
+}
+
+/// Whether a lookup answers the opposite of what the chip says.
+bool answersOpposite( const ObservedCall & call, SweepFault::Kind kind ) {
+    return ( call.operation.rc < 0 ) != ( codeOf( kind ) < 0 );
+}
+
+/// Follows an undisturbed run, call by call, and says what each call must lead to.
+class Prediction {
   public:
-    explicit Builder( const SweptCase & swept ) : recipe_( *swept.recipe ) {
+    explicit Prediction( const SweptCase & swept ) : recipe_( *swept.recipe ), path_( &swept ) {
         const Recipe & output = outputOf( recipe_ );
         expected_.function = output.name;
         expected_.signature = signatureOf( output );
@@ -117,213 +86,168 @@ class Builder {
         expected_.model = &swept.model;
     }
 
-    SweepExpectation & expected() { return expected_; }
-    bool isOver() const { return over_; }
+    SweepExpectation follow( const std::optional<SweepFault> & fault ) {
+        for ( ; !isOver_; ++place_ ) {
+            addMessages();
+            if ( place_ == run().calls.size() )
+                endAsPlanned();
+            else if ( fault && fault->call == place_ )
+                strike( fault->kind );
+            else
+                goOn();
+        }
+        return std::move( expected_ );
+    }
 
-    enum class Handle { valid, invalid };
+  private:
+    /// What the struck call left behind.
+    enum class After : std::uint8_t { nothing, invalidHandle, oppositeAnswer };
 
-    /// The messages of a run that come at this place, unless the last call already told its own.
-    void addMessages( const SweepRun & run, std::size_t afterCalls,
-                      Handle handle = Handle::valid ) {
-        if ( over_ || toldOwnMessage_ )
-            return;
-        for ( const SweepMessage & message : run.messages ) {
-            if ( message.afterCalls == afterCalls )
+    const SweepRun & run() const { return path_->undisturbed; }
+
+    /// The messages of the run that come at this place, unless the last call told its own.
+    void addMessages() {
+        static const std::regex handle( " entry handle: [0-9]*" );
+        static const std::string invalid =
+            fmt::format( " entry handle: {}", Sim::Chip().BCMLT_INVALID_HDL() );
+        for ( const SweepMessage & message : run().messages ) {
+            if ( message.afterCalls == place_ && !toldOwnMessage_ )
                 expected_.messages.push_back(
-                    handle == Handle::valid ? message.text : withInvalidHandle( message.text ) );
+                    after_ == After::invalidHandle
+                        ? std::regex_replace( message.text, handle, invalid )
+                        : message.text );
         }
     }
 
-    /// A call like `pattern` that returns `rc`; `reaches` says whether the chip does what it says.
-    void addCall( const Pattern & pattern, int rc, bool reaches, Handle handle = Handle::valid ) {
-        if ( over_ )
-            return;
-        ObservedCall call = pattern.call;
+    /// A call that is not struck.
+    void goOn() {
+        ObservedCall call = callOf( run(), place_ );
+        int rc = call.isCheck() ? lastRc_ : call.operation.rc;
+        if ( !call.isCheck() && after_ == After::invalidHandle ) {
+            call.operation.handle = 0;
+            call.operation.unit = -1;
+            call.operation.table.clear();
+            rc = toInt( Sim::Rc::unknownHandle );
+        } else if ( after_ == After::oppositeAnswer )
+            rc = rcAfterOpposite( call, rc );
+        addCall( std::move( call ), rc, rc >= 0 );
+    }
+
+    /// What the chip answers after a lookup whose code was the opposite of the truth.
+    static int rcAfterOpposite( const ObservedCall & call, int rc ) {
+        if ( call.is( SdkCall::entryFieldGet ) )
+            return toInt( Sim::Rc::fieldNotCarried );
+        if ( !call.is( SdkCall::entryCommit ) )
+            return rc;
+        return toInt( call.operation.opcode.constant == SdkCall::opcodeInsert
+                          ? Sim::Rc::entryExists
+                          : Sim::Rc::entryNotFound );
+    }
+
+    void strike( SweepFault::Kind fault ) {
+        const ObservedCall call = callOf( run(), place_ );
         const CallKind kind = kindOf( recipe_, call );
+        const int rc = codeOf( fault );
+        const bool isInvalid = fault == SweepFault::Kind::invalidHandle;
+        expected_.struck = place_;
+        addCall( call, rc, rc >= 0 && call.operation.rc >= 0 && !isInvalid );
+        if ( isInvalid ) {
+            after_ = After::invalidHandle;
+            if ( assertsHandle( recipe_ ) )
+                stopByAssertion( "ent_hdl != BCMLT_INVALID_HDL" );
+        } else if ( kind == CallKind::lookup && answersOpposite( call, fault ) ) {
+            after_ = After::oppositeAnswer;
+            path_ = path_->fallback;
+        } else if ( kind == CallKind::skipsTable && rc != 0 ) {
+            const auto & calls = run().calls;
+            while ( place_ + 1 < calls.size() && !calls[place_ + 1].is( SdkCall::entryAllocate ) )
+                ++place_;
+        }
+    }
+
+    /// A call that returns `rc`; `reaches` says whether the chip does what it says.
+    void addCall( ObservedCall call, int rc, bool reaches ) {
+        const CallKind kind = kindOf( recipe_, call );
+        const bool stops = kind == CallKind::guarded && rc < 0;
+        if ( reaches )
+            takeEffect( call );
         if ( !call.isCheck() )
             call.operation.rc = rc;
         call.hook = call.hookLocked = kind == CallKind::guarded;
         call.operationLocked = !call.isCheck() && keepsLock( recipe_ );
-        call.ending =
-            kind == CallKind::ignored ? std::string( ObservedCall::ignoredEnding ) : rcEnding( rc );
-        const bool stops = kind == CallKind::guarded && rc < 0;
-        if ( stops )
-            call.ending.clear();
-        if ( reaches )
-            takeEffect( pattern );
-        expected_.calls.push_back( std::move( call ) );
+        call.ending = stops                       ? ""
+                      : kind == CallKind::ignored ? std::string( ObservedCall::ignoredEnding )
+                                                  : fmt::format( " (rc:{})", rc );
+        expected_.calls.push_back( call );
         lastRc_ = rc;
-        toldOwnMessage_ = false;
+        toldOwnMessage_ = kind == CallKind::tolerated;
 
-        if ( stops ) {
-            end( { .kind = SweepEnding::Kind::report,
-                   .text = pattern.call.text,
-                   .rc = rc,
-                   .line = pattern.call.line } );
-        } else if ( handle == Handle::invalid && assertsHandle( recipe_ ) ) {
-            end( assertion( "ent_hdl != BCMLT_INVALID_HDL", pattern.call.line, pattern.next ) );
-        } else if ( kind == CallKind::mustMiss && rc >= 0 ) {
-            end( assertion( "rc < 0", pattern.call.line, pattern.next ) );
-        } else if ( kind == CallKind::endsRecipe && rc != 0 ) {
-            tell( fmt::format( "{} skipping register {}", expected_.function, allocates() - 1 ) );
+        if ( stops )
+            end( { SweepEnding::Kind::report, call.text, rc, call.line } );
+        else if ( kind == CallKind::mustMiss && rc >= 0 )
+            stopByAssertion( "rc < 0" );
+        else if ( kind == CallKind::tolerated && rc < 0 )
+            tell( "{} svp entry insertion errored out rc: {}", expected_.signature, rc );
+        else if ( kind == CallKind::endsRecipe && rc != 0 ) {
+            tell( "{} skipping register {}", expected_.function, allocates() - 1 );
             end( {} );
-        } else if ( kind == CallKind::tolerated ) {
-            toldOwnMessage_ = true;
-            if ( rc < 0 )
-                tell( fmt::format( "{} svp entry insertion errored out rc: {}", expected_.signature,
-                                   rc ) );
         }
     }
 
-    /// The end that the plan states.
-    void endAsPlanned( const SweepCase & plan ) {
-        if ( plan.stopsBy.empty() )
-            end( { .result = std::string( plan.returns ) } );
-        else
-            end( assertion( plan.stopsBy, lastLine(), 0 ) );
+    template <class... Values>
+    void tell( fmt::format_string<const Values &...> format, const Values &... values ) {
+        expected_.messages.push_back( fmt::format( format, values... ) );
     }
 
-    int lastRc() const { return lastRc_; }
-
-  private:
-    // Some messages show the handle.
-    static std::string withInvalidHandle( std::string text ) {
-        constexpr std::string_view label = " entry handle: ";
-        const std::size_t found = text.find( label );
-        if ( found == std::string::npos )
-            return text;
-        const std::size_t first = found + label.size();
-        const std::size_t end =
-            std::min( text.find_first_not_of( "0123456789", first ), text.size() );
-        return text.replace( first, end - first,
-                             fmt::to_string( Sim::Chip().BCMLT_INVALID_HDL() ) );
-    }
-
-    static SweepEnding assertion( std::string_view expression, int behind, int before ) {
-        return { .kind = SweepEnding::Kind::assertion,
-                 .expression = std::string( expression ),
-                 .line = behind,
-                 .before = before };
-    }
-
-    void end( SweepEnding ending ) {
-        if ( over_ )
-            return;
-        expected_.ending = std::move( ending );
-        over_ = true;
-    }
-
-    void tell( std::string message ) {
-        expected_.messages.push_back( std::move( message ) );
-        toldOwnMessage_ = true;
-    }
-
-    void takeEffect( const Pattern & pattern ) {
-        const ObservedCall & call = pattern.call;
+    void takeEffect( const ObservedCall & call ) {
         std::vector<std::string> & live = expected_.liveEntries;
-        if ( call.is( Interpose::SdkCall::entryAllocate ) )
-            live.push_back( call.operation.table );
-        if ( call.is( Interpose::SdkCall::entryFree ) ) {
-            const auto entry = std::find( live.begin(), live.end(), call.operation.table );
+        const TableId table = tableOf( call.operation );
+        if ( call.is( SdkCall::entryAllocate ) )
+            live.push_back( table.table );
+        if ( call.is( SdkCall::entryFree ) ) {
+            const auto entry = std::find( live.begin(), live.end(), table.table );
             if ( entry != live.end() )
                 live.erase( entry );
         }
-        if ( pattern.write == nullptr )
-            return;
-        if ( pattern.write->empty() )
-            expected_.tables.erase( tableOf( call ) );
-        else
-            expected_.tables[tableOf( call )] = *pattern.write;
+        const auto write = run().writes.find( place_ );
+        if ( write != run().writes.end() )
+            expected_.tables[table] = write->second;
     }
 
     long allocates() const {
-        return std::count_if( expected_.calls.begin(), expected_.calls.end(), []( const auto & c ) {
-            return c.is( Interpose::SdkCall::entryAllocate );
-        } );
+        return std::count_if( expected_.calls.begin(), expected_.calls.end(),
+                              []( const auto & c ) { return c.is( SdkCall::entryAllocate ); } );
     }
 
-    int lastLine() const { return expected_.calls.empty() ? 0 : expected_.calls.back().line; }
+    void endAsPlanned() {
+        if ( path_->plan->stopsBy.empty() )
+            end( { .text = std::string( path_->plan->returns ) } );
+        else
+            stopByAssertion( path_->plan->stopsBy );
+    }
+
+    void stopByAssertion( std::string_view expression ) {
+        const auto & calls = run().calls;
+        end( { .kind = SweepEnding::Kind::assertion,
+               .text = std::string( expression ),
+               .line = expected_.calls.empty() ? 0 : expected_.calls.back().line,
+               .before = place_ + 1 < calls.size() ? calls[place_ + 1].line : 0 } );
+    }
+
+    void end( SweepEnding ending ) {
+        expected_.ending = std::move( ending );
+        isOver_ = true;
+    }
 
     const Recipe & recipe_;
-    SweepExpectation expected_;
-    bool over_ = false;
-    bool toldOwnMessage_ = false;
+    const SweptCase * path_;
+    std::size_t place_ = 0; // of the next call in that run
+    After after_ = After::nothing;
     int lastRc_ = 0;
+    bool toldOwnMessage_ = false;
+    bool isOver_ = false;
+    SweepExpectation expected_;
 };
-
-/// The calls of an undisturbed run from `first` to before `last`. `answer` says what each returns,
-/// and may change what it is.
-template <class Answer>
-void addCalls( Builder & builder, const SweepRun & run, std::size_t first, std::size_t last,
-               const Answer & answer, Builder::Handle handle = Builder::Handle::valid ) {
-    for ( std::size_t i = first; i < last; ++i ) {
-        builder.addMessages( run, i, handle );
-        Pattern pattern = patternOf( run, i );
-        const int answered = answer( pattern.call );
-        const int rc = pattern.call.isCheck() ? builder.lastRc() : answered;
-        builder.addCall( pattern, rc, rc >= 0 );
-    }
-}
-
-/// The same to the end.
-template <class Answer>
-void addRest( Builder & builder, const SweptCase & swept, std::size_t first, const Answer & answer,
-              Builder::Handle handle = Builder::Handle::valid ) {
-    const SweepRun & run = swept.undisturbed;
-    addCalls( builder, run, first, run.calls.size(), answer, handle );
-    builder.addMessages( run, run.calls.size(), handle );
-    builder.endAsPlanned( *swept.plan );
-}
-
-/// What the chip answered in that run.
-int sameAnswer( const ObservedCall & call ) { return call.operation.rc; }
-
-/// What it answers to a handle that was never allocated.
-int answerToInvalidHandle( ObservedCall & call ) {
-    call.operation.handle = 0;
-    call.operation.unit = -1;
-    call.operation.table.clear();
-    return toInt( Sim::Rc::unknownHandle );
-}
-
-/// What it answers after a lookup whose code was the opposite of the truth.
-int answerToOpposite( const ObservedCall & call ) {
-    using Interpose::SdkCall;
-    if ( call.is( SdkCall::entryFieldGet ) )
-        return toInt( Sim::Rc::fieldNotCarried );
-    if ( !call.is( SdkCall::entryCommit ) )
-        return call.operation.rc;
-    return toInt( call.operation.opcode.constant == SdkCall::opcodeInsert
-                      ? Sim::Rc::entryExists
-                      : Sim::Rc::entryNotFound );
-}
-
-/// The first allocate at or behind `first`.
-std::size_t nextAllocate( const SweepRun & run, std::size_t first ) {
-    while ( first < run.calls.size() && !run.calls[first].is( Interpose::SdkCall::entryAllocate ) )
-        ++first;
-    return first;
-}
-
-/// The field of a call was not written.
-void dropFieldOf( SweepExpectation & expected, const SweepRun & run, const ObservedCall & call ) {
-    const TableId id = tableOf( call );
-    const Sim::Table * table = findTable( *expected.model, id );
-    const Sim::Field * field = table == nullptr ? nullptr : table->find( call.operation.field );
-    const auto rows = expected.tables.find( id );
-    if ( field == nullptr || rows == expected.tables.end() )
-        return;
-    const auto before = run.tablesBefore.find( id );
-    dropField( rows->second, before == run.tablesBefore.end() ? TableRows() : before->second,
-               *table, *field );
-}
-
-// --- Faults
-
-/// Whether a lookup answers the opposite of what the chip says.
-bool answersOpposite( const ObservedCall & call, SweepFault::Kind kind ) {
-    return ( call.operation.rc < 0 ) != ( codeOf( kind ) < 0 );
-}
 
 // --- Differences
 
@@ -401,29 +325,28 @@ void compareCalls( Differences & differences, const SweepExpectation & expectati
 void compareStandardError( Differences & differences, const SweepExpectation & expectation,
                            const SweepRun & run ) {
     const SweepEnding & ending = expectation.ending;
-    const bool reports = ending.kind == SweepEnding::Kind::report;
+    std::string expected;
+    std::string line = fmt::to_string( ending.line );
+    std::string_view failed = "0";
     const std::string before =
         fmt::format( "{}: {}:", ::program_invocation_short_name, sourceFile );
-    int line = ending.line;
-    std::string expected;
-    if ( reports )
+    if ( ending.kind == SweepEnding::Kind::report )
         expected = fmt::format( "{}:{} {} API ERROR:{} ({})\n", sourceFile, line, ending.text,
                                 errorText( ending.rc ), ending.rc );
     if ( ending.kind == SweepEnding::Kind::assertion ) {
+        failed = ending.text;
         // All that is known of its line is that it lies between two calls.
-        std::string_view seen = run.standardError;
-        seen.remove_prefix( seen.starts_with( before ) ? before.size() : seen.size() );
-        line = takeNumber( seen );
-        if ( line != 0 &&
-             ( line <= ending.line || ( ending.before != 0 && line >= ending.before ) ) )
+        const int seen = numberBehind( before, run.standardError );
+        line = seen == 0 ? "LINE" : fmt::to_string( seen );
+        if ( seen != 0 &&
+             ( seen <= ending.line || ( ending.before != 0 && seen >= ending.before ) ) )
             differences.add( fmt::format(
-                "the assertion stands in line {}, expected behind {}{}", line, ending.line,
+                "the assertion stands in line {}, expected behind {}{}", seen, ending.line,
                 ending.before == 0 ? "" : fmt::format( " and before {}", ending.before ) ) );
     }
     if ( ending.kind != SweepEnding::Kind::returns )
-        expected += fmt::format( "{}{}: {}: Assertion `{}' failed.\n", before,
-                                 line == 0 ? "LINE" : fmt::to_string( line ), expectation.signature,
-                                 reports ? "0" : ending.expression );
+        expected += fmt::format( "{}{}: {}: Assertion `{}' failed.\n", before, line,
+                                 expectation.signature, failed );
     differences.compare( "standard error", run.standardError, expected );
 }
 
@@ -436,12 +359,12 @@ void compareEnding( Differences & differences, const SweepExpectation & expectat
     differences.compare( "the recipe returned", run.returned, returns );
     if ( returns ) {
         differences.compare( "exit code", run.exitCode, 0 );
-        differences.compare( "result", run.result, ending.result );
+        differences.compare( "result", run.result, ending.text );
     }
     compareStandardError( differences, expectation, run );
     differences.compare( "failure hooks", run.failureHooks, std::size_t( reports ? 1 : 0 ) );
     differences.compare( "error texts asked", run.errorTexts,
-                         reports ? std::vector<int>{ ending.rc } : std::vector<int>() );
+                         reports ? std::vector{ ending.rc } : std::vector<int>() );
     if ( reports && run.failureHooks == 1 ) {
         differences.compare( "lock held in the failure hook", run.failureHookLocked, true );
         differences.compare( "reported before the failure hook", run.reportedBeforeHook, true );
@@ -450,15 +373,11 @@ void compareEnding( Differences & differences, const SweepExpectation & expectat
 
 void compareTables( Differences & differences, const SweepExpectation & expectation,
                     const SweepTables & seen ) {
-    const auto rowsIn = []( const SweepTables & tables, const TableId & id ) {
-        const auto found = tables.find( id );
-        return found == tables.end() ? TableRows() : found->second;
-    };
     SweepTables all = seen;
     all.insert( expectation.tables.begin(), expectation.tables.end() );
     for ( const auto & [id, ignored] : all ) {
-        const TableRows seenRows = rowsIn( seen, id );
-        const TableRows expectedRows = rowsIn( expectation.tables, id );
+        const TableRows & seenRows = rowsIn( seen, id );
+        const TableRows & expectedRows = rowsIn( expectation.tables, id );
         const auto [one, other] = std::mismatch( seenRows.begin(), seenRows.end(),
                                                  expectedRows.begin(), expectedRows.end() );
         if ( one == seenRows.end() && other == expectedRows.end() )
@@ -492,10 +411,6 @@ bool occurs( const SweepRun & run, std::string_view part ) {
                         [&]( const auto & message ) { return contains( message.text, part ); } );
 }
 
-} // namespace
-
-namespace {
-
 struct FaultKind {
     std::string_view name;
     std::string_view text;
@@ -512,6 +427,32 @@ const FaultKind & infoOf( SweepFault::Kind kind ) {
     return faultKinds[static_cast<std::size_t>( kind )];
 }
 
+/// Whether it is known what a fault must lead to.
+bool isPossible( const SweptCase & swept, const SweepFault & fault ) {
+    const ObservedCall & call = swept.undisturbed.calls[fault.call];
+    if ( call.isCheck() )
+        return false;
+    const CallKind kind = kindOf( *swept.recipe, call );
+    if ( kind == CallKind::lookup && answersOpposite( call, fault.kind ) &&
+         ( swept.fallback == nullptr || fault.call >= swept.fallback->undisturbed.calls.size() ) )
+        return false;
+    const bool allocates = call.is( SdkCall::entryAllocate );
+    const bool isRefused = call.operation.rc < 0;
+    const bool maySucceed =
+        !isRefused || ( kind != CallKind::guarded && kind != CallKind::checkedNext );
+    switch ( fault.kind ) {
+    case SweepFault::Kind::fails:
+        return true;
+    case SweepFault::Kind::positive:
+        return maySucceed;
+    case SweepFault::Kind::succeeds:
+        return isRefused && maySucceed && !allocates;
+    case SweepFault::Kind::invalidHandle:
+        return !isRefused && allocates;
+    }
+    return false;
+}
+
 } // namespace
 
 int codeOf( SweepFault::Kind kind ) { return infoOf( kind ).code; }
@@ -522,9 +463,9 @@ std::string toText( const SweepExpectation & expectation ) {
     const SweepEnding & ending = expectation.ending;
     switch ( ending.kind ) {
     case SweepEnding::Kind::returns:
-        return ending.result.empty() ? "returns" : fmt::format( "returns {}", ending.result );
+        return ending.text.empty() ? "returns" : fmt::format( "returns {}", ending.text );
     case SweepEnding::Kind::assertion:
-        return fmt::format( "stops by the assertion \"{}\"", ending.expression );
+        return fmt::format( "stops by the assertion \"{}\"", ending.text );
     case SweepEnding::Kind::report:
         break;
     }
@@ -537,26 +478,23 @@ const ObservedCall * refusedCall( const SweptCase & swept ) {
     const auto & calls = swept.undisturbed.calls;
     if ( calls.empty() )
         return nullptr;
-    const ObservedCall & last = calls.back();
-    if ( last.isCheck() && calls.size() > 1 ) {
-        const ObservedCall & checked = *std::prev( calls.end(), 2 );
-        return checked.operation.rc < 0 ? &checked : nullptr;
-    }
-    return kindOf( *swept.recipe, last ) == CallKind::guarded && last.operation.rc < 0 ? &last
-                                                                                       : nullptr;
+    const ObservedCall * last = &calls.back();
+    if ( last->isCheck() && calls.size() > 1 )
+        --last; // the call that it checks
+    else if ( kindOf( *swept.recipe, *last ) != CallKind::guarded )
+        return nullptr;
+    return last->operation.rc < 0 ? last : nullptr;
 }
 
 SweepExpectation expectUndisturbed( const SweptCase & swept ) {
-    Builder builder( swept );
-    addRest( builder, swept, 0, sameAnswer );
-    return std::move( builder.expected() );
+    return Prediction( swept ).follow( {} );
 }
 
 std::vector<std::string> judgeUndisturbed( const SweptCase & swept ) {
     const SweepRun & run = swept.undisturbed;
     std::vector<std::string> differences = judge( expectUndisturbed( swept ), run );
     for ( std::size_t i = 0; i < run.calls.size(); ++i ) {
-        const ObservedCall call = patternOf( run, i ).call;
+        const ObservedCall call = callOf( run, i );
         if ( !textFits( call ) )
             differences.push_back( fmt::format( "call {}: the text \"{}\" does not say {}", i + 1,
                                                 call.text, inWords( call ) ) );
@@ -579,65 +517,23 @@ std::vector<std::string> judgeUndisturbed( const SweptCase & swept ) {
 }
 
 std::vector<SweepFault> faultsOf( const SweptCase & swept ) {
-    using Kind = SweepFault::Kind;
     std::vector<SweepFault> faults;
-    const SweepRun & run = swept.undisturbed;
-    for ( std::size_t i = 0; i < run.calls.size(); ++i ) {
-        const ObservedCall & call = run.calls[i];
-        if ( call.isCheck() )
-            continue;
-        const CallKind kind = kindOf( *swept.recipe, call );
-        const auto add = [&]( Kind fault ) {
-            const bool needsFallback = kind == CallKind::lookup && answersOpposite( call, fault );
-            if ( !needsFallback ||
-                 ( swept.fallback != nullptr && i < swept.fallback->undisturbed.calls.size() ) )
-                faults.push_back( { fault, i } );
-        };
-        add( Kind::fails );
-        if ( call.operation.rc >= 0 ) {
-            add( Kind::positive );
-            if ( call.is( Interpose::SdkCall::entryAllocate ) )
-                add( Kind::invalidHandle );
-            continue;
+    for ( std::size_t i = 0; i < swept.undisturbed.calls.size(); ++i ) {
+        for ( const SweepFault::Kind kind :
+              { SweepFault::Kind::fails, SweepFault::Kind::positive, SweepFault::Kind::succeeds,
+                SweepFault::Kind::invalidHandle } ) {
+            if ( isPossible( swept, { kind, i } ) )
+                faults.push_back( { kind, i } );
         }
-        // A refused call is made to look successful only where it is known what follows.
-        if ( kind == CallKind::guarded || kind == CallKind::checkedNext )
-            continue;
-        add( Kind::positive );
-        if ( !call.is( Interpose::SdkCall::entryAllocate ) )
-            add( Kind::succeeds );
     }
     return faults;
 }
 
 SweepExpectation expectFault( const SweptCase & swept, const SweepFault & fault ) {
-    const SweepRun & run = swept.undisturbed;
-    Builder builder( swept );
-    addCalls( builder, run, 0, fault.call, sameAnswer );
-
-    const Pattern pattern = patternOf( run, fault.call );
-    const ObservedCall & struck = pattern.call;
-    const CallKind kind = kindOf( *swept.recipe, struck );
-    const int code = codeOf( fault.kind );
-    const bool invalid = fault.kind == SweepFault::Kind::invalidHandle;
-    builder.addMessages( run, fault.call );
-    builder.addCall( pattern, code, code >= 0 && struck.operation.rc >= 0 && !invalid,
-                     invalid ? Builder::Handle::invalid : Builder::Handle::valid );
-    builder.expected().struck = fault.call;
-
-    const std::size_t next = fault.call + 1;
-    if ( invalid )
-        addRest( builder, swept, next, answerToInvalidHandle, Builder::Handle::invalid );
-    else if ( kind == CallKind::lookup && answersOpposite( struck, fault.kind ) )
-        addRest( builder, *swept.fallback, next, answerToOpposite );
-    else if ( kind == CallKind::skipsTable && code != 0 )
-        addRest( builder, swept, nextAllocate( run, next ), sameAnswer );
-    else
-        addRest( builder, swept, next, sameAnswer );
-
-    SweepExpectation expected = std::move( builder.expected() );
-    if ( kind == CallKind::ignored && code < 0 )
-        dropFieldOf( expected, run, struck );
+    SweepExpectation expected = Prediction( swept ).follow( fault );
+    const ObservedCall & struck = swept.undisturbed.calls[fault.call];
+    if ( kindOf( *swept.recipe, struck ) == CallKind::ignored && codeOf( fault.kind ) < 0 )
+        dropField( expected.tables, swept.undisturbed.tablesBefore, swept.model, struck.operation );
     return expected;
 }
 

@@ -92,17 +92,16 @@ int codeOf( SweepFault::Kind kind );
 
 /// How a run must end.
 struct SweepEnding {
-    enum class Kind : std::uint8_t { returns, report, assertion };
+    enum class Kind : std::uint8_t {
+        returns,   ///< `text` is the result
+        report,    ///< of the call `text` in `line`, with its code; the assertion "0" follows
+        assertion, ///< `text`, which stands behind `line`
+    };
     Kind kind = Kind::returns;
-    std::string result = {}; ///< returns
-    // A report, and the assertion "0"
     std::string text = {};
     int rc = 0;
-    /// An assertion of the recipe's own.
-    std::string expression = {};
-    /// A report: its line. An assertion: its line is greater than `line`, and less than `before`,
-    /// the line of the next call, if that is known (else 0).
     int line = 0;
+    /// Assertions: the line of the next call, or 0.
     int before = 0;
 };
 

@@ -8,6 +8,10 @@
 
 namespace Tool {
 
+TableId tableOf( const Interpose::Event & operation ) {
+    return { operation.unit, operation.table };
+}
+
 TableRows rowsOf( const Sim::Chip & chip, const TableId & id ) {
     TableRows rows;
     for ( Sim::RowImage & image : chip.rows( id.unit, id.table, Sim::Rows::stored ) )
@@ -26,6 +30,12 @@ SweepTables tablesOf( const Sim::Chip & chip ) {
         }
     }
     return tables;
+}
+
+const TableRows & rowsIn( const SweepTables & tables, const TableId & id ) {
+    static const TableRows none;
+    const auto found = tables.find( id );
+    return found == tables.end() ? none : found->second;
 }
 
 const Sim::Table * findTable( const Model & model, const TableId & id ) {
@@ -55,22 +65,28 @@ std::string toText( const Sim::Table & table, const TableRow & row ) {
     return fmt::format( "[{}]{}", fmt::join( place, " " ), data );
 }
 
-void dropField( TableRows & rows, const TableRows & before, const Sim::Table & table,
-                const Sim::Field & field ) {
+void dropField( SweepTables & tables, const SweepTables & before, const Model & model,
+                const Interpose::Event & add ) {
+    const TableId id = tableOf( add );
+    const Sim::Table * table = findTable( model, id );
+    const auto rows = tables.find( id );
+    if ( table == nullptr || rows == tables.end() )
+        return;
     std::ptrdiff_t first = 0;
-    for ( const Sim::Field & each : table.fields ) {
-        if ( each.name == field.name )
-            break;
-        first += each.length;
-    }
-    for ( TableRow & row : rows ) {
-        const auto old = std::find_if( before.begin(), before.end(),
-                                       [&]( const TableRow & each ) { return each.id == row.id; } );
-        const auto values = row.values.begin() + first;
-        if ( old == before.end() )
-            std::fill_n( values, field.length, field.reset );
-        else
-            std::copy_n( old->values.begin() + first, field.length, values );
+    for ( const Sim::Field & field : table->fields ) {
+        for ( TableRow & row : rows->second ) {
+            if ( field.name != add.field )
+                break;
+            const auto & rowsBefore = rowsIn( before, id );
+            const auto old = std::find_if( rowsBefore.begin(), rowsBefore.end(),
+                                           [&]( const auto & each ) { return each.id == row.id; } );
+            const auto values = row.values.begin() + first;
+            if ( old == rowsBefore.end() )
+                std::fill_n( values, field.length, field.reset );
+            else
+                std::copy_n( old->values.begin() + first, field.length, values );
+        }
+        first += field.length;
     }
 }
 
