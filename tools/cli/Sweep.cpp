@@ -80,8 +80,8 @@ std::string summaryOf( const std::vector<const SweepCaseReport *> & reports ) {
             words += ": " + std::to_string( wrong );
         else if ( !report->refused.empty() )
             words += "; the chip refuses " + report->refused;
-        cases.add( { name, std::to_string( report->calls ), std::to_string( report->faults.size() ),
-                     words } );
+        cases.add( { name, std::to_string( report->undisturbed.calls.size() ),
+                     std::to_string( report->faults.size() ), words } );
     }
     return cases.text() + unexpected.text();
 }
@@ -96,7 +96,7 @@ std::string allOf( const std::vector<const SweepCaseReport *> & reports ) {
             grid.add( { name, "", "", "left out: " + report->leftOut } );
             continue;
         }
-        grid.add( { name, counted( report->calls, "call" ), "undisturbed",
+        grid.add( { name, counted( report->undisturbed.calls.size(), "call" ), "undisturbed",
                     undisturbedVerdict( *report ) } );
         addDifferences( grid, report->differences );
         for ( const SweepFaultReport & fault : report->faults )
@@ -115,13 +115,13 @@ std::size_t recipeCount( const SweepReport & report ) {
 std::string conclusion( const SweepReport & report ) {
     std::string text = counted( recipeCount( report ), "recipe" ) + ", " +
                        counted( report.cases.size(), "case" ) + ", " +
-                       counted( report.faults(), "fault" ) + ": ";
-    text += report.unexpected() == 0 ? "all " + std::string( good )
-                                     : std::to_string( report.unexpected() ) + " unexpected";
-    if ( report.refused() != 0 )
-        text += "; " + counted( report.refused(), "case" ) + " that the chip itself refuses";
-    if ( report.leftOut() != 0 )
-        text += "; " + counted( report.leftOut(), "case" ) + " left out";
+                       counted( report.faults, "fault" ) + ": ";
+    text += report.unexpected == 0 ? "all " + std::string( good )
+                                   : std::to_string( report.unexpected ) + " unexpected";
+    if ( report.refused != 0 )
+        text += "; " + counted( report.refused, "case" ) + " that the chip itself refuses";
+    if ( report.leftOut != 0 )
+        text += "; " + counted( report.leftOut, "case" ) + " left out";
     return text;
 }
 
@@ -157,7 +157,7 @@ Json caseJson( const SweepCaseReport & report ) {
         json["left_out"] = report.leftOut;
         return json;
     }
-    json["calls"] = report.calls;
+    json["calls"] = report.undisturbed.calls.size();
     json["expected"] = report.expected;
     json["as_expected"] = report.differences.empty();
     if ( !report.differences.empty() )
@@ -178,8 +178,8 @@ void printJson( const SweepReport & report ) {
         recipes.back()["cases"].push_back( caseJson( each ) );
     }
     const Json summary{ { "recipes", recipeCount( report ) }, { "cases", report.cases.size() },
-                        { "faults", report.faults() },        { "unexpected", report.unexpected() },
-                        { "refused", report.refused() },      { "left_out", report.leftOut() } };
+                        { "faults", report.faults },          { "unexpected", report.unexpected },
+                        { "refused", report.refused },        { "left_out", report.leftOut } };
     print( documentText( { { "recipes", std::move( recipes ) }, { "summary", summary } } ) );
 }
 
@@ -205,7 +205,7 @@ int sweep( const SweepOptions & options ) {
         printJson( report );
     else
         printText( report, options.verbose );
-    return report.unexpected() == 0 ? 0 : 1;
+    return report.unexpected == 0 ? 0 : 1;
 }
 
 } // namespace Tool

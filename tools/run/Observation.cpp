@@ -109,7 +109,7 @@ void Observer::onOperation( const Interpose::Event & event ) {
     call.operation.handle = entry == entries_.end() || event.table.empty() ? 0 : entry->second;
     seen_.calls.push_back( std::move( call ) );
     if ( afterOperation_ )
-        afterOperation_( seen_.calls.size() - 1 );
+        afterOperation_( seen_ );
 }
 
 void Observer::onTraceLine( const Kiln::TraceLine & line ) {

@@ -112,8 +112,8 @@ void inOrder( const Observation & seen, const OnCall & onCall, const OnNote & on
 /// Takes all trace lines of the process while it lives. At most one lives at a time.
 class Observer {
   public:
-    /// Called with the place of each call, as soon as its operation has returned.
-    using AfterOperation = std::function<void( std::size_t call )>;
+    /// Called as soon as an operation has returned; its call is the last one seen.
+    using AfterOperation = std::function<void( const Observation & seen )>;
 
     explicit Observer( Shim::Sdk & inner, AfterOperation afterOperation = {} );
     ~Observer();

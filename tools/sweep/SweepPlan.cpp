@@ -158,7 +158,7 @@ constexpr std::string_view anyCall = "bcmlt_";
 
 using Cases = std::vector<SweepCase>;
 using Names = std::vector<std::string_view>;
-using Given = std::vector<SweepCase::Given>;
+using Given = SweepCase::Given;
 
 // The cases of a recipe. Telltales are parts of its call texts and messages: those that a case
 // names in `with` must occur, the others must not.
@@ -314,7 +314,7 @@ void addTunnelCases( Cases & cases ) {
     add( cases, setter, {},
          { { .name = "on", .with = { "enable ? 1 : 0", attribute, "PT_OPCODE_GET" } },
            { .name = "off", .arguments = { { "enable", "false" } } } } );
-    const auto set = [&]( std::string_view value ) {
+    const auto set = [&]( const char * value ) {
         return std::vector<SweepCase::Before>{ { setter, { { "enable", value } } } };
     };
     add( cases, "getVxlanDecapAdaptLookup", { attribute },
@@ -324,12 +324,12 @@ void addTunnelCases( Cases & cases ) {
 
 void addOpaqueTagCases( Cases & cases ) {
     constexpr std::string_view type = "OPAQUE_TAG_TYPE";
-    constexpr std::string_view size = "TAG_SIZE";
+    constexpr const char * size = "TAG_SIZE";
     constexpr std::string_view etherField = "ETHERTYPE";
     struct Parser {
         std::string_view setter;
         std::string_view getter;
-        std::string_view table;
+        const char * table;
         bool hasType;
         bool hasSize;
         bool hasValid;
@@ -371,7 +371,7 @@ void addOpaqueTagCases( Cases & cases ) {
                                  .with = { size, type } } );
         } else
             add( cases, { parser.setter }, { etherField } );
-        const auto holdsZero = [&]( std::string_view name, std::string_view field, Names with ) {
+        const auto holdsZero = [&]( std::string_view name, const char * field, Names with ) {
             getting.push_back( { .name = name,
                                  .before = set,
                                  .holds = { { parser.table, field, 0 } },

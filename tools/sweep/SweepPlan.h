@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <span>
 #include <string>
 #include <string_view>
@@ -47,27 +48,25 @@ std::string signatureOf( const Recipe & recipe );
 
 /// One branch of a recipe: what makes the recipe take it, and how it ends if nothing is disturbed.
 struct SweepCase {
-    struct Given {
-        std::string_view parameter;
-        std::string_view value;
-    };
+    /// Arguments as text, by the names of their parameters.
+    using Given = std::map<std::string_view, std::string>;
     /// A recipe that runs before, with the arguments of the case for parameters of the same name.
     struct Before {
         std::string_view recipe;
-        std::vector<Given> arguments = {};
+        Given arguments = {};
     };
     /// A field that holds this before the recipe begins. The row is the first one of a physical
     /// table, or the row of a logical table without a key.
     struct Holds {
-        std::string_view table;
-        std::string_view field;
+        const char * table;
+        const char * field;
         std::uint64_t value = 0;
     };
 
     std::string_view recipe = {};
     std::string_view name = {};
     /// Arguments that differ from the samples.
-    std::vector<Given> arguments = {};
+    Given arguments = {};
     std::vector<Before> before = {};
     std::vector<Holds> holds = {};
     /// Changes chips, modules and ports of the model.

@@ -20,18 +20,14 @@
 #include <cstring>
 #include <deque>
 #include <exception>
-#include <map>
 #include <mutex>
 #include <new>
-#include <numeric>
 #include <optional>
-#include <stdexcept>
 #include <string_view>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
-#include <system_error>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -74,86 +70,34 @@ namespace {
 
 // --- In the process of a run
 
-// Observes a recipe and the tables that it changes.
-class Watcher {
-  public:
-    Watcher( const Sim::Chip & chip, Shim::Sdk & sdk, bool watchRows )
-        : chip_( chip ), watchRows_( watchRows ),
-          observer_( sdk, [this]( std::size_t call ) { noteWrite( call ); } ) {}
-
-    Shim::Sdk & sdk() { return observer_.sdk(); }
-
-    // Observes what happens from now on.
-    void begin() {
-        run_.prepared = true;
-        if ( watchRows_ )
-            run_.tablesBefore = tables_ = tablesOf( chip_ );
-        observer_.begin();
-    }
-
-    void returned( const Result & result ) {
-        run_.returned = true;
-        run_.result = toText( result );
-    }
-
-    // What was observed. The run is over or stops.
-    const SweepRun & finish() {
-        static_cast<Observation &>( run_ ) = observer_.finish();
-        for ( const Note & note : run_.notes ) {
-            if ( const auto * message = std::get_if<ObservedMessage>( &note.what ) )
-                run_.messages.push_back( { note.afterCalls, message->text } );
-        }
-        run_.tables = tablesOf( chip_ );
-        for ( const Sim::LiveEntry & entry : chip_.liveEntries() )
-            run_.liveEntries.push_back( entry.table );
-        run_.complete = true;
-        return run_;
-    }
-
-  private:
-    // A commit changes no table but that of its entry.
-    void noteWrite( std::size_t call ) {
-        const Interpose::Event & operation = observer_.seen().calls[call].operation;
-        if ( !watchRows_ || !operation.opcode.constant )
-            return;
-        const TableId id{ operation.unit, operation.table };
-        TableRows rows = rowsOf( chip_, id );
-        TableRows & known = tables_[id];
-        if ( rows == known )
-            return;
-        known = rows;
-        run_.writes[call] = std::move( rows );
-    }
-
-    const Sim::Chip & chip_;
-    const bool watchRows_;
-    SweepRun run_;
-    SweepTables tables_;
-    Observer observer_;
-};
-
 // Makes a field hold a value. A table or a field that the chip lacks holds nothing.
 void put( Sim::Chip & chip, int unit, const SweepCase::Holds & holds ) {
-    const Sim::Schema * schema = chip.schema( unit );
-    const Sim::Table * table = schema == nullptr ? nullptr : schema->find( holds.table );
-    if ( table == nullptr )
+    std::uint32_t entry = 0;
+    if ( chip.bcmlt_entry_allocate( unit, holds.table, &entry ) < 0 )
         return;
-    Sim::RowImage image;
-    if ( auto row = chip.row( unit, holds.table, {} ) )
-        image = std::move( *row );
-    const bool isNew = image.values.empty();
-    std::size_t element = 0;
-    for ( const Sim::Field & field : table->fields ) {
-        if ( isNew )
-            image.values.insert( image.values.end(), field.length, field.initial() );
-        if ( field.name == holds.field )
-            image.values[element] = holds.value;
-        element += field.length;
-    }
-    image.written.assign( image.values.size(), true );
-    image.touched = true;
-    if ( chip.restoreRow( unit, holds.table, image ) != Sim::Rc::ok )
-        throw std::runtime_error( chip.lastError() );
+    chip.bcmlt_entry_field_add( entry, holds.field, holds.value );
+    const std::uint32_t priority = chip.BCMLT_PRIORITY_NORMAL();
+    if ( chip.schema( unit )->find( holds.table )->isPhysical() )
+        chip.bcmlt_pt_entry_commit( entry, chip.BCMLT_PT_OPCODE_MODIFY(), priority );
+    else
+        chip.bcmlt_entry_commit( entry, chip.BCMLT_OPCODE_INSERT(), priority );
+    chip.bcmlt_entry_free( entry );
+}
+
+// The fault as the injector counts: by the operations of a kind.
+Interpose::Fault injectedBy( const SweptCase & swept, const SweepFault & fault ) {
+    const auto struck = swept.undisturbed.calls.begin() + static_cast<std::ptrdiff_t>( fault.call );
+    const Interpose::SdkCall operation = struck->operation.call;
+    const auto before =
+        std::count_if( swept.undisturbed.calls.begin(), struck,
+                       [&]( const ObservedCall & call ) { return call.is( operation ); } );
+    const int code = codeOf( fault.kind );
+    const bool invalid = fault.kind == SweepFault::Kind::invalidHandle;
+    return { .operation = operation,
+             .occurrence = static_cast<std::uint64_t>( before ) + 1,
+             .rc = code,
+             .overridesRefusal = code >= 0 && !invalid,
+             .invalidHandle = invalid };
 }
 
 // The exit code of a run that the system did not let finish. No recipe exits.
@@ -167,20 +111,36 @@ constexpr int unfinished = 3;
     ::_exit( unfinished );
 }
 
-void runHere( const SweptCase & swept, const std::optional<Interpose::Fault> & fault,
+void runHere( const SweptCase & swept, const std::optional<SweepFault> & fault,
               const SweepSetup & setup, int log ) {
     Sim::Chip chip;
     addUnits( chip, swept.model );
     const auto sharedState = applyModel( swept.model );
     Interpose::FaultInjector faults( chip );
     if ( fault )
-        faults.add( *fault );
-    Watcher watcher( chip, faults, !fault );
+        faults.add( injectedBy( swept, *fault ) );
+    SweepRun run;
+    // A commit changes no table but that of its entry.
+    Observer observer( faults, [&]( const Observation & seen ) {
+        const Interpose::Event & operation = seen.calls.back().operation;
+        if ( operation.opcode.constant )
+            run.writes[seen.calls.size() - 1] = rowsOf( chip, tableOf( operation ) );
+    } );
+    Shim::Sdk & seenByLibrary = setup.around ? setup.around( observer.sdk() ) : observer.sdk();
+    // The run is over, or stops.
     const auto report = [&] {
-        if ( !writeAll( log, nlohmann::json( watcher.finish() ).dump() ) )
+        static_cast<Observation &>( run ) = observer.finish();
+        for ( const Note & note : run.notes ) {
+            if ( const auto * message = std::get_if<ObservedMessage>( &note.what ) )
+                run.messages.push_back( { note.afterCalls, message->text } );
+        }
+        run.tables = tablesOf( chip );
+        for ( const Sim::LiveEntry & entry : chip.liveEntries() )
+            run.liveEntries.push_back( entry.table );
+        run.complete = true;
+        if ( !writeAll( log, nlohmann::json( run ).dump() ) )
             endUnfinished( std::strerror( errno ) );
     };
-    Shim::Sdk & seenByLibrary = setup.around ? setup.around( watcher.sdk() ) : watcher.sdk();
 
     const StopHandler stop( report );
     const std::lock_guard lock( Kiln::activityLock() );
@@ -189,36 +149,13 @@ void runHere( const SweptCase & swept, const std::optional<Interpose::Fault> & f
         recipe->invoke( arguments, sharedState );
     for ( const SweepCase::Holds & holds : swept.plan->holds )
         put( chip, swept.unit, holds );
-    watcher.begin();
+    run.prepared = true;
+    run.tablesBefore = tablesOf( chip );
+    observer.begin();
     Shim::sdk_ = &seenByLibrary;
-    watcher.returned( swept.recipe->invoke( swept.arguments, sharedState ) );
+    run.result = toText( swept.recipe->invoke( swept.arguments, sharedState ) );
+    run.returned = true;
     report();
-}
-
-[[noreturn]] void runInChild( const SweptCase & swept,
-                              const std::optional<Interpose::Fault> & fault,
-                              const SweepSetup & setup, pid_t sweep, int log, int standardError ) {
-    constexpr unsigned patience = 60; // seconds, then a recipe that hangs is killed
-    const rlimit noCore{ 0, 0 };
-    ::setrlimit( RLIMIT_CORE, &noCore );
-    // However the sweep ends, its runs end, too.
-    ::prctl( PR_SET_PDEATHSIG, SIGKILL );
-    if ( ::getppid() != sweep )
-        ::_exit( unfinished );
-    ::dup2( standardError, STDERR_FILENO );
-    ::alarm( patience );
-    std::set_new_handler( [] { endUnfinished( "no memory" ); } );
-    try {
-        runHere( swept, fault, setup, log );
-    } catch ( const Trouble & error ) {
-        endUnfinished( error.what() );
-    } catch ( const std::system_error & error ) {
-        endUnfinished( error.what() );
-    } catch ( const std::exception & error ) {
-        writeAll( STDERR_FILENO, error.what() );
-        ::_exit( 2 );
-    }
-    ::_exit( 0 );
 }
 
 // --- In the process of the sweep
@@ -253,23 +190,22 @@ class MemoryFile {
     const int descriptor_;
 };
 
-// Flushes the standard streams first: a child would write what they hold a second time.
-pid_t forkClean() {
-    std::fflush( nullptr );
-    return ::fork();
-}
+// A case to be run, undisturbed or with a fault.
+struct Job {
+    SweepCaseReport * of = nullptr;
+    std::optional<SweepFault> fault = {};
+};
 
-// A run under way in a process of its own.
+// A job under way in a process of its own.
 class ChildRun {
   public:
-    ChildRun( const SweptCase & swept, const std::optional<Interpose::Fault> & fault,
-              const SweepSetup & setup )
-        : process_( forkClean() ) {
+    ChildRun( const Job & job, const SweepSetup & setup ) {
+        std::fflush( nullptr ); // or the child writes what is buffered a second time
+        process_ = ::fork();
         if ( process_ < 0 )
             throwTrouble( "start a process" );
         if ( process_ == 0 )
-            runInChild( swept, fault, setup, sweep_, log_.descriptor(),
-                        standardError_.descriptor() );
+            runInChild( job, setup );
     }
     ~ChildRun() {
         if ( process_ > 0 )
@@ -298,6 +234,25 @@ class ChildRun {
     }
 
   private:
+    [[noreturn]] void runInChild( const Job & job, const SweepSetup & setup ) const {
+        constexpr unsigned patience = 60; // seconds, then a recipe that hangs is killed
+        const rlimit noCore{ 0, 0 };
+        ::setrlimit( RLIMIT_CORE, &noCore );
+        // However the sweep ends, its runs end, too.
+        ::prctl( PR_SET_PDEATHSIG, SIGKILL );
+        if ( ::getppid() != sweep_ )
+            ::_exit( unfinished );
+        ::dup2( standardError_.descriptor(), STDERR_FILENO );
+        ::alarm( patience );
+        std::set_new_handler( [] { endUnfinished( "no memory" ); } );
+        try {
+            runHere( *job.of, job.fault, setup, log_.descriptor() );
+        } catch ( const std::exception & error ) {
+            endUnfinished( error.what() );
+        }
+        ::_exit( 0 );
+    }
+
     int wait() {
         int status = 0;
         while ( ::waitpid( process_, &status, 0 ) < 0 && errno == EINTR ) {
@@ -309,46 +264,12 @@ class ChildRun {
     const pid_t sweep_ = ::getpid();
     const MemoryFile log_{ "run" };
     const MemoryFile standardError_{ "standard error" };
-    pid_t process_;
-};
-
-// Runs all, some at a time, and hands the results over in order.
-class ProcessPool {
-  public:
-    using Done = std::function<void( std::size_t number, SweepRun )>;
-
-    explicit ProcessPool( Done done ) : done_( std::move( done ) ) {}
-
-    void add( const SweptCase & swept, const std::optional<Interpose::Fault> & fault,
-              const SweepSetup & setup ) {
-        // One more than there are processors, so that none is idle while a result is judged.
-        if ( running_.size() > std::max( 1u, std::thread::hardware_concurrency() ) )
-            takeOne();
-        running_.emplace_back( swept, fault, setup );
-    }
-
-    void finish() {
-        while ( !running_.empty() )
-            takeOne();
-    }
-
-  private:
-    void takeOne() {
-        SweepRun run = running_.front().result();
-        running_.pop_front();
-        done_( number_++, std::move( run ) );
-    }
-
-    Done done_;
-    std::deque<ChildRun> running_;
-    std::size_t number_ = 0;
+    pid_t process_ = -1;
 };
 
 // --- Preparing
 
-using Texts = std::map<std::string_view, std::string>;
-
-std::vector<Argument> argumentsOf( const Recipe & recipe, const Texts & given,
+std::vector<Argument> argumentsOf( const Recipe & recipe, const SweepCase::Given & given,
                                    const Model & model ) {
     std::vector<std::string> texts = sampleArguments( recipe, model );
     const auto parameters = recipe.parameters();
@@ -361,39 +282,25 @@ std::vector<Argument> argumentsOf( const Recipe & recipe, const Texts & given,
 }
 
 // InputError if the model lacks something that the recipe needs.
-SweptCase prepare( const SweepCase & plan, const Model & model, bool isReference ) {
-    SweptCase swept;
-    swept.plan = &plan;
-    swept.recipe = findRecipe( plan.recipe );
-    swept.isReference = isReference;
+void prepare( SweptCase & swept, const Model & model ) {
+    const SweepCase & plan = *swept.plan;
     swept.model = model;
     if ( plan.vary )
         plan.vary( swept.model );
-
-    Texts given;
-    for ( const SweepCase::Given & argument : plan.arguments )
-        given[argument.parameter] = argument.value;
-    swept.arguments = argumentsOf( *swept.recipe, given, swept.model );
+    swept.arguments = argumentsOf( *swept.recipe, plan.arguments, swept.model );
     for ( const SweepCase::Before & before : plan.before ) {
-        Texts texts = given;
-        for ( const SweepCase::Given & argument : before.arguments )
-            texts[argument.parameter] = argument.value;
+        SweepCase::Given given = before.arguments;
+        given.insert( plan.arguments.begin(), plan.arguments.end() );
         const Recipe * recipe = findRecipe( before.recipe );
-        swept.before.emplace_back( recipe, argumentsOf( *recipe, texts, swept.model ) );
+        swept.before.emplace_back( recipe, argumentsOf( *recipe, given, swept.model ) );
     }
     swept.unit = swept.recipe->needsModule ? model.modules.front().id : model.chips.front().unit;
-    return swept;
 }
 
 bool allReference( const Model & model ) {
     const Sim::Schema reference = Sim::referenceSchema();
     return std::all_of( model.chips.begin(), model.chips.end(),
                         [&]( const auto & chip ) { return chip.schema == reference; } );
-}
-
-template <class Items, class Condition>
-std::size_t count( const Items & items, const Condition & condition ) {
-    return static_cast<std::size_t>( std::count_if( items.begin(), items.end(), condition ) );
 }
 
 class Sweeper {
@@ -403,167 +310,115 @@ class Sweeper {
         : setup_( setup ) {
         const bool isReference = allReference( model );
         for ( const SweepCase & plan : sweepCases() ) {
-            if ( std::find( recipes.begin(), recipes.end(), findRecipe( plan.recipe ) ) ==
-                 recipes.end() )
+            const Recipe * recipe = findRecipe( plan.recipe );
+            if ( std::find( recipes.begin(), recipes.end(), recipe ) == recipes.end() )
                 continue;
-            Entry entry;
-            entry.report.plan = &plan;
+            SweepCaseReport & report = report_.cases.emplace_back();
+            report.plan = &plan;
+            report.recipe = recipe;
+            report.isReference = isReference;
             try {
-                entry.swept = prepare( plan, model, isReference );
+                prepare( report, model );
             } catch ( const InputError & lacking ) {
-                entry.report.leftOut = lacking.what();
+                leaveOut( report, lacking.what() );
             }
-            entries_.push_back( std::move( entry ) );
         }
     }
 
     SweepReport sweep() {
-        runUndisturbed();
-        runFaults();
-        SweepReport report;
-        for ( Entry & entry : entries_ )
-            report.cases.push_back( std::move( entry.report ) );
-        return report;
+        std::vector<Job> jobs;
+        for ( SweepCaseReport & each : report_.cases ) {
+            if ( each.leftOut.empty() )
+                jobs.push_back( { &each } );
+        }
+        runAll( jobs );
+        jobs.clear();
+        for ( SweepCaseReport & each : report_.cases ) {
+            if ( !isSweepable( each ) )
+                continue;
+            each.fallback = fallbackOf( each );
+            for ( const SweepFault & fault : faultsOf( each ) )
+                jobs.push_back( { &each, fault } );
+        }
+        runAll( jobs );
+        return std::move( report_ );
     }
 
   private:
-    struct Entry {
-        SweptCase swept = {};
-        SweepCaseReport report = {};
-
-        bool isSweepable() const { return report.leftOut.empty() && report.differences.empty(); }
-    };
-
-    // A fault that is to be run.
-    struct Order {
-        Entry * entry;
-        SweepFault fault;
-    };
-
-    void runUndisturbed() {
-        std::vector<Entry *> runnable;
-        for ( Entry & entry : entries_ ) {
-            if ( entry.report.leftOut.empty() )
-                runnable.push_back( &entry );
-        }
-        total_ = runnable.size();
-        ProcessPool pool( [&]( std::size_t number, SweepRun run ) {
-            judgeUndisturbedRun( *runnable[number], std::move( run ) );
-            reportProgress();
-        } );
-        for ( const Entry * entry : runnable )
-            pool.add( entry->swept, {}, setup_ );
-        pool.finish();
+    static bool isSweepable( const SweepCaseReport & report ) {
+        return report.leftOut.empty() && report.differences.empty();
     }
 
-    void judgeUndisturbedRun( Entry & entry, SweepRun run ) {
-        SweepCaseReport & report = entry.report;
-        if ( run.complete && !run.prepared ) {
-            std::string reason = run.standardError.substr( 0, run.standardError.find( '\n' ) );
-            report.leftOut = "what has to come before it stops: " + reason;
-            return;
+    const SweptCase * fallbackOf( const SweepCaseReport & report ) const {
+        const auto found =
+            std::find_if( report_.cases.begin(), report_.cases.end(), [&]( const auto & each ) {
+                return each.recipe == report.recipe && each.plan->name == report.plan->fallback;
+            } );
+        return found != report_.cases.end() && isSweepable( *found ) ? &*found : nullptr;
+    }
+
+    // Runs all, some at a time, and judges the runs in order.
+    void runAll( const std::vector<Job> & jobs ) {
+        total_ += jobs.size();
+        // One more than there are processors, so that none is idle while a run is judged.
+        const std::size_t most = std::max( 1u, std::thread::hardware_concurrency() ) + 1;
+        std::deque<ChildRun> running;
+        auto next = jobs.begin();
+        for ( const Job & job : jobs ) {
+            for ( ; next != jobs.end() && running.size() < most; ++next )
+                running.emplace_back( *next, setup_ );
+            SweepRun run = running.front().result();
+            running.pop_front();
+            if ( job.fault )
+                judgeFault( *job.of, *job.fault, run );
+            else
+                judgeUndisturbedRun( *job.of, std::move( run ) );
+            ++done_;
+            if ( setup_.progress )
+                setup_.progress( done_, total_ );
         }
-        SweptCase & swept = entry.swept;
-        swept.undisturbed = std::move( run );
-        report.calls = swept.undisturbed.calls.size();
-        report.expected = toText( expectUndisturbed( swept ) );
-        report.differences = judgeUndisturbed( swept );
-        if ( const ObservedCall * refused = refusedCall( swept ) ) {
+    }
+
+    void leaveOut( SweepCaseReport & report, const std::string & reason ) {
+        report.leftOut = reason;
+        ++report_.leftOut;
+    }
+
+    void judgeUndisturbedRun( SweepCaseReport & report, SweepRun run ) {
+        if ( run.complete && !run.prepared )
+            return leaveOut( report,
+                             "what has to come before it stops: " +
+                                 run.standardError.substr( 0, run.standardError.find( '\n' ) ) );
+        report.undisturbed = std::move( run );
+        report.expected = toText( expectUndisturbed( report ) );
+        report.differences = judgeUndisturbed( report );
+        report_.unexpected += !report.differences.empty();
+        if ( const ObservedCall * refused = refusedCall( report ) ) {
             const Interpose::Event & operation = refused->operation;
             report.refused =
                 fmt::format( "{} of {}: {} ({})", Interpose::name( operation.call ),
                              operation.table, Sim::Chip().errmsg( operation.rc ), operation.rc );
+            ++report_.refused;
         }
     }
 
-    void runFaults() {
-        std::vector<Order> orders;
-        for ( Entry & entry : entries_ ) {
-            if ( !entry.isSweepable() )
-                continue;
-            entry.swept.fallback = fallbackOf( entry );
-            for ( const SweepFault & fault : faultsOf( entry.swept ) )
-                orders.push_back( { &entry, fault } );
-        }
-        total_ += orders.size();
-        ProcessPool pool( [&]( std::size_t number, SweepRun run ) {
-            judgeFaultRun( orders[number], run );
-            reportProgress();
-        } );
-        for ( const Order & order : orders )
-            pool.add( order.entry->swept, injectedBy( order ), setup_ );
-        pool.finish();
-    }
-
-    const SweptCase * fallbackOf( const Entry & entry ) const {
-        const auto found =
-            std::find_if( entries_.begin(), entries_.end(), [&]( const auto & each ) {
-                return each.report.plan->recipe == entry.report.plan->recipe &&
-                       each.report.plan->name == entry.report.plan->fallback;
-            } );
-        return found != entries_.end() && found->isSweepable() ? &found->swept : nullptr;
-    }
-
-    // The fault in the injector's counts: it counts operations, or only allocates if the handle is
-    // to be invalid. Checks are calls, but no operations.
-    static Interpose::Fault injectedBy( const Order & order ) {
-        const bool invalid = order.fault.kind == SweepFault::Kind::invalidHandle;
-        const auto & calls = order.entry->swept.undisturbed.calls;
-        const auto before = std::count_if(
-            calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>( order.fault.call ),
-            [&]( const ObservedCall & call ) {
-                return invalid ? call.is( Interpose::SdkCall::entryAllocate ) : !call.isCheck();
-            } );
-        const int code = codeOf( order.fault.kind );
-        return { .occurrence = static_cast<std::uint64_t>( before ) + 1,
-                 .rc = code,
-                 .overridesRefusal = code >= 0 && !invalid,
-                 .invalidHandle = invalid };
-    }
-
-    void judgeFaultRun( const Order & order, const SweepRun & run ) const {
-        Entry & entry = *order.entry;
-        const SweepExpectation expectation = expectFault( entry.swept, order.fault );
-        entry.report.faults.push_back( { order.fault, expectation.calls[order.fault.call].text,
-                                         toText( expectation ), judge( expectation, run ) } );
+    void judgeFault( SweepCaseReport & report, const SweepFault & fault, const SweepRun & run ) {
+        const SweepExpectation expectation = expectFault( report, fault );
+        report.faults.push_back( { fault, expectation.calls[fault.call].text, toText( expectation ),
+                                   judge( expectation, run ) } );
+        ++report_.faults;
+        report_.unexpected += !report.faults.back().differences.empty();
         if ( setup_.onFault )
-            setup_.onFault( entry.swept, order.fault, expectation, run );
-    }
-
-    void reportProgress() {
-        ++done_;
-        if ( setup_.progress )
-            setup_.progress( done_, total_ );
+            setup_.onFault( report, fault, expectation, run );
     }
 
     const SweepSetup & setup_;
-    std::vector<Entry> entries_;
+    SweepReport report_;
     std::size_t done_ = 0;
     std::size_t total_ = 0;
 };
 
 } // namespace
-
-std::size_t SweepReport::faults() const {
-    return std::transform_reduce( cases.begin(), cases.end(), std::size_t( 0 ), std::plus<>(),
-                                  []( const auto & each ) { return each.faults.size(); } );
-}
-
-std::size_t SweepReport::leftOut() const {
-    return count( cases, []( const auto & each ) { return !each.leftOut.empty(); } );
-}
-
-std::size_t SweepReport::refused() const {
-    return count( cases, []( const auto & each ) { return !each.refused.empty(); } );
-}
-
-std::size_t SweepReport::unexpected() const {
-    const auto differs = []( const auto & each ) { return !each.differences.empty(); };
-    std::size_t all = count( cases, differs );
-    for ( const SweepCaseReport & each : cases )
-        all += count( each.faults, differs );
-    return all;
-}
 
 SweepReport sweepRecipes( const Model & model, const std::vector<const Recipe *> & recipes,
                           const SweepSetup & setup ) {

@@ -24,17 +24,15 @@ struct SweepFaultReport {
     std::vector<std::string> differences;
 };
 
-/// One case and all its faults.
-struct SweepCaseReport {
-    const SweepCase * plan = nullptr;
+/// One case and what came of it.
+struct SweepCaseReport : SweptCase {
     /// Why the case was not swept; empty if it was.
     std::string leftOut = {};
     /// The call that the chip refuses although nothing is disturbed, and why; empty if there is
     /// none.
     std::string refused = {};
-    /// Calls of the undisturbed run, how it must end, and where it is not as stated. A case with
-    /// differences here is not swept with faults.
-    std::size_t calls = 0;
+    /// How the undisturbed run must end, and where it is not as stated. A case with differences
+    /// here is not swept with faults.
     std::string expected = {};
     std::vector<std::string> differences = {};
     std::vector<SweepFaultReport> faults = {};
@@ -44,11 +42,11 @@ struct SweepReport {
     std::vector<SweepCaseReport> cases;
 
     // Counts
-    std::size_t faults() const;
-    std::size_t leftOut() const;
-    std::size_t refused() const;
+    std::size_t faults = 0;
+    std::size_t leftOut = 0;
+    std::size_t refused = 0;
     /// Undisturbed runs and faults with differences.
-    std::size_t unexpected() const;
+    std::size_t unexpected = 0;
 };
 
 struct SweepSetup {
