@@ -3,10 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <initializer_list>
-#include <iterator>
-#include <optional>
 
 namespace Tool {
 
@@ -17,68 +14,55 @@ namespace {
 using Interpose::SdkCall;
 using enum Interpose::SdkCall;
 
+bool has( std::string_view text, std::string_view part ) {
+    return text.find( part ) != std::string_view::npos;
+}
+
 struct NotGuarded {
-    std::string_view recipe;
-    SdkCall operation;
     CallKind kind;
-    std::optional<SdkCall> opcode = {}; ///< nothing: any
-    std::string_view field = {};        ///< empty: any
+    SdkCall call;                ///< the operation, or its opcode
+    std::string_view recipe;     ///< a part of its name
+    std::string_view field = {}; ///< empty: any
 };
 
 constexpr NotGuarded notGuarded[] = {
-    { "programL2IfIngSystemPortTable", entryCommit, CallKind::lookup, opcodeLookup },
-    { "programL2IfIngSystemPortTable", entryFieldAdd, CallKind::ignored, {}, "RANGE_TABLE_INDEX" },
-    { "verifyL2IfIngSystemPortTable", entryCommit, CallKind::lookup, opcodeLookup },
-    { "programL2EifSystemDestinationTable", entryCommit, CallKind::lookup, opcodeLookup },
-    { "verifyL2EifSystemDestinationTable", entryCommit, CallKind::lookup, opcodeLookup },
-    { "setT4XVxlanDefaultNetworkSvp", entryCommit, CallKind::tolerated, opcodeInsert },
-    { "setLearnCacheEnabled", entryCommit, CallKind::lookup, opcodeLookup },
-    { "setLearnCacheDropEnabled", entryCommit, CallKind::lookup, opcodeLookup },
-    { "programPacketDropForMtuError", entryCommit, CallKind::mustMiss, opcodeLookup },
-    { "setLoadBalanceRandSeedCtrl", entryAllocate, CallKind::endsRecipe },
-    { "setLoadBalanceRandSeedCtrl", entryFieldAdd, CallKind::checkedNext, {}, "SEED" },
-    { "setLoadBalanceRandSeedMem", entryAllocate, CallKind::endsRecipe },
-    { "setLoadBalanceRandSeedMem", entryFieldArrayAdd, CallKind::checkedNext, {}, "SEED" },
-    { "setEmRobustHashDisable", entryAllocate, CallKind::skipsTable },
+    { CallKind::lookup, opcodeLookup, "L2IfIngSystemPortTable" },
+    { CallKind::lookup, opcodeLookup, "L2EifSystemDestinationTable" },
+    { CallKind::lookup, opcodeLookup, "setLearnCache" },
+    { CallKind::ignored, entryFieldAdd, "programL2IfIngSystemPortTable", "RANGE_TABLE_INDEX" },
+    { CallKind::tolerated, opcodeInsert, "setT4XVxlanDefaultNetworkSvp" },
+    { CallKind::mustMiss, opcodeLookup, "programPacketDropForMtuError" },
+    { CallKind::endsRecipe, entryAllocate, "setLoadBalanceRandSeed" },
+    { CallKind::checkedNext, entryFieldAdd, "setLoadBalanceRandSeedCtrl", "SEED" },
+    { CallKind::checkedNext, entryFieldArrayAdd, "setLoadBalanceRandSeedMem", "SEED" },
+    { CallKind::skipsTable, entryAllocate, "setEmRobustHashDisable" },
 };
-
-// Parts of recipes' names.
-constexpr std::string_view handleAsserting[] = { "VxlanDecapAdaptLookup", "OpaqueTag",
-                                                 "CounterActionEnable" };
-
-constexpr std::string_view lockKeeping[] = { "setEgrTunnelEcnEncap", "setIngTunnelEcnDecap" };
-
-bool contains( std::span<const std::string_view> names, std::string_view name ) {
-    return std::find( names.begin(), names.end(), name ) != names.end();
-}
 
 // --- What models are varied by
 
 using Vary = std::function<void( Model & )>;
 
-template <class Change>
-Vary onEachChip( Change change ) {
+Vary onEachChip( const std::function<void( ChipDescription & )> & change ) {
     return [change]( Model & model ) {
         for ( ChipDescription & chip : model.chips )
             change( chip );
     };
 }
 
+ChipDescription::Profile & profileOf( ChipDescription & chip ) {
+    return chip.profile ? *chip.profile : chip.profile.emplace();
+}
+
 Vary rangeTableIndex( bool has ) {
-    return onEachChip( [has]( ChipDescription & chip ) {
-        if ( !chip.profile )
-            chip.profile.emplace();
-        chip.profile->hasRangeTableIndex = has;
-    } );
+    return onEachChip(
+        [has]( ChipDescription & chip ) { profileOf( chip ).hasRangeTableIndex = has; } );
 }
 
 // The chip attributes, and a system-port numbering of the chip's own.
 Vary ownNumbering() {
     return onEachChip( []( ChipDescription & chip ) {
-        if ( !chip.profile )
-            chip.profile.emplace();
-        chip.profile->hasRangeTableIndex = false;
-        chip.profile->systemPortBits = 10;
+        profileOf( chip ).hasRangeTableIndex = false;
+        profileOf( chip ).systemPortBits = 10;
     } );
 }
 
@@ -97,8 +81,7 @@ Vary blockedAt( const std::vector<std::uint32_t> & stages ) {
 Vary lacking( const std::vector<std::string_view> & tables ) {
     return onEachChip( [tables]( ChipDescription & chip ) {
         for ( const std::string_view table : tables )
-            if ( chip.schema.find( table ) != nullptr )
-                static_cast<void>( chip.schema.remove( table ) );
+            static_cast<void>( chip.schema.remove( table ) );
     } );
 }
 
@@ -160,6 +143,10 @@ using Cases = std::vector<SweepCase>;
 using Names = std::vector<std::string_view>;
 using Given = SweepCase::Given;
 
+bool contains( const Names & names, std::string_view name ) {
+    return std::find( names.begin(), names.end(), name ) != names.end();
+}
+
 // The cases of a recipe. Telltales are parts of its call texts and messages: those that a case
 // names in `with` must occur, the others must not.
 void add( Cases & cases, std::string_view recipe, const Names & telltales, Cases ofRecipe ) {
@@ -175,128 +162,120 @@ void add( Cases & cases, std::string_view recipe, const Names & telltales, Cases
 // Recipes without branches.
 void add( Cases & cases, std::initializer_list<std::string_view> recipes, const Names & with ) {
     for ( const std::string_view recipe : recipes )
-        cases.push_back( { .recipe = recipe, .name = "any", .with = with } );
+        cases.push_back( { .name = "any", .with = with, .recipe = recipe } );
 }
 
 void addPortCases( Cases & cases ) {
     add( cases, "cpuPortInit", { anyCall },
-         { { .name = "one port", .vary = oneCpuPort, .with = { anyCall } },
-           { .name = "one port more", .vary = anotherCpuPort, .with = { anyCall } },
+         { { .name = "one port", .with = { anyCall }, .vary = oneCpuPort },
+           { .name = "one port more", .with = { anyCall }, .vary = anotherCpuPort },
            { .name = "no port", .vary = noCpuPort } } );
     constexpr std::string_view noPortId = " phyPortId: 0";
     add(
         cases, "lbPortInit", { anyCall },
-        { { .name = "one port", .vary = oneRecirculationPort, .with = { anyCall } },
-          { .name = "one port more", .vary = anotherRecirculationPort, .with = { anyCall } },
+        { { .name = "one port", .with = { anyCall }, .vary = oneRecirculationPort },
+          { .name = "one port more", .with = { anyCall }, .vary = anotherRecirculationPort },
           { .name = "no port", .vary = noRecirculationPort },
-          { .name = "no hardware port", .vary = noHardwarePort, .with = { anyCall, noPortId } } } );
+          { .name = "no hardware port", .with = { anyCall, noPortId }, .vary = noHardwarePort } } );
 }
 
-// A case of a recipe that looks its row up.
-struct LookupCase {
-    std::string_view name; ///< ends with the row that is there
-    Names with;
-    std::string_view returns = {};
-    Given given = {};
-    std::optional<Given> row = {}; ///< the arguments it was programmed with; nothing: it is absent
-    Vary vary = {};
-    std::string_view stopsBy = {};
-};
-
-// If the lookup answers the opposite, the recipe goes on as in the case whose name ends with the
-// opposite row. In a case without a row in its name, the answer makes no difference.
-std::string_view fallbackOf( const std::vector<LookupCase> & table, std::string_view name ) {
-    constexpr std::string_view absent = "row absent";
-    const std::size_t row = name.find( "row " );
-    if ( row == std::string_view::npos )
-        return name;
-    const auto found = std::find_if( table.begin(), table.end(), [&]( const LookupCase & each ) {
-        return each.name.substr( 0, row ) == name.substr( 0, row ) &&
-               each.name.substr( row ) == ( name.ends_with( absent ) ? "row present" : absent );
-    } );
-    return found == table.end() ? std::string_view() : found->name;
-}
-
+// The cases of a recipe that looks its row up. Their names end with the row that is there; if
+// `before` does not say otherwise, `programs` has written it with the arguments of the case. If the
+// lookup answers the opposite, the recipe goes on as in the case whose name ends with the opposite
+// row. In a case without a row in its name, the answer makes no difference.
 void addLookups( Cases & cases, std::string_view recipe, std::string_view programs,
-                 const Names & telltales, const std::vector<LookupCase> & table ) {
-    Cases ofRecipe;
-    for ( const LookupCase & each : table ) {
-        ofRecipe.push_back( { .name = each.name,
-                              .arguments = each.given,
-                              .vary = each.vary,
-                              .returns = each.returns,
-                              .stopsBy = each.stopsBy,
-                              .fallback = fallbackOf( table, each.name ),
-                              .with = each.with } );
-        if ( each.row )
-            ofRecipe.back().before = { { programs, *each.row } };
+                 const Names & telltales, Cases ofRecipe ) {
+    constexpr std::string_view absent = "row absent";
+    constexpr std::string_view present = "row present";
+    const Given written{ { "op", "true" }, { "enable", "false" } };
+    for ( SweepCase & each : ofRecipe ) {
+        const std::string_view situation = each.name.substr( 0, each.name.find( "row " ) );
+        const bool isAbsent = each.name.ends_with( absent );
+        if ( each.name.ends_with( present ) )
+            each.before = { { programs, written } };
+        const auto opposite =
+            std::find_if( ofRecipe.begin(), ofRecipe.end(), [&]( const SweepCase & other ) {
+                return other.name.starts_with( situation ) &&
+                       other.name.substr( situation.size() ) == ( isAbsent ? present : absent );
+            } );
+        if ( situation == each.name )
+            each.fallback = each.name;
+        else if ( opposite != ofRecipe.end() )
+            each.fallback = opposite->name;
     }
     add( cases, recipe, telltales, std::move( ofRecipe ) );
 }
 
 void addSystemPortCases( Cases & cases ) {
     constexpr std::string_view program = "programL2IfIngSystemPortTable";
-    constexpr std::string_view verify = "verifyL2IfIngSystemPortTable";
     constexpr std::string_view range = "RANGE_TABLE_INDEX";
     constexpr std::string_view field = "L2_IIF";
     constexpr std::string_view notFound = "Couldn't find h/w entry for system source: ";
     const Given removal{ { "op", "false" } };
-    const Given same{ { "op", "true" } };
-    const Given other{ { "op", "true" }, { "l2If", "78" } };
+    const std::vector<SweepCase::Before> other{ { program, { { "l2If", "78" } } } };
     const Vary plain = rangeTableIndex( false );
     const Vary ranged = rangeTableIndex( true );
+    const Vary own = ownNumbering();
 
     // The assertions come before the lookup's answer is looked at.
-    addLookups( cases, program, program, { insert, update, remove, range, notFound },
-                { { "row absent", { insert }, {}, {}, {}, plain },
-                  { "row present", { update }, {}, {}, same, plain },
-                  { "range index, row absent", { insert, range }, {}, {}, {}, ranged },
-                  { "range index, row present", { update, range }, {}, {}, same, ranged },
-                  { "own numbering, row absent", { insert }, {}, {}, {}, ownNumbering() },
-                  { "own numbering, row present", { update }, {}, {}, same, ownNumbering() },
-                  { "removal, row absent", { notFound }, {}, removal, {}, plain },
-                  { "removal, row present", { remove }, {}, removal, same, plain },
-                  { "no profile", {}, {}, {}, {}, noProfile(), "profile" },
-                  { "no chip attributes", {}, {}, {}, {}, noChipAttributes(), "chipAttr" } } );
-    addLookups( cases, verify, program, { field, notFound },
-                { { "row absent", {}, "false", {}, {}, plain },
-                  { "row present", { field }, "true", {}, same, plain },
-                  { "row differs", { field }, "false", {}, other, plain },
-                  { "removal, row absent", { notFound }, "true", removal, {}, plain },
-                  { "removal, row present", {}, "false", removal, same, plain } } );
+    addLookups(
+        cases, program, program, { insert, update, remove, range, notFound },
+        { { .name = "row absent", .with = { insert }, .vary = plain },
+          { .name = "row present", .with = { update }, .vary = plain },
+          { .name = "range index, row absent", .with = { insert, range }, .vary = ranged },
+          { .name = "range index, row present", .with = { update, range }, .vary = ranged },
+          { .name = "own numbering, row absent", .with = { insert }, .vary = own },
+          { .name = "own numbering, row present", .with = { update }, .vary = own },
+          { .name = "removal, row absent",
+            .with = { notFound },
+            .arguments = removal,
+            .vary = plain },
+          { .name = "removal, row present",
+            .with = { remove },
+            .arguments = removal,
+            .vary = plain },
+          { .name = "no profile", .vary = noProfile(), .stopsBy = "profile" },
+          { .name = "no chip attributes", .vary = noChipAttributes(), .stopsBy = "chipAttr" } } );
+    Cases verifying{ { "row absent", {}, "false" },
+                     { "row present", { field }, "true" },
+                     { "row differs", { field }, "false", {}, other },
+                     { "removal, row absent", { notFound }, "true", removal },
+                     { "removal, row present", {}, "false", removal } };
+    for ( SweepCase & each : verifying )
+        each.vary = plain;
+    addLookups( cases, "verifyL2IfIngSystemPortTable", program, { field, notFound }, verifying );
 }
 
 void addDestinationCases( Cases & cases ) {
     constexpr std::string_view program = "programL2EifSystemDestinationTable";
-    constexpr std::string_view verify = "verifyL2EifSystemDestinationTable";
     constexpr std::string_view port = "\"SYSTEM_PORT\"";
     constexpr std::string_view trunk = "\"TRUNK_ID\"";
     constexpr std::string_view isTrunk = "\"IS_TRUNK\"";
     constexpr std::string_view notFound = "Couldn't find h/w entry for l2_eif_id: ";
     const Given lag{ { "lag", "true" } };
     const Given removal{ { "op", "false" } };
-    const Given same{ { "op", "true" } };
-    const Given other{ { "portOrLagId", "6" } };
-    const Given ofPort{ { "lag", "false" } };
+    const std::vector<SweepCase::Before> other{ { program, { { "portOrLagId", "6" } } } };
+    const std::vector<SweepCase::Before> ofPort{ { program, { { "lag", "false" } } } };
 
     addLookups( cases, program, program, { insert, update, remove, port, trunk, isTrunk, notFound },
                 { { "port, row absent", { insert, port } },
-                  { "port, row present", { update, port }, {}, {}, same },
-                  { "trunk, row absent", { insert, trunk, isTrunk }, {}, lag },
-                  { "trunk, row present", { update, trunk, isTrunk }, {}, lag, same },
-                  { "removal, row absent", { notFound }, {}, removal },
-                  { "removal, row present", { remove }, {}, removal, same } } );
+                  { "port, row present", { update, port } },
+                  { "trunk, row absent", { insert, trunk, isTrunk }, "", lag },
+                  { "trunk, row present", { update, trunk, isTrunk }, "", lag },
+                  { "removal, row absent", { notFound }, "", removal },
+                  { "removal, row present", { remove }, "", removal } } );
     // An absent row verifies as present.
-    addLookups( cases, verify, program, { port, trunk, isTrunk, notFound },
+    addLookups( cases, "verifyL2EifSystemDestinationTable", program,
+                { port, trunk, isTrunk, notFound },
                 { { "port, row absent", {}, "true" },
-                  { "port, row present", { isTrunk, port }, "true", {}, same },
+                  { "port, row present", { isTrunk, port }, "true" },
                   { "port, row differs", { isTrunk, port }, "false", {}, other },
                   { "trunk, row absent", {}, "true", lag },
-                  { "trunk, row present", { isTrunk, trunk }, "true", lag, same },
+                  { "trunk, row present", { isTrunk, trunk }, "true", lag },
                   { "trunk, row differs", { isTrunk, trunk }, "false", lag, other },
                   { "trunk, row of a port", { isTrunk, trunk }, "false", lag, ofPort },
                   { "removal, row absent", { notFound }, "true", removal },
-                  { "removal, row present", {}, "false", removal, same } } );
+                  { "removal, row present", {}, "false", removal } } );
 }
 
 void addTunnelCases( Cases & cases ) {
@@ -310,7 +289,7 @@ void addTunnelCases( Cases & cases ) {
          {} );
     add( cases, tolerating, { errored },
          { { .name = "row absent" },
-           { .name = "row present", .before = { { tolerating } }, .with = { errored } } } );
+           { .name = "row present", .with = { errored }, .before = { { tolerating } } } } );
     add( cases, setter, {},
          { { .name = "on", .with = { "enable ? 1 : 0", attribute, "PT_OPCODE_GET" } },
            { .name = "off", .arguments = { { "enable", "false" } } } } );
@@ -318,8 +297,8 @@ void addTunnelCases( Cases & cases ) {
         return std::vector<SweepCase::Before>{ { setter, { { "enable", value } } } };
     };
     add( cases, "getVxlanDecapAdaptLookup", { attribute },
-         { { .name = "on", .before = set( "true" ), .returns = "true" },
-           { .name = "off", .before = set( "false" ), .returns = "false" } } );
+         { { .name = "on", .returns = "true", .before = set( "true" ) },
+           { .name = "off", .returns = "false", .before = set( "false" ) } } );
 }
 
 void addOpaqueTagCases( Cases & cases ) {
@@ -330,59 +309,63 @@ void addOpaqueTagCases( Cases & cases ) {
         std::string_view setter;
         std::string_view getter;
         const char * table;
-        bool hasType;
-        bool hasSize;
-        bool hasValid;
+        Names read; // by the getter
+        bool hasValid = true;
     };
-    constexpr Parser parsers[] = {
-        { "setOpaqueTagIngress", "getOpaqueTagIngress", "OPAQUE_TAG_CONFIGr", true, true, true },
-        { "setOpaqueTagEgress", "getOpaqueTagEgress", "EGR_EPARS_OPAQUE_TAG_CONFIGr", false, true,
-          true },
-        { "setOpaqueTagEgressEfp", "getOpaqueTagEgressEfp", "EGR_EFPPARS_OPAQUE_TAG_CONFIGr", false,
-          true, true },
-        { "setInnerOpaqueTagIngress", "getInnerOpaqueTagIngress", "INNER_L2_OPAQUE_TAG_CONFIGr",
-          false, false, true },
-        { "setInnerOpaqueTagEgress", "getInnerOpaqueTagEgress",
-          "EGR_EPARS_INNER_L2_OPAQUE_TAG_CONFIGr", false, false, true },
-        { "setInnerOpaqueTagEgressEpmod", "getInnerOpaqueTagEgressEpmod",
-          "EGR_EPMOD_L2_OPAQUE_TAG_CONFIGr", false, false, false },
+    const Parser parsers[] = {
+        { "setOpaqueTagIngress",
+          "getOpaqueTagIngress",
+          "OPAQUE_TAG_CONFIGr",
+          { etherField, size, type } },
+        { "setOpaqueTagEgress",
+          "getOpaqueTagEgress",
+          "EGR_EPARS_OPAQUE_TAG_CONFIGr",
+          { etherField, size } },
+        { "setOpaqueTagEgressEfp",
+          "getOpaqueTagEgressEfp",
+          "EGR_EFPPARS_OPAQUE_TAG_CONFIGr",
+          { etherField, size } },
+        { "setInnerOpaqueTagIngress",
+          "getInnerOpaqueTagIngress",
+          "INNER_L2_OPAQUE_TAG_CONFIGr",
+          { etherField } },
+        { "setInnerOpaqueTagEgress",
+          "getInnerOpaqueTagEgress",
+          "EGR_EPARS_INNER_L2_OPAQUE_TAG_CONFIGr",
+          { etherField } },
+        { "setInnerOpaqueTagEgressEpmod",
+          "getInnerOpaqueTagEgressEpmod",
+          "EGR_EPMOD_L2_OPAQUE_TAG_CONFIGr",
+          { etherField },
+          false },
     };
     const Given noType{ { "tagType", "0" } };
-    for ( const Parser & parser : parsers ) {
-        const std::vector<SweepCase::Before> set{ { parser.setter } };
-        Names read{ etherField };
-        if ( parser.hasSize )
-            read.push_back( size );
-        if ( parser.hasType )
-            read.push_back( type );
-        Cases getting{ { .name = "set up", .before = set, .returns = ethertype, .with = read } };
-        if ( parser.hasType ) {
-            add( cases, parser.setter, { type },
+    for ( const auto & [setter, getter, table, read, hasValid] : parsers ) {
+        const std::vector<SweepCase::Before> set{ { setter } };
+        Cases getting{ { "set up", read, ethertype, {}, set } };
+        if ( contains( read, type ) ) {
+            add( cases, setter, { type },
                  { { .name = "tag type", .with = { type } },
                    { .name = "no tag type", .arguments = noType } } );
-            getting.push_back( { .name = "set up, no tag type",
-                                 .arguments = noType,
-                                 .before = set,
-                                 .returns = ethertype,
-                                 .with = read } );
+            getting.push_back( { "set up, no tag type", read, ethertype, noType, set } );
             getting.push_back( { .name = "another tag type",
-                                 .before = { { parser.setter, { { "tagType", "7" } } } },
-                                 .stopsBy = "val == tagType",
-                                 .with = { size, type } } );
+                                 .with = { size, type },
+                                 .before = { { setter, { { "tagType", "7" } } } },
+                                 .stopsBy = "val == tagType" } );
         } else
-            add( cases, { parser.setter }, { etherField } );
-        const auto holdsZero = [&]( std::string_view name, const char * field, Names with ) {
-            getting.push_back( { .name = name,
+            add( cases, { setter }, { etherField } );
+        if ( hasValid )
+            getting.push_back( { .name = "not valid",
                                  .before = set,
-                                 .holds = { { parser.table, field, 0 } },
-                                 .stopsBy = "val == 1",
-                                 .with = std::move( with ) } );
-        };
-        if ( parser.hasValid )
-            holdsZero( "not valid", "VALID", {} );
-        if ( parser.hasSize )
-            holdsZero( "another tag size", size, { size } );
-        add( cases, parser.getter, { etherField, size, type }, std::move( getting ) );
+                                 .holds = { { table, "VALID", 0 } },
+                                 .stopsBy = "val == 1" } );
+        if ( contains( read, size ) )
+            getting.push_back( { .name = "another tag size",
+                                 .with = { size },
+                                 .before = set,
+                                 .holds = { { table, size, 0 } },
+                                 .stopsBy = "val == 1" } );
+        add( cases, getter, { etherField, size, type }, std::move( getting ) );
     }
 }
 
@@ -396,23 +379,19 @@ void addForwardingCases( Cases & cases ) {
     constexpr std::string_view usual = "RPA_ID_STRENGTH";
     constexpr std::string_view extra = "MTU_PROFILE_PTR_STRENGTH";
     add( cases, "setMcastV6StrengthProfile", { anyCall, skipping, extra, usual },
-         { { .name = "past stage 108", .vary = blockedAt( {} ), .with = { anyCall, usual, extra } },
+         { { .name = "past stage 108", .with = { anyCall, usual, extra }, .vary = blockedAt( {} ) },
            { .name = "blocked at stage 108",
-             .vary = blockedAt( { 108 } ),
-             .with = { anyCall, usual } },
-           { .name = "blocked at stage 55", .vary = blockedAt( { 55 } ), .with = { skipping } } } );
+             .with = { anyCall, usual },
+             .vary = blockedAt( { 108 } ) },
+           { .name = "blocked at stage 55", .with = { skipping }, .vary = blockedAt( { 55 } ) } } );
 }
 
 void addEventCases( Cases & cases ) {
     for ( const std::string_view recipe : { "setLearnCacheEnabled", "setLearnCacheDropEnabled" } )
-        addLookups( cases, recipe, recipe, { insert, update },
-                    { { "row absent", { insert }, {}, {}, {}, emptyLearnCacheTables() },
-                      { "row present",
-                        { update },
-                        {},
-                        {},
-                        Given{ { "enable", "false" } },
-                        emptyLearnCacheTables() } } );
+        addLookups(
+            cases, recipe, recipe, { insert, update },
+            { { .name = "row absent", .with = { insert }, .vary = emptyLearnCacheTables() },
+              { .name = "row present", .with = { update }, .vary = emptyLearnCacheTables() } } );
     add( cases,
          { "programMonTraceCpu", "programPacketTraceForL3DstLookupMiss",
            "programPacketTraceForL3HdrError", "programPacketTraceForTtlError",
@@ -431,8 +410,8 @@ void addControlCases( Cases & cases ) {
           { "setLoadBalanceRandSeedCtrl", "setLoadBalanceRandSeedMem" } )
         add( cases, recipe, { seed, skipped[0], skipped[1], skipped[2] },
              { { .name = "all instances", .with = { seed } },
-               { .name = "no instance 1", .vary = lacking( second ), .with = { seed, skipped[1] } },
-               { .name = "no instance", .vary = lacking( all ), .with = { skipped[0] } } } );
+               { .name = "no instance 1", .with = { seed, skipped[1] }, .vary = lacking( second ) },
+               { .name = "no instance", .with = { skipped[0] }, .vary = lacking( all ) } } );
     constexpr std::string_view info = "ENABLE_THDO_INFO";
     add( cases, "mmuSpecialConfigInitPipe", { info },
          { { .name = "any", .with = { info } },
@@ -446,7 +425,7 @@ void addControlCases( Cases & cases ) {
                           "IFTA40_E2T_01_HASH_CONTROLm" };
     add( cases, "setEmRobustHashDisable", { hashing },
          { { .name = "all memories", .with = { hashing } },
-           { .name = "the first two absent", .vary = lacking( twoMemories ), .with = { hashing } },
+           { .name = "the first two absent", .with = { hashing }, .vary = lacking( twoMemories ) },
            { .name = "no memory", .vary = lacking( memories ) } } );
     add( cases, { "setFlexctrIngressCounterActionEnable", "setFlexctrEgressCounterActionEnable" },
          {} );
@@ -455,12 +434,12 @@ void addControlCases( Cases & cases ) {
     add( cases, "setVlanXlateMissDrop", { anyCall, "unit: ", insert, update },
          { { .name = "blocked at stage 64", .vary = blockedAt( { 64, 106 } ) },
            { .name = "blocked at stage 106",
-             .vary = blockedAt( { 106 } ),
-             .with = { anyCall, "unit: ", insert } },
+             .with = { anyCall, "unit: ", insert },
+             .vary = blockedAt( { 106 } ) },
            { .name = "past stage 106",
+             .with = { anyCall, "unit: ", update },
              .holds = { row },
-             .vary = blockedAt( {} ),
-             .with = { anyCall, "unit: ", update } } } );
+             .vary = blockedAt( {} ) } } );
 }
 
 Cases makeCases() {
@@ -493,29 +472,25 @@ std::string_view typeText( ArgumentType type ) {
 } // namespace
 
 CallKind kindOf( const Recipe & recipe, const Interpose::Event & operation ) {
-    for ( const NotGuarded & call : notGuarded ) {
-        if ( call.recipe == recipe.name && call.operation == operation.call &&
-             ( !call.opcode || call.opcode == operation.opcode.constant ) &&
-             ( call.field.empty() || call.field == operation.field ) )
-            return call.kind;
+    for ( const NotGuarded & each : notGuarded ) {
+        if ( ( each.call == operation.call || each.call == operation.opcode.constant ) &&
+             has( recipe.name, each.recipe ) &&
+             ( each.field.empty() || each.field == operation.field ) )
+            return each.kind;
     }
     return CallKind::guarded;
 }
 
 bool assertsHandle( const Recipe & recipe ) {
-    return std::any_of( std::begin( handleAsserting ), std::end( handleAsserting ),
-                        [&]( std::string_view part ) {
-                            return recipe.name.find( part ) != std::string_view::npos;
-                        } );
+    return has( recipe.name, "VxlanDecapAdaptLookup" ) || has( recipe.name, "OpaqueTag" ) ||
+           has( recipe.name, "CounterActionEnable" );
 }
 
-bool keepsLock( const Recipe & recipe ) { return contains( lockKeeping, recipe.name ); }
+bool keepsLock( const Recipe & recipe ) { return has( recipe.name, "TunnelEcn" ); }
 
 const Recipe & outputOf( const Recipe & recipe ) {
-    constexpr std::string_view oneLiners[] = { "programPacketTraceForL3DstLookupMiss",
-                                               "programPacketTraceForL3HdrError",
-                                               "programPacketTraceForTtlError" };
-    return contains( oneLiners, recipe.name ) ? *findRecipe( "programMonTraceCpu" ) : recipe;
+    return recipe.name.starts_with( "programPacketTraceFor" ) ? *findRecipe( "programMonTraceCpu" )
+                                                              : recipe;
 }
 
 std::string signatureOf( const Recipe & recipe ) {

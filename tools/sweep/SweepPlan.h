@@ -63,24 +63,25 @@ struct SweepCase {
         std::uint64_t value = 0;
     };
 
-    std::string_view recipe = {};
     std::string_view name = {};
+    /// On the reference chip: parts of call texts and messages that must occur.
+    std::vector<std::string_view> with = {};
+    /// What it returns, as text; empty for a recipe that returns nothing.
+    std::string_view returns = {};
     /// Arguments that differ from the samples.
     Given arguments = {};
     std::vector<Before> before = {};
     std::vector<Holds> holds = {};
     /// Changes chips, modules and ports of the model.
     std::function<void( Model & )> vary = {};
-
-    /// What it returns, as text; empty for a recipe that returns nothing.
-    std::string_view returns = {};
     /// The assertion that stops it; empty if it returns.
     std::string_view stopsBy = {};
+
+    std::string_view recipe = {};
+    /// On the reference chip: parts of call texts and messages that must not occur.
+    std::vector<std::string_view> without = {};
     /// The case that goes on as this one does after its lookup answered the opposite.
     std::string_view fallback = {};
-    /// On the reference chip: parts of call texts and messages that must occur, and that must not.
-    std::vector<std::string_view> with = {};
-    std::vector<std::string_view> without = {};
 };
 
 /// All cases, in the order of the registry; each recipe has at least one.

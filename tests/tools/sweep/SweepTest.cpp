@@ -240,7 +240,7 @@ class SweepJudgeTest : public ::testing::Test {
         return Tool::expectFault( swept_, { kind, call } );
     }
 
-    SweepCase plan_{ .recipe = recipeName, .name = "made up" };
+    SweepCase plan_{ .name = "made up", .recipe = recipeName };
     Tool::SweptCase swept_;
 };
 
