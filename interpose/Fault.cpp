@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <iterator>
 #include <limits>
 #include <system_error>
 #include <utility>
@@ -28,122 +27,89 @@ std::string_view trimmed( std::string_view text ) {
     return text.substr( first, text.find_last_not_of( " \t" ) - first + 1 );
 }
 
-// Reads the words of one fault.
-class Parser {
-  public:
-    ParsedFault parse( std::string_view text ) {
-        bool isLast = false;
-        while ( !isLast && error_.empty() ) {
-            const std::size_t comma = text.find( ',' );
-            isLast = comma == std::string_view::npos;
-            parseWord( trimmed( text.substr( 0, comma ) ) );
-            text.remove_prefix( isLast ? text.size() : comma + 1 );
-        }
-        if ( error_.empty() )
-            finish();
-        if ( !error_.empty() )
-            return { {}, std::move( error_ ) };
-        return { std::move( fault_ ), {} };
-    }
+// What follows reads a part of a fault and returns what is wrong with it, nothing if it is right.
 
-  private:
-    void parseWord( std::string_view word ) {
-        word_ = word;
-        const std::size_t equals = word.find( '=' );
-        const std::string_view key = trimmed( word.substr( 0, equals ) );
-        if ( std::find( seen_.begin(), seen_.end(), key ) != seen_.end() )
-            return report( "it is there twice; leave one out" );
-        seen_.push_back( key );
-        if ( key == "always" && equals == std::string_view::npos ) {
-            fault_.always = true;
-            return;
-        }
-        static constexpr std::string_view keys[] = { "op", "table", "field",  "unit",
-                                                     "rc", "at",    "handle", "always" };
-        if ( equals == std::string_view::npos || key == "always" ||
-             std::find( std::begin( keys ), std::end( keys ), key ) == std::end( keys ) ) {
-            return report( "a fault is made of op=, table=, field=, unit=, rc=, at=, always and "
-                           "handle=invalid" +
-                           Text::nearestHint( key, keys ) );
-        }
-        parseValue( key, trimmed( word.substr( equals + 1 ) ) );
+std::string parseOperation( Fault & fault, std::string_view value ) {
+    fault.operation = operationByName( value );
+    if ( fault.operation )
+        return {};
+    std::vector<std::string_view> names;
+    std::vector<std::string_view> candidates;
+    for ( const SdkCall call : sdkOperations() ) {
+        names.push_back( name( call ) );
+        for ( const std::string_view each : namesOf( call ) )
+            candidates.push_back( each );
     }
+    return fmt::format( "the operations are {}{}", fmt::join( names, ", " ),
+                        Text::nearestHint( value, candidates ) );
+}
 
-    void parseValue( std::string_view key, std::string_view value ) {
-        if ( value.empty() ) {
-            report( "there is nothing behind the =" );
-        } else if ( key == "op" ) {
-            parseOperation( value );
-        } else if ( key == "table" ) {
-            fault_.table = value;
-        } else if ( key == "field" ) {
-            fault_.field = value;
-        } else if ( key == "unit" ) {
-            fault_.unit = number<int>( value, 0 );
-        } else if ( key == "rc" ) {
-            fault_.rc = number<int>( value, std::numeric_limits<int>::min() );
-        } else if ( key == "at" ) {
-            fault_.occurrence = number<std::uint64_t>( value, 1 );
-        } else if ( value == "invalid" ) {
-            fault_.invalidHandle = true;
-        } else {
-            report( "only handle=invalid is possible" );
-        }
-    }
+template <class Number>
+std::string parseNumber( Number & number, std::string_view value, Number least ) {
+    const char * const last = value.data() + value.size();
+    const auto [end, error] = std::from_chars( value.data(), last, number );
+    if ( error == std::errc() && end == last && number >= least )
+        return {};
+    return fmt::format( "a number from {} to {} is wanted", least,
+                        std::numeric_limits<Number>::max() );
+}
 
-    void parseOperation( std::string_view value ) {
-        fault_.operation = operationByName( value );
-        if ( fault_.operation )
-            return;
-        std::vector<std::string_view> names;
-        std::vector<std::string_view> candidates;
-        for ( const SdkCall call : sdkOperations() ) {
-            names.push_back( name( call ) );
-            for ( const std::string_view each : namesOf( call ) )
-                candidates.push_back( each );
-        }
-        report( fmt::format( "the operations are {}{}", fmt::join( names, ", " ),
-                             Text::nearestHint( value, candidates ) ) );
-    }
+std::string parseValue( Fault & fault, std::string_view key, std::string_view value ) {
+    if ( value.empty() )
+        return "there is nothing behind the =";
+    if ( key == "op" )
+        return parseOperation( fault, value );
+    if ( key == "unit" )
+        return parseNumber( fault.unit.emplace(), value, 0 );
+    if ( key == "rc" )
+        return parseNumber( fault.rc, value, std::numeric_limits<int>::min() );
+    if ( key == "at" )
+        return parseNumber( fault.occurrence, value, std::uint64_t( 1 ) );
+    if ( key == "table" )
+        fault.table = value;
+    else if ( key == "field" )
+        fault.field = value;
+    else if ( value == "invalid" )
+        fault.invalidHandle = true;
+    else
+        return "only handle=invalid is possible";
+    return {};
+}
 
-    template <class Number>
-    Number number( std::string_view value, Number least ) {
-        Number result = 0;
-        const auto [end, error] =
-            std::from_chars( value.data(), value.data() + value.size(), result );
-        if ( error != std::errc() || end != value.data() + value.size() || result < least ) {
-            report( fmt::format( "a number from {} to {} is wanted", least,
-                                 std::numeric_limits<Number>::max() ) );
-        }
-        return result;
-    }
+using Keys = std::vector<std::string_view>;
 
-    // What concerns the words together.
-    void finish() {
-        const bool hasCode = std::find( seen_.begin(), seen_.end(), "rc" ) != seen_.end();
-        if ( !hasCode && !fault_.invalidHandle ) {
-            error_ = "a fault needs rc=, the code that the operation returns (or handle=invalid)";
-            return;
-        }
-        if ( fault_.invalidHandle ) {
-            if ( !hasCode )
-                fault_.rc = 0;
-            if ( !fault_.operation )
-                fault_.operation = SdkCall::entryAllocate;
-        }
-        error_ = check( fault_ );
-    }
+bool contains( const Keys & keys, std::string_view key ) {
+    return std::find( keys.begin(), keys.end(), key ) != keys.end();
+}
 
-    void report( std::string_view what ) {
-        if ( error_.empty() )
-            error_ = fmt::format( "\"{}\": {}", word_, what );
-    }
+std::string parseWord( Fault & fault, std::string_view word, Keys & seen ) {
+    const std::size_t equals = word.find( '=' );
+    const std::string_view key = trimmed( word.substr( 0, equals ) );
+    if ( contains( seen, key ) )
+        return "it is there twice; leave one out";
+    seen.push_back( key );
+    const Keys keys{ "op", "table", "field", "unit", "rc", "at", "handle", "always" };
+    const bool hasValue = equals != std::string_view::npos;
+    if ( !contains( keys, key ) || hasValue == ( key == "always" ) )
+        return "a fault is made of op=, table=, field=, unit=, rc=, at=, always and "
+               "handle=invalid" +
+               Text::nearestHint( key, keys );
+    if ( hasValue )
+        return parseValue( fault, key, trimmed( word.substr( equals + 1 ) ) );
+    fault.always = true;
+    return {};
+}
 
-    Fault fault_;
-    std::string error_;
-    std::string_view word_;              // being read
-    std::vector<std::string_view> seen_; // keys so far
-};
+// What concerns the words together.
+std::string complete( Fault & fault, bool hasCode ) {
+    if ( !hasCode && !fault.invalidHandle )
+        return "a fault needs rc=, the code that the operation returns (or handle=invalid)";
+    if ( !hasCode )
+        fault.rc = 0;
+    if ( fault.invalidHandle && !fault.operation )
+        fault.operation = SdkCall::entryAllocate;
+    return check( fault );
+}
 
 } // namespace
 
@@ -172,7 +138,22 @@ std::string check( const Fault & fault ) {
     return {};
 }
 
-ParsedFault parseFault( std::string_view text ) { return Parser().parse( text ); }
+ParsedFault parseFault( std::string_view text ) {
+    Fault fault;
+    Keys seen;
+    for ( std::size_t begin = 0; begin <= text.size(); ) {
+        const std::size_t end = std::min( text.find( ',', begin ), text.size() );
+        const std::string_view word = trimmed( text.substr( begin, end - begin ) );
+        const std::string error = parseWord( fault, word, seen );
+        if ( !error.empty() )
+            return { {}, fmt::format( "\"{}\": {}", word, error ) };
+        begin = end + 1;
+    }
+    std::string error = complete( fault, contains( seen, "rc" ) );
+    if ( !error.empty() )
+        return { {}, std::move( error ) };
+    return { std::move( fault ), {} };
+}
 
 std::string toText( const Fault & fault ) {
     std::string text;
