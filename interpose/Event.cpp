@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 namespace Interpose {
 
 namespace {
@@ -42,6 +44,20 @@ std::string operationResult( const Event & event ) {
 }
 
 } // namespace
+
+std::vector<SdkNumber> numbersOf( Shim::Sdk & sdk, std::span<const SdkCall> constants ) {
+    std::vector<SdkNumber> numbers;
+    for ( const SdkCall constant : constants )
+        numbers.push_back( { askNumber( sdk, constant ), constant } );
+    return numbers;
+}
+
+SdkNumber findNumber( const std::vector<SdkNumber> & among, std::uint32_t number ) {
+    const auto found = std::find_if( among.begin(), among.end(), [&]( const SdkNumber & each ) {
+        return each.number == number;
+    } );
+    return found == among.end() ? SdkNumber{ number } : *found;
+}
 
 std::string toText( const SdkNumber & number ) {
     return number.constant ? std::string( name( *number.constant ) )

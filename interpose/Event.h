@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,18 @@ struct SdkNumber {
 
 /// "BCMLT_OPCODE_INSERT", or the number that no constant has.
 std::string toText( const SdkNumber & number );
+
+/// The numbers that an SDK has for some of its constants.
+std::vector<SdkNumber> numbersOf( Shim::Sdk & sdk, std::span<const SdkCall> constants );
+
+/// The one of these that a number stands for. Constants of different kinds may have the same number.
+SdkNumber findNumber( const std::vector<SdkNumber> & among, std::uint32_t number );
+
+/// The opcodes of bcmlt_entry_commit() and of bcmlt_pt_entry_commit().
+inline constexpr SdkCall sdkOpcodes[] = { SdkCall::opcodeDelete, SdkCall::opcodeInsert,
+                                          SdkCall::opcodeLookup, SdkCall::opcodeUpdate };
+inline constexpr SdkCall sdkPtOpcodes[] = { SdkCall::ptOpcodeGet, SdkCall::ptOpcodeModify,
+                                            SdkCall::ptOpcodeSet };
 
 /// One call: an operation, a query of a constant or an error text, a hook. Members that the call
 /// does not have keep their defaults.

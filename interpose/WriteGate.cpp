@@ -1,5 +1,6 @@
 #include "interpose/WriteGate.h"
 
+#include "interpose/Event.h"
 #include "interpose/HandleDirectory.h"
 
 #include <fmt/format.h>
@@ -15,15 +16,6 @@ namespace Interpose {
 
 namespace {
 
-// The opcodes of each kind of commit by their numbers.
-std::map<std::uint32_t, std::string_view> namesOf( Shim::Sdk & sdk,
-                                                   std::initializer_list<SdkCall> opcodes ) {
-    std::map<std::uint32_t, std::string_view> names;
-    for ( const SdkCall opcode : opcodes )
-        names.emplace( askNumber( sdk, opcode ), name( opcode ) );
-    return names;
-}
-
 std::uint64_t sum( const WriteGate::Writes & writes ) {
     return writes.allowed + writes.refused + writes.skipped;
 }
@@ -32,13 +24,9 @@ std::uint64_t sum( const WriteGate::Writes & writes ) {
 
 struct WriteGate::State {
     State( Shim::Sdk & sdk, Mode startMode )
-        : entries( sdk ),
-          opcodes( namesOf( sdk, { SdkCall::opcodeDelete, SdkCall::opcodeInsert,
-                                   SdkCall::opcodeLookup, SdkCall::opcodeUpdate } ) ),
-          ptOpcodes( namesOf(
-              sdk, { SdkCall::ptOpcodeGet, SdkCall::ptOpcodeModify, SdkCall::ptOpcodeSet } ) ),
-          lookup( sdk.BCMLT_OPCODE_LOOKUP() ), get( sdk.BCMLT_PT_OPCODE_GET() ), mode( startMode ) {
-    }
+        : entries( sdk ), opcodes( numbersOf( sdk, sdkOpcodes ) ),
+          ptOpcodes( numbersOf( sdk, sdkPtOpcodes ) ), lookup( sdk.BCMLT_OPCODE_LOOKUP() ),
+          get( sdk.BCMLT_PT_OPCODE_GET() ), mode( startMode ) {}
 
     bool isWrite( const Operation & operation ) const {
         return ( operation.call == SdkCall::entryCommit && operation.opcode != lookup ) ||
@@ -54,13 +42,13 @@ struct WriteGate::State {
             kinds.try_emplace( Kind( entry.unit, entry.table, operation.call, operation.opcode ) );
         Writes & writes = place->second;
         if ( isNew ) {
-            const auto & names = operation.call == SdkCall::entryCommit ? opcodes : ptOpcodes;
-            const auto known = names.find( operation.opcode );
+            const SdkNumber opcode = findNumber(
+                operation.call == SdkCall::entryCommit ? opcodes : ptOpcodes, operation.opcode );
             writes = { .unit = entry.unit,
                        .table = std::string( entry.table ),
                        .commit = operation.call,
                        .opcode = operation.opcode,
-                       .opcodeName = known == names.end() ? "" : std::string( known->second ) };
+                       .opcodeName = opcode.constant ? toText( opcode ) : "" };
         }
         ++( mode == Mode::allow    ? writes.allowed
             : mode == Mode::refuse ? writes.refused
@@ -69,8 +57,8 @@ struct WriteGate::State {
     }
 
     HandleDirectory entries;
-    const std::map<std::uint32_t, std::string_view> opcodes;
-    const std::map<std::uint32_t, std::string_view> ptOpcodes;
+    const std::vector<SdkNumber> opcodes;
+    const std::vector<SdkNumber> ptOpcodes;
     const std::uint32_t lookup;
     const std::uint32_t get;
 
