@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <list>
 #include <mutex>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -29,7 +30,14 @@ class OpenFiles {
     std::mutex mutex;
     std::list<const FileBytes *> files;
 
-    static constexpr std::size_t most = 200;
+    /// Others need some, too: to list a folder, to write what was read.
+    static std::size_t most() {
+        constexpr std::size_t enough = 200;
+        rlimit limit{};
+        if ( ::getrlimit( RLIMIT_NOFILE, &limit ) != 0 )
+            return 1;
+        return std::clamp<std::size_t>( limit.rlim_cur / 2, 2, enough + 1 ) - 1;
+    }
 };
 
 class FileBytes : public Bytes {
@@ -111,7 +119,7 @@ class FileBytes : public Bytes {
 
     void open() const {
         auto & files = OpenFiles::instance().files;
-        while ( files.size() >= OpenFiles::most )
+        while ( files.size() >= OpenFiles::most() )
             files.back()->close();
         while ( ( descriptor_ = ::open( path_.c_str(),
                                         O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY ) ) < 0 ) {
