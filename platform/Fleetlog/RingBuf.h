@@ -28,13 +28,15 @@
 // Threads: one writer at a time. A ring of a thread's own file belongs to that thread; a ring that
 // a process shares is written with the activity lock held.
 //
-// Signals: a handler may write to the ring of the thread that it interrupts. If it interrupts a
-// record of that ring, its own record is dropped and counted (the reader says so), and the
-// interrupted record is whole. A handler uses a RecordWriter, as the library's messages do, or
-// looks at what startMsg() returns: without an open record of its own it must not call put...() and
-// endMsg(), which would go to the record that it interrupted. The first message of a thread, and the
-// first of a process after fork(), make a file; a handler must not write these. A site that a handler
-// registers while another is being registered in the same file is registered at its next message.
+// Signals: a handler may write to the ring of the thread that it interrupts; to one that the process
+// shares, if that thread holds the activity lock. If it interrupts a record of that ring, its own
+// record is dropped and counted (the reader says so), and the interrupted record is whole. A handler
+// uses a RecordWriter, as the library's messages do, or looks at what startMsg() returns: without an
+// open record of its own it must not call put...() and endMsg(), which would go to the record that it
+// interrupted. The first message of a thread, and the first of a process after fork(), make a file,
+// and so does one with Keep::all when the file is full; a handler must not write these. A site that a
+// handler registers while another is being registered in the same file is registered at its next
+// message.
 
 namespace CairnPlatform {
 struct Layout;
