@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdint>
+#include <deque>
 #include <exception>
 #include <functional>
 #include <new>
@@ -38,13 +39,6 @@ constexpr const char * recipeHelp =
     "or off; a ChipInfo by the name of a chip; the shared state is not given.\n"
     "Without --chip and --model, unit 0 is a reference chip called chip0, with "
     "a module, a CPU port and a recirculation port, blocked at stage 106.\n";
-
-// The options of one verb, with text that still has to be looked at.
-struct Texts {
-    std::string format = "text";
-    std::string dump;
-    std::string exportAs;
-};
 
 // What an option may say, and what that means.
 template <class Value>
@@ -114,6 +108,8 @@ class CommandLine {
             }
             checkWords( { argv + std::min( argc, 1 ), argv + argc } );
             app_.parse( argc, argv );
+            for ( const auto & choose : choices_ )
+                choose();
             return verb_();
         } catch ( const CLI::Success & help ) {
             return show( help );
@@ -134,10 +130,8 @@ class CommandLine {
         CLI::App & verb = addVerb( "list", "Shows all recipes with their parameters",
                                    "cairn-lt list\n"
                                    "cairn-lt list --format json" );
-        addFormat( verb );
-        onVerb( verb, [this] {
-            return list( { .format = chosen( "--format", texts_.format, formats ) } );
-        } );
+        addFormat( verb, list_.format );
+        onVerb( verb, [this] { return Tool::list( list_ ); } );
     }
 
     void addRun() {
@@ -151,10 +145,10 @@ class CommandLine {
         verb.add_option( "recipe", run_.recipe, "The recipe" )->required();
         verb.add_option( "arguments", run_.arguments, "Its arguments" );
         addChips( verb, run_.chips );
-        addSession( verb, run_.session );
+        addSession( verb, run_.session, run_.output );
         run_.output.style = SessionOutput::Style::results;
         onVerb( verb, [this] {
-            finishOutput( run_.output );
+            chooseDump( run_.output.dump, run_.output.format );
             run_.chips.state = run_.session.state;
             return Tool::run( run_ );
         } );
@@ -166,9 +160,9 @@ class CommandLine {
                                    "cairn-lt bringup examples/bringup.toml --trace 'Cairn*/*' "
                                    "--trace-file trace.log --dump" );
         verb.add_option( "file", bringup_.file, "The bring-up file" )->required();
-        addSession( verb, bringup_.session );
+        addSession( verb, bringup_.session, bringup_.output );
         onVerb( verb, [this] {
-            finishOutput( bringup_.output );
+            chooseDump( bringup_.output.dump, bringup_.output.format );
             return Tool::bringup( bringup_ );
         } );
     }
@@ -188,11 +182,9 @@ class CommandLine {
         addChips( verb, explain_.chips );
         verb.add_option( "--state", explain_.chips.state,
                          "The scratch chip begins as this state file says; it is only read" );
-        verb.add_option( "--format", texts_.format, "text (the default), markdown or json" );
-        onVerb( verb, [this] {
-            explain_.format = chosen( "--format", texts_.format, explainFormats );
-            return Tool::explain( explain_ );
-        } );
+        addChoice( verb, "--format", explain_.format, explainFormats,
+                   "text (the default), markdown or json" );
+        onVerb( verb, [this] { return Tool::explain( explain_ ); } );
     }
 
     void addSweep() {
@@ -210,11 +202,8 @@ class CommandLine {
         verb.add_option( "recipes", sweep_.recipes, "The recipes; all of them if left out" );
         addChips( verb, sweep_.chips );
         verb.add_flag( "--verbose", sweep_.verbose, "Shows each fault, not only unexpected ones" );
-        addFormat( verb );
-        onVerb( verb, [this] {
-            sweep_.format = chosen( "--format", texts_.format, formats );
-            return Tool::sweep( sweep_ );
-        } );
+        addFormat( verb, sweep_.format );
+        onVerb( verb, [this] { return Tool::sweep( sweep_ ); } );
     }
 
     void addTables() {
@@ -233,11 +222,8 @@ class CommandLine {
         verb.add_option( "--state", tables_.chips.state,
                          "The chips of this state file; it is only read" );
         verb.add_option( "--unit", tables_.unit, "One unit only" );
-        addFormat( verb );
-        onVerb( verb, [this] {
-            tables_.format = chosen( "--format", texts_.format, formats );
-            return Tool::tables( tables_ );
-        } );
+        addFormat( verb, tables_.format );
+        onVerb( verb, [this] { return Tool::tables( tables_ ); } );
     }
 
     void addDump() {
@@ -251,11 +237,8 @@ class CommandLine {
         verb.add_option( "--unit", dump_.unit, "One unit only" );
         verb.add_flag( "--all", dump_.all,
                        "Also rows that a table has from the start and nobody wrote" );
-        addFormat( verb );
-        onVerb( verb, [this] {
-            dump_.format = chosen( "--format", texts_.format, formats );
-            return Tool::dump( dump_ );
-        } );
+        addFormat( verb, dump_.format );
+        onVerb( verb, [this] { return Tool::dump( dump_ ); } );
     }
 
     void addTrace() {
@@ -306,19 +289,16 @@ class CommandLine {
         info->excludes( follow, check );
         check->excludes( follow );
         CLI::Option * format =
-            verb.add_option( "--format", texts_.format,
-                             "text (the default), brief (time and text) or json (a line each)" );
-        CLI::Option * exportAs = verb.add_option( "--export", texts_.exportAs,
-                                                  "Writes the records as ctf, chrome or folded" );
+            addChoice( verb, "--format", trace_.format, traceFormats,
+                       "text (the default), brief (time and text) or json (a line each)" );
+        CLI::Option * exportAs = addChoice( verb, "--export", trace_.exportAs, exportFormats,
+                                            "Writes the records as ctf, chrome or folded" );
         exportAs->excludes( follow, info, check, format );
         verb.add_option( "-o,--output", trace_.output,
                          "The file, or for ctf the directory, that is written; standard output if "
                          "left out" )
             ->needs( exportAs );
         onVerb( verb, [this] {
-            trace_.format = chosen( "--format", texts_.format, traceFormats );
-            if ( !texts_.exportAs.empty() )
-                trace_.exportAs = chosen( "--export", texts_.exportAs, exportFormats );
             if ( trace_.exportAs == ExportFormat::ctf && trace_.output.empty() )
                 throw InputError( "--export ctf writes a directory", "name it with -o" );
             return Tool::trace( trace_ );
@@ -347,11 +327,8 @@ class CommandLine {
                          "Recordings: how many operations are shown around those that differ "
                          "(default 3)" )
             ->check( CLI::Range( 0u, 1'000'000u ) );
-        addFormat( verb );
-        onVerb( verb, [this] {
-            diff_.format = chosen( "--format", texts_.format, formats );
-            return Tool::diff( diff_ );
-        } );
+        addFormat( verb, diff_.format );
+        onVerb( verb, [this] { return Tool::diff( diff_ ); } );
     }
 
     void addDiagnose() {
@@ -383,7 +360,7 @@ class CommandLine {
         verb.add_option(
             "--state", diagnose_.state,
             "With a recording: writes the chips as they were at the stop to this file" );
-        verb.add_flag( "--dump{as-format}", texts_.dump,
+        verb.add_flag( "--dump{as-format}", dumpText_,
                        "With a recording: shows the tables as they were at the stop, as --format "
                        "says or as --dump=text or --dump=json" );
         verb.add_option( "--bundle", diagnose_.bundle,
@@ -392,16 +369,12 @@ class CommandLine {
         verb.add_option( "--error", diagnose_.error,
                          "What an error means and what to do: its name, its code, or the line that "
                          "was printed; \"all\" shows all" );
-        verb.add_option( "--format", texts_.format,
-                         "text (the default), json, or ndjson: a line for each stop; markdown for "
-                         "--error all" );
+        addChoice( verb, "--format", diagnose_.format, diagnoseFormats,
+                   "text (the default), json, or ndjson: a line for each stop; markdown for "
+                   "--error all" );
         onVerb( verb, [this] {
-            diagnose_.format = chosen( "--format", texts_.format, diagnoseFormats );
-            if ( !texts_.dump.empty() )
-                diagnose_.dump = texts_.dump != "as-format"
-                                     ? chosen( "--dump", texts_.dump, formats )
-                                 : diagnose_.format == DiagnoseFormat::json ? Format::json
-                                                                            : Format::text;
+            chooseDump( diagnose_.dump,
+                        diagnose_.format == DiagnoseFormat::json ? Format::json : Format::text );
             return Tool::diagnose( diagnose_ );
         } );
     }
@@ -431,23 +404,14 @@ class CommandLine {
         verb.add_option( "--until", replay_.until,
                          "Ends after the call of this number, or with the calls that had returned "
                          "by this time, in UTC" );
-        verb.add_option( "--ignore", replay_.ignore,
-                         "codes: of codes, only whether the operation succeeded is compared; "
-                         "values: values read are not compared; repeatable" )
-            ->expected( 1 )
-            ->allow_extra_args( false )
-            ->take_all();
-        verb.add_flag( "--dump{as-format}", texts_.dump,
-                       "Shows the tables that were written, as --format says or as --dump=text or "
-                       "--dump=json" );
+        addRepeatable( verb, "--ignore", replay_.ignore,
+                       "codes: of codes, only whether the operation succeeded is compared; "
+                       "values: values read are not compared; repeatable" );
+        addDumpFlag( verb );
         addProcess( verb, replay_.process );
-        addFormat( verb );
+        addFormat( verb, replay_.format );
         onVerb( verb, [this] {
-            replay_.format = chosen( "--format", texts_.format, formats );
-            if ( !texts_.dump.empty() )
-                replay_.dump = texts_.dump == "as-format"
-                                   ? replay_.format
-                                   : chosen( "--dump", texts_.dump, formats );
+            chooseDump( replay_.dump, replay_.format );
             return Tool::replay( replay_ );
         } );
     }
@@ -463,17 +427,11 @@ class CommandLine {
         verb.add_option( "recording", check_.recording,
                          "The recording: a folder, or a trace file" );
         verb.add_flag( "--list", check_.list, "Shows the rules" );
-        verb.add_option( "--ignore", check_.ignore, "A rule that is not checked; repeatable" )
-            ->expected( 1 )
-            ->allow_extra_args( false )
-            ->take_all();
+        addRepeatable( verb, "--ignore", check_.ignore, "A rule that is not checked; repeatable" );
         addChips( verb, check_.chips );
         addProcess( verb, check_.process );
-        addFormat( verb );
-        onVerb( verb, [this] {
-            check_.format = chosen( "--format", texts_.format, formats );
-            return Tool::check( check_ );
-        } );
+        addFormat( verb, check_.format );
+        onVerb( verb, [this] { return Tool::check( check_ ); } );
     }
 
     void addReport() {
@@ -505,13 +463,10 @@ class CommandLine {
     // --- What verbs share
 
     void addInject( CLI::App & verb, std::vector<std::string> & faults ) {
-        verb.add_option( "--inject", faults,
-                         "A fault, as op=OPERATION,table=TABLE,field=FIELD,unit=UNIT,rc=CODE,at=N,"
-                         "always or handle=invalid; repeatable. OPERATION is one of " +
-                             operationNames() )
-            ->expected( 1 )
-            ->allow_extra_args( false )
-            ->take_all();
+        addRepeatable( verb, "--inject", faults,
+                       "A fault, as op=OPERATION,table=TABLE,field=FIELD,unit=UNIT,rc=CODE,at=N,"
+                       "always or handle=invalid; repeatable. OPERATION is one of " +
+                           operationNames() );
     }
 
     CLI::App & addVerb( const char * name, const char * description, const std::string & examples,
@@ -529,8 +484,39 @@ class CommandLine {
         verb.callback( [this, action = std::move( action )] { verb_ = action; } );
     }
 
-    void addFormat( CLI::App & verb ) {
-        verb.add_option( "--format", texts_.format, "text (the default) or json" );
+    void addRepeatable( CLI::App & verb, const char * name, std::vector<std::string> & values,
+                        const std::string & description ) {
+        verb.add_option( name, values, description )
+            ->expected( 1 )
+            ->allow_extra_args( false )
+            ->take_all();
+    }
+
+    // What is chosen is looked at when all words have been read.
+    template <class Value, class Place>
+    CLI::Option * addChoice( CLI::App & verb, const char * name, Place & place,
+                             const Choices<Value> & choices, const char * description ) {
+        const std::string & text = texts_.emplace_back();
+        choices_.push_back( [&text, name, &place, &choices] {
+            if ( !text.empty() )
+                place = chosen( name, text, choices );
+        } );
+        return verb.add_option( name, texts_.back(), description );
+    }
+
+    void addFormat( CLI::App & verb, Format & format ) {
+        addChoice( verb, "--format", format, formats, "text (the default) or json" );
+    }
+
+    void addDumpFlag( CLI::App & verb ) {
+        verb.add_flag( "--dump{as-format}", dumpText_,
+                       "Shows the tables that were written, as --format says or as --dump=text or "
+                       "--dump=json" );
+    }
+
+    void chooseDump( std::optional<Format> & dump, Format asFormat ) const {
+        if ( !dumpText_.empty() )
+            dump = dumpText_ == "as-format" ? asFormat : chosen( "--dump", dumpText_, formats );
     }
 
     void addProcess( CLI::App & verb, std::optional<std::uint32_t> & process ) {
@@ -540,24 +526,18 @@ class CommandLine {
     }
 
     void addChips( CLI::App & verb, ChipOptions & chips ) {
-        verb.add_option( "--chip", chips.chips,
-                         "A chip, as [UNIT=]SOURCE: a chip file, or \"reference\"; repeatable, "
-                         "units count from 0" )
-            ->expected( 1 )
-            ->allow_extra_args( false )
-            ->take_all();
+        addRepeatable( verb, "--chip", chips.chips,
+                       "A chip, as [UNIT=]SOURCE: a chip file, or \"reference\"; repeatable, "
+                       "units count from 0" );
         verb.add_option( "--model", chips.model,
                          "A bring-up file that describes chips, "
                          "modules and ports; its steps are not run" );
     }
 
-    void addSession( CLI::App & verb, SessionOptions & session ) {
-        verb.add_option( "--trace", session.trace,
-                         "Trace to standard error: FACILITY/LEVEL, /LOW-HIGH or /*; repeatable. "
-                         "ApiCairn/4 shows every SDK call" )
-            ->expected( 1 )
-            ->allow_extra_args( false )
-            ->take_all();
+    void addSession( CLI::App & verb, SessionOptions & session, SessionOutput & output ) {
+        addRepeatable( verb, "--trace", session.trace,
+                       "Trace to standard error: FACILITY/LEVEL, /LOW-HIGH or /*; repeatable. "
+                       "ApiCairn/4 shows every SDK call" );
         verb.add_option( "--trace-file", session.traceFile, "Trace to this file instead" );
         verb.add_option( "--record-to", session.recordTo,
                          "Records the SDK calls in this folder, made if it is not there; "
@@ -566,22 +546,12 @@ class CommandLine {
                          "Leaves the binary trace in this folder, made if it is not there; "
                          "\"cairn-lt trace\" reads it" );
         addInject( verb, session.inject );
-        verb.add_flag( "--dump{as-format}", texts_.dump,
-                       "Shows the tables that were written, as --format says or as --dump=text or "
-                       "--dump=json" );
+        addDumpFlag( verb );
         verb.add_option( "--state", session.state,
                          "Keeps the chips in this file: they begin as it says, and it is written "
                          "when the run is over or stops" );
         verb.add_flag( "--record", session.record, "Shows the SDK operations" );
-        addFormat( verb );
-    }
-
-    void finishOutput( SessionOutput & output ) const {
-        output.format = chosen( "--format", texts_.format, formats );
-        if ( texts_.dump.empty() )
-            return;
-        output.dump =
-            texts_.dump == "as-format" ? output.format : chosen( "--dump", texts_.dump, formats );
+        addFormat( verb, output.format );
     }
 
     // --- Messages
@@ -718,7 +688,10 @@ class CommandLine {
 
     CLI::App app_;
     std::function<int()> verb_;
-    Texts texts_;
+    std::deque<std::string> texts_; // of choices, which are made before the verb runs
+    std::vector<std::function<void()>> choices_;
+    std::string dumpText_; // likewise
+    ListOptions list_;
     RunOptions run_;
     BringupOptions bringup_;
     ExplainOptions explain_;
