@@ -459,7 +459,7 @@ CallAssembler::CallAssembler() : impl_( std::make_unique<Impl>() ) {}
 CallAssembler::~CallAssembler() = default;
 
 bool CallAssembler::isOfRecorder( const Site & site ) noexcept {
-    return site.file == Layout::callSource;
+    return std::string_view( site.file ) == Layout::callSource; // asked for each record
 }
 
 bool CallAssembler::take( const Record & record, Event & event ) {

@@ -136,6 +136,11 @@ bool Merge::next( Record & record ) {
     for ( const std::size_t index : toRefill_ ) {
         Head head{ {}, index, groupOfFile_[index] };
         if ( tryRead( index, [&]( File & file ) { return file.next( head.record ); } ) ) {
+            // Mostly the next record is of the same file as the last one.
+            if ( toRefill_.size() == 1 && ( heads_.empty() || !isLater( head, heads_.front() ) ) ) {
+                record = head.record;
+                return true;
+            }
             heads_.push_back( head );
             std::push_heap( heads_.begin(), heads_.end(), isLater );
         }

@@ -128,15 +128,20 @@ void Renderer::appendTime( std::string & out, std::int64_t time ) {
         std::tm utc{};
         ::gmtime_r( &wanted, &utc );
         char text[64];
-        const std::size_t length = std::strftime( text, sizeof text, "%Y-%m-%dT%H:%M:%S.", &utc );
-        secondText_.assign( text, length );
+        const std::size_t length =
+            std::strftime( text, sizeof text, "%Y-%m-%dT%H:%M:%S.000000000Z", &utc );
+        timeText_.assign( text, length );
         second_ = second;
     }
-    out += secondText_;
-    char digits[] = "000000000Z";
-    for ( std::size_t i = 9; nanoseconds != 0; nanoseconds /= 10 )
-        digits[--i] = static_cast<char>( '0' + nanoseconds % 10 );
-    out.append( digits, sizeof digits - 1 );
+    // Three divisions that do not wait for each other are faster than one after the other.
+    char * digits = timeText_.data() + timeText_.size() - sizeof "000000000";
+    for ( std::int64_t left :
+          { nanoseconds / 1'000'000, nanoseconds / 1'000 % 1'000, nanoseconds % 1'000 } ) {
+        *digits++ = static_cast<char>( '0' + left / 100 );
+        *digits++ = static_cast<char>( '0' + left / 10 % 10 );
+        *digits++ = static_cast<char>( '0' + left % 10 );
+    }
+    out += timeText_;
 }
 
 void Renderer::append( std::string & out, const Record & record ) {
@@ -163,10 +168,7 @@ void Renderer::appendLine( std::string & out, const Record & record ) {
         }
         out += ' ';
         if ( site != nullptr ) {
-            site->isPlain ? appendAsItIs( out, site->file )
-                          : Text::appendPrintable( out, site->file );
-            out += ':';
-            appendNumber( out, site->line );
+            out += site->place;
             out += ' ';
         }
     }
@@ -197,14 +199,9 @@ void Renderer::appendJson( std::string & out, const Record & record ) {
         return;
     }
     const Site & site = *record.site;
-    const AppendText appendPiece = site.isPlain ? appendAsItIs : Text::appendJson;
-    out += ",\"file\":\"";
-    appendPiece( out, site.file );
-    out += "\",\"line\":";
-    appendNumber( out, site.line );
-    out += ",\"function\":\"";
-    appendPiece( out, site.function );
-    out += "\",\"text\":\"";
+    out += ',';
+    out += site.json;
+    out += ",\"text\":\"";
     if ( site.isPlain )
         appendMessage<Text::appendJson, appendAsItIs>( out, site, values_ );
     else

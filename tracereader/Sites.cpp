@@ -1,5 +1,6 @@
 #include "tracereader/Sites.h"
 
+#include "text/Escape.h"
 #include "tracereader/Values.h"
 
 #include <algorithm>
@@ -126,9 +127,15 @@ bool Sites::addSite( const Layout::DescriptorHeader & header, std::span<const st
     }
 
     const bool isAllPlain = isPlain( file ) && isPlain( message );
+    const std::string line = std::to_string( header.line );
+    std::string json = "\"file\":\"";
+    Text::appendJson( json, file );
+    json += "\",\"line\":" + line + ",\"function\":\"";
+    Text::appendJson( json, function );
+    json += '"';
     sites_.push_back( { header.id, std::string( file ), header.line, std::string( letters ),
-                        std::move( function ), splitTexts( message, letters.size() ),
-                        isAllPlain } );
+                        std::move( function ), splitTexts( message, letters.size() ), isAllPlain,
+                        Text::printable( file ) + ":" + line, std::move( json ) } );
     Plan & plan = plans_[header.id];
     plan.site = &sites_.back();
     if ( const auto size = fixedSize( letters ) )

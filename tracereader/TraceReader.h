@@ -74,7 +74,9 @@ struct Site {
     std::string function; ///< the recipe's name
     /// The text before each value, and the text after the last: one more than there are letters.
     std::vector<std::string> texts;
-    bool isPlain; ///< nothing in its file, function and texts needs to be escaped
+    bool isPlain;           ///< nothing in its file, function and texts needs to be escaped
+    std::string place = {}; ///< "FILE:LINE", escaped, as it stands in a line of text
+    std::string json = {};  ///< the members file, line and function of a JSON object
 };
 
 struct Value {
@@ -271,8 +273,8 @@ class Renderer {
 
     Format format_;
     std::vector<Value> values_;       // kept from record to record for its memory
-    std::int64_t second_ = INT64_MIN; ///< of secondText_
-    std::string secondText_;          ///< the last time's text up to the second
+    std::int64_t second_ = INT64_MIN; ///< of timeText_
+    std::string timeText_;            ///< the last time's text
 };
 
 /// Several files as one: their records in the order of their times. Records of one process that

@@ -35,12 +35,11 @@ void decode( const Record & record, std::vector<Value> & values ) {
     if ( record.site == nullptr )
         return;
     Cursor cursor( record.payload );
-    Value value;
-    for ( const char letter : record.site->letters ) {
-        if ( !takeValue( cursor, letter, value ) )
+    for ( const char letter : record.site->letters )
+        if ( !takeValue( cursor, letter, values.emplace_back() ) ) {
+            values.pop_back();
             return;
-        values.push_back( value );
-    }
+        }
 }
 
 } // namespace TraceReader
