@@ -5,7 +5,7 @@
 
 RAW_FOLDER holds what the benchmarks have written: a JSON document each, reader.tsv, recording.tsv, code.md, symbols.txt. Writes
 performance.md and performance.svg into REPORT_FOLDER, and all of the raw figures in one JSON document to FIGURES_FILE;
-the plot is gnuplot's.
+the plot is gnuplot's. What processors/*.json beside FIGURES_FILE hold, figures of other machines, stands beside the budgets.
 """
 
 import json
@@ -135,8 +135,14 @@ def recording_bytes(lines):
     return int(size) / int(operations)
 
 
-def budget_table(trace, recorder, recipes, sim, code, worst):
-    """What has a limit, and where it stands in this run."""
+def budgets(figures):
+    """What has a limit, the limit, and where it stands in these figures, which may be those of an older version."""
+    def measured(name):
+        return runs(figures[name]) if name in figures else {}
+
+    code = figures["code"]
+    trace, recorder, recipes, sim = map(measured, ("trace", "recorder", "recipe", "sim"))
+
     def count(name):
         return f"{trace[name]['instructions']:.0f}" if "instructions" in trace[name] else "-"
 
@@ -162,30 +168,47 @@ def budget_table(trace, recorder, recipes, sim, code, worst):
     records = [f"two values, record, {time}" for time in ("no time", "tick", "counter")]
     texts = [f"value and text, record, {time}" for time in ("no time", "tick", "counter")]
     files = [f"two values, message, counter, file of the {owner}" for owner in ("process", "thread")]
-    return table(["budget:", "limit", "this run:"], [
-        ["instructions that the guard adds to a call, in recipes without a message", "12",
-         " to ".join(f"{bound(run['guard_instructions'] for run in plain):.1f}" for bound in (min, max)) if plain else "-"],
-        ["hot code of the recipes for each guarded call, bytes", "96",
-         f"{figure('the same for each')}; {figure('with what is shared')} with what they share"],
-        ["a whole recipe against the same calls bare, nothing traced", "1.05", f"{worst['ratio']:.3f} at most"],
-        ["the same with the binary trace and ticks", "1.06",
-         f"{max(run['tick_ratio'] for run in recipes.values()):.3f} at most"],
-        ["a record of two values, instructions: no time, tick, counter", "15, 15, 18", ", ".join(map(count, records))],
-        ["the same, time against a ring by hand", "1.1", f"{max(map(ratio, records)):.2f} at most"],
-        ["a record of a value and a text of 20 characters, instructions", "57", ", ".join(map(count, texts))],
-        ["a message of two values, instructions: file of the process, of the thread", "48",
-         ", ".join(map(count, files))],
-        ["the same, time against a ring by hand with the counter", "1.15", ", ".join(map(to_floor, files))],
-        ["a line of text, formatted and dropped, against `spdlog`", "1.3", to_floor("two values, text line, dropped")],
-        ["the text of a message, the same", "1.3", to_floor("two values, text of a message, dropped")],
-        ["an SDK operation recorded, instructions", "140", recorded],
-        ["allocations in a recipe", "its own table names", "a test counts them"],
-        ["the simulated chip at 1,000,000 rows against 1,000, in order", "1.5",
-         f"{max(large / small for small, large in chip(at_random=False)):.2f} at most"],
-        ["the same at random: what a visit costs more, in reads of a bare array of that size", "2",
+    every = [
+        ("instructions that the guard adds to a call, in recipes without a message", "12", lambda:
+         " to ".join(f"{bound(run['guard_instructions'] for run in plain):.1f}" for bound in (min, max)) if plain else "-"),
+        ("hot code of the recipes for each guarded call, bytes", "96", lambda:
+         f"{figure('the same for each')}; {figure('with what is shared')} with what they share"),
+        ("a whole recipe against the same calls bare, nothing traced", "1.05", lambda:
+         f"{max(run['ratio'] for run in recipes.values()):.3f} at most"),
+        ("the same with the binary trace and ticks", "1.06", lambda:
+         f"{max(run['tick_ratio'] for run in recipes.values()):.3f} at most"),
+        ("a record of two values, instructions: no time, tick, counter", "15, 15, 18", lambda: ", ".join(map(count, records))),
+        ("the same, time against a ring by hand", "1.1", lambda: f"{max(map(ratio, records)):.2f} at most"),
+        ("a record of a value and a text of 20 characters, instructions", "57", lambda: ", ".join(map(count, texts))),
+        ("a message of two values, instructions: file of the process, of the thread", "48", lambda:
+         ", ".join(map(count, files))),
+        ("the same, time against a ring by hand with the counter", "1.15", lambda: ", ".join(map(to_floor, files))),
+        ("a line of text, formatted and dropped, against `spdlog`", "1.3", lambda: to_floor("two values, text line, dropped")),
+        ("the text of a message, the same", "1.3", lambda: to_floor("two values, text of a message, dropped")),
+        ("an SDK operation recorded, instructions", "140", lambda: recorded),
+        ("allocations in a recipe", "its own table names", lambda: "a test counts them"),
+        ("the simulated chip at 1,000,000 rows against 1,000, in order", "1.5", lambda:
+         f"{max(large / small for small, large in chip(at_random=False)):.2f} at most"),
+        ("the same at random: what a visit costs more, in reads of a bare array of that size", "2", lambda:
          f"{max((large - small) / sim_rows(sim, 'bareArray')[-1][1] for small, large in chip(at_random=True)):.2f} at most; "
-         "see [there](#the-simulated-chip)"],
-    ])
+         "see [there](#the-simulated-chip)"),
+    ]
+
+    def value(figure):
+        try:
+            return figure()
+        except (KeyError, IndexError, StopIteration, ValueError):
+            return "-"
+
+    return [(name, limit, value(figure)) for name, limit, figure in every]
+
+
+def budget_table(this, others):
+    """The budgets in this run, and beside them what other processors have measured."""
+    columns = [budgets(figures) for figures in (this, *others)]
+    beside = [dict((name, value) for name, _, value in column) for column in columns]
+    return table(["budget:", "limit", "this run:", *(figures["machine"] + ":" for figures in others)],
+                 [[name, limit, *(values.get(name, "-") for values in beside)] for name, limit, _ in columns[0]])
 
 
 def plot(path, trace, recipes, sim):
@@ -259,6 +282,9 @@ def main():
     code = (raw / "code.md").read_text().strip()
     sizes = hot_bytes((raw / "symbols.txt").read_text())
     relocations = next(line.split("|")[2].strip() for line in code.splitlines() if line.startswith("| relocations"))
+    this = {"machine": machine, "code": code.splitlines(), "reader": reader, "recording": recording, "hot_bytes": sizes,
+            **documents}
+    others = [json.loads(path.read_text()) for path in sorted((figures.parent / "processors").glob("*.json"))]
     trace, recorder, recipes, startup, ports, sim = (runs(documents[name]) for name in JSON_FILES)
     waiting = max((run["counter_ratio"] - run["tick_ratio"]) * run["bare_ns"] for run in recipes.values())
     ticks = max(run["tick_ratio"] - run["ratio"] for run in recipes.values())
@@ -279,11 +305,12 @@ repeats every figure of this page and writes it anew, with the plot and [all raw
 from machine to machine; compare the ratios, which are of one run, and the counts, which are exact. The counts and their
 limits are tests as well (`tests/budgets/`); times are not.
 
-This run: {machine}.
+This run: {machine}. Figures of another processor stand beside those of this one once they are in `bench/processors/`:
+`scripts/benchmark.sh FOLDER` makes them there.
 
 ![Records beside other tracers, recipes against bare calls, the simulated chip as it grows](performance.svg)
 
-{budget_table(trace, recorder, recipes, sim, code.splitlines(), worst)}
+{budget_table(this, others)}
 
 ## The guarded call
 
@@ -368,9 +395,7 @@ access to memory. Large tables, and the array, stand in large pages if the syste
     for document in documents.values():
         for private in ("host_name", "executable"):
             document["context"].pop(private, None)
-    figures.write_text(json.dumps(
-        {"machine": machine, "code": code.splitlines(), "reader": reader, "recording": recording,
-         "hot_bytes": sizes, **documents}, indent=1) + "\n")
+    figures.write_text(json.dumps(this, indent=1) + "\n")
     plot(report / "performance.svg", trace, recipes, sim)
 
 

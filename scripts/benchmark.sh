@@ -3,6 +3,9 @@
 # bench/performance.json. Leave the machine alone meanwhile: figures are times, and only ratios within one run compare.
 #
 #     scripts/benchmark.sh [FOLDER]     report and figures go to FOLDER
+#
+# To show another processor beside this one, run it there with a FOLDER, and copy FOLDER/performance.json to
+# bench/processors/NAME.json.
 set -euo pipefail
 cd "$( dirname "${BASH_SOURCE[0]}" )/.."
 source scripts/packages.sh
