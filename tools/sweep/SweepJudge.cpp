@@ -251,9 +251,31 @@ class Prediction {
 
 // --- Differences
 
-/// Writes down what is not as expected.
-class Differences {
+/// Writes down where a run is not as expected.
+class Comparison {
   public:
+    Comparison( const SweepExpectation & expected, const SweepRun & run )
+        : expected_( expected ), run_( run ) {}
+
+    std::vector<std::string> differences() {
+        if ( !run_.complete )
+            add( "the process did not get to say what happened" );
+        compareEnding();
+        if ( !run_.complete )
+            return std::move( all_ );
+        compareCalls();
+        for ( const std::string & function : run_.functions )
+            compare( "function in a trace line", function, expected_.function );
+        std::vector<std::string> messages;
+        for ( const SweepMessage & message : run_.messages )
+            messages.push_back( message.text );
+        compare( "messages", messages, expected_.messages );
+        compare( "live entries", run_.liveEntries, expected_.liveEntries );
+        compareTables();
+        return std::move( all_ );
+    }
+
+  private:
     template <class T>
     void compare( const std::string & what, const T & seen, const T & expected ) {
         if ( seen != expected )
@@ -262,9 +284,6 @@ class Differences {
 
     void add( std::string difference ) { all_.push_back( std::move( difference ) ); }
 
-    std::vector<std::string> take() { return std::move( all_ ); }
-
-  private:
     static std::string word( bool value ) { return value ? "yes" : "no"; }
     static std::string word( const std::string & value ) {
         return value.empty() ? "nothing" : quoted( Text::printable( value ) );
@@ -281,113 +300,108 @@ class Differences {
         return text.empty() ? "none" : text;
     }
 
+    void compareEnding() {
+        const SweepEnding & ending = expected_.ending;
+        const bool returns = ending.kind == SweepEnding::Kind::returns;
+        const bool reports = ending.kind == SweepEnding::Kind::report;
+        compare( "signal", run_.signal, returns ? 0 : SIGABRT );
+        compare( "the recipe returned", run_.returned, returns );
+        if ( returns ) {
+            compare( "exit code", run_.exitCode, 0 );
+            compare( "result", run_.result, ending.text );
+        }
+        compareStandardError();
+        compare( "failure hooks", run_.failureHooks, std::size_t( reports ? 1 : 0 ) );
+        compare( "error texts asked", run_.errorTexts,
+                 reports ? std::vector{ ending.rc } : std::vector<int>() );
+        if ( reports && run_.failureHooks == 1 ) {
+            compare( "lock held in the failure hook", run_.failureHookLocked, true );
+            compare( "reported before the failure hook", run_.reportedBeforeHook, true );
+        }
+    }
+
+    void compareStandardError() {
+        const SweepEnding & ending = expected_.ending;
+        const std::string before =
+            fmt::format( "{}: {}:", ::program_invocation_short_name, sourceFile );
+        std::string text;
+        std::string line = fmt::to_string( ending.line );
+        std::string_view failed = "0";
+        if ( ending.kind == SweepEnding::Kind::report )
+            text = fmt::format( "{}:{} {} API ERROR:{} ({})\n", sourceFile, line, ending.text,
+                                errorText( ending.rc ), ending.rc );
+        if ( ending.kind == SweepEnding::Kind::assertion ) {
+            failed = ending.text;
+            // All that is known of its line is that it lies between two calls.
+            const int seen = numberBehind( before, run_.standardError );
+            line = seen == 0 ? "LINE" : fmt::to_string( seen );
+            if ( seen != 0 &&
+                 ( seen <= ending.line || ( ending.before != 0 && seen >= ending.before ) ) )
+                add( fmt::format(
+                    "the assertion stands in line {}, expected behind {}{}", seen, ending.line,
+                    ending.before == 0 ? "" : fmt::format( " and before {}", ending.before ) ) );
+        }
+        if ( ending.kind != SweepEnding::Kind::returns )
+            text += fmt::format( "{}{}: {}: Assertion `{}' failed.\n", before, line,
+                                 expected_.signature, failed );
+        compare( "standard error", run_.standardError, text );
+    }
+
+    void compareCalls() {
+        const auto & calls = expected_.calls;
+        const std::size_t common = std::min( run_.calls.size(), calls.size() );
+        for ( std::size_t i = 0; i < common; ++i )
+            compareCall( fmt::format( "call {}", i + 1 ), run_.calls[i], calls[i] );
+        if ( run_.calls.size() > common )
+            add( fmt::format( "{} calls too many, the first is {}", run_.calls.size() - common,
+                              inWords( run_.calls[common] ) ) );
+        if ( calls.size() > common )
+            add( fmt::format( "{} calls are missing, the first is {}", calls.size() - common,
+                              inWords( calls[common] ) ) );
+        const auto hooks = std::count_if( calls.begin(), calls.end(),
+                                          []( const auto & call ) { return call.hook; } );
+        compare( "pre-call hooks", run_.preCallHooks, static_cast<std::size_t>( hooks ) );
+    }
+
+    void compareCall( const std::string & where, const ObservedCall & seen,
+                      const ObservedCall & expected ) {
+        if ( inWords( seen ) != inWords( expected ) )
+            return compare( where, inWords( seen ), inWords( expected ) );
+        compare( where + ": return code", seen.operation.rc, expected.operation.rc );
+        compare( where + ": pre-call hook", seen.hook, expected.hook );
+        if ( seen.hook && expected.hook )
+            compare( where + ": lock held in the pre-call hook", seen.hookLocked,
+                     expected.hookLocked );
+        compare( where + ": lock held", seen.operationLocked, expected.operationLocked );
+        compare( where + ": end of the trace line", seen.ending, expected.ending );
+        if ( seen.ending.empty() || expected.ending.empty() )
+            return;
+        compare( where + ": text in the trace line", seen.text, expected.text );
+        compare( where + ": line in the trace line", seen.line, expected.line );
+    }
+
+    void compareTables() {
+        SweepTables all = run_.tables;
+        all.insert( expected_.tables.begin(), expected_.tables.end() );
+        for ( const auto & [id, ignored] : all ) {
+            const TableRows & seen = rowsIn( run_.tables, id );
+            const TableRows & expected = rowsIn( expected_.tables, id );
+            const auto [one, other] =
+                std::mismatch( seen.begin(), seen.end(), expected.begin(), expected.end() );
+            const auto rowText = [&]( const TableRows & rows, TableRows::const_iterator row ) {
+                return row == rows.end() ? std::string()
+                                         : toText( *findTable( *expected_.model, id ), *row );
+            };
+            compare( toText( id ) + ": row", rowText( seen, one ), rowText( expected, other ) );
+        }
+    }
+
+    const SweepExpectation & expected_;
+    const SweepRun & run_;
     std::vector<std::string> all_;
 };
 
-void compareCall( Differences & differences, std::size_t index, const ObservedCall & seen,
-                  const ObservedCall & expected ) {
-    const std::string where = fmt::format( "call {}", index + 1 );
-    if ( inWords( seen ) != inWords( expected ) ) {
-        differences.compare( where, inWords( seen ), inWords( expected ) );
-        return;
-    }
-    differences.compare( where + ": return code", seen.operation.rc, expected.operation.rc );
-    differences.compare( where + ": pre-call hook", seen.hook, expected.hook );
-    if ( seen.hook && expected.hook )
-        differences.compare( where + ": lock held in the pre-call hook", seen.hookLocked,
-                             expected.hookLocked );
-    differences.compare( where + ": lock held", seen.operationLocked, expected.operationLocked );
-    differences.compare( where + ": end of the trace line", seen.ending, expected.ending );
-    if ( seen.ending.empty() || expected.ending.empty() )
-        return;
-    differences.compare( where + ": text in the trace line", seen.text, expected.text );
-    differences.compare( where + ": line in the trace line", seen.line, expected.line );
-}
-
-void compareCalls( Differences & differences, const SweepExpectation & expectation,
-                   const SweepRun & run ) {
-    const std::size_t common = std::min( run.calls.size(), expectation.calls.size() );
-    for ( std::size_t i = 0; i < common; ++i )
-        compareCall( differences, i, run.calls[i], expectation.calls[i] );
-    if ( run.calls.size() > common )
-        differences.add( fmt::format( "{} calls too many, the first is {}",
-                                      run.calls.size() - common, inWords( run.calls[common] ) ) );
-    if ( expectation.calls.size() > common )
-        differences.add( fmt::format( "{} calls are missing, the first is {}",
-                                      expectation.calls.size() - common,
-                                      inWords( expectation.calls[common] ) ) );
-    const auto hooks =
-        static_cast<std::size_t>( std::count_if( expectation.calls.begin(), expectation.calls.end(),
-                                                 []( const auto & call ) { return call.hook; } ) );
-    differences.compare( "pre-call hooks", run.preCallHooks, hooks );
-}
-
-void compareStandardError( Differences & differences, const SweepExpectation & expectation,
-                           const SweepRun & run ) {
-    const SweepEnding & ending = expectation.ending;
-    std::string expected;
-    std::string line = fmt::to_string( ending.line );
-    std::string_view failed = "0";
-    const std::string before =
-        fmt::format( "{}: {}:", ::program_invocation_short_name, sourceFile );
-    if ( ending.kind == SweepEnding::Kind::report )
-        expected = fmt::format( "{}:{} {} API ERROR:{} ({})\n", sourceFile, line, ending.text,
-                                errorText( ending.rc ), ending.rc );
-    if ( ending.kind == SweepEnding::Kind::assertion ) {
-        failed = ending.text;
-        // All that is known of its line is that it lies between two calls.
-        const int seen = numberBehind( before, run.standardError );
-        line = seen == 0 ? "LINE" : fmt::to_string( seen );
-        if ( seen != 0 &&
-             ( seen <= ending.line || ( ending.before != 0 && seen >= ending.before ) ) )
-            differences.add( fmt::format(
-                "the assertion stands in line {}, expected behind {}{}", seen, ending.line,
-                ending.before == 0 ? "" : fmt::format( " and before {}", ending.before ) ) );
-    }
-    if ( ending.kind != SweepEnding::Kind::returns )
-        expected += fmt::format( "{}{}: {}: Assertion `{}' failed.\n", before, line,
-                                 expectation.signature, failed );
-    differences.compare( "standard error", run.standardError, expected );
-}
-
-void compareEnding( Differences & differences, const SweepExpectation & expectation,
-                    const SweepRun & run ) {
-    const SweepEnding & ending = expectation.ending;
-    const bool returns = ending.kind == SweepEnding::Kind::returns;
-    const bool reports = ending.kind == SweepEnding::Kind::report;
-    differences.compare( "signal", run.signal, returns ? 0 : SIGABRT );
-    differences.compare( "the recipe returned", run.returned, returns );
-    if ( returns ) {
-        differences.compare( "exit code", run.exitCode, 0 );
-        differences.compare( "result", run.result, ending.text );
-    }
-    compareStandardError( differences, expectation, run );
-    differences.compare( "failure hooks", run.failureHooks, std::size_t( reports ? 1 : 0 ) );
-    differences.compare( "error texts asked", run.errorTexts,
-                         reports ? std::vector{ ending.rc } : std::vector<int>() );
-    if ( reports && run.failureHooks == 1 ) {
-        differences.compare( "lock held in the failure hook", run.failureHookLocked, true );
-        differences.compare( "reported before the failure hook", run.reportedBeforeHook, true );
-    }
-}
-
-void compareTables( Differences & differences, const SweepExpectation & expectation,
-                    const SweepTables & seen ) {
-    SweepTables all = seen;
-    all.insert( expectation.tables.begin(), expectation.tables.end() );
-    for ( const auto & [id, ignored] : all ) {
-        const TableRows & seenRows = rowsIn( seen, id );
-        const TableRows & expectedRows = rowsIn( expectation.tables, id );
-        const auto [one, other] = std::mismatch( seenRows.begin(), seenRows.end(),
-                                                 expectedRows.begin(), expectedRows.end() );
-        if ( one == seenRows.end() && other == expectedRows.end() )
-            continue;
-        const Sim::Table & table = *findTable( *expectation.model, id );
-        differences.compare(
-            toText( id ) + ": row", one == seenRows.end() ? std::string() : toText( table, *one ),
-            other == expectedRows.end() ? std::string() : toText( table, *other ) );
-    }
-}
+// --- Undisturbed runs, and faults
 
 /// Whether the text of a call says what the call does.
 bool textFits( const ObservedCall & call ) {
@@ -538,22 +552,7 @@ SweepExpectation expectFault( const SweptCase & swept, const SweepFault & fault 
 }
 
 std::vector<std::string> judge( const SweepExpectation & expectation, const SweepRun & run ) {
-    Differences differences;
-    if ( !run.complete )
-        differences.add( "the process did not get to say what happened" );
-    compareEnding( differences, expectation, run );
-    if ( !run.complete )
-        return differences.take();
-    compareCalls( differences, expectation, run );
-    for ( const std::string & function : run.functions )
-        differences.compare( "function in a trace line", function, expectation.function );
-    std::vector<std::string> messages;
-    for ( const SweepMessage & message : run.messages )
-        messages.push_back( message.text );
-    differences.compare( "messages", messages, expectation.messages );
-    differences.compare( "live entries", run.liveEntries, expectation.liveEntries );
-    compareTables( differences, expectation, run.tables );
-    return differences.take();
+    return Comparison( expectation, run ).differences();
 }
 
 } // namespace Tool
