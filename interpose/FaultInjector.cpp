@@ -79,22 +79,13 @@ int FaultInjector::operate( const Operation & operation ) noexcept {
     if ( report == nullptr )
         return state_->entries.perform( operation );
     const Fault & fault = report->fault;
-    if ( fault.rc < 0 )
-        return state_->strike( *report );
-    const auto invalidateHandle = [&] {
-        if ( operation.newHandle != nullptr )
-            *operation.newHandle = state_->entries.invalidHandle();
-    };
-    if ( fault.invalidHandle ) {
-        invalidateHandle();
-        return state_->strike( *report );
-    }
-    const int rc = state_->entries.perform( operation );
-    const bool isRefused = rc < 0;
-    if ( rc == fault.rc || ( isRefused && !fault.overridesRefusal ) )
+    const bool reaches = fault.rc >= 0 && !fault.invalidHandle;
+    const int rc = reaches ? state_->entries.perform( operation ) : fault.rc;
+    const bool isRefused = reaches && rc < 0;
+    if ( reaches && ( rc == fault.rc || ( isRefused && !fault.overridesRefusal ) ) )
         return rc;
-    if ( isRefused )
-        invalidateHandle();
+    if ( ( fault.invalidHandle || isRefused ) && operation.newHandle != nullptr )
+        *operation.newHandle = state_->entries.invalidHandle();
     return state_->strike( *report );
 }
 
