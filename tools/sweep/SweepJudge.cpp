@@ -383,7 +383,8 @@ class Comparison {
     void compareTables() {
         SweepTables all = run_.tables;
         all.insert( expected_.tables.begin(), expected_.tables.end() );
-        for ( const auto & [id, ignored] : all ) {
+        for ( const auto & each : all ) {
+            const TableId & id = each.first;
             const TableRows & seen = rowsIn( run_.tables, id );
             const TableRows & expected = rowsIn( expected_.tables, id );
             const auto [one, other] =
