@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-// Makes a recording for bench/recording_bench.sh:
+// Makes a recording for bench/recording_figures.py:
 //
 //     recording_bench FOLDER OPERATIONS [SEED]
 //

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Makes recordings with recording_bench, and measures how cairn-lt replays, compares and checks them.
+"""Makes recordings with recording_bench, and measures how cairn-lt replays, compares, checks, reports and diagnoses them.
 
     bench/recording_figures.py BUILD_FOLDER [OPERATIONS]     10,000,000 operations unless told otherwise
 
@@ -27,11 +27,16 @@ def main():
         size = sum(file.stat().st_size for file in pathlib.Path(first).iterdir())
         print(f"recording\t{operations}\t{size}")
         chips = ["--chip", "reference", "--chip", "reference"]
+        crash, state, page = f"{folder}/crash.log", f"{folder}/state.json", f"{folder}/page.html"
         for name, arguments, read, code in (
             ("replay", ["replay", first, *chips], operations, 0),
             ("diff", ["diff", first, second], 2 * operations, 1),
             ("check", ["check", first], operations, 0),
+            ("report", ["report", first, *chips, "-o", page], operations, 0),
+            ("diagnose", ["diagnose", crash, "--trace", first, "--chip", "reference", "--state", state], operations, 0),
         ):
+            if name == "diagnose":
+                stop(build / "cairn-lt", first, crash)
             before = resource.getrusage(resource.RUSAGE_CHILDREN)
             # A process between, whose largest child is this one.
             done = subprocess.run(
@@ -47,6 +52,18 @@ def main():
             seconds = after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
             print(f"{name}\t{read}\t{seconds:.2f}\t{memory}")
     return 0
+
+
+def stop(tool, folder, crash):
+    """Records another process, which is stopped, beside what is there, and keeps what it says."""
+    with open(crash, "w", encoding="utf-8") as err:
+        subprocess.run(
+            [tool, "run", "setEgrTunnelEcnEncap", "0", "5", "2", "--record-to", folder]
+            + ["--inject", "op=pt_entry_commit,rc=-30"],
+            stdout=subprocess.DEVNULL,
+            stderr=err,
+            check=False,
+        )
 
 
 def measure(command):

@@ -360,7 +360,9 @@ Seconds of the processor.
 
 A recording of two threads, each with a unit of its own, which for each row allocate an entry, add its index and a value,
 commit, read and free: {recording_bytes(recording):.0f} bytes an operation, its hook included. `diff` reads both recordings once for each unit
-and once more. Seconds of the processor. The limit of a replay is a million operations a second.
+and once more. `report` performs the recording and shows the last of its calls, at most two million, and the changes of rows:
+that is its memory, however long the recording is. `diagnose` finds the recording of a process that was stopped beside this
+one, and rebuilds its chip. Seconds of the processor. The limit of a replay is a million operations a second.
 
 {recording_table(recording)}
 
