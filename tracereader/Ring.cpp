@@ -64,7 +64,7 @@ bool Ring::poll() {
         scanBlocks( highest_ );
     } else if ( following && following->sequence == highest_ + 1 )
         followBlocks( highest_ + 1 );
-    return position_ < limit_ || !blocks_.empty();
+    return isAtRecord() || !blocks_.empty();
 }
 
 // --- Finding blocks
@@ -376,7 +376,7 @@ bool Ring::loadLast( const Block & block ) {
 // Reads the current block once more, for what was written to it since; not if there is nothing to be
 // had of it. False if it was overwritten.
 bool Ring::readAgain() {
-    if ( isBlockDamaged_ || block_.sequence != highest_ ) {
+    if ( isBlockDamaged_ || isRestUnused_ || block_.sequence != highest_ ) {
         limit_ = position_;
         return true;
     }
@@ -486,13 +486,16 @@ void Ring::countOverwritten( const Block & first ) {
 
 // --- Records
 
+bool Ring::isAtRecord() const noexcept {
+    return position_ + sizeof( Layout::RecordHeader ) <= limit_ &&
+           load<Layout::RecordHeader>( blockBytes_ + position_ ).size != 0;
+}
+
 bool Ring::nextInBlock( Entry & record ) {
-    if ( position_ + sizeof( Layout::RecordHeader ) > limit_ )
+    if ( !isAtRecord() )
         return false;
     const std::byte * const at = blockBytes_ + position_;
     const auto header = load<Layout::RecordHeader>( at );
-    if ( header.size == 0 )
-        return false;
     const std::uint64_t offset = blockOffset( blockIndex( block_.sequence ) ) + position_;
     if ( header.size < sizeof header || header.size % 8 != 0 || header.size > limit_ - position_ ) {
         source_.damage( offset, isBlockCut_ && header.size <= info_.blockBytes - position_

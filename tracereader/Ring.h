@@ -86,6 +86,7 @@ class Ring {
     void checkEnd();
     std::uint64_t restOfBlock() const noexcept;
     std::size_t committedBytes( std::uint64_t offset, std::size_t position ) const;
+    bool isAtRecord() const noexcept;
     bool nextInBlock( Entry & record );
 
     Source & source_;

@@ -747,6 +747,35 @@ TEST_F( TraceReaderTest, FileThatIsCutWhileItIsFollowedIsSaidAndHasNoWriterAnyMo
         << file.findings()[0].what;
 }
 
+// Whether nothing more is expected of a file that nobody writes, when it was read.
+bool comesToAnEnd( std::vector<std::byte> content ) {
+    TraceReader::File file( "memory", std::move( content ) );
+    Record record;
+    for ( int poll = 0; poll < 5; ++poll ) {
+        while ( file.next( record ) )
+            ;
+        if ( !file.poll() )
+            return true;
+    }
+    return false;
+}
+
+TEST_F( TraceReaderTest, FollowingAFileThatIsNotWrittenComesToAnEndWhateverItsLastBytesAre ) {
+    const auto whole = wrapped();
+    for ( std::size_t length = blocksAt; length <= whole.size(); ++length )
+        ASSERT_TRUE( comesToAnEnd( { whole.data(), whole.data() + length } ) ) << length;
+    // Its writer was killed as it left the rest of the last block unused.
+    auto left = written( []( Writer & writer ) { writer.seed( 7 ); } );
+    poke<std::uint32_t>( left, firstRecordAt + offsetof( Layout::RecordHeader, id ),
+                         Layout::restUnusedId );
+    EXPECT_TRUE( comesToAnEnd( left ) );
+    // A record up to the end of its block.
+    auto full = written( []( Writer & writer ) { writer.seed( 7 ); } );
+    poke<std::uint32_t>( full, firstRecordAt,
+                         Layout::pageBytes - sizeof( Layout::BlockHeader ) - 8 );
+    EXPECT_TRUE( comesToAnEnd( full ) );
+}
+
 // A file that changes between one read and the next, as a writer changes it. What is copied in one go
 // is copied in an order of its own, as processors do it: a part of it is from before the change.
 class ChangingBytes : public TraceReader::Bytes {
