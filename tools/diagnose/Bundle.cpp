@@ -286,7 +286,7 @@ TraceSource traceIn( const Bundle & bundle, const std::string & path ) {
     return [traces = bundle.traces, path]( std::optional<std::uint32_t> process ) {
         TraceReader::Merge merge;
         for ( const auto & [name, bytes] : *traces ) {
-            const std::string file = path + ":" + name;
+            const std::string file = fmt::format( "{}:{}", path, name );
             try {
                 auto opened = std::make_unique<TraceReader::File>( file, bytes );
                 if ( !process || opened->info().process == *process )
