@@ -26,7 +26,9 @@ std::atomic<unsigned> lastGeneration{ 0 };
 
 void leaveFilesOfEndedThread( void * ) noexcept {
     // First: a signal handler must not write to a file that another thread may have taken over.
+    // What it asks first is forgotten last, so that it remembers nothing in between.
     slot.file = nullptr;
+    std::atomic_signal_fence( std::memory_order_seq_cst );
     knownFile.set( 0, nullptr );
     std::atomic_signal_fence( std::memory_order_seq_cst );
     Registry::instance().leaveThreadFiles();
