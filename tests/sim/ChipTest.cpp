@@ -431,13 +431,18 @@ TEST_F( InspectTest, ClearEmptiesAllTables ) {
 
 // --- Many rows, many threads
 
+// ROUTE and MAPm with as many rows.
+Sim::Schema schemaWithRows( std::uint32_t rows ) {
+    Sim::Schema schema = smallSchema();
+    for ( const char * table : { "ROUTE", "MAPm" } )
+        EXPECT_EQ( schema.resize( table, { .rows = rows } ), "" );
+    return schema;
+}
+
 TEST( ChipSizeTest, AMillionRowsOfEachKind ) {
     constexpr std::uint32_t rows = 1'000'000;
-    Sim::Schema schema = smallSchema();
-    ASSERT_EQ( schema.resize( "ROUTE", { .rows = rows } ), "" );
-    ASSERT_EQ( schema.resize( "MAPm", { .rows = rows } ), "" );
     Sim::Chip chip;
-    chip.addUnit( 0, schema );
+    chip.addUnit( 0, schemaWithRows( rows ) );
     Entry route( chip, "ROUTE" );
     Entry map( chip, "MAPm" );
     route.add( "VRF", 1 );
@@ -470,11 +475,8 @@ TEST( ChipSizeTest, RowsKeepWhatTheyHoldWhileTheTableFillsInAnyOrder ) {
     constexpr std::uint32_t written = rows / 4 * 3;
     const auto scattered = []( std::uint32_t i ) { return i * 40'503u % rows; };
     const auto value = []( std::uint32_t row ) { return row % 4'001; };
-    Sim::Schema schema = smallSchema();
-    ASSERT_EQ( schema.resize( "ROUTE", { .rows = rows } ), "" );
-    ASSERT_EQ( schema.resize( "MAPm", { .rows = rows } ), "" );
     Sim::Chip chip;
-    chip.addUnit( 0, schema );
+    chip.addUnit( 0, schemaWithRows( rows ) );
     Entry route( chip, "ROUTE" );
     Entry map( chip, "MAPm" );
     route.add( "VRF", 1 );
@@ -505,11 +507,8 @@ TEST( ChipSizeTest, RowsKeepWhatTheyHoldWhileTheTableFillsInAnyOrder ) {
 TEST( ChipThreadTest, ThreadsWorkSideBySide ) {
     constexpr std::uint32_t threads = 4;
     constexpr std::uint32_t rowsEach = 500;
-    Sim::Schema schema = smallSchema();
-    ASSERT_EQ( schema.resize( "ROUTE", { .rows = threads * rowsEach } ), "" );
-    ASSERT_EQ( schema.resize( "MAPm", { .rows = threads * rowsEach } ), "" );
     Sim::Chip chip;
-    chip.addUnit( 0, schema );
+    chip.addUnit( 0, schemaWithRows( threads * rowsEach ) );
 
     std::vector<std::thread> workers;
     for ( std::uint32_t worker = 0; worker < threads; ++worker ) {
