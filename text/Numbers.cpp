@@ -27,4 +27,8 @@ std::string numberForTable( std::uint64_t value ) {
     return value <= largestDecimal ? fmt::to_string( value ) : fmt::format( "{:#x}", value );
 }
 
+std::string counted( std::uint64_t number, std::string_view noun ) {
+    return fmt::format( "{} {}{}", number, noun, number == 1 ? "" : "s" );
+}
+
 } // namespace Text

@@ -19,4 +19,7 @@ std::string numberBothWays( std::uint64_t value );
 /// hexadecimal.
 std::string numberForTable( std::uint64_t value );
 
+/// "1 row", "3 rows", "0 rows".
+std::string counted( std::uint64_t number, std::string_view noun );
+
 } // namespace Text

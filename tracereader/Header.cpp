@@ -1,5 +1,9 @@
 #include "tracereader/Header.h"
 
+#include "text/Numbers.h"
+
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
@@ -44,17 +48,17 @@ void Header::read() {
     }
     const auto endsWithin = [&]( std::size_t bytes ) {
         if ( got < bytes )
-            refuse( "ends within its header, after " + count( got, "byte" ) +
+            refuse( "ends within its header, after " + Text::counted( got, "byte" ) +
                     "; nothing can be read" );
     };
     endsWithin( Layout::headerBytesVersion1 );
     if ( header.byteOrder == __builtin_bswap32( Layout::byteOrderMark ) )
         refuse( "written on a machine of the other byte order; read it on such a machine" );
     if ( header.version < Layout::oldestVersion || header.version > Layout::version )
-        refuse( "has format version " + std::to_string( header.version ) +
-                "; this reader knows versions " + std::to_string( Layout::oldestVersion ) + " to " +
-                std::to_string( Layout::version ) +
-                ": use the reader that belongs to the program that wrote it" );
+        refuse( fmt::format(
+            "has format version {}; this reader knows versions {} to {}: use the reader "
+            "that belongs to the program that wrote it",
+            header.version, Layout::oldestVersion, Layout::version ) );
     if ( header.version > 1 )
         endsWithin( sizeof header );
     const auto isRegion = []( std::uint64_t bytes ) {
@@ -64,9 +68,10 @@ void Header::read() {
     if ( header.byteOrder != Layout::byteOrderMark || header.headerBytes != Layout::pageBytes ||
          !isRegion( header.descriptorBytes ) || header.blockBytes != Layout::pageBytes ||
          header.blockCount < 2 || header.blockCount > maxRegionBytes / Layout::pageBytes )
-        refuse( "has a damaged header: header of " + count( header.headerBytes, "byte" ) + ", " +
-                count( header.descriptorBytes, "byte" ) + " of descriptors, " +
-                count( header.blockCount, "block" ) + " of " + count( header.blockBytes, "byte" ) +
+        refuse( "has a damaged header: header of " + Text::counted( header.headerBytes, "byte" ) +
+                ", " + Text::counted( header.descriptorBytes, "byte" ) + " of descriptors, " +
+                Text::counted( header.blockCount, "block" ) + " of " +
+                Text::counted( header.blockBytes, "byte" ) +
                 "; no writer makes such a file, and nothing can be found in it" );
 
     if ( header.checksum != Layout::checksum( &header, offsetof( Layout::FileHeader, checksum ) ) )
@@ -94,8 +99,9 @@ void Header::read() {
         break;
     default:
         source_.damage( offsetof( Layout::FileHeader, timestamps ),
-                        "unknown timestamps " + std::to_string( header.timestamps ) +
-                            "; records are shown with the times of their blocks" );
+                        fmt::format( "unknown timestamps {}; records are shown with the times of "
+                                     "their blocks",
+                                     header.timestamps ) );
         timestamps_ = Fleetlog::Timestamps::none;
         info_.timestamps = "none";
     }
@@ -131,21 +137,24 @@ void Header::checkSize() {
     const std::uint64_t whole = ringOffset_ + info_.blockCount * info_.blockBytes;
     if ( size < ringOffset_ )
         source_.damage( size, "the file ends here, before its records; it should have " +
-                                  count( whole, "byte" ) );
+                                  Text::counted( whole, "byte" ) );
     else if ( size < whole )
         source_.damage(
-            size, "the file ends here; it should have " + count( whole, "byte" ) + ". " +
-                      count( ( whole - size + info_.blockBytes - 1 ) / info_.blockBytes, "block" ) +
-                      " of " + std::to_string( info_.blockCount ) + " missing or cut" );
+            size,
+            fmt::format( "the file ends here; it should have {}. {} of {} missing or cut",
+                         Text::counted( whole, "byte" ),
+                         Text::counted( ( whole - size + info_.blockBytes - 1 ) / info_.blockBytes,
+                                        "block" ),
+                         info_.blockCount ) );
     else if ( size > whole )
-        source_.damage( whole, count( size - whole, "byte" ) + " after the end" );
+        source_.damage( whole, Text::counted( size - whole, "byte" ) + " after the end" );
 }
 
 void Header::checkNotCut() {
     const std::uint64_t size = bytes_.size();
     if ( size >= size_ )
         return;
-    source_.damage( size, "the file was cut here, from " + count( size_, "byte" ) +
+    source_.damage( size, "the file was cut here, from " + Text::counted( size_, "byte" ) +
                               ", while it was read; what was behind is lost" );
     size_ = size;
     info_.isCut = true;

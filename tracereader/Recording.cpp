@@ -1,5 +1,7 @@
 #include "tracereader/Recording.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <map>
@@ -51,12 +53,9 @@ Merge open( const std::vector<std::string> & paths, const Recording::Options & o
             merge.add( std::move( file ) );
     }
     if ( options.process && !processes.contains( *options.process ) && !processes.empty() ) {
-        std::string have;
-        for ( const auto each : processes )
-            have += ( have.empty() ? "" : ", " ) + std::to_string( each );
-        throw Error( paths.front(), "has no SDK calls of process " +
-                                        std::to_string( *options.process ) +
-                                        "; it has those of: " + have );
+        throw Error( paths.front(),
+                     fmt::format( "has no SDK calls of process {}; it has those of: {}",
+                                  *options.process, fmt::join( processes, ", " ) ) );
     }
     if ( merge.files().empty() && others == 0 )
         throw Error( merge.findings().front().file, merge.findings().front().what );

@@ -1,5 +1,9 @@
 #include "tracereader/Ring.h"
 
+#include "text/Numbers.h"
+
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <string>
 
@@ -418,17 +422,18 @@ void Ring::startBlock( const Block & block ) {
             counts_.overwrittenBlocks += blocks;
             counts_.overwrittenBytes += bytes;
             if ( bytes != 0 )
-                source_.find( Finding::Kind::overwritten, offset,
-                              "overwritten before they could be read: " + count( blocks, "block" ) +
-                                  " before this one" +
-                                  ( bytes == blocks * roomOfBlock
-                                        ? ""
-                                        : ", and the rest of the one before" ) );
+                source_.find(
+                    Finding::Kind::overwritten, offset,
+                    "overwritten before they could be read: " + Text::counted( blocks, "block" ) +
+                        " before this one" +
+                        ( bytes == blocks * roomOfBlock ? ""
+                                                        : ", and the rest of the one before" ) );
         } else {
             checkEnd();
             counts_.missingBlocks += blocks;
             if ( blocks != 0 )
-                source_.damage( offset, "missing before this block: " + count( blocks, "block" ) );
+                source_.damage( offset,
+                                "missing before this block: " + Text::counted( blocks, "block" ) );
         }
     }
     wasOvertaken_ = false;
@@ -481,7 +486,7 @@ void Ring::countOverwritten( const Block & first ) {
     if ( missing > 0 )
         source_.damage( blockOffset( blockIndex( first.sequence ) ),
                         "missing before this block, the oldest that can be read: " +
-                            count( missing, "block" ) );
+                            Text::counted( missing, "block" ) );
 }
 
 // --- Records
@@ -500,9 +505,9 @@ bool Ring::nextInBlock( Entry & record ) {
     if ( header.size < sizeof header || header.size % 8 != 0 || header.size > limit_ - position_ ) {
         source_.damage( offset, isBlockCut_ && header.size <= info_.blockBytes - position_
                                     ? "the file ends within a record"
-                                    : "a record has the impossible size " +
-                                          std::to_string( header.size ) +
-                                          "; what follows in its block is lost" );
+                                    : fmt::format( "a record has the impossible size {}; what "
+                                                   "follows in its block is lost",
+                                                   header.size ) );
         isBlockDamaged_ = true;
         limit_ = position_;
         return false;

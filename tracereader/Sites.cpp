@@ -1,7 +1,10 @@
 #include "tracereader/Sites.h"
 
 #include "text/Escape.h"
+#include "text/Numbers.h"
 #include "tracereader/Values.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <cstring>
@@ -79,10 +82,10 @@ void Sites::read() {
         if ( header.size < sizeof header || header.size % 8 != 0 || header.size > left ||
              header.size > maxDescriptorSize ) {
             source_.damage( descriptorOffset_,
-                            "a descriptor has the impossible size " +
-                                std::to_string( header.size ) +
-                                "; it and those after it are lost, and records of their sites are "
-                                "shown as bytes" );
+                            fmt::format( "a descriptor has the impossible size {}; it and those "
+                                         "after it are lost, and records of their sites are shown "
+                                         "as bytes",
+                                         header.size ) );
             hasMoreDescriptors_ = false;
             return;
         }
@@ -163,16 +166,19 @@ const Site * Sites::match( std::uint32_t id, std::span<const std::byte> payload,
         if ( !known.isReported )
             source_.damage(
                 offset,
-                "message " + std::to_string( id ) +
-                    " has no descriptor that can be read; its records are shown as bytes" +
-                    ( info_.unregistered == 0 ? ""
-                                              : ". The writer had no room for " +
-                                                    count( info_.unregistered, "descriptor" ) +
-                                                    ": open the trace with more" ) );
+                fmt::format( "message {} has no descriptor that can be read; its records are shown "
+                             "as bytes",
+                             id ) +
+                    ( info_.unregistered == 0
+                          ? ""
+                          : ". The writer had no room for " +
+                                Text::counted( info_.unregistered, "descriptor" ) +
+                                ": open the trace with more" ) );
         known.isReported = true;
     } else if ( !isSound( known, payload ) ) {
-        source_.damage( offset, "a record does not fit its descriptor, " + known.site->file + ":" +
-                                    std::to_string( known.site->line ) + "; it is shown as bytes" );
+        source_.damage( offset, fmt::format( "a record does not fit its descriptor, {}:{}; it is "
+                                             "shown as bytes",
+                                             known.site->file, known.site->line ) );
         return nullptr;
     }
     return known.site;

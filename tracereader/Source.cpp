@@ -1,14 +1,12 @@
 #include "tracereader/Source.h"
 
-namespace TraceReader {
+#include <fmt/format.h>
 
-std::string count( std::uint64_t number, const char * what ) {
-    return std::to_string( number ) + " " + what + ( number == 1 ? "" : "s" );
-}
+namespace TraceReader {
 
 void Source::find( Finding::Kind kind, std::uint64_t offset, std::string what ) {
     if ( findings.size() == File::maxFindings ||
-         !found_.insert( std::to_string( offset ) + what ).second )
+         !found_.insert( fmt::format( "{}{}", offset, what ) ).second )
         return;
     if ( findings.size() == File::maxFindings - 1 )
         what = "and more: further findings are left out";

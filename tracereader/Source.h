@@ -40,7 +40,4 @@ Value load( const std::byte * at ) noexcept {
     return value;
 }
 
-/// "1 block", "3 blocks"
-std::string count( std::uint64_t number, const char * what );
-
 } // namespace TraceReader

@@ -23,4 +23,10 @@ TEST( NumbersTest, AreWrittenForReaders ) {
     EXPECT_EQ( Text::numberForTable( 100000 ), "0x186a0" );
 }
 
+TEST( NumbersTest, OfThingsSayOneOrMany ) {
+    EXPECT_EQ( Text::counted( 0, "row" ), "0 rows" );
+    EXPECT_EQ( Text::counted( 1, "row" ), "1 row" );
+    EXPECT_EQ( Text::counted( 12, "row" ), "12 rows" );
+}
+
 } // namespace

@@ -33,8 +33,7 @@ std::string valueText( const Sim::Field & field, std::uint64_t value ) {
 
 std::string sizeText( const Sim::Table & table ) {
     const auto rows = [&]( const char * prefix ) {
-        return fmt::format( "{}{} row{}", prefix, table.size.rows,
-                            table.size.rows == 1 ? "" : "s" );
+        return prefix + Text::counted( table.size.rows, "row" );
     };
     if ( !table.isPhysical() )
         return table.preloaded ? rows( "" ) + ", there from the start" : rows( "at most " );

@@ -1,4 +1,5 @@
 #include "text/Escape.h"
+#include "text/Numbers.h"
 #include "text/Time.h"
 #include "tools/cli/Case.h"
 #include "tools/cli/DiagnoseOutput.h"
@@ -83,16 +84,15 @@ std::string releasesText( const StopGroup & group ) {
 
 std::string groupsText( const Fleet & fleet, std::size_t reports ) {
     const auto groups = fleet.groups();
-    std::string text =
-        heading( fmt::format( "{} stop{} in {} report{}, {} kind{}", fleet.stops(),
-                              fleet.stops() == 1 ? "" : "s", reports, reports == 1 ? "" : "s",
-                              groups.size(), groups.size() == 1 ? "" : "s" ) ) +
-        "\n";
+    std::string text = heading( fmt::format( "{} in {}, {}", Text::counted( fleet.stops(), "stop" ),
+                                             Text::counted( reports, "report" ),
+                                             Text::counted( groups.size(), "kind" ) ) ) +
+                       "\n";
     for ( const StopGroup * group : groups ) {
         const Diagnosis & first = group->first;
         const Stop & stop = first.stop;
-        text += fmt::format( "\n{} in {} report{}, {} to {}: {}{}\n", group->count, group->reports,
-                             group->reports == 1 ? "" : "s", timeText( group->earliest ),
+        text += fmt::format( "\n{} in {}, {} to {}: {}{}\n", group->count,
+                             Text::counted( group->reports, "report" ), timeText( group->earliest ),
                              timeText( group->latest ),
                              first.function.empty() ? "" : Text::printable( first.function ) + ", ",
                              endText( stop ) );

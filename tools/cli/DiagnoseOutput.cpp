@@ -1,6 +1,7 @@
 #include "tools/cli/DiagnoseOutput.h"
 
 #include "text/Escape.h"
+#include "text/Numbers.h"
 #include "text/Time.h"
 
 #include <fmt/format.h>
@@ -130,8 +131,7 @@ void addLeft( Sheet & sheet, const Diagnosis & diagnosis, const Context & contex
             left.push_back( "not freed: " + entry );
         if ( scene.changes != 0 )
             left.push_back( fmt::format(
-                "{} row{} changed before{}, the last first:", scene.changes,
-                scene.changes == 1 ? "" : "s",
+                "{} changed before{}, the last first:", Text::counted( scene.changes, "row" ),
                 scene.isOneRun ? "" : ", by this run or by those of the recipe just before it" ) );
         for ( const std::string & row : scene.changedRows )
             left.push_back( "  " + row );
@@ -157,23 +157,23 @@ void addBefore( Sheet & sheet, const Context & context ) {
     for ( const auto & line : thread->lines )
         sheet.add( "", fmt::format( "{} {}", Text::utc( line.time ), line.text ) );
     if ( context.found.others != 0 )
-        sheet.add( "", fmt::format( "{} other thread{} of the trace could be meant as well",
-                                    context.found.others, context.found.others == 1 ? "" : "s" ) );
+        sheet.add( "", fmt::format( "{} of the trace could be meant as well",
+                                    Text::counted( context.found.others, "other thread" ) ) );
 }
 
 // Whether it happened before.
 void addEarlier( Sheet & sheet, const Context & context ) {
     std::vector<std::string> earlier;
     if ( context.stopsLikeIt != 0 )
-        earlier.push_back( fmt::format( "{} time{} before in the report, first in line {}",
-                                        context.stopsLikeIt, context.stopsLikeIt == 1 ? "" : "s",
+        earlier.push_back( fmt::format( "{} before in the report, first in line {}",
+                                        Text::counted( context.stopsLikeIt, "time" ),
                                         context.firstLikeIt ) );
     if ( context.failuresLikeIt && *context.failuresLikeIt == 0 )
         earlier.emplace_back( "no other thread of the trace was stopped by such a call" );
     else if ( context.failuresLikeIt )
         earlier.push_back( fmt::format(
-            "{} other thread{} of the trace {} stopped by such a call, the last at {} in process {}",
-            *context.failuresLikeIt, *context.failuresLikeIt == 1 ? "" : "s",
+            "{} of the trace {} stopped by such a call, the last at {} in process {}",
+            Text::counted( *context.failuresLikeIt, "other thread" ),
             *context.failuresLikeIt == 1 ? "was" : "were",
             Text::utc( context.lastLikeIt->after.time ), context.lastLikeIt->process ) );
     for ( std::size_t i = 0; i < earlier.size(); ++i )

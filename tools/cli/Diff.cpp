@@ -1,5 +1,6 @@
 #include "interpose/TraceRecorder.h"
 #include "text/Escape.h"
+#include "text/Numbers.h"
 #include "tools/cli/Progress.h"
 #include "tools/cli/RecordingInput.h"
 #include "tools/cli/Verbs.h"
@@ -137,8 +138,8 @@ class RecordingDifferences {
                                   counts.isDifferent(), counts.steps, counts.added, counts.removed,
                                   counts.changed, counts.reordered );
         else if ( counts.isDifferent() )
-            text_ += fmt::format( "{} step{} added, {} removed, {} changed, {} the same\n",
-                                  counts.added, counts.added == 1 ? "" : "s", counts.removed,
+            text_ += fmt::format( "{} added, {} removed, {} changed, {} the same\n",
+                                  Text::counted( counts.added, "step" ), counts.removed,
                                   counts.changed, counts.steps );
         progress_.clear();
         print( text_ );

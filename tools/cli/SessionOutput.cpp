@@ -1,6 +1,7 @@
 #include "tools/cli/SessionOutput.h"
 
 #include "text/Escape.h"
+#include "text/Numbers.h"
 #include "tools/cli/Tables.h"
 #include "tools/model/Arguments.h"
 #include "tools/model/Errors.h"
@@ -84,8 +85,7 @@ const char * causeOfStop( const Session & session ) {
 std::string idleText( const Interpose::FaultReport & report ) {
     if ( report.matches == 0 )
         return "no operation matched";
-    const std::string matched =
-        fmt::format( "{} operation{} matched", report.matches, report.matches == 1 ? "" : "s" );
+    const std::string matched = Text::counted( report.matches, "operation" ) + " matched";
     if ( report.matches < report.fault.occurrence )
         return matched;
     return matched + ", and the recipe saw nothing else than without it";

@@ -1,4 +1,5 @@
 #include "text/Columns.h"
+#include "text/Numbers.h"
 #include "tools/cli/Progress.h"
 #include "tools/cli/Verbs.h"
 #include "tools/model/Arguments.h"
@@ -19,10 +20,6 @@ using Json = nlohmann::ordered_json;
 
 constexpr std::string_view good = "as expected";
 constexpr std::string_view bad = "UNEXPECTED";
-
-std::string counted( std::size_t count, const std::string & noun ) {
-    return std::to_string( count ) + " " + noun + ( count == 1 ? "" : "s" );
-}
 
 // --- Text
 
@@ -96,7 +93,7 @@ std::string allOf( const std::vector<const SweepCaseReport *> & reports ) {
             grid.add( { name, "", "", "left out: " + report->leftOut } );
             continue;
         }
-        grid.add( { name, counted( report->undisturbed.calls.size(), "call" ), "undisturbed",
+        grid.add( { name, Text::counted( report->undisturbed.calls.size(), "call" ), "undisturbed",
                     undisturbedVerdict( *report ) } );
         addDifferences( grid, report->differences );
         for ( const SweepFaultReport & fault : report->faults )
@@ -113,15 +110,15 @@ std::size_t recipeCount( const SweepReport & report ) {
 }
 
 std::string conclusion( const SweepReport & report ) {
-    std::string text = counted( recipeCount( report ), "recipe" ) + ", " +
-                       counted( report.cases.size(), "case" ) + ", " +
-                       counted( report.faults, "fault" ) + ": ";
+    std::string text = Text::counted( recipeCount( report ), "recipe" ) + ", " +
+                       Text::counted( report.cases.size(), "case" ) + ", " +
+                       Text::counted( report.faults, "fault" ) + ": ";
     text += report.unexpected == 0 ? "all " + std::string( good )
                                    : std::to_string( report.unexpected ) + " unexpected";
     if ( report.refused != 0 )
-        text += "; " + counted( report.refused, "case" ) + " that the chip itself refuses";
+        text += "; " + Text::counted( report.refused, "case" ) + " that the chip itself refuses";
     if ( report.leftOut != 0 )
-        text += "; " + counted( report.leftOut, "case" ) + " left out";
+        text += "; " + Text::counted( report.leftOut, "case" ) + " left out";
     return text;
 }
 

@@ -84,8 +84,8 @@ std::string fieldText( const Sim::Field & field, const std::vector<uint64_t> & v
 std::string tableTitle( int unit, const Sim::Table & table ) {
     const Sim::TableSize & size = table.size;
     std::string text =
-        fmt::format( "{}  unit {}, {}, {} row{}", heading( table.name ), unit,
-                     Sim::kindName( table.kind ), size.rows, size.rows == 1 ? "" : "s" );
+        fmt::format( "{}  unit {}, {}, {}", heading( table.name ), unit,
+                     Sim::kindName( table.kind ), Text::counted( size.rows, "row" ) );
     if ( size.instances > 1 )
         text += fmt::format( ", {} instances", size.instances );
     if ( size.ports > 0 )

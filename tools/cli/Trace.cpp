@@ -227,15 +227,11 @@ bool isDamaged( const std::vector<Finding> & findings ) {
     } );
 }
 
-std::string number( std::uint64_t count, const std::string & what ) {
-    return std::to_string( count ) + " " + what + ( count == 1 ? "" : "s" );
-}
-
 // What the ring had no room for any more.
 std::string overwrittenText( const TraceReader::Counts & counts ) {
     const auto records = counts.overwrittenRecords();
-    const std::string blocks = number( counts.overwrittenBlocks, "block" );
-    return records ? "about " + number( *records, "record" ) + ", " + blocks
+    const std::string blocks = Text::counted( counts.overwrittenBlocks, "block" );
+    return records ? "about " + Text::counted( *records, "record" ) + ", " + blocks
                    : blocks + " with an unknown number of records";
 }
 
@@ -248,10 +244,10 @@ void tellLosses( const TraceReader::File & file ) {
         complain( path + ": the oldest were overwritten: " + overwrittenText( file.counts() ) +
                   "; a larger ring keeps more" );
     if ( file.info().unregistered != 0 )
-        complain( path + ": " + number( file.info().unregistered, "message site" ) +
+        complain( path + ": " + Text::counted( file.info().unregistered, "message site" ) +
                   " found no room for a description; their records are shown as bytes" );
     if ( file.info().interrupting != 0 )
-        complain( path + ": " + number( file.info().interrupting, "message" ) +
+        complain( path + ": " + Text::counted( file.info().interrupting, "message" ) +
                   " of signal handlers interrupted another message and were dropped" );
 }
 
@@ -547,7 +543,7 @@ std::string checkText( const TraceReader::File & file ) {
         text += finding.text() + "\n";
     return text + Text::printable( file.info().path ) + ": " +
            ( isDamaged( file.findings() ) ? "damaged" : "no damage found" ) + ", " +
-           number( file.counts().records, "record" ) + " read\n";
+           Text::counted( file.counts().records, "record" ) + " read\n";
 }
 
 // The elements of an array as its text: as values, those of many files and sites would take several

@@ -1,6 +1,7 @@
 #include "tools/diagnose/Diagnosis.h"
 
 #include "sim/Chip.h"
+#include "text/Numbers.h"
 #include "tools/diagnose/ErrorPages.h"
 
 #include <fmt/format.h>
@@ -106,12 +107,11 @@ std::string targetOf( const Site & call, const SiteTable & table, const Sim::Sch
     const Sim::Table * const known = schema.find( name );
     if ( name.empty() || known == nullptr )
         return {};
-    std::string text = fmt::format( "{} is a {} with {} row{}", name, Sim::kindName( known->kind ),
-                                    known->size.rows, known->size.rows == 1 ? "" : "s" );
+    std::string text = fmt::format( "{} is a {} with {}", name, Sim::kindName( known->kind ),
+                                    Text::counted( known->size.rows, "row" ) );
     const std::string fieldName = fieldOf( call );
     if ( const Sim::Field * const field = known->find( fieldName ) ) {
-        text += fmt::format( "; {} has {} bit{}", fieldName, field->width,
-                             field->width == 1 ? "" : "s" );
+        text += fmt::format( "; {} has {}", fieldName, Text::counted( field->width, "bit" ) );
         if ( field->length > 1 )
             text += fmt::format( " in each of {} elements", field->length );
         if ( !field->symbols.empty() )

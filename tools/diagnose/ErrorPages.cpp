@@ -511,15 +511,17 @@ std::vector<ErrorPage> tracePages() {
           .causes = "It is another file, its writer was stopped at once, or it is of another "
                     "version or machine.",
           .remedy = "Name a *.fleetlog file, or use the reader of the release that wrote it.",
-          .texts = { "not a trace file: not a regular file",
-                     "not a trace file: it does not begin with \"FLEETLOG\"",
-                     "no trace files (*.fleetlog) in this directory",
-                     "is empty: its writer was stopped before it had made it",
-                     "begins with zeros: its writer was stopped before it had written the header",
-                     "ends within its header, after",
-                     "written on a machine of the other byte order; read it on such a machine",
-                     "has format version", "has a damaged header: header of",
-                     "neither a state file nor a recording" } },
+          .texts =
+              { "not a trace file: not a regular file",
+                "not a trace file: it does not begin with \"FLEETLOG\"",
+                "no trace files (*.fleetlog) in this directory",
+                "is empty: its writer was stopped before it had made it",
+                "begins with zeros: its writer was stopped before it had written the header",
+                "ends within its header, after",
+                "written on a machine of the other byte order; read it on such a machine",
+                "has format version {}; this reader knows versions {} to {}: use the reader that "
+                "belongs to the program that wrote it",
+                "has a damaged header: header of", "neither a state file nor a recording" } },
         { .name = "trace-damaged",
           .meaning = "A part of a trace file is not as its writer left it; the rest is read.",
           .causes = "The file was copied in part, cut, or written to by something else; a disk "
@@ -553,7 +555,7 @@ std::vector<ErrorPage> tracePages() {
           .causes = "It was written without a recorder, or holds several processes.",
           .remedy = "Record with --record-to, or Interpose::TraceRecorder in an agent; choose with "
                     "--process.",
-          .texts = { "has no SDK calls of process",
+          .texts = { "has no SDK calls of process {}; it has those of: {}",
                      "holds no SDK calls; record them with "
                      "\"--record-to\", or in an agent with "
                      "Interpose::TraceRecorder",

@@ -28,8 +28,8 @@ std::string takes( const Recipe & recipe ) {
     std::vector<std::string_view> names;
     for ( const Parameter & parameter : parameters )
         names.push_back( parameter.name );
-    return fmt::format( "{} takes {} argument{}: {}", recipe.name, names.size(),
-                        names.size() == 1 ? "" : "s", fmt::join( names, ", " ) );
+    return fmt::format( "{} takes {}: {}", recipe.name, Text::counted( names.size(), "argument" ),
+                        fmt::join( names, ", " ) );
 }
 
 [[noreturn]] void refuse( const Recipe & recipe, const Parameter & parameter,

@@ -126,8 +126,8 @@ std::string differencesText( const std::vector<RowDifference> & differences ) {
         previous = &difference;
     }
     const auto [added, removed, changed] = countsOf( differences );
-    return text + fmt::format( "{} row{} added, {} removed, {} changed\n", added,
-                               added == 1 ? "" : "s", removed, changed );
+    return text + fmt::format( "{} added, {} removed, {} changed\n", Text::counted( added, "row" ),
+                               removed, changed );
 }
 
 Json differencesJson( const std::vector<RowDifference> & differences ) {
