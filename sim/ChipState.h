@@ -126,7 +126,7 @@ struct ChipState {
                            Entry *& entry );
     Rc checkPhysicalCommit( std::uint32_t handle, std::uint32_t opcode, std::uint32_t priority,
                             Entry *& entry );
-    Rc insert( TableState & table, const std::uint64_t * carried );
+    Rc insert( TableState & table, const std::uint64_t * carried ) const;
     Rc checkRowId( const TableState & table, const RowId & id ) const;
 };
 

@@ -63,7 +63,7 @@ Rc ChipState::commitLogical( std::uint32_t handle, std::uint32_t opcode, std::ui
     return Rc::ok;
 }
 
-Rc ChipState::insert( TableState & table, const std::uint64_t * carried ) {
+Rc ChipState::insert( TableState & table, const std::uint64_t * carried ) const {
     table.layout.fillReset( table.scratch.data() );
     table.layout.merge( table.scratch.data(), carried );
     Layout::setTouched( table.scratch.data() );

@@ -46,7 +46,9 @@ std::string jsonLine( const Diagnosis & diagnosis, const std::string & report,
     const Site * const site = diagnosis.sites.size() == 1 ? &diagnosis.sites.front() : nullptr;
     const bool isError = stop.kind == Stop::Kind::apiError;
     const auto process = stop.process();
-    const auto orNull = [&]( bool isKnown, Json value ) { return isKnown ? value : Json(); };
+    const auto orNull = [&]( bool isKnown, const Json & value ) {
+        return isKnown ? value : Json();
+    };
     Json json{ { "schema", lineSchema },
                { "report", valid( report ) },
                { "report_line", stop.reportLine },

@@ -185,10 +185,10 @@ std::vector<std::string> notesOf( const ObservedCall & call, const LockUse & use
                              : fmt::format( "returns {}, {}", call.operation.rc,
                                             Sim::Chip().errmsg( call.operation.rc ) ) );
     if ( !call.hook )
-        notes.push_back( call.isIgnored() ? "unchecked: no hook, the code is ignored"
-                                          : "unchecked: no hook, a failure does not stop here" );
+        notes.emplace_back( call.isIgnored() ? "unchecked: no hook, the code is ignored"
+                                             : "unchecked: no hook, a failure does not stop here" );
     if ( call.operationLocked && use.released )
-        notes.push_back( "activity lock kept" );
+        notes.emplace_back( "activity lock kept" );
     if ( !call.constants.empty() )
         notes.push_back( fmt::format( "asks {}", fmt::join( namesOf( call.constants ), ", " ) ) );
     return notes;

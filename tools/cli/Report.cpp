@@ -25,6 +25,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -32,7 +33,6 @@
 #include <memory>
 #include <optional>
 #include <set>
-#include <stdlib.h>
 #include <string>
 #include <system_error>
 #include <vector>

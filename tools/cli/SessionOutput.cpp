@@ -85,7 +85,7 @@ const char * causeOfStop( const Session & session ) {
 std::string idleText( const Interpose::FaultReport & report ) {
     if ( report.matches == 0 )
         return "no operation matched";
-    const std::string matched = Text::counted( report.matches, "operation" ) + " matched";
+    std::string matched = Text::counted( report.matches, "operation" ) + " matched";
     if ( report.matches < report.fault.occurrence )
         return matched;
     return matched + ", and the recipe saw nothing else than without it";
@@ -171,7 +171,7 @@ class Printer final : public SessionListener {
         if ( !session.saveError().empty() )
             throw Trouble( session.saveError() );
         if ( outputError_ )
-            throw *outputError_;
+            throw Trouble( *outputError_ );
         const auto & outcomes = session.outcomes();
         const auto bad = std::find_if( outcomes.begin(), outcomes.end(),
                                        []( const auto & each ) { return !each.isGood(); } );

@@ -107,7 +107,7 @@ class CallFilter {
             return true;
         std::string text;
         appendText( text, call );
-        return text.find( filter_.text ) != text.npos;
+        return text.find( filter_.text ) != std::string::npos;
     }
 
   private:
@@ -476,10 +476,7 @@ Json infoJson( const TraceReader::File & file ) {
 }
 
 std::string textOf( const TraceReader::Site & site ) {
-    std::string text = site.function;
-    for ( std::size_t i = 0; i < site.texts.size(); ++i )
-        text = i == 0 ? site.texts[i] : text + "%s" + site.texts[i];
-    return text;
+    return site.texts.empty() ? site.function : fmt::format( "{}", fmt::join( site.texts, "%s" ) );
 }
 
 Json sitesJson( const TraceReader::File & file ) {

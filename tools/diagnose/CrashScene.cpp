@@ -47,6 +47,7 @@ class Binding {
             if ( parameter.type == ArgumentType::boolean )
                 value = value == "0" ? "false" : "true";
             bound_.emplace( parameter.name, std::move( value ) );
+            return;
         }
     }
 

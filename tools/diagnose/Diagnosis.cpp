@@ -177,7 +177,7 @@ std::string meaningOf( const Stop & stop, const Site * site, const SiteTable & t
                                 text );
         return text;
     }
-    const std::string meaning = stop.rc == 0 ? std::string() : meaningOfCode( stop.rc );
+    std::string meaning = stop.rc == 0 ? std::string() : meaningOfCode( stop.rc );
     if ( meaning.empty() )
         return stop.rc == 0 ? "The report has no line with the SDK's code."
                             : "The simulated SDK has no such code; the SDK's manual says what it "

@@ -112,7 +112,7 @@ TraceSource traceAt( const std::string & path ) {
             else
                 files.push_back( path );
             for ( const std::string & file : files )
-                added += merge.add( file );
+                added += merge.add( file ) ? 1 : 0;
         } catch ( const TraceReader::Error & failure ) {
             throw InputError( failure.what() );
         }

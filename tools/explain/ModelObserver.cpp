@@ -19,8 +19,8 @@ class ObservedAttributes final : public CairnCentral::CairnChipAttributes {
 
     bool hasRangeTableIndex() const noexcept override {
         const bool answer = CairnChipAttributes::hasRangeTableIndex();
-        observer_.note(
-            ModelQuestion{ .what = What::hasRangeTableIndex, .chip = chip_, .answer = answer } );
+        observer_.note( ModelQuestion{
+            .what = What::hasRangeTableIndex, .chip = chip_, .answer = answer ? 1 : 0 } );
         return answer;
     }
 
@@ -67,13 +67,13 @@ class ObservedProfile final : public Asic::ChipProfile {
 
     Nacre::Ptr<Asic::Feature>
     kilnTypeFeature( const std::type_info & type ) const noexcept override {
-        const auto feature = ChipProfile::kilnTypeFeature( type );
+        auto feature = ChipProfile::kilnTypeFeature( type );
         const bool isNumbering = type == typeid( CairnCommon::CairnCommonFeatureAttributes );
         observer_.note( ModelQuestion{ .what = What::kilnTypeFeature,
                                        .chip = chip_,
                                        .feature = isNumbering ? "CairnCommonFeatureAttributes"
                                                               : "CairnChipAttributes",
-                                       .answer = static_cast<bool>( feature ) } );
+                                       .answer = feature ? 1 : 0 } );
         return feature;
     }
 
@@ -109,7 +109,7 @@ bool ModelObserver::isBlocked( const CairnCentral::ChipInfo & chip,
     observer_.note( ModelQuestion{ .what = What::isBlocked,
                                    .chip = nameOf( chip ),
                                    .stage = static_cast<std::uint32_t>( stage ),
-                                   .answer = answer } );
+                                   .answer = answer ? 1 : 0 } );
     return answer;
 }
 
@@ -119,17 +119,16 @@ bool ModelObserver::isUnblocked( const CairnCentral::ChipInfo & chip,
     observer_.note( ModelQuestion{ .what = What::isUnblocked,
                                    .chip = nameOf( chip ),
                                    .stage = static_cast<std::uint32_t>( stage ),
-                                   .answer = answer } );
+                                   .answer = answer ? 1 : 0 } );
     return answer;
 }
 
 Nacre::Ptr<Asic::ChipProfile>
 ModelObserver::activeChipProfile( const CairnCentral::ChipInfo & chip ) noexcept {
     const auto found = profiles_.find( nameOf( chip ) );
-    const auto profile = found == profiles_.end() ? nullptr : found->second;
-    observer_.note( ModelQuestion{ .what = What::activeChipProfile,
-                                   .chip = nameOf( chip ),
-                                   .answer = static_cast<bool>( profile ) } );
+    auto profile = found == profiles_.end() ? nullptr : found->second;
+    observer_.note( ModelQuestion{
+        .what = What::activeChipProfile, .chip = nameOf( chip ), .answer = profile ? 1 : 0 } );
     return profile;
 }
 

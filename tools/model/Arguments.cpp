@@ -63,7 +63,7 @@ uint64_t parseInteger( const Recipe & recipe, const Parameter & parameter, std::
 
 void checkUnit( const Recipe & recipe, const Parameter & parameter, uint64_t unit,
                 const Model & model ) {
-    if ( model.findUnit( unit ) )
+    if ( model.findUnit( unit ) != nullptr )
         return;
     std::vector<int> units;
     for ( const ChipDescription & chip : model.chips )

@@ -8,6 +8,7 @@
 #include "tools/model/Toml.h"
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <limits>
 #include <map>
@@ -314,7 +315,8 @@ class Reader {
         const TomlNode * stages = node.find( "block" );
         if ( stages == nullptr )
             stages = node.find( "unblock" );
-        if ( ( recipe != nullptr ) + ( poke != nullptr ) + ( stages != nullptr ) != 1 )
+        const std::array things = { recipe, poke, stages };
+        if ( std::count( things.begin(), things.end(), nullptr ) != 2 )
             toml_.refuse(
                 node.line, "a step does one thing",
                 "write \"recipe\", \"poke\", or \"block\" and \"unblock\" with a \"chip\"" );

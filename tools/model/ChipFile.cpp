@@ -5,6 +5,8 @@
 #include "tools/model/Model.h"
 #include "tools/model/Toml.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <map>
@@ -125,7 +127,8 @@ class Reader {
         const std::string what = "field " + field.name;
         field.width = toml_.number<uint32_t>( toml_.need( node, "width", what ), "width" );
         field.length = toml_.number( node, "length", field.length );
-        if ( const TomlNode * key = node.find( "key" ); key && toml_.boolean( *key, "key" ) )
+        if ( const TomlNode * key = node.find( "key" );
+             key != nullptr && toml_.boolean( *key, "key" ) )
             field.role = Sim::FieldRole::key;
         if ( const TomlNode * reset = node.find( "reset" ) )
             field.reset = toml_.number( *reset, any, what + ": reset" );
@@ -142,7 +145,8 @@ class Reader {
         if ( node.kind == TomlNode::Kind::table ) {
             for ( const auto & [name, value] : node.members )
                 field.symbols.push_back(
-                    { name, toml_.number( value, ~uint64_t( 0 ), what + ": " + name ) } );
+                    { name, toml_.number( value, ~uint64_t( 0 ),
+                                          fmt::format( "{}: {}", what, name ) ) } );
             return;
         }
         toml_.expectKind( node, TomlNode::Kind::array, what );

@@ -88,7 +88,7 @@ Cairn::CairnCommonSmData::Ptr applyModel( const Model & model ) {
         CairnProfile::setActiveChipProfile( chip.info, profile );
     }
 
-    const auto state = Nacre::make<Cairn::CairnCommonSmData>();
+    auto state = Nacre::make<Cairn::CairnCommonSmData>();
     for ( const ModuleDescription & module : model.modules )
         state->cairnModIds.set( module.id, module.info );
     for ( const CpuPortDescription & cpu : model.cpuPorts )

@@ -58,9 +58,10 @@ StateFile::StateFile( const std::string & path, const std::function<void()> & on
             locked = flockWhole( descriptor_, LOCK_EX );
         }
         if ( locked != 0 ) {
-            const Trouble error = refuse();
+            const int error = errno;
             ::close( descriptor_ );
-            throw error;
+            errno = error;
+            throw refuse();
         }
         if ( isNamed( descriptor_, lock_ ) )
             break;

@@ -113,12 +113,12 @@ class Fields {
                 const bool isSame =
                     here.before && here.after && here.before->value == here.after->value;
                 if ( field.role == Sim::FieldRole::data && !isSame )
-                    add( std::move( here ) );
+                    add( here );
             }
         }
     }
 
-    void add( FieldDifference && here ) {
+    void add( const FieldDifference & here ) {
         if ( !fields_.empty() ) {
             FieldDifference & last = fields_.back();
             if ( here.field == last.field && here.first == last.last + 1 &&
@@ -128,7 +128,7 @@ class Fields {
                 return;
             }
         }
-        fields_.push_back( std::move( here ) );
+        fields_.push_back( here );
     }
 
     const RowDifference & difference_;

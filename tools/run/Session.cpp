@@ -195,7 +195,7 @@ class Session::Impl {
         restore( chip_, saved, options_.state );
     }
 
-    [[noreturn]] void refuseState( const std::string & why ) {
+    [[noreturn]] void refuseState( const std::string & why ) const {
         throw InputError( options_.state, 0, why,
                           "name another state file, or remove this one to start afresh" );
     }

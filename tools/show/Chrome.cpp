@@ -29,9 +29,8 @@ std::string_view nameOf( const RecipeSpan & span ) {
 
 } // namespace
 
-Chrome::Chrome( Write write ) : write_( std::move( write ) ) {
-    out_ = "{\"displayTimeUnit\":\"ns\",\"traceEvents\":[";
-}
+Chrome::Chrome( Write write )
+    : write_( std::move( write ) ), out_( "{\"displayTimeUnit\":\"ns\",\"traceEvents\":[" ) {}
 
 void Chrome::take( const TraceReader::Event & event, bool isWanted ) {
     const auto ended = spans_.take( event );

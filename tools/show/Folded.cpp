@@ -2,8 +2,11 @@
 
 #include "text/Escape.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstddef>
+#include <string_view>
 
 namespace Tool {
 
@@ -73,8 +76,8 @@ void Folded::addSpan( const RecipeSpan & span ) {
     if ( found == timesOfSpans_.end() )
         return;
     for ( const auto & [frames, nanoseconds] : found->second ) {
-        std::string stack( span.recipe.empty() ? "(recipe_not_known)" : span.recipe );
-        times_[stack + ";" + frames] += nanoseconds;
+        const std::string_view recipe = span.recipe.empty() ? "(recipe_not_known)" : span.recipe;
+        times_[fmt::format( "{};{}", recipe, frames )] += nanoseconds;
     }
     timesOfSpans_.erase( found );
 }

@@ -68,7 +68,7 @@ void addSweep( Report & report, const Json & json ) {
         for ( const Json & each : recipe.at( "cases" ) ) {
             const auto add = [&]( const Json & from, const std::string & fault,
                                   const std::string & came ) {
-                grid.isBad.push_back( came != "as expected" );
+                grid.isBad.push_back( came != "as expected" ? 1 : 0 );
                 grid.rows.push_back( { textOf( recipe, "recipe" ), textOf( each, "case" ),
                                        textOf( from, "call" ), textOf( from, "text" ), fault,
                                        textOf( from, "expected" ), came } );

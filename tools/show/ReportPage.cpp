@@ -47,6 +47,7 @@ class Packing {
                 bytes_.append( reinterpret_cast<const char *>( &number ), sizeof number );
             }
         };
+        // NOLINTNEXTLINE( bugprone-branch-clone ): the types differ
         if ( largest <= 0xFF )
             add( std::uint8_t() );
         else if ( largest <= 0xFFFF )

@@ -199,9 +199,7 @@ struct Job {
 // A job under way in a process of its own.
 class ChildRun {
   public:
-    ChildRun( const Job & job, const SweepSetup & setup ) {
-        std::fflush( nullptr ); // or the child writes what is buffered a second time
-        process_ = ::fork();
+    ChildRun( const Job & job, const SweepSetup & setup ) : process_( forked() ) {
         if ( process_ < 0 )
             throwTrouble( "start a process" );
         if ( process_ == 0 )
@@ -253,6 +251,11 @@ class ChildRun {
         ::_exit( 0 );
     }
 
+    static pid_t forked() {
+        std::fflush( nullptr ); // or the child writes what is buffered a second time
+        return ::fork();
+    }
+
     int wait() {
         int status = 0;
         while ( ::waitpid( process_, &status, 0 ) < 0 && errno == EINTR ) {
@@ -264,7 +267,7 @@ class ChildRun {
     const pid_t sweep_ = ::getpid();
     const MemoryFile log_{ "run" };
     const MemoryFile standardError_{ "standard error" };
-    pid_t process_ = -1;
+    pid_t process_;
 };
 
 // --- Preparing
@@ -392,7 +395,7 @@ class Sweeper {
         report.undisturbed = std::move( run );
         report.expected = toText( expectUndisturbed( report ) );
         report.differences = judgeUndisturbed( report );
-        report_.unexpected += !report.differences.empty();
+        report_.unexpected += report.differences.empty() ? 0 : 1;
         if ( const ObservedCall * refused = refusedCall( report ) ) {
             const Interpose::Event & operation = refused->operation;
             report.refused =
@@ -407,7 +410,7 @@ class Sweeper {
         report.faults.push_back( { fault, expectation.calls[fault.call].text, toText( expectation ),
                                    judge( expectation, run ) } );
         ++report_.faults;
-        report_.unexpected += !report.faults.back().differences.empty();
+        report_.unexpected += report.faults.back().differences.empty() ? 0 : 1;
         if ( setup_.onFault )
             setup_.onFault( report, fault, expectation, run );
     }

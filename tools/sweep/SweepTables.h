@@ -18,6 +18,7 @@ struct TableId {
     int unit = 0;
     std::string table;
 
+    // NOLINTNEXTLINE( modernize-use-nullptr ): of the code that the compiler makes
     auto operator<=>( const TableId & ) const = default;
 };
 
