@@ -293,6 +293,10 @@ def main():
                      for name, run in recipes.items() if run["ratio"] > 1.05) or "none"
     worst = max(recipes.values(), key=lambda run: run["ratio"])
 
+    record, message = trace["two values, record, counter"], trace["two values, message, counter, file of the process"]
+    beyond = {"ns": message["cpu_time"] - record["cpu_time"],
+              "instructions": f"{message['instructions'] - record['instructions']:.0f}" if "instructions" in message else "some 30"}
+
     startup_table = table(["loading:", "us"], [[name, f"{run['real_time'] / 1000:.0f}"] for name, run in startup.items()])
     port_table = table(["system ports:", "ns a recipe", "allocations a recipe"],
                        [[name.partition("/")[2], f"{run['per_recipe'] * 1e9:.0f}", f"{run['allocations']:.6f}"]
@@ -347,6 +351,9 @@ adds the time, the thread and the place, as a line in a file has them. The text 
 go into the stream that all messages share, where each "%s" is looked for. A line to a file is one `write`, and two calls that
 keep SIGPIPE and SIGXFSZ from this thread while it is made: a closed pipe or a limit on files must not end the agent.
 
+A message against the ring by hand is its record, and what tells where it goes: whether its text is wanted, the handle, the
+thread's file, the site in that file. That is {beyond["instructions"]} instructions and {beyond["ns"]:.1f} ns; the ring by hand has one file and one site.
+
 {trace_table(trace)}
 
 ## Reading a trace
@@ -374,7 +381,8 @@ The instructions are those that the recorder adds, with names of at most 31 char
 ## Start-up
 
 Loading the library into a process that has not got it, until `dlopen` returns, its {relocations} relocations
-included; the platform, which it needs and which takes most of that, also by itself.
+included; the platform, which it needs and which takes most of that, also by itself; and a library with nothing in it, which
+is what each load costs before a symbol is looked for.
 
 {startup_table}
 
