@@ -241,21 +241,24 @@ TEST_F( FleetlogTest, SignalHandlersThatWriteLoseNothingButTheirOwnRecords ) {
     };
     struct sigaction before {};
     ASSERT_EQ( ::sigaction( SIGUSR1, &action, &before ), 0 );
+    std::atomic<bool> isHandling{ false };
     std::atomic<bool> isEnding{ false };
     std::atomic<std::uint32_t> written{ 0 };
     const pthread_t writer = ::pthread_self();
     std::thread interrupting( [&] {
         // One signal for each step of the writer at most: a slow build would do nothing but
-        // handle signals if they came as fast as they can be sent.
+        // handle signals if they came as fast as they can be sent. The first is sent until it is
+        // handled: the thread sanitizer can lose one, and the writer waits for it.
         while ( !isEnding.load() ) {
             const std::uint32_t step = written.load();
             ::pthread_kill( writer, SIGUSR1 );
-            while ( written.load() == step && !isEnding.load() )
+            while ( isHandling.load() && written.load() == step && !isEnding.load() )
                 ::sched_yield();
         }
     } );
     while ( handled == 0 ) // until the other thread runs
         ::usleep( 1 );
+    isHandling = true;
     for ( std::uint32_t i = 0; i < total; ++i ) {
         writeNumber( *file, interruptedId, i );
         written.store( i + 1, std::memory_order_relaxed );
