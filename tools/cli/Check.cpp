@@ -19,9 +19,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// Findings are collected up to about this much before they are written.
-constexpr std::size_t outputChunk = 1 << 16;
-
 int listRules( Format format ) {
     if ( format == Format::json ) {
         Json rules = Json::array();

@@ -33,9 +33,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// What is not UTF-8 in a report is escaped.
-std::string valid( std::string_view text ) { return Text::printable( text ); }
-
 // --- A line for each stop, for data stores
 
 constexpr int lineSchema = 1;
@@ -49,22 +46,23 @@ std::string jsonLine( const Diagnosis & diagnosis, const std::string & report,
     const auto orNull = [&]( bool isKnown, const Json & value ) {
         return isKnown ? value : Json();
     };
-    Json json{ { "schema", lineSchema },
-               { "report", valid( report ) },
-               { "report_line", stop.reportLine },
-               { "time", orNull( time.has_value(), Text::utc( time.value_or( 0 ) ) ) },
-               { "program", orNull( !stop.program.empty(), valid( stop.program ) ) },
-               { "process", orNull( process.has_value(), process.value_or( 0 ) ) },
-               { "release", table.version() },
-               { "kind", nameOf( stop.kind ) },
-               { "found", nameOf( diagnosis.found ) },
-               { "recipe", orNull( !diagnosis.function.empty(), valid( diagnosis.function ) ) },
-               { "call", orNull( site != nullptr && site->isCall(), site ? site->call : 0 ) },
-               { "line", orNull( stop.kind != Stop::Kind::lockMisuse, stop.line ) },
-               { "text", valid( stop.text ) },
-               { "rc", orNull( isError, stop.rc ) },
-               { "words", orNull( isError, valid( stop.words ) ) },
-               { "in_words", orNull( !diagnosis.inWords.empty(), diagnosis.inWords ) } };
+    Json json{
+        { "schema", lineSchema },
+        { "report", Text::printable( report ) },
+        { "report_line", stop.reportLine },
+        { "time", orNull( time.has_value(), Text::utc( time.value_or( 0 ) ) ) },
+        { "program", orNull( !stop.program.empty(), Text::printable( stop.program ) ) },
+        { "process", orNull( process.has_value(), process.value_or( 0 ) ) },
+        { "release", table.version() },
+        { "kind", nameOf( stop.kind ) },
+        { "found", nameOf( diagnosis.found ) },
+        { "recipe", orNull( !diagnosis.function.empty(), Text::printable( diagnosis.function ) ) },
+        { "call", orNull( site != nullptr && site->isCall(), site ? site->call : 0 ) },
+        { "line", orNull( stop.kind != Stop::Kind::lockMisuse, stop.line ) },
+        { "text", Text::printable( stop.text ) },
+        { "rc", orNull( isError, stop.rc ) },
+        { "words", orNull( isError, Text::printable( stop.words ) ) },
+        { "in_words", orNull( !diagnosis.inWords.empty(), diagnosis.inWords ) } };
     return json.dump() + "\n";
 }
 
@@ -122,10 +120,10 @@ Json groupsJson( const Fleet & fleet, std::size_t reports, const SiteTable & tab
         }
         Json releases = Json::object();
         for ( const auto & [release, count] : group->releases )
-            releases[release.empty() ? "unknown" : valid( release )] = count;
+            releases[release.empty() ? "unknown" : Text::printable( release )] = count;
         json["releases"] = std::move( releases );
         json["example"] = stopJson( group->first, {} );
-        json["example"]["report"] = valid( group->report );
+        json["example"]["report"] = Text::printable( group->report );
         groups.push_back( std::move( json ) );
     }
     return { { "release", table.version() },
@@ -224,7 +222,6 @@ class FleetReader {
         if ( report.count() > report.stops().size() )
             find( fmt::format( "{}: {} of {} stops are taken; divide the report", nameOf( file ),
                                report.stops().size(), report.count() ) );
-        constexpr std::size_t outputChunk = 1 << 16;
         printLines( outputChunk );
     }
 

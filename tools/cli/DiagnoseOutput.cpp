@@ -54,9 +54,6 @@ void addPlace( Sheet & sheet, const Diagnosis & diagnosis, const SiteTable & tab
     }
 }
 
-// What is not UTF-8 in a report is escaped.
-std::string valid( std::string_view text ) { return Text::printable( text ); }
-
 constexpr const char * kindNames[] = { "api_error", "assertion", "lock_misuse" };
 constexpr const char * foundNames[] = { "exactly", "by_text", "ambiguous", "nowhere", "not_asked" };
 
@@ -229,23 +226,23 @@ constexpr const char * verdictNames[] = { "untried", "refuses", "accepts", "agre
 Json sceneJson( const CrashScene & scene ) {
     Json arguments = Json::object();
     for ( const auto & [name, value] : scene.arguments )
-        arguments[valid( name )] = valid( value );
+        arguments[Text::printable( name )] = Text::printable( value );
     Json json{ { "arguments", std::move( arguments ) } };
     if ( !scene.operation )
         return json;
     const auto all = []( const std::vector<std::string> & texts ) {
         Json list = Json::array();
         for ( const std::string & text : texts )
-            list.push_back( valid( text ) );
+            list.push_back( Text::printable( text ) );
         return list;
     };
-    json["operation"] = valid( callText( *scene.operation ) );
+    json["operation"] = Text::printable( callText( *scene.operation ) );
     json["open_entries"] = all( scene.openEntries );
     json["changes"] = scene.changes;
     json["changed_rows"] = all( scene.changedRows );
     json["is_one_run"] = scene.isOneRun;
     Json chip{ { "verdict", verdictNames[static_cast<int>( scene.verdict() )] },
-               { "says", valid( trialText( scene ) ) } };
+               { "says", Text::printable( trialText( scene ) ) } };
     if ( scene.trial )
         chip["rc"] = scene.trial->rc;
     chip["operations"] = scene.counts.operations;
@@ -260,11 +257,11 @@ Json traceJson( const Context & context ) {
     Json before = Json::array();
     for ( const auto & line : thread.lines )
         before.push_back( { { "time", Text::utc( line.time ) },
-                            { "function", valid( line.function ) },
-                            { "text", valid( line.text ) } } );
+                            { "function", Text::printable( line.function ) },
+                            { "text", Text::printable( line.text ) } } );
     Json json{ { "process", thread.process },
                { "thread", thread.thread },
-               { "program", valid( thread.program ) },
+               { "program", Text::printable( thread.program ) },
                { "found", howNames[static_cast<int>( context.found.how )] },
                { "other_threads", context.found.others },
                { "before", std::move( before ) } };
@@ -281,23 +278,23 @@ Json stopJson( const Diagnosis & diagnosis, const Context & context ) {
     const Stop & stop = diagnosis.stop;
     Json json{ { "kind", nameOf( stop.kind ) },
                { "report_line", stop.reportLine },
-               { "prefix", valid( stop.prefix ) },
-               { "program", valid( stop.program ) } };
+               { "prefix", Text::printable( stop.prefix ) },
+               { "program", Text::printable( stop.program ) } };
     if ( const auto process = stop.process() )
         json["process"] = *process;
-    json["text"] = valid( stop.text );
+    json["text"] = Text::printable( stop.text );
     if ( stop.kind != Stop::Kind::lockMisuse )
         json["line"] = stop.line;
     if ( stop.kind == Stop::Kind::apiError ) {
         json["rc"] = stop.rc;
-        json["words"] = valid( stop.words );
+        json["words"] = Text::printable( stop.words );
     }
     json["found"] = nameOf( diagnosis.found );
     Json sites = Json::array();
     for ( const Site & site : diagnosis.sites )
         sites.push_back( siteJson( site ) );
     json["sites"] = std::move( sites );
-    json["recipe"] = valid( diagnosis.function );
+    json["recipe"] = Text::printable( diagnosis.function );
     if ( diagnosis.recipe != nullptr ) {
         json["family"] = diagnosis.recipe->family;
         json["summary"] = diagnosis.recipe->summary;
@@ -308,10 +305,10 @@ Json stopJson( const Diagnosis & diagnosis, const Context & context ) {
     json["meaning"] = diagnosis.meaning;
     json["left"] = diagnosis.leftBehind;
     if ( !stop.step.empty() )
-        json["tool"] = { { "step", valid( stop.step ) },
-                         { "operation", valid( stop.operation ) },
-                         { "chip_says", valid( stop.chipSays ) },
-                         { "fault", valid( stop.fault ) } };
+        json["tool"] = { { "step", Text::printable( stop.step ) },
+                         { "operation", Text::printable( stop.operation ) },
+                         { "chip_says", Text::printable( stop.chipSays ) },
+                         { "fault", Text::printable( stop.fault ) } };
     if ( context.found.thread != nullptr )
         json["trace"] = traceJson( context );
     json["stops_like_it_before"] = context.stopsLikeIt;

@@ -30,9 +30,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// Differences are collected up to about this much before they are written.
-constexpr std::size_t outputChunk = 1 << 16;
-
 constexpr const char * makeState =
     "\"cairn-lt replay RECORDING --state FILE\" makes a state of a recording";
 

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -18,6 +19,9 @@ void claimStandardStreams();
 /// Writes to standard output at once, so that nothing is left behind when the process stops.
 /// Trouble if it cannot be written.
 void print( std::string_view text );
+
+/// A verb that prints many lines collects about this much before it prints.
+inline constexpr std::size_t outputChunk = 1 << 16;
 
 /// A JSON document as it is printed. JSON is UTF-8: bytes that are not are escaped, as "\xff".
 std::string documentText( nlohmann::ordered_json document );

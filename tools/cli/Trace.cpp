@@ -27,9 +27,6 @@ namespace {
 using TraceReader::Finding;
 using Json = nlohmann::ordered_json;
 
-// Lines are collected up to about this much before they are written.
-constexpr std::size_t outputChunk = 1 << 16;
-
 // How often a file that is followed is looked at again.
 constexpr std::chrono::milliseconds pollPause( 50 );
 
