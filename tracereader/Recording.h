@@ -54,11 +54,23 @@ constexpr bool isHook( SdkCall call ) noexcept {
     return call == SdkCall::preCallHook || call == SdkCall::failureHook;
 }
 
+constexpr bool isFieldAdd( SdkCall call ) noexcept {
+    return call == SdkCall::entryFieldAdd || call == SdkCall::entryFieldArrayAdd ||
+           call == SdkCall::entryFieldSymbolAdd;
+}
+
+constexpr bool isCommit( SdkCall call ) noexcept {
+    return call == SdkCall::entryCommit || call == SdkCall::ptEntryCommit;
+}
+
 /// One of the SDK's constants: its number in the recorded process, and its name, "BCMLT_OPCODE_INSERT";
 /// empty if the number is none that the recorder knew.
 struct SdkConstant {
     std::uint32_t number = 0;
     std::string name;
+
+    /// Its name, or else its number.
+    std::string text() const { return name.empty() ? std::to_string( number ) : name; }
 
     bool operator==( const SdkConstant & ) const = default;
 };

@@ -27,9 +27,7 @@ constexpr const char * remedy = "choose one with process=";
 
 // --- The calls of a recording
 
-py::str nameOf( const TraceReader::SdkConstant & constant ) {
-    return validText( constant.name.empty() ? std::to_string( constant.number ) : constant.name );
-}
+py::str nameOf( const TraceReader::SdkConstant & constant ) { return validText( constant.text() ); }
 
 // The members of the class RecordedCall in Python.
 py::dict membersOf( const TraceReader::RecordedCall & call ) {

@@ -22,15 +22,6 @@ using Values = std::vector<std::pair<std::string, std::string>>;
 // How much of a thread is kept: a run of a recipe is shorter.
 constexpr std::size_t maxHistory = 4096;
 
-bool isCommit( const RecordedCall & call ) {
-    return call.call == SdkCall::entryCommit || call.call == SdkCall::ptEntryCommit;
-}
-
-bool isFieldAdd( const RecordedCall & call ) {
-    return call.call == SdkCall::entryFieldAdd || call.call == SdkCall::entryFieldArrayAdd ||
-           call.call == SdkCall::entryFieldSymbolAdd;
-}
-
 // --- Arguments
 
 // Parameters of a recipe, and what is known of them. What was bound first is the nearest to the stop.
@@ -86,11 +77,11 @@ void bindCall( Binding & binding, const Site & site, const RecordedCall & call )
     switch ( call.call ) {
     case SdkCall::entryAllocate:
         if ( call.unit && arguments.size() == 3 )
-            binding.bindExpression( arguments[0], std::to_string( *call.unit ) );
+            binding.bindExpression( arguments[0], fmt::to_string( *call.unit ) );
         break;
     case SdkCall::entryFieldAdd:
         if ( call.values.size() == 1 && arguments.size() == 3 )
-            binding.bindExpression( arguments[2], std::to_string( call.values[0] ) );
+            binding.bindExpression( arguments[2], fmt::to_string( call.values[0] ) );
         break;
     case SdkCall::entryFieldSymbolAdd:
         if ( call.isWhole && arguments.size() == 3 )
@@ -230,7 +221,7 @@ class ThreadReader {
 
     // A commit that wrote a row, as far as its opcode tells.
     static bool isChange( const RecordedCall & call ) {
-        return isCommit( call ) && call.hasReturned() && call.rc >= 0 &&
+        return isCommit( call.call ) && call.hasReturned() && call.rc >= 0 &&
                call.opcode.name != "BCMLT_OPCODE_LOOKUP" &&
                call.opcode.name != "BCMLT_PT_OPCODE_GET";
     }
@@ -242,7 +233,7 @@ class ThreadReader {
         for ( const RecordedCall & call : history_ ) {
             if ( call.call == SdkCall::entryAllocate )
                 fields[call.handle].clear();
-            else if ( isFieldAdd( call ) && call.rc >= 0 )
+            else if ( isFieldAdd( call.call ) && call.rc >= 0 )
                 fields[call.handle] += operationText( call ) + ", ";
             if ( !isChange( call ) )
                 continue;

@@ -24,9 +24,9 @@ std::string portText( int unit, uint16_t port ) {
     return fmt::format( "port {} of unit {}", port, unit );
 }
 
-class Reader {
+class BringupFileReader {
   public:
-    Reader( const std::string & file, const ChipLoader & loadChip )
+    BringupFileReader( const std::string & file, const ChipLoader & loadChip )
         : toml_( file ), loadChip_( loadChip ) {
         bringup_.file = file;
     }
@@ -547,7 +547,7 @@ std::string toText( const Step & step ) {
 
 Bringup parseBringup( std::string_view contents, const std::string & file,
                       const ChipLoader & loadChip ) {
-    return Reader( file, loadChip ).read( TomlFile( contents, file, "steps" ) );
+    return BringupFileReader( file, loadChip ).read( TomlFile( contents, file, "steps" ) );
 }
 
 Bringup loadBringup( const std::string & file ) {

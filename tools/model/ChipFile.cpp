@@ -18,9 +18,9 @@ namespace Tool {
 
 namespace {
 
-class Reader {
+class ChipFileReader {
   public:
-    explicit Reader( const std::string & file ) : toml_( file ) {}
+    explicit ChipFileReader( const std::string & file ) : toml_( file ) {}
 
     Sim::Schema read( const TomlNode & root ) {
         toml_.expectKeys( root, { "description", "base", "remove", "resize", "tables" },
@@ -161,7 +161,7 @@ class Reader {
 } // namespace
 
 Sim::Schema parseChipFile( std::string_view contents, const std::string & file ) {
-    return Reader( file ).read( TomlFile( contents, file ).root() );
+    return ChipFileReader( file ).read( TomlFile( contents, file ).root() );
 }
 
 Sim::Schema loadChip( const std::string & source ) {

@@ -87,11 +87,6 @@ std::uint64_t valuesHash( const TraceReader::RecordedCall & call ) {
     return hash;
 }
 
-bool isAdd( SdkCall call ) {
-    return call == SdkCall::entryFieldAdd || call == SdkCall::entryFieldArrayAdd ||
-           call == SdkCall::entryFieldSymbolAdd;
-}
-
 // Whether a commit writes the row, and whether it leaves alone what the entry does not carry.
 bool isWrite( const std::string & opcode ) {
     return opcode == "BCMLT_OPCODE_INSERT" || opcode == "BCMLT_OPCODE_UPDATE" ||
@@ -267,9 +262,9 @@ void Check::takeUse( const Call & call, Entry & entry ) {
     } else if ( call.call == SdkCall::entryAttribSet && call.rc >= 0 ) {
         entry.readsHardware =
             entry.readsHardware || call.attribute.name == "BCMLT_ENT_ATTR_GET_FROM_HW";
-    } else if ( isAdd( call.call ) && call.rc >= 0 ) {
+    } else if ( isFieldAdd( call.call ) && call.rc >= 0 ) {
         carry( call, entry );
-    } else if ( call.call == SdkCall::entryCommit || call.call == SdkCall::ptEntryCommit ) {
+    } else if ( isCommit( call.call ) ) {
         takeCommit( call, entry );
     }
 }

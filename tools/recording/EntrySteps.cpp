@@ -16,10 +16,6 @@ namespace {
 using Moment = TraceReader::Event::Moment;
 using TraceReader::SdkCall;
 
-std::string constantText( const TraceReader::SdkConstant & constant ) {
-    return constant.name.empty() ? fmt::to_string( constant.number ) : constant.name;
-}
-
 std::string valuesText( const TraceReader::RecordedCall & call ) {
     std::string text;
     for ( std::size_t i = 0; i < call.values.size(); ) {
@@ -40,11 +36,10 @@ std::string inputsText( const TraceReader::RecordedCall & call ) {
     case SdkCall::entryAllocate:
         return "allocate";
     case SdkCall::entryAttribSet:
-        return "attribute " + constantText( call.attribute );
+        return "attribute " + call.attribute.text();
     case SdkCall::entryCommit:
     case SdkCall::ptEntryCommit:
-        return fmt::format( "commit {} {}", constantText( call.opcode ),
-                            constantText( call.priority ) );
+        return fmt::format( "commit {} {}", call.opcode.text(), call.priority.text() );
     case SdkCall::entryFieldAdd:
         return fmt::format( "add {} = {}", call.field,
                             call.values.empty() ? "" : Text::numberForTable( call.values[0] ) );
@@ -60,10 +55,6 @@ std::string inputsText( const TraceReader::RecordedCall & call ) {
     default:
         return std::string( TraceReader::name( call.call ) );
     }
-}
-
-bool isCommit( SdkCall call ) {
-    return call == SdkCall::entryCommit || call == SdkCall::ptEntryCommit;
 }
 
 void mix( std::uint64_t & hash, std::string_view text ) {

@@ -32,10 +32,6 @@ const char * textOf( const std::string & recorded ) {
     return recorded == "(null)" ? nullptr : recorded.c_str();
 }
 
-bool isCommit( Recorded call ) {
-    return call == Recorded::entryCommit || call == Recorded::ptEntryCommit;
-}
-
 } // namespace
 
 Replay::Replay( Sim::Chip & chip, const ReplayRules & rules, std::string name,

@@ -36,7 +36,7 @@ bool mayBe( const SiteTable & table, const Site & site, const Report & report,
     }
     if ( arguments.size() < 2 )
         return true;
-    if ( operation == SdkCall::entryCommit || operation == SdkCall::ptEntryCommit )
+    if ( isCommit( operation ) )
         return report.texts[call.arguments].starts_with( arguments[1] + " " );
     return mayBe( arguments[1], report.texts[call.field] );
 }

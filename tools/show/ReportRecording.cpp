@@ -21,22 +21,14 @@ constexpr std::size_t mostWriters = std::size_t( 1 ) << 23;
 constexpr std::size_t mostElements = std::size_t( 1 ) << 20;
 constexpr std::size_t mostArrayValues = 64;
 
-bool isCommit( SdkCall call ) {
-    return call == SdkCall::entryCommit || call == SdkCall::ptEntryCommit;
-}
-
-std::string constantText( const TraceReader::SdkConstant & constant ) {
-    return constant.name.empty() ? fmt::to_string( constant.number ) : constant.name;
-}
-
 // What an operation was given beside its entry, its field and one value.
 std::string argumentsText( const TraceReader::RecordedCall & call ) {
     switch ( call.call ) {
     case SdkCall::entryAttribSet:
-        return constantText( call.attribute );
+        return call.attribute.text();
     case SdkCall::entryCommit:
     case SdkCall::ptEntryCommit:
-        return constantText( call.opcode ) + " " + constantText( call.priority );
+        return call.opcode.text() + " " + call.priority.text();
     case SdkCall::entryFieldSymbolAdd:
         return call.symbol;
     case SdkCall::entryFieldArrayAdd: {
