@@ -7,6 +7,8 @@
 #include "tracereader/Sites.h"
 #include "tracereader/Source.h"
 
+#include <fmt/format.h>
+
 #include <string>
 #include <utility>
 
@@ -17,8 +19,8 @@ Error::Error( const std::string & path, const std::string & cause, bool isMissin
       isMissing_( isMissing ) {}
 
 std::string Finding::text() const {
-    return Text::printable(
-        file + ": " + ( offset ? "at byte " + std::to_string( *offset ) + ": " : "" ) + what );
+    return Text::printable( fmt::format(
+        "{}: {}{}", file, offset ? fmt::format( "at byte {}: ", *offset ) : "", what ) );
 }
 
 class File::Impl {

@@ -130,7 +130,7 @@ bool Sites::addSite( const Layout::DescriptorHeader & header, std::span<const st
     }
 
     const bool isAllPlain = isPlain( file ) && isPlain( message );
-    const std::string line = std::to_string( header.line );
+    const std::string line = fmt::to_string( header.line );
     std::string json = "\"file\":\"";
     Text::appendJson( json, file );
     json += "\",\"line\":" + line + ",\"function\":\"";

@@ -8,6 +8,7 @@
 #include "tools/run/Session.h"
 
 #include <CLI/CLI.hpp>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
@@ -181,7 +182,7 @@ class Completion {
 
     void offerUnits( const std::string & before = {} ) {
         for ( const ChipDescription & chip : model().chips )
-            offer( before + std::to_string( chip.unit ), chip.name() );
+            offer( fmt::format( "{}{}", before, chip.unit ), chip.name() );
     }
 
     void offerOperations( const std::string & before ) {

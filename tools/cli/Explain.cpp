@@ -60,8 +60,8 @@ class Describer {
             return { "check", "the code of the call before" };
         switch ( event.call ) {
         case Interpose::SdkCall::entryAllocate:
-            return { "allocate", "an entry of " + event.table + kindText( event ) + " on unit " +
-                                     std::to_string( event.unit ) };
+            return { "allocate", fmt::format( "an entry of {}{} on unit {}", event.table,
+                                              kindText( event ), event.unit ) };
         case Interpose::SdkCall::entryAttribSet:
             return { "attribute", toText( event.attribute ) };
         case Interpose::SdkCall::entryFieldAdd:
@@ -127,18 +127,17 @@ class Describer {
         const Sim::Field * field = fieldOf( event );
         if ( field == nullptr )
             return {};
-        return " (" + std::to_string( field->width ) + ( field->width == 1 ? " bit" : " bits" ) +
-               ( field->length > 1 ? " each)" : ")" );
+        return fmt::format( " ({}{})", Text::counted( field->width, "bit" ),
+                            field->length > 1 ? " each" : "" );
     }
 
     static std::string elementsText( const Interpose::Event & event ) {
         if ( event.count == 0 )
             return "no elements of " + event.field;
-        const std::string first = std::to_string( event.startIndex );
         if ( event.count == 1 )
-            return event.field + "[" + first + "]";
-        return event.field + "[" + first + " to " +
-               std::to_string( event.startIndex + event.count - 1 ) + "]";
+            return fmt::format( "{}[{}]", event.field, event.startIndex );
+        return fmt::format( "{}[{} to {}]", event.field, event.startIndex,
+                            event.startIndex + event.count - 1 );
     }
 
     const Model & model_;

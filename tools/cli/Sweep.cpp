@@ -5,6 +5,7 @@
 #include "tools/model/Arguments.h"
 #include "tools/sweep/SweepRunner.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -33,7 +34,7 @@ std::string verdict( const std::vector<std::string> & differences, const std::st
 }
 
 std::string callText( const SweepFaultReport & fault ) {
-    return std::to_string( fault.fault.call + 1 ) + " " + fault.call;
+    return fmt::format( "{} {}", fault.fault.call + 1, fault.call );
 }
 
 void addFault( Text::Columns & grid, const SweepCaseReport & report,
@@ -74,11 +75,11 @@ std::string summaryOf( const std::vector<const SweepCaseReport *> & reports ) {
         }
         std::string words( wrong == 0 ? good : bad );
         if ( wrong != 0 )
-            words += ": " + std::to_string( wrong );
+            words += fmt::format( ": {}", wrong );
         else if ( !report->refused.empty() )
             words += "; the chip refuses " + report->refused;
-        cases.add( { name, std::to_string( report->undisturbed.calls.size() ),
-                     std::to_string( report->faults.size() ), words } );
+        cases.add( { name, fmt::to_string( report->undisturbed.calls.size() ),
+                     fmt::to_string( report->faults.size() ), words } );
     }
     return cases.text() + unexpected.text();
 }
@@ -110,15 +111,16 @@ std::size_t recipeCount( const SweepReport & report ) {
 }
 
 std::string conclusion( const SweepReport & report ) {
-    std::string text = Text::counted( recipeCount( report ), "recipe" ) + ", " +
-                       Text::counted( report.cases.size(), "case" ) + ", " +
-                       Text::counted( report.faults, "fault" ) + ": ";
-    text += report.unexpected == 0 ? "all " + std::string( good )
-                                   : std::to_string( report.unexpected ) + " unexpected";
+    std::string text = fmt::format(
+        "{}, {}, {}: {}", Text::counted( recipeCount( report ), "recipe" ),
+        Text::counted( report.cases.size(), "case" ), Text::counted( report.faults, "fault" ),
+        report.unexpected == 0 ? fmt::format( "all {}", good )
+                               : fmt::format( "{} unexpected", report.unexpected ) );
     if ( report.refused != 0 )
-        text += "; " + Text::counted( report.refused, "case" ) + " that the chip itself refuses";
+        text += fmt::format( "; {} that the chip itself refuses",
+                             Text::counted( report.refused, "case" ) );
     if ( report.leftOut != 0 )
-        text += "; " + Text::counted( report.leftOut, "case" ) + " left out";
+        text += fmt::format( "; {} left out", Text::counted( report.leftOut, "case" ) );
     return text;
 }
 

@@ -559,7 +559,7 @@ std::vector<ErrorPage> tracePages() {
                      "holds no SDK calls; record them with "
                      "\"--record-to\", or in an agent with "
                      "Interpose::TraceRecorder",
-                     "it holds the calls of",
+                     "it holds the calls of {} processes: {}",
                      "has no recording of a process that the report says was stopped, so no chip "
                      "can be rebuilt" } },
         { .name = "recording-not-whole",

@@ -2,6 +2,8 @@
 
 #include "tools/model/Errors.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <filesystem>
@@ -141,10 +143,10 @@ std::vector<std::pair<std::string, std::string>> valuesOf( const TraceReader::Re
         case 'i':
         case 's':
         case 'b':
-            named.emplace_back( name, std::to_string( value.number ) );
+            named.emplace_back( name, fmt::to_string( value.number ) );
             break;
         case 'l':
-            named.emplace_back( name, std::to_string( value.wide ) );
+            named.emplace_back( name, fmt::to_string( value.wide ) );
             break;
         case 'p':
             named.emplace_back( name, value.text );

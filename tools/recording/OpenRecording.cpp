@@ -25,10 +25,9 @@ void needOneProcess( const TraceReader::Recording & recording, const std::string
     for ( const auto & each : processes )
         all += fmt::format( "{}{} ({})", all.empty() ? "" : ", ", each.process, each.program );
     if ( processes.size() > 1 )
-        throw InputError( path, 0,
-                          "it holds the calls of " + std::to_string( processes.size() ) +
-                              " processes: " + all,
-                          remedy );
+        throw InputError(
+            path, 0, fmt::format( "it holds the calls of {} processes: {}", processes.size(), all ),
+            remedy );
 }
 
 } // namespace Tool

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <string_view>
 
 namespace Tool {
@@ -87,7 +88,7 @@ std::string Folded::text() {
         addSpan( *span );
     std::string text;
     for ( const auto & [stack, nanoseconds] : times_ )
-        text += stack + " " + std::to_string( nanoseconds ) + "\n";
+        fmt::format_to( std::back_inserter( text ), "{} {}\n", stack, nanoseconds );
     return text;
 }
 

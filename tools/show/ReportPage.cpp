@@ -5,6 +5,7 @@
 #include "tools/show/ReportTemplate.h"
 #include "tracereader/Recording.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <zlib.h>
@@ -156,7 +157,7 @@ class PageData {
                    { "callsDropped", report_.calls.dropped() },
                    { "spansDropped", report_.spans.dropped() },
                    { "messagesDropped", report_.messages.dropped() },
-                   { "base", std::to_string( base_ ) },
+                   { "base", fmt::to_string( base_ ) },
                    { "columns", packing_.columns() },
                    { "tables", Json::array() },
                    { "grids", Json::array() } };
