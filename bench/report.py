@@ -348,7 +348,10 @@ A ratio is that of the shortest of 15 runs of each; behind it stands how much lo
 
 A line of text is formatted where the other tracer formats the same values, and both sinks drop it. *Formatted by a callback*
 adds the time, the thread and the place, as a line in a file has them. The text of a message costs more than a line: its pieces
-go into the stream that all messages share, where each "%s" is looked for. A line to a file is one `write`, and two calls that
+go into the stream that all messages share, from there, with the values between them, into a text, and the text, whose length is
+sought anew, into the line. Each step reads several bytes at a time what the step before has stored piece by piece, and so waits
+until it is stored: some 6 ns before the line. Both take the lock of the sink, some 10 ns in a process with several threads; the
+other tracer's sink is for one thread and has none. A line to a file is one `write`, and two calls that
 keep SIGPIPE and SIGXFSZ from this thread while it is made: a closed pipe or a limit on files must not end the agent.
 
 A message against the ring by hand is its record, and what tells where it goes: whether its text is wanted, the handle, the

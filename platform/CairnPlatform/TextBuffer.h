@@ -3,6 +3,7 @@
 #include <charconv>
 #include <concepts>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <memory>
@@ -27,7 +28,7 @@ class TextBuffer {
     TextBuffer & operator=( const TextBuffer & ) = delete;
 
     void append( std::string_view text ) {
-        std::memcpy( room( text.size() ), text.data(), text.size() );
+        copy( room( text.size() ), text );
         length_ += text.size();
     }
 
@@ -44,6 +45,16 @@ class TextBuffer {
         length_ += static_cast<std::size_t>( std::to_chars( at, at + longest, number ).ptr - at );
     }
 
+    /// Lets `write` write as many bytes to the place that it is given, and appends them if it returns
+    /// true. Otherwise the text stays as it was.
+    template <class Writer>
+    bool appendIf( std::size_t bytes, Writer write ) {
+        if ( !write( room( bytes ) ) )
+            return false;
+        length_ += bytes;
+        return true;
+    }
+
     std::string_view text() const noexcept { return { at_, length_ }; }
 
     /// The text with a zero byte behind it.
@@ -53,6 +64,27 @@ class TextBuffer {
     }
 
   private:
+    /// Like memcpy(), for which a call takes as long as the copy of a short text. The last word overlaps
+    /// the first, so that nothing beyond the text is read or written.
+    static void copy( char * to, std::string_view text ) noexcept {
+        const auto copyEnds = [=]<class Word>( Word first, Word last ) {
+            const std::size_t lastAt = text.size() - sizeof( Word );
+            std::memcpy( &first, text.data(), sizeof first );
+            std::memcpy( &last, text.data() + lastAt, sizeof last );
+            std::memcpy( to, &first, sizeof first );
+            std::memcpy( to + lastAt, &last, sizeof last );
+        };
+        if ( text.size() > 2 * sizeof( std::uint64_t ) )
+            std::memcpy( to, text.data(), text.size() );
+        else if ( text.size() >= sizeof( std::uint64_t ) )
+            copyEnds( std::uint64_t(), std::uint64_t() );
+        else if ( text.size() >= sizeof( std::uint32_t ) )
+            copyEnds( std::uint32_t(), std::uint32_t() );
+        else
+            for ( std::size_t at = 0; at < text.size(); ++at )
+                to[at] = text[at];
+    }
+
     /// Where the next bytes go; there is room for as many.
     char * room( std::size_t bytes ) {
         if ( bytes > capacity_ - length_ ) [[unlikely]]

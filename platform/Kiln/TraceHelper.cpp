@@ -1,5 +1,6 @@
 #include <Kiln/TraceHelper.h>
 
+#include <CairnPlatform/internal/CopyText.h>
 #include <CairnPlatform/internal/Write.h>
 #include <Kiln/TraceSink.h>
 
@@ -20,19 +21,14 @@ namespace {
 
 using CairnPlatform::TextBuffer;
 
-// Whether each byte is one of the printable ASCII characters, eight at a time.
-bool isPrintableAscii( std::string_view text ) {
-    constexpr std::uint64_t each = 0x0101010101010101;
-    while ( !text.empty() ) {
-        std::uint64_t bytes = each * ' ';
-        const std::size_t count = std::min( text.size(), sizeof bytes );
-        std::memcpy( &bytes, text.data(), count );
+// Copies the text, and returns whether each byte is one of the printable ASCII characters.
+bool copyIfPrintable( char * to, std::string_view text ) noexcept {
+    return !CairnPlatform::copyText( to, text, []<class Word>( Word word ) {
+        using CairnPlatform::inEachByte;
         // The highest bit of a byte: it has one, it is below a blank, it is the last of ASCII.
-        if ( ( ( bytes | ( bytes - each * ' ' ) | ( bytes + each ) ) & ( each * 0x80 ) ) != 0 )
-            return false;
-        text.remove_prefix( count );
-    }
-    return true;
+        return ( word | ( word - inEachByte<Word>( ' ' ) ) | ( word + inEachByte<Word>( 1 ) ) ) &
+               inEachByte<Word>( 0x80 );
+    } );
 }
 
 // Where in the text the next control character is, and how many bytes it has: one, or the two that
@@ -51,8 +47,8 @@ std::pair<std::size_t, std::size_t> findControl( std::string_view text, std::siz
 
 void appendEscaped( TextBuffer & out, std::string_view text ) {
     constexpr char digits[] = "0123456789abcdef";
-    if ( isPrintableAscii( text ) )
-        return out.append( text );
+    if ( out.appendIf( text.size(), [=]( char * to ) { return copyIfPrintable( to, text ); } ) )
+        return;
     for ( std::size_t from = 0; from < text.size(); ) {
         const auto [at, length] = findControl( text, from );
         out.append( text.substr( from, at - from ) );

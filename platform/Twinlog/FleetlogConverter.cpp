@@ -1,36 +1,72 @@
 #include <Twinlog/FleetlogConverter.h>
 
+#include <CairnPlatform/internal/CopyText.h>
+
 #include <algorithm>
 #include <cstring>
 
 namespace Twinlog {
 
+namespace {
+
+constexpr std::string_view placeholder = "%s";
+
+// Copies the text, and returns whether it may have a '%': it says so of any that has one, and of some
+// others.
+bool copyAndFindPercent( char * to, std::string_view text ) noexcept {
+    return CairnPlatform::copyText( to, text, []<class Word>( Word word ) {
+        using CairnPlatform::inEachByte;
+        const Word other = word ^ inEachByte<Word>( '%' );
+        // The highest bit of a byte that is 0, and of one that is 1 behind it.
+        return ( other - inEachByte<Word>( 1 ) ) & ~other & inEachByte<Word>( 0x80 );
+    } );
+}
+
+} // namespace
+
 constinit FixedStream twinlogFixed_;
 
 FixedStream & FixedStream::operator<<( const char * piece ) noexcept {
+    // Most "%s" are pieces of their own. One that is noted here is not looked for in a text that was
+    // stored just before, where reading several bytes at a time waits for the stores.
+    if ( piece[0] == '%' && piece[1] == 's' && piece[2] == '\0' &&
+         placeholders_ < maxPlaceholders && length_ <= capacity - placeholder.size() ) {
+        places_[placeholders_++] = static_cast<std::uint16_t>( length_ );
+        placeholder.copy( text_ + length_, placeholder.size() );
+        length_ += placeholder.size();
+        return *this;
+    }
     constexpr std::string_view cutMark = "...";
     const std::size_t length = std::strlen( piece );
     const std::size_t kept = std::min( length, capacity - length_ );
-    std::memcpy( text_ + length_, piece, kept );
+    if ( copyAndFindPercent( text_ + length_, { piece, kept } ) )
+        areAllNoted_ = false;
     length_ += kept;
-    if ( kept < length )
+    if ( kept < length ) [[unlikely]] {
         cutMark.copy( text_ + capacity - cutMark.size(), cutMark.size() );
+        areAllNoted_ = false;
+    }
     return *this;
+}
+
+std::size_t FixedStream::findPlaceholder( std::size_t from, std::size_t before ) const noexcept {
+    if ( areAllNoted_ )
+        return before < placeholders_ ? places_[before] : length_;
+    return std::min( text().find( placeholder, from ), length_ );
 }
 
 FleetlogConverter::FleetlogConverter() { twinlogFixed_.clear(); }
 
 void FleetlogConverter::appendUpToPlaceholder() {
-    constexpr std::string_view placeholder = "%s";
-    const std::string_view rest = twinlogFixed_.text().substr( used_ );
-    const std::size_t at = rest.find( placeholder );
-    if ( at == std::string_view::npos ) {
-        text_.append( rest );
+    const std::string_view pieces = twinlogFixed_.text();
+    const std::size_t at = twinlogFixed_.findPlaceholder( used_, filled_ );
+    text_.append( pieces.substr( used_, at - used_ ) );
+    used_ = at;
+    if ( at == pieces.size() ) {
         text_.append( ' ' );
-        used_ += rest.size();
     } else {
-        text_.append( rest.substr( 0, at ) );
-        used_ += at + placeholder.size();
+        used_ += placeholder.size();
+        ++filled_;
     }
 }
 

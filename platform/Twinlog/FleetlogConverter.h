@@ -3,6 +3,7 @@
 #include <CairnPlatform/TextBuffer.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 
 // Builds the text of a message from the same pieces that its descriptor in the trace file has.
@@ -26,11 +27,26 @@ class FixedStream {
     /// Appends the piece. What goes beyond the capacity is dropped, and the text ends in "...".
     FixedStream & operator<<( const char * piece ) noexcept;
 
-    void clear() noexcept { length_ = 0; }
+    void clear() noexcept {
+        length_ = 0;
+        placeholders_ = 0;
+        areAllNoted_ = true;
+    }
     std::string_view text() const noexcept { return { text_, length_ }; }
 
   private:
+    friend class FleetlogConverter;
+
+    /// The place of the next "%s" from `from` on; that of the text's end if there is none. `before` says
+    /// how many there are before `from`.
+    std::size_t findPlaceholder( std::size_t from, std::size_t before ) const noexcept;
+
+    static constexpr std::size_t maxPlaceholders = 32;
+
     std::size_t length_ = 0;
+    std::size_t placeholders_ = 0;
+    std::uint16_t places_[maxPlaceholders] = {}; ///< of the pieces that were a "%s"
+    bool areAllNoted_ = true; ///< there is no "%s" but these, and each of them is whole
     char text_[capacity] = {};
 };
 
@@ -63,7 +79,8 @@ class FleetlogConverter {
     void appendUpToPlaceholder();
 
     CairnPlatform::TextBuffer text_;
-    std::size_t used_ = 0; ///< how much of the pieces has gone into text_
+    std::size_t used_ = 0;   ///< how much of the pieces has gone into text_
+    std::size_t filled_ = 0; ///< how many "%s" were in it
 };
 
 } // namespace Twinlog

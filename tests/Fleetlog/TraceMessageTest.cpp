@@ -11,7 +11,9 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <iterator>
 #include <latch>
+#include <random>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -533,6 +535,72 @@ TEST( TwinlogTest, PiecesBeyondTheCapacityAreCutVisibly ) {
     const std::string_view text = converter.finish();
     EXPECT_EQ( text.size(), Twinlog::FixedStream::capacity );
     EXPECT_TRUE( text.ends_with( "x..." ) );
+}
+
+// What a message is made of, and the same by searching the whole text for each value's place.
+std::string converted( const std::vector<std::string> & pieces,
+                       const std::vector<std::string> & values ) {
+    Twinlog::FleetlogConverter converter;
+    for ( const std::string & piece : pieces )
+        Twinlog::twinlogFixed_ << piece.c_str();
+    for ( const std::string & value : values )
+        converter << value.c_str();
+    return converter.finish();
+}
+std::string searched( const std::vector<std::string> & pieces,
+                      const std::vector<std::string> & values ) {
+    std::string rest;
+    for ( const std::string & piece : pieces )
+        rest += piece;
+    if ( rest.size() > Twinlog::FixedStream::capacity )
+        rest = rest.substr( 0, Twinlog::FixedStream::capacity - 3 ) + "...";
+    std::string text;
+    for ( const std::string & value : values ) {
+        const std::size_t at = rest.find( "%s" );
+        text += rest.substr( 0, at ) + ( at == std::string::npos ? " " : "" ) + value;
+        rest.erase( 0, at == std::string::npos ? at : at + 2 );
+    }
+    return text + rest;
+}
+
+TEST( TwinlogTest, PlaceIsFoundHoweverThePiecesAreDivided ) {
+    const std::vector<std::string> values{ "1", "%s", "",
+                                           "a text of more than sixteen characters" };
+    const std::string alphabet[] = { "%s", "%s",  "%",         "s",
+                                     "$s", "%%s", " unit: ",   "a longer piece ",
+                                     "x",  "",    "%s and %s", "16 characters %s" };
+    std::minstd_rand random( 1 ); // the same numbers each time
+    for ( int i = 0; i < 20'000; ++i ) {
+        std::vector<std::string> pieces( random() % 8 );
+        for ( std::string & piece : pieces )
+            piece = alphabet[random() % std::size( alphabet )];
+        EXPECT_EQ( converted( pieces, values ), searched( pieces, values ) )
+            << testing::PrintToString( pieces );
+    }
+}
+
+TEST( TwinlogTest, PlacesAreFoundInTextsOfAnyLength ) {
+    const std::vector<std::string> values( 40, "value" );
+    for ( const std::size_t places : { 1u, 31u, 32u, 33u, 39u, 40u, 41u, 2047u, 2048u, 2049u } )
+        EXPECT_EQ( converted( std::vector<std::string>( places, "%s" ), values ),
+                   searched( std::vector<std::string>( places, "%s" ), values ) )
+            << places;
+    for ( std::size_t length = 4085; length <= 4098; ++length ) {
+        const std::vector<std::string> pieces{ std::string( length, 'x' ), "%s", "!", "%s", "end" };
+        EXPECT_EQ( converted( pieces, values ), searched( pieces, values ) ) << length;
+    }
+}
+
+TEST( TwinlogTest, PieceBehindAValueIsFilledByTheNextValue ) {
+    Twinlog::FleetlogConverter converter;
+    Twinlog::twinlogFixed_ << "a: "
+                           << "%s";
+    converter << 1 << 2;
+    Twinlog::twinlogFixed_ << " b: "
+                           << "%s"
+                           << "%s";
+    converter << 3;
+    EXPECT_STREQ( converter.finish(), "a: 1 2 b: 3%s" );
 }
 
 } // namespace MessageTest

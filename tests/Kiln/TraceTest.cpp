@@ -20,6 +20,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <limits>
+#include <locale>
 #include <sstream>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -121,11 +122,54 @@ TEST_F( TraceTest, StreamWritesTheEndsOfEachRange ) {
     EXPECT_EQ( stream.text(), "-2147483648 2147483647 4294967295 0 0" );
 }
 
+// The process's locale, which is the agent's, may group digits and spell "true" in its own way.
+class GroupingLocale : public std::numpunct<char> {
+    char do_thousands_sep() const override { return '.'; }
+    std::string do_grouping() const override { return "\3"; }
+    std::string do_truename() const override { return "wahr"; }
+};
+
+TEST_F( TraceTest, StreamWritesWhatAStreamOfTheLibraryDoesWhateverTheLocale ) {
+    std::ostringstream standard;
+    standard << std::boolalpha;
+    standard.imbue( std::locale::classic() );
+    const std::locale before =
+        std::locale::global( std::locale( std::locale::classic(), new GroupingLocale ) );
+    std::ostringstream grouped;
+    Kiln::TraceStream stream;
+    const auto write = [&]( auto value ) {
+        standard << value << ' ';
+        grouped << value << ' ';
+        stream << value << " ";
+    };
+    for ( const bool value : { true, false } )
+        write( value );
+    for ( unsigned long power = 1; power <= 10'000'000'000'000'000'000u / 10; power *= 10 )
+        for ( const unsigned long value : { power - 1, power, power + 1 } ) {
+            write( value );
+            write( static_cast<unsigned int>( value ) );
+            write( static_cast<unsigned short>( value ) );
+            write( static_cast<int>( value ) );
+            write( -static_cast<int>( value % 2'000'000'000 ) );
+        }
+    write( "text" );
+    write( std::string( "string" ) );
+    std::locale::global( before );
+    EXPECT_EQ( stream.text(), standard.str() );
+    EXPECT_NE( grouped.str(), standard.str() );
+}
+
 TEST_F( TraceTest, StreamTakesTextsOfAnyLength ) {
-    for ( const std::size_t length : std::vector<std::size_t>{ 0, 511, 512, 513, 100'000 } ) {
+    std::vector<std::size_t> lengths{ 511, 512, 513, 100'000 };
+    for ( std::size_t length = 0; length < 40; ++length )
+        lengths.push_back( length );
+    for ( const std::size_t length : lengths ) {
+        std::string text;
+        for ( std::size_t at = 0; at < length; ++at )
+            text += static_cast<char>( '0' + at % 75 );
         Kiln::TraceStream stream;
-        stream << std::string( length, 'a' );
-        EXPECT_EQ( stream.text(), std::string( length, 'a' ) );
+        stream << text;
+        EXPECT_EQ( stream.text(), text );
     }
     Kiln::TraceStream stream;
     std::string expected;
