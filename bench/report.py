@@ -297,6 +297,9 @@ def main():
     beyond = {"ns": message["cpu_time"] - record["cpu_time"],
               "instructions": f"{message['instructions'] - record['instructions']:.0f}" if "instructions" in message else "some 30"}
 
+    keeping = (trace["bytes of a text line, one write, signals kept away"]["cpu_time"]
+               - trace["bytes of a text line, one write to a file"]["cpu_time"])
+
     startup_table = table(["loading:", "us"], [[name, f"{run['real_time'] / 1000:.0f}"] for name, run in startup.items()])
     port_table = table(["system ports:", "ns a recipe", "allocations a recipe"],
                        [[name.partition("/")[2], f"{run['per_recipe'] * 1e9:.0f}", f"{run['allocations']:.6f}"]
@@ -351,8 +354,18 @@ adds the time, the thread and the place, as a line in a file has them. The text 
 go into the stream that all messages share, from there, with the values between them, into a text, and the text, whose length is
 sought anew, into the line. Each step reads several bytes at a time what the step before has stored piece by piece, and so waits
 until it is stored: some 6 ns before the line. Both take the lock of the sink, some 10 ns in a process with several threads; the
-other tracer's sink is for one thread and has none. A line to a file is one `write`, and two calls that
-keep SIGPIPE and SIGXFSZ from this thread while it is made: a closed pipe or a limit on files must not end the agent.
+other tracer's sink is for one thread and has none.
+
+A line to a file is one `write`, and two calls that keep SIGPIPE and SIGXFSZ from this thread while it is made: a closed pipe or
+a limit on the size of files must not end the agent. The two take {keeping:.0f} ns. Nothing cheaper is right in all cases:
+
+- A regular file sends no SIGPIPE, and what a file is can be asked when it is opened. But it sends SIGXFSZ where it would grow
+  beyond the limit, which every thread and, by `prlimit`, other processes may lower at any moment. To ask for the limit before
+  each line takes {trace["limit on the size of files read"]["cpu_time"]:.0f} ns, half of what is saved, and what changes between the question and the write ends the agent.
+- Standard error may be a pipe from one line to the next (`dup2`), so it would have to be asked each time as well.
+- Signals that are ignored, or stay blocked, are so for the agent's own writes, too; and to keep lines back until many are
+  written at once loses them when the process aborts.
+- The kernel of Debian 12 has no flag that keeps SIGXFSZ from a write, nor SIGPIPE from one to a pipe.
 
 A message against the ring by hand is its record, and what tells where it goes: whether its text is wanted, the handle, the
 thread's file, the site in that file. That is {beyond["instructions"]} instructions and {beyond["ns"]:.1f} ns; the ring by hand has one file and one site.

@@ -2,6 +2,7 @@
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TraceOperations.h"
 
+#include <CairnPlatform/internal/Write.h>
 #include <Kiln/TraceSink.h>
 
 #include <benchmark/benchmark.h>
@@ -22,6 +23,7 @@
 #include <memory>
 #include <string>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -217,6 +219,21 @@ struct BareWrite {
         "unit: 12345 seed: 12346\n";
 };
 
+// The same with what keeps the signals of a write that fails from the thread.
+struct GuardedWrite : BareWrite {
+    [[gnu::always_inline]] void run( std::uint32_t, std::uint32_t ) const {
+        benchmark::DoNotOptimize( CairnPlatform::writeWhole( ::fileno( file ), bytes ) );
+    }
+};
+
+// One call of the kernel that does next to nothing.
+struct LimitRead {
+    [[gnu::always_inline]] void run( std::uint32_t, std::uint32_t ) const {
+        rlimit limit;
+        benchmark::DoNotOptimize( ::getrlimit( RLIMIT_FSIZE, &limit ) );
+    }
+};
+
 struct LttngTwoValues {
     [[gnu::always_inline]] void run( std::uint32_t i, std::uint32_t j ) const {
         TraceBenchLttng::twoValues( i, j );
@@ -329,9 +346,11 @@ int main( int argc, char ** argv ) {
     add<LineTo<LinesDropped>>( "two values, text line, dropped", textLine );
     add<LineTo<LinesFormatted>>( "two values, text line, formatted by a callback", textLine );
     add<MessageTextTo<LinesDropped>>( "two values, text of a message, dropped", textLine );
-    add<BareWrite>( "bytes of a text line, one write to a file" );
-    add<LineTo<LinesToFile>>( "two values, text line, to a file",
-                              "bytes of a text line, one write to a file" );
+    const std::string write = "bytes of a text line, one write to a file";
+    add<BareWrite>( write );
+    add<GuardedWrite>( "bytes of a text line, one write, signals kept away", write );
+    add<LimitRead>( "limit on the size of files read" );
+    add<LineTo<LinesToFile>>( "two values, text line, to a file", write );
     if ( TraceBenchLttng::isTraced() ) {
         add<LttngTwoValues>( "two values, lttng-ust", floor );
         add<LttngText>( "value and text, lttng-ust", textFloor );
