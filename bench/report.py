@@ -282,6 +282,7 @@ def main():
     code = (raw / "code.md").read_text().strip()
     sizes = hot_bytes((raw / "symbols.txt").read_text())
     relocations = next(line.split("|")[2].strip() for line in code.splitlines() if line.startswith("| relocations"))
+    relative = next(line.split("|")[2].strip() for line in code.splitlines() if line.startswith("| of them relative"))
     this = {"machine": machine, "code": code.splitlines(), "reader": reader, "recording": recording, "hot_bytes": sizes,
             **documents}
     others = [json.loads(path.read_text()) for path in sorted((figures.parent / "processors").glob("*.json"))]
@@ -300,7 +301,16 @@ def main():
     keeping = (trace["bytes of a text line, one write, signals kept away"]["cpu_time"]
                - trace["bytes of a text line, one write to a file"]["cpu_time"])
 
-    startup_table = table(["loading:", "us"], [[name, f"{run['real_time'] / 1000:.0f}"] for name, run in startup.items()])
+    loads = {name: run["real_time"] / 1000 for name, run in startup.items()}
+    empty, needs, platform, library, whole = loads.values()
+    startup_table = table(["loading:", "us", "pages touched first"],
+                          [[name, f"{run['real_time'] / 1000:.0f}", f"{run['faults']:.0f}"] for name, run in startup.items()])
+    startup_parts = table(["of the library's load:", "us"], [[part, f"{took:.0f}"] for part, took in (
+        ("an empty library: opened, mapped, made known", empty),
+        ("a second one: sought, opened, mapped, made known", needs - empty),
+        ("the platform's names, relocations and start code", platform - empty),
+        ("the library's own", library - empty),
+        ("the sum; the whole is measured above", needs + platform + library - 2 * empty))])
     port_table = table(["system ports:", "ns a recipe", "allocations a recipe"],
                        [[name.partition("/")[2], f"{run['per_recipe'] * 1e9:.0f}", f"{run['allocations']:.6f}"]
                         for name, run in ports.items()])
@@ -396,11 +406,25 @@ The instructions are those that the recorder adds, with names of at most 31 char
 
 ## Start-up
 
-Loading the library into a process that has not got it, until `dlopen` returns, its {relocations} relocations
-included; the platform, which it needs and which takes most of that, also by itself; and a library with nothing in it, which
-is what each load costs before a symbol is looked for.
+Loading the library, until `dlopen` returns, into a process that was started for it and has not got it: the shortest of 400
+loads. A library with nothing in it shows what each load costs; one that needs the empty one, what a second library costs that
+the loader has to search for; and the platform, which the library needs, is loaded by itself, too.
 
 {startup_table}
+
+{startup_parts}
+
+- Names: of the 250,000 instructions of a load (an empty library has 9,000) 171,000 go into the search for some 230 names, in
+  the program and in each library that it has. Most are the C and C++ libraries', or those by which the library calls the platform.
+- The {relocations} relocations of the library: {relative} of them are a sum each, and take less than 4,000 instructions.
+- Start code: 2,000 instructions, for the handlers of `fork()` and the facility "ApiCairn". No file is opened: the trace file is
+  the host's decision.
+- The search: `$ORIGIN` makes the loader try 19 folders for kinds of processors before the right one, 24 us. The Debian packages
+  have no such path; there the loader has a list. A host that is linked with the platform has it before it loads the library.
+
+Not taken: data bound within the platform, as its calls are (`-Bsymbolic`), 1 us, and programs that hold copies of its variables
+would not share them; code and constants in one mapping (`-z noseparate-code`), 8 us, and constants could be executed; names
+looked up at the first call, which may be in a signal handler.
 
 ## System ports
 

@@ -1,2 +1,2 @@
 // A library with nothing in it: what each load of one costs.
-int startupFloor;
+[[gnu::visibility( "default" )]] int startupFloor;
