@@ -351,8 +351,9 @@ Above the limit of 1.05 in this run: {over}.
 What a guarded call adds to a bare one, instruction by instruction in the release build: 2 for the hook, which all calls ask for
 through one function; 1 keeps the return code while the lock is retaken; 4 read the mask of "ApiCairn" and judge the code and
 level 4 in one jump. The rest stands once in a recipe: registers that are saved, the mask's address, the test of a handle.
-setInnerOpaqueTagEgressEpmod, at times the dearest, has 4 calls: 28 and 6 instructions. They do not explain a ratio of 1.054 in one run of all recipes, 1.030 in another, and 1.026 in five runs with two other recipes: the recipe took 137 ns
-in each of them, and the bare calls 130 ns in the first and 133 ns in the others.
+setInnerOpaqueTagEgressEpmod, at times the dearest, has 4 calls: 28 and 6 instructions. They do not explain a ratio of 1.054 in one
+run of all recipes, 1.030 in another, and 1.026 in five runs with two other recipes: the recipe took 137 ns in each of them, and the
+bare calls 130 ns in the first and 133 ns in the others.
 
 With ticks {worst_tick["name"]} is the dearest: {worst_tick["tick_ratio"]:.3f}. {guard_part:.0f} instructions go into the guard of its {worst_tick["calls"]:.0f} calls and the messages
 that go nowhere ({worst_tick["recipe_ns"] - worst_tick["bare_ns"]:.0f} ns more than {worst_tick["bare_ns"]:.0f} ns), and its record is {(worst_tick["tick_ratio"] - worst_tick["ratio"]) * worst_tick["bare_ns"]:.1f} ns; a message of six values has {six:.0f} instructions
@@ -387,8 +388,8 @@ adds the time, the thread and the place, as a line in a file has them. The text 
 go into the stream that all messages share, from there, with the values between them, into a text, and the text, whose length is
 sought anew, into the line. Each step reads several bytes at a time what the step before has stored piece by piece, and so waits
 until it is stored: some 6 ns before the line. The length could be handed on (1.25 times the other tracer's line), but every
-host with a platform of its own would have to have two functions more. Both take the lock of the sink, some 10 ns in a process with several threads; the
-other tracer's sink is for one thread and has none.
+host with a platform of its own would have to have two functions more. Both take the lock of the sink, some 10 ns in a process
+with several threads; the other tracer's sink is for one thread and has none.
 
 A line to a file is one `write`, and two calls that keep SIGPIPE and SIGXFSZ from this thread while it is made: a closed pipe or
 a limit on the size of files must not end the agent. The two take {keeping:.0f} ns. Nothing cheaper is right in all cases:
