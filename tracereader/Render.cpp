@@ -110,7 +110,7 @@ bool Filter::accepts( const Record & record ) const {
     if ( !text.empty() ) {
         std::string whole;
         appendText( whole, record );
-        return whole.find( text ) != whole.npos;
+        return whole.find( text ) != std::string::npos;
     }
     return true;
 }

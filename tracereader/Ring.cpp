@@ -473,10 +473,11 @@ void Ring::countOverwritten( const Block & first ) {
         std::uint64_t before = 0;
         if ( bytes_.read( offset, &before, sizeof before ) < sizeof before )
             before = 1;
-        if ( wasOvertaken_ || before > first.sequence )
-            missing = 0; // overwritten meanwhile
-        else if ( before == 0 && first.sequence - 1 == oldest && newest >= info_.blockCount )
-            missing = 0; // about to be made anew
+        const bool isOverwritten = wasOvertaken_ || before > first.sequence;
+        const bool isAboutToBeMadeAnew =
+            before == 0 && first.sequence - 1 == oldest && newest >= info_.blockCount;
+        if ( isOverwritten || isAboutToBeMadeAnew )
+            missing = 0;
     }
     counts_.overwrittenBlocks = first.sequence - 1 - missing;
     counts_.overwrittenBytes = counts_.overwrittenBlocks > UINT64_MAX / roomOfBlock

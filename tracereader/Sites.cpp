@@ -41,7 +41,7 @@ std::vector<std::string> splitTexts( std::string_view text, std::size_t values )
     std::vector<std::string> texts;
     while ( texts.size() < values ) {
         const std::size_t at = text.find( placeholder );
-        if ( at == text.npos ) {
+        if ( at == std::string_view::npos ) {
             texts.push_back( std::string( text ) + " " );
             text = {};
         } else {
@@ -117,7 +117,8 @@ bool Sites::addSite( const Layout::DescriptorHeader & header, std::span<const st
     std::string_view letters;
     std::string_view piece;
     if ( !cursor.take( file ) || !cursor.take( letters ) || letters.size() > maxLetters ||
-         letters.find_first_not_of( info_.version < 3 ? "isbp" : "isbpnla" ) != letters.npos )
+         letters.find_first_not_of( info_.version < 3 ? "isbp" : "isbpnla" ) !=
+             std::string_view::npos )
         return false;
     std::string function;
     std::string message;
@@ -184,12 +185,12 @@ const Site * Sites::match( std::uint32_t id, std::span<const std::byte> payload,
     return known.site;
 }
 
-bool Sites::isSound( const Plan & known, std::span<const std::byte> payload ) const noexcept {
-    if ( known.payloadSize )
-        return payload.size() == *known.payloadSize;
+bool Sites::isSound( const Plan & plan, std::span<const std::byte> payload ) const noexcept {
+    if ( plan.payloadSize )
+        return payload.size() == *plan.payloadSize;
     Cursor cursor( payload );
     Value value;
-    for ( const char letter : known.site->letters )
+    for ( const char letter : plan.site->letters )
         if ( !takeValue( cursor, letter, value ) )
             return false;
     return cursor.left() < 8; // filled up to a multiple of 8

@@ -340,7 +340,7 @@ class Merge {
 
     std::vector<std::unique_ptr<File>> files_;
     std::vector<std::size_t> groupOfFile_;
-    std::vector<char> isLost_; ///< by file: it can no longer be read
+    std::vector<bool> isLost_; ///< by file: it can no longer be read
     std::vector<Group> groups_;
     std::map<std::pair<std::uint64_t, std::int64_t>, std::size_t> groupByBase_;
     std::vector<Finding> findings_;

@@ -25,15 +25,15 @@ void tell( const nlohmann::ordered_json & what ) {
 }
 
 // Operations of one thread do not overlap.
-thread_local std::uint64_t number = 0;
+thread_local std::uint64_t operationNumber = 0;
 std::atomic<std::uint64_t> numbers{ 0 };
 
 void tellOperation( Interpose::Recorder::Moment moment, const Interpose::Event & event ) {
     if ( kind( event.call ) != Interpose::SdkCallKind::operation )
         return;
     if ( moment == Interpose::Recorder::Moment::before )
-        number = ++numbers;
-    tell( { { "number", number }, { "operation", toJson( event ) } } );
+        operationNumber = ++numbers;
+    tell( { { "number", operationNumber }, { "operation", toJson( event ) } } );
 }
 
 } // namespace

@@ -34,12 +34,12 @@ int listRules( Format format ) {
     return 0;
 }
 
-std::string_view nameOf( CheckRule rule ) {
+std::string_view ruleName( CheckRule rule ) {
     return checkRules()[static_cast<std::size_t>( rule )].name;
 }
 
 std::string findingText( const CheckFinding & finding ) {
-    std::string text = fmt::format( "{}: {}\n", nameOf( finding.rule ), finding.what );
+    std::string text = fmt::format( "{}: {}\n", ruleName( finding.rule ), finding.what );
     for ( const CheckedCall & call : finding.calls )
         text += fmt::format(
             "  call {}  {}  thread {}  {}{}\n", call.number, Text::utc( call.time ), call.thread,
@@ -56,7 +56,7 @@ std::string findingJson( const CheckFinding & finding ) {
                            { "thread", call.thread },
                            { "call", TraceReader::name( call.call ) },
                            { "rc", call.rc } } );
-    return Json{ { "rule", nameOf( finding.rule ) },
+    return Json{ { "rule", ruleName( finding.rule ) },
                  { "what", finding.what },
                  { "calls", std::move( calls ) } }
         .dump( -1, ' ', false, Json::error_handler_t::replace );

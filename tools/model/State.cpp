@@ -118,13 +118,13 @@ T numberMember( const Json & json, const char * name ) {
 }
 
 template <class T>
-T numberMember( const Json & json, const char * name, T otherwise ) {
-    return json.contains( name ) ? numberMember<T>( json, name ) : otherwise;
+T numberMember( const Json & json, const char * name, T fallback ) {
+    return json.contains( name ) ? numberMember<T>( json, name ) : fallback;
 }
 
-bool flagMember( const Json & json, const char * name, bool otherwise ) {
+bool flagMember( const Json & json, const char * name, bool fallback ) {
     if ( !json.contains( name ) )
-        return otherwise;
+        return fallback;
     if ( !json.at( name ).is_boolean() )
         throw Malformed{ std::string( "\"" ) + name + "\" is not true or false" };
     return json.at( name ).get<bool>();

@@ -48,8 +48,8 @@ class Packing {
                 bytes_.append( reinterpret_cast<const char *>( &number ), sizeof number );
             }
         };
-        // NOLINTNEXTLINE( bugprone-branch-clone ): the types differ
         if ( largest <= 0xFF )
+            // NOLINTNEXTLINE( bugprone-branch-clone ): the types differ
             add( std::uint8_t() );
         else if ( largest <= 0xFFFF )
             add( std::uint16_t() );
