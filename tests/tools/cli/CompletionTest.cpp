@@ -57,19 +57,19 @@ Words listed( const std::string & help, const std::string & heading, const std::
     return names;
 }
 
-Words verbs() {
+Words verbsOfHelp() {
     return listed( cairnLt( { "--help" } ).out, "Subcommands", std::regex( "^  ([a-z-]+) " ) );
 }
 
 TEST( CompletionTest, VerbsAreThoseOfTheHelp ) {
-    EXPECT_EQ( offered( { "" } ).words, verbs() );
-    EXPECT_EQ( offered( {} ).words, verbs() );
+    EXPECT_EQ( offered( { "" } ).words, verbsOfHelp() );
+    EXPECT_EQ( offered( {} ).words, verbsOfHelp() );
     EXPECT_EQ( offered( { "expl" } ).words, Words{ "explain" } );
     EXPECT_EQ( offered( { "--" } ).words, ( Words{ "--help", "--version" } ) );
 }
 
 TEST( CompletionTest, OptionsAreThoseOfTheHelp ) {
-    for ( const std::string & verb : verbs() ) {
+    for ( const std::string & verb : verbsOfHelp() ) {
         const Words options = listed( cairnLt( { verb, "--help" } ).out, "Options",
                                       std::regex( "^  (?:-[a-z],)?(--[a-z-]+)" ) );
         EXPECT_TRUE( options.contains( "--help" ) ) << verb;
@@ -80,7 +80,7 @@ TEST( CompletionTest, OptionsAreThoseOfTheHelp ) {
 // The verb itself says which formats there are.
 TEST( CompletionTest, FormatsAreThoseOfTheVerb ) {
     std::size_t compared = 0;
-    for ( const std::string & verb : verbs() ) {
+    for ( const std::string & verb : verbsOfHelp() ) {
         if ( !offered( { verb, "--format" } ).words.contains( "--format" ) )
             continue;
         const std::vector<std::vector<std::string>> others{

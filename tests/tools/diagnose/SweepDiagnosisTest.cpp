@@ -1,6 +1,7 @@
 #include "interpose/TraceRecorder.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/tools/Program.h"
+#include "tests/tools/sweep/ReferenceModel.h"
 #include "tools/diagnose/CrashScene.h"
 #include "tools/diagnose/Diagnosis.h"
 #include "tools/diagnose/LastRecords.h"
@@ -37,10 +38,6 @@ using Tool::SweepFault;
 using Tool::SweepRun;
 using Tool::SweptCase;
 
-Tool::Model referenceModel() {
-    return Tool::defaultModel( { Tool::defaultChip( 0, Sim::referenceSchema(), "reference" ) } );
-}
-
 std::vector<const Tool::Recipe *> allRecipes() {
     std::vector<const Tool::Recipe *> all;
     for ( const Tool::Recipe & recipe : Tool::recipes() )
@@ -75,7 +72,7 @@ std::size_t forEachStop( Tool::SweepSetup setup, const auto & look ) {
                       ", call " + std::to_string( fault.call + 1 ) + " " + toText( fault.kind ) );
         look( Stopped{ swept, expectation, run } );
     };
-    Tool::sweepRecipes( referenceModel(), allRecipes(), setup );
+    Tool::sweepRecipes( ToolTest::referenceModel(), allRecipes(), setup );
     return stops;
 }
 
@@ -122,7 +119,8 @@ const Site * sameIn( const SiteTable & other, const Site & site, const SiteTable
     return there[static_cast<std::size_t>( place - here.begin() )];
 }
 
-std::string replaced( std::string text, const std::string & what, const std::string & by ) {
+std::string replacedEverywhere( std::string text, const std::string & what,
+                                const std::string & by ) {
     for ( std::size_t at = text.find( what ); at != std::string::npos;
           at = text.find( what, at + by.size() ) )
         text.replace( at, what.size(), by );
@@ -152,8 +150,8 @@ TEST( SweepDiagnosisTest, EachFaultThatStopsIsFoundByItsStandardError ) {
         const auto lineText = []( const Site & each ) {
             return "Cairn/CairnLtHelper:" + std::to_string( each.line );
         };
-        const Tool::ReportReader old = reportOf(
-            replaced( stopped.run.standardError, lineText( site ), lineText( *before ) ) );
+        const Tool::ReportReader old = reportOf( replacedEverywhere(
+            stopped.run.standardError, lineText( site ), lineText( *before ) ) );
         ASSERT_EQ( old.stops().size(), 1u );
         const Diagnosis then = Tool::diagnose( old.stops().front(), older, schema );
         EXPECT_EQ( then.found, Diagnosis::Found::exactly );

@@ -19,7 +19,7 @@ Bringup parse( const std::string & contents ) {
     return Tool::parseBringup( contents, "x.toml", anyChip );
 }
 
-std::string refusal( const std::string & contents ) {
+std::string refusalOfBringup( const std::string & contents ) {
     try {
         parse( contents );
     } catch ( const Tool::InputError & error ) {
@@ -197,7 +197,7 @@ void PrintTo( const BadBringup & each, std::ostream * out ) { *out << each.name;
 class BringupFileRefusalTest : public ::testing::TestWithParam<BadBringup> {};
 
 TEST_P( BringupFileRefusalTest, NamesFileLineAndRemedy ) {
-    EXPECT_EQ( refusal( GetParam().contents ), "x.toml:" + GetParam().message );
+    EXPECT_EQ( refusalOfBringup( GetParam().contents ), "x.toml:" + GetParam().message );
 }
 
 // A step on the one chip; its first line is line 4.
@@ -376,7 +376,7 @@ INSTANTIATE_TEST_SUITE_P( All, BringupFileRefusalTest, ::testing::ValuesIn( badB
                           []( const auto & each ) { return std::string( each.param.name ); } );
 
 TEST( BringupFileTest, TomlErrorsHaveTheirLine ) {
-    const std::string message = refusal( oneChip + "[[steps]]\nrecipe = cpuPortInit\n" );
+    const std::string message = refusalOfBringup( oneChip + "[[steps]]\nrecipe = cpuPortInit\n" );
     EXPECT_TRUE( message.starts_with( "x.toml:5: not TOML: " ) ) << message;
     EXPECT_EQ( message.find( '\n' ), std::string::npos );
 }

@@ -13,7 +13,7 @@ using Sim::FieldRole;
 using Sim::TableKind;
 using Tool::parseChipFile;
 
-std::string refusal( const std::string & contents ) {
+std::string refusalOfChip( const std::string & contents ) {
     try {
         parseChipFile( contents, "x.toml" );
     } catch ( const Tool::InputError & error ) {
@@ -98,7 +98,7 @@ void PrintTo( const BadChip & each, std::ostream * out ) { *out << each.message;
 class ChipFileRefusalTest : public ::testing::TestWithParam<BadChip> {};
 
 TEST_P( ChipFileRefusalTest, NamesFileLineAndRemedy ) {
-    EXPECT_EQ( refusal( GetParam().contents ), GetParam().message );
+    EXPECT_EQ( refusalOfChip( GetParam().contents ), GetParam().message );
 }
 
 constexpr BadChip badChips[] = {
@@ -148,7 +148,7 @@ constexpr BadChip badChips[] = {
 INSTANTIATE_TEST_SUITE_P( All, ChipFileRefusalTest, ::testing::ValuesIn( badChips ) );
 
 TEST( ChipFileTest, WhatIsNotTomlIsRefusedWithItsLine ) {
-    const std::string message = refusal( "base = 'reference'\nremove = [\n" );
+    const std::string message = refusalOfChip( "base = 'reference'\nremove = [\n" );
     EXPECT_TRUE( message.starts_with( "x.toml:" ) ) << message;
     EXPECT_NE( message.find( ": not TOML: " ), std::string::npos ) << message;
     EXPECT_EQ( message.find( '\n' ), std::string::npos ) << message;

@@ -27,7 +27,7 @@ std::vector<EntryStep> stepsOf( const std::string & text ) {
         }
         EntryStep step;
         step.thread = 1;
-        step.hash = static_cast<std::uint64_t>( letter );
+        step.hash = static_cast<unsigned char>( letter );
         step.operations.push_back( { .number = 1, .text = std::string( 1, letter ) } );
         steps.push_back( std::move( step ) );
     }

@@ -1,6 +1,7 @@
 #include "tests/tools/recording/RandomProgram.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <optional>
 #include <stdexcept>
 #include <utility>
@@ -69,6 +70,11 @@ Sim::Table randomTable( Random & random, std::size_t number ) {
 }
 
 } // namespace
+
+std::uint64_t numberOfEnvironment( const char * variable, std::uint64_t fallback ) {
+    const char * text = std::getenv( variable );
+    return text != nullptr ? std::strtoull( text, nullptr, 10 ) : fallback;
+}
 
 Sim::Schema randomSchema( Random & random ) {
     Sim::Schema schema;
@@ -167,9 +173,10 @@ void RandomProgram::addPlace( Shim::Sdk & sdk, const Entry & entry ) {
     if ( table.isPhysical() ) {
         const auto add = [&]( std::string_view name, std::uint32_t end ) {
             if ( end > 1 || random_.oneIn( mistakes ) )
-                sdk.bcmlt_entry_field_add(
-                    entry.handle, name.data(),
-                    random_.below( end + ( random_.oneIn( mistakes ) ? 2u : 0u ) + ( end == 0 ) ) );
+                sdk.bcmlt_entry_field_add( entry.handle, name.data(),
+                                           random_.below( end +
+                                                          ( random_.oneIn( mistakes ) ? 2u : 0u ) +
+                                                          ( end == 0 ? 1u : 0u ) ) );
         };
         add( Sim::indexField, table.size.rows );
         add( Sim::instanceField, table.size.instances );

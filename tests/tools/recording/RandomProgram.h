@@ -32,6 +32,9 @@ class Random {
     std::mt19937_64 engine_;
 };
 
+/// The number that an environment variable holds, by which a test is made longer or repeated.
+std::uint64_t numberOfEnvironment( const char * variable, std::uint64_t fallback );
+
 /// A chip of a few small tables of all kinds. It passes check().
 Sim::Schema randomSchema( Random & random );
 

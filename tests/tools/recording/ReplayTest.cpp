@@ -13,7 +13,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <thread>
@@ -342,15 +341,10 @@ TEST_F( ReplayOfEvents, AChipThatLacksATableIsRefused ) {
 
 // --- Random programs
 
-std::uint64_t numberFrom( const char * variable, std::uint64_t otherwise ) {
-    const char * text = std::getenv( variable );
-    return text != nullptr ? std::strtoull( text, nullptr, 10 ) : otherwise;
-}
-
 // CAIRN_SEED and CAIRN_ROUNDS choose others, and more.
 TEST( RandomPrograms, DoTheSameWhenTheyAreReplayed ) {
-    const std::uint64_t first = numberFrom( "CAIRN_SEED", 1 );
-    const std::uint64_t rounds = numberFrom( "CAIRN_ROUNDS", 100 );
+    const std::uint64_t first = ToolTest::numberOfEnvironment( "CAIRN_SEED", 1 );
+    const std::uint64_t rounds = ToolTest::numberOfEnvironment( "CAIRN_ROUNDS", 100 );
     std::uint64_t failed = 0;
     std::uint64_t succeeded = 0;
     for ( std::uint64_t seed = first; seed < first + rounds; ++seed ) {
@@ -387,8 +381,8 @@ TEST( RandomPrograms, DoTheSameWhenTheyAreReplayed ) {
 
 // The same by way of the files of a recorder: two threads, one after the other, and segments.
 TEST( RandomPrograms, DoTheSameWhenTheirFilesAreReplayed ) {
-    const std::uint64_t first = numberFrom( "CAIRN_SEED", 1 );
-    const std::uint64_t rounds = numberFrom( "CAIRN_ROUNDS", 8 );
+    const std::uint64_t first = ToolTest::numberOfEnvironment( "CAIRN_SEED", 1 );
+    const std::uint64_t rounds = ToolTest::numberOfEnvironment( "CAIRN_ROUNDS", 8 );
     for ( std::uint64_t seed = first; seed < first + rounds; ++seed ) {
         SCOPED_TRACE( "CAIRN_SEED=" + std::to_string( seed ) );
         ToolTest::Random random( seed );

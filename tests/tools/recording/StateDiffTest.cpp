@@ -10,7 +10,6 @@
 #include <nlohmann/json.hpp>
 
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 // What differs between two states, and the plan that makes one of the other.
@@ -215,11 +214,6 @@ TEST_F( StateDiff, AChangeBehindTheSdkIsOutOfReach ) {
 
 // --- Random states
 
-std::uint64_t numberFrom( const char * variable, std::uint64_t otherwise ) {
-    const char * text = std::getenv( variable );
-    return text != nullptr ? std::strtoull( text, nullptr, 10 ) : otherwise;
-}
-
 void makeRandomState( Sim::Chip & chip, ToolTest::Random & random, const Sim::Schema & schema,
                       bool withPokes ) {
     chip.addUnit( 0, schema );
@@ -232,8 +226,8 @@ void makeRandomState( Sim::Chip & chip, ToolTest::Random & random, const Sim::Sc
 
 // CAIRN_SEED and CAIRN_ROUNDS choose others, and more.
 TEST( RandomStates, APlanTurnsAnyStateIntoAnyOther ) {
-    const std::uint64_t first = numberFrom( "CAIRN_SEED", 1 );
-    const std::uint64_t rounds = numberFrom( "CAIRN_ROUNDS", 200 );
+    const std::uint64_t first = ToolTest::numberOfEnvironment( "CAIRN_SEED", 1 );
+    const std::uint64_t rounds = ToolTest::numberOfEnvironment( "CAIRN_ROUNDS", 200 );
     std::size_t rows = 0;
     for ( std::uint64_t seed = first; seed < first + rounds; ++seed ) {
         SCOPED_TRACE( "CAIRN_SEED=" + std::to_string( seed ) );

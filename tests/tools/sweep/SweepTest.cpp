@@ -6,6 +6,7 @@
 #include "interpose/Interposer.h"
 
 #include "tests/tools/Program.h"
+#include "tests/tools/sweep/ReferenceModel.h"
 
 #include <Kiln/ActivityLock.h>
 
@@ -222,17 +223,13 @@ Tool::SweepRun madeStopped() {
     return run;
 }
 
-Tool::Model referenceModel() {
-    return Tool::defaultModel( { Tool::defaultChip( 0, Sim::referenceSchema(), "reference" ) } );
-}
-
 class SweepJudgeTest : public ::testing::Test {
   protected:
     SweepJudgeTest() {
         swept_.plan = &plan_;
         swept_.recipe = Tool::findRecipe( recipeName );
         swept_.isReference = true;
-        swept_.model = referenceModel();
+        swept_.model = ToolTest::referenceModel();
         swept_.undisturbed = madeUndisturbed();
     }
 
@@ -600,7 +597,7 @@ class BrokenLibraryTest : public ::testing::Test {
         for ( const char * name : names )
             recipes.push_back( Tool::findRecipe( name ) );
         return Tool::sweepRecipes(
-            referenceModel(), recipes,
+            ToolTest::referenceModel(), recipes,
             { .progress = {}, .around = []( Shim::Sdk & watched ) -> Shim::Sdk & {
                  static Broken broken( watched );
                  return broken;
@@ -827,7 +824,7 @@ TEST_F( BrokenLibraryTest, ProgressIsTold ) {
     std::size_t told = 0;
     std::size_t last = 0;
     std::size_t total = 0;
-    Tool::sweepRecipes( referenceModel(), { Tool::findRecipe( "setEgrTunnelEcnEncap" ) },
+    Tool::sweepRecipes( ToolTest::referenceModel(), { Tool::findRecipe( "setEgrTunnelEcnEncap" ) },
                         { .progress =
                               [&]( std::size_t done, std::size_t all ) {
                                   ++told;
