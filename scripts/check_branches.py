@@ -17,6 +17,8 @@ EXPLAINED = [
     ("Cairn/internal/TraceHandles.cpp", 'static Kiln::TraceHandle handle( "CairnLtHelper", false );', 3,
      "one thread waiting while another makes the handle, which takes a microsecond once in a process; and the "
      "clean-up if the making throws, for which memory has to run out: it ends the process, recipes are noexcept"),
+    ("CairnCommon/CairnCommonUtil.h", "feature_( found_ ? dynamic_cast<T *>( &*found_ ) : nullptr ) {}", 1,
+     "the compiler's own question whether the address of what was found is null, which the line asks before"),
     ("CairnCommon/CairnCommonUtil.h", 'message << "chipInfo NULL";', 1,
      "the clean-up if the text throws, for which memory has to run out"),
     ("CairnCommon/CairnCommonUtil.h", "Nacre::debugAndAssert( message, Impl::sysportFile, Impl::sysportFunction,", 2,

@@ -209,6 +209,7 @@ TEST_F( LearnCacheTest, NoMessageAndWithoutTheCallTraceNoOutput ) {
     clearLog();
     testing::internal::CaptureStderr();
     Cairn::setLearnCacheEnabled( 0, true );
+    Cairn::setLearnCacheDropEnabled( 0, true );
     EXPECT_EQ( testing::internal::GetCapturedStderr(), "" );
     EXPECT_TRUE( logOf( "ApiCairn" ).empty() );
 }

@@ -226,6 +226,15 @@ TEST_F( SystemPortTest, RangeTableIndexIsWrittenWhenTheChipAttributesAskForIt ) 
     expectLog( updateWithRangeIndexScript() );
 }
 
+TEST_F( SystemPortTest, RangeTableIndexIsWrittenWithoutTheCallTraceToo ) {
+    giveAttributes( true );
+    Kiln::traceOff();
+    testing::internal::CaptureStderr();
+    program( 100, true );
+    EXPECT_EQ( testing::internal::GetCapturedStderr(), "" );
+    EXPECT_EQ( field( 773, "RANGE_TABLE_INDEX" ), 773u );
+}
+
 TEST_F( SystemPortTest, RangeTableIndexThatFailsIsIgnored ) {
     giveAttributes( true );
     inject( "op=field_add,field=RANGE_TABLE_INDEX,rc=-4,always" );
