@@ -262,7 +262,7 @@ TEST_F( SignalTest, NoInstructionOfAThreadsEndLetsAHandlerWriteToAFileThatWasLef
     auto paths = directory_.files();
     std::erase( paths, ofMain );
     ASSERT_EQ( paths.size(), 1u );
-    pathOfThread = &paths[0];
+    pathOfThread = paths.data();
     // Later than the one that tells the end of a thread to its files.
     static pthread_key_t last;
     ASSERT_EQ( ::pthread_key_create( &last, []( void * ) { stopTraps(); } ), 0 );

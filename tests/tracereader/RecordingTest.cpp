@@ -311,7 +311,7 @@ TEST_F( BadRecordingTest, CallsThatNeverEndAreNotKeptForEver ) {
     Event event;
     unsigned unreturned = 0;
     while ( recording.next( event ) )
-        unreturned += event.moment == Moment::neverReturned;
+        unreturned += event.moment == Moment::neverReturned ? 1 : 0;
     EXPECT_EQ( unreturned, 16u );
     const auto findings = findingsOf( recording );
     ASSERT_FALSE( findings.empty() );

@@ -217,7 +217,7 @@ TEST( RingTest, TimesBeforeAndAfterAllRecordsAreReadAsFew ) {
         std::size_t wanted = 0;
         std::size_t all = 0;
         for ( ; file.next( record ); ++all )
-            wanted += record.time >= from && record.time < to;
+            wanted += record.time >= from && record.time < to ? 1 : 0;
         EXPECT_EQ( wanted, 0u );
         EXPECT_LE( all, 17 * recordsOfBlock );
         EXPECT_TRUE( file.findings().empty() );

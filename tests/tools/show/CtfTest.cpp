@@ -244,8 +244,7 @@ class CtfTest : public testing::Test {
     }
 
     std::string copy( const std::string & name, std::uintmax_t size ) {
-        const std::string path =
-            temporary_.path( "copy-" + std::to_string( ++copies_ ) + ".fleetlog" );
+        std::string path = temporary_.path( "copy-" + std::to_string( ++copies_ ) + ".fleetlog" );
         std::filesystem::copy_file( data( name ), path );
         std::filesystem::resize_file( path, size );
         return path;

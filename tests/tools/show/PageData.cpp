@@ -21,7 +21,7 @@ std::string decoded( std::string_view base64 ) {
     int count = 0;
     for ( const char c : base64 ) {
         const std::size_t digit = digits.find( c );
-        if ( digit == digits.npos )
+        if ( digit == std::string_view::npos )
             break;
         bits = bits << 6 | static_cast<unsigned>( digit );
         count += 6;
@@ -62,7 +62,7 @@ std::uint64_t numberAt( const std::string & bytes, std::size_t offset ) {
 PageData::PageData( const std::string & page ) {
     const std::string begin = "<script id=\"data\" type=\"application/octet-stream\">";
     const std::size_t from = page.find( begin );
-    if ( from == page.npos ) {
+    if ( from == std::string::npos ) {
         ADD_FAILURE() << "the page holds no data";
         return;
     }

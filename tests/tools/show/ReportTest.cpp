@@ -34,7 +34,7 @@ class ReportTest : public ::testing::Test {
   protected:
     // A state file of a chip whose row EGR_TUNNEL_ECN_ENCAPm[index] says this outer ECN.
     std::string stateWithEncap( const std::string & name, int index, int outerEcn ) {
-        const std::string state = folder_.path( name );
+        std::string state = folder_.path( name );
         EXPECT_EQ( cairnLt( { "run", "setEgrTunnelEcnEncap", "0", std::to_string( index ),
                               std::to_string( outerEcn ), "--state", state } )
                        .exitCode,
@@ -141,7 +141,10 @@ TEST_F( ReportTest, ABringupThatGoesAsItMust ) {
                0 );
     std::size_t calls = 0;
     for ( const std::string & line : lines( cairnLt( { "trace", folder } ).out ) )
-        calls += line.find( "Hook" ) == line.npos && line.find( " bcmlt_" ) != line.npos ? 1 : 0;
+        calls +=
+            line.find( "Hook" ) == std::string::npos && line.find( " bcmlt_" ) != std::string::npos
+                ? 1
+                : 0;
     EXPECT_EQ( data.column( "call.number" ).size(), calls );
     EXPECT_EQ( data.fact( "SDK calls" ), std::to_string( calls ) );
     const auto names = data.texts( "span.name" );
@@ -352,6 +355,7 @@ TEST_F( ReportTest, ARecordingOfAStop ) {
     EXPECT_EQ( data.fact( "Faults from outside" ), "1" );
 }
 
+// NOLINTBEGIN( misc-misleading-bidirectional ): the texts are meant to mislead
 TEST_F( ReportTest, TextsOfARecordingAreNoMarkup ) {
     const std::string hostile = "</script><script>alert(1)</script><!--\"'&\x01\n\t\xff\u202e";
     Recorded recorded( folder_.path( "recording" ) );
@@ -372,6 +376,7 @@ TEST_F( ReportTest, TextsOfARecordingAreNoMarkup ) {
     const auto arguments = data.texts( "call.arguments" );
     EXPECT_EQ( std::count( arguments.begin(), arguments.end(), shown ), 1 );
 }
+// NOLINTEND( misc-misleading-bidirectional )
 
 TEST_F( ReportTest, AHostileNameOfTheInputIsShown ) {
     const std::string name = folder_.path( "<b>\n\xff" );
@@ -449,7 +454,7 @@ class ReportOfBundleTest : public ReportTest {
     // The bundle of a report.
     std::string bundleOf( const std::string & text, std::vector<std::string> arguments,
                           const std::string & name = "case.tar.zst" ) {
-        const std::string bundle = folder_.path( name );
+        std::string bundle = folder_.path( name );
         arguments.insert( arguments.begin(), { "diagnose", folder_.write( "agent.log", text ) } );
         arguments.insert( arguments.end(), { "--bundle", bundle } );
         const Outcome run = cairnLt( arguments );
@@ -681,7 +686,7 @@ TEST_F( ReportTest, DocumentsAndBringupsMayComeFromAPipe ) {
     ASSERT_EQ( ::mkfifo( pipe.c_str(), 0600 ), 0 );
     const auto through = [&]( const std::string & contents, int exitCode = 0 ) {
         std::thread writer( [&] { std::ofstream( pipe ) << contents; } );
-        const Outcome run = cairnLt( { "report", pipe, "-o", page_ } );
+        Outcome run = cairnLt( { "report", pipe, "-o", page_ } );
         writer.join();
         EXPECT_EQ( run.exitCode, exitCode ) << run.err;
         return run;

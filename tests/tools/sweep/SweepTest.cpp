@@ -123,8 +123,8 @@ TEST( SweepPlanTest, PropertiesOfRecipes ) {
     long asserting = 0;
     long keeping = 0;
     for ( const Tool::Recipe & recipe : Tool::recipes() ) {
-        asserting += Tool::assertsHandle( recipe );
-        keeping += Tool::keepsLock( recipe );
+        asserting += Tool::assertsHandle( recipe ) ? 1 : 0;
+        keeping += Tool::keepsLock( recipe ) ? 1 : 0;
     }
     EXPECT_EQ( asserting, 16 );
     EXPECT_EQ( keeping, 2 );
@@ -610,7 +610,7 @@ class BrokenLibraryTest : public ::testing::Test {
         std::size_t count = 0;
         for ( const Tool::SweepCaseReport & each : report.cases ) {
             for ( const Tool::SweepFaultReport & fault : each.faults )
-                count += fault.fault.kind == kind && holds( fault.differences, part );
+                count += fault.fault.kind == kind && holds( fault.differences, part ) ? 1 : 0;
         }
         return count;
     }
