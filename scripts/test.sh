@@ -3,13 +3,13 @@
 #
 #     scripts/test.sh            the release build, quick
 #     scripts/test.sh --all      every preset: both compilers, debug and release, the sanitizers, the fuzzers, and aarch64 in
-#                                an emulator
+#                                an emulator; and clang-tidy
 #     scripts/test.sh PRESET...  these presets; "tidy" stands for clang-tidy
 set -euo pipefail
 cd "$( dirname "${BASH_SOURCE[0]}" )/.."
 source scripts/packages.sh
 
-every_preset=( release dev asan tsan clang-dev clang-release aarch64 )
+every_preset=( release dev asan tsan clang-dev clang-release aarch64 tidy )
 case "${1-}" in
     "") presets=( release ) ;;
     --all) presets=( "${every_preset[@]}" ) ;;
@@ -20,8 +20,8 @@ case "${1-}" in
     *) presets=( "$@" ) ;;
 esac
 for preset in "${presets[@]}"; do
-    if [[ " ${every_preset[*]} tidy " != *" $preset "* ]]; then
-        echo "test.sh: no preset \"$preset\"; there are ${every_preset[*]} and tidy, or --all" >&2
+    if [[ " ${every_preset[*]} " != *" $preset "* ]]; then
+        echo "test.sh: no preset \"$preset\"; there are ${every_preset[*]}, or --all" >&2
         exit 2
     fi
 done
