@@ -1,11 +1,10 @@
 #include "tracereader/TraceReader.h"
 
 #include "text/Escape.h"
+#include "text/Time.h"
 
 #include <charconv>
-#include <cstdio>
 #include <cstdlib>
-#include <ctime>
 
 namespace TraceReader {
 
@@ -115,35 +114,6 @@ bool Filter::accepts( const Record & record ) const {
     return true;
 }
 
-void Renderer::appendTime( std::string & out, std::int64_t time ) {
-    constexpr std::int64_t perSecond = 1'000'000'000;
-    std::int64_t second = time / perSecond;
-    std::int64_t nanoseconds = time % perSecond;
-    if ( nanoseconds < 0 ) {
-        nanoseconds += perSecond;
-        --second;
-    }
-    if ( second != second_ ) {
-        const auto wanted = static_cast<std::time_t>( second );
-        std::tm utc{};
-        ::gmtime_r( &wanted, &utc );
-        char text[64];
-        const std::size_t length =
-            std::strftime( text, sizeof text, "%Y-%m-%dT%H:%M:%S.000000000Z", &utc );
-        timeText_.assign( text, length );
-        second_ = second;
-    }
-    // Three divisions that do not wait for each other are faster than one after the other.
-    char * digits = timeText_.data() + timeText_.size() - sizeof "000000000";
-    for ( std::int64_t left :
-          { nanoseconds / 1'000'000, nanoseconds / 1'000 % 1'000, nanoseconds % 1'000 } ) {
-        *digits++ = static_cast<char>( '0' + left / 100 );
-        *digits++ = static_cast<char>( '0' + left / 10 % 10 );
-        *digits++ = static_cast<char>( '0' + left % 10 );
-    }
-    out += timeText_;
-}
-
 void Renderer::append( std::string & out, const Record & record ) {
     decode( record, values_ );
     if ( format_ == Format::json )
@@ -158,7 +128,7 @@ void Renderer::appendLine( std::string & out, const Record & record ) {
     const Site * const site = record.site;
     if ( info.isTimeOfBlock )
         out += '~';
-    appendTime( out, record.time );
+    Text::appendUtc( out, record.time );
     out += ' ';
     if ( format_ == Format::text ) {
         appendNumber( out, info.process );
@@ -183,7 +153,7 @@ void Renderer::appendLine( std::string & out, const Record & record ) {
 void Renderer::appendJson( std::string & out, const Record & record ) {
     const Info & info = record.file->info();
     out += "{\"time\":\"";
-    appendTime( out, record.time );
+    Text::appendUtc( out, record.time );
     out += info.isTimeOfBlock ? "\",\"timeOfBlock\":true,\"process\":" : "\",\"process\":";
     appendNumber( out, info.process );
     if ( record.thread != 0 ) {

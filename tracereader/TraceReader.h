@@ -269,12 +269,9 @@ class Renderer {
   private:
     void appendLine( std::string & out, const Record & record );
     void appendJson( std::string & out, const Record & record );
-    void appendTime( std::string & out, std::int64_t time );
 
     Format format_;
-    std::vector<Value> values_;       // kept from record to record for its memory
-    std::int64_t second_ = INT64_MIN; ///< of timeText_
-    std::string timeText_;            ///< the last time's text
+    std::vector<Value> values_; // kept from record to record for its memory
 };
 
 /// Several files as one: their records in the order of their times. Records of one process that

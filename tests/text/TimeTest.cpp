@@ -10,6 +10,14 @@ TEST( TimeTest, IsWrittenWithNanoseconds ) {
     EXPECT_EQ( Text::utc( halfPastSeven ), "2026-03-01T07:30:00.250000000Z" );
     EXPECT_EQ( Text::utc( 0 ), "1970-01-01T00:00:00.000000000Z" );
     EXPECT_EQ( Text::utc( -1 ), "1969-12-31T23:59:59.999999999Z" );
+    EXPECT_EQ( Text::utc( INT64_MIN ), "1677-09-21T00:12:43.145224192Z" );
+    EXPECT_EQ( Text::utc( INT64_MAX ), "2262-04-11T23:47:16.854775807Z" );
+}
+
+TEST( TimeTest, OfEachDayIsReadAsItWasWritten ) {
+    constexpr std::int64_t day = 86'400'000'000'000;
+    for ( std::int64_t time = INT64_MIN + day; time < INT64_MAX - day; time += day )
+        ASSERT_EQ( Text::parseUtc( Text::utc( time ) ), time );
 }
 
 TEST( TimeTest, IsReadWithAndWithoutAFraction ) {

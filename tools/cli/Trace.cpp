@@ -152,15 +152,16 @@ class CallLines {
   private:
     void appendLine( std::string & out, const TraceReader::RecordedCall & call,
                      const TraceReader::Stamp & stamp ) const {
-        const std::string time = Text::utc( stamp.time );
         if ( format_ == TraceFormat::json ) {
-            out += "{\"time\":\"" + time + "\",\"process\":" + std::to_string( call.process ) +
+            out += "{\"time\":\"";
+            Text::appendUtc( out, stamp.time );
+            out += "\",\"process\":" + std::to_string( call.process ) +
                    ",\"thread\":" + std::to_string( call.thread ) + ",";
             appendJson( out, call );
             out += call.hasReturned() ? "}\n" : ",\"returned\":false}\n";
             return;
         }
-        out += time;
+        Text::appendUtc( out, stamp.time );
         if ( format_ == TraceFormat::text )
             out += " " + std::to_string( call.process ) + "/" + std::to_string( call.thread );
         out += " ";
