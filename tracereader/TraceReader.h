@@ -28,7 +28,8 @@
 // Nothing in a file is trusted: every length and offset is checked before it is used. What is
 // damaged is passed over, and a finding says what and where; what is whole is read.
 //
-// Threads: an object is used by one thread at a time.
+// Threads: an object is used by one thread at a time. A record whose payload was copied may be rendered
+// or filtered by another thread while its file is read, but not during poll().
 
 namespace TraceReader {
 

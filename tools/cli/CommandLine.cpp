@@ -298,6 +298,12 @@ class CommandLine {
                          "The file, or for ctf the directory, that is written; standard output if "
                          "left out" )
             ->needs( exportAs );
+        verb.add_option(
+                "--jobs", trace_.jobs,
+                "On how many processors lines are made (default: all, up to 4); their order "
+                "is the same" )
+            ->check( CLI::Range( 1u, 64u ) )
+            ->excludes( follow, info, check, exportAs );
         onVerb( verb, [this] {
             if ( trace_.exportAs == ExportFormat::ctf && trace_.output.empty() )
                 throw InputError( "--export ctf writes a directory", "name it with -o" );

@@ -29,12 +29,13 @@ struct Candidate {
 };
 
 // Values that are no names of files, and that nobody can offer.
-constexpr std::array<std::pair<std::string_view, std::string_view>, 7> freeValues{
+constexpr std::array<std::pair<std::string_view, std::string_view>, 8> freeValues{
     { { "trace", "--from" },
       { "trace", "--to" },
       { "trace", "--match" },
       { "trace", "--site" },
       { "trace", "--thread" },
+      { "trace", "--jobs" },
       { "trace", "--code" },
       { "replay", "--until" } } };
 

@@ -4,6 +4,7 @@
 #include "text/Numbers.h"
 #include "text/Time.h"
 #include "tools/cli/Progress.h"
+#include "tools/cli/TraceLines.h"
 #include "tools/cli/Verbs.h"
 #include "tools/model/Arguments.h"
 #include "tools/model/Errors.h"
@@ -17,6 +18,7 @@
 #include <csignal>
 #include <filesystem>
 #include <optional>
+#include <sched.h>
 #include <set>
 #include <thread>
 
@@ -85,7 +87,8 @@ class CallFilter {
         return operation_ || !options_.table.empty() || options_.unit || options_.code;
     }
 
-    // A call that has not returned yet has neither a code nor the time at which it did.
+    // Of anything but the text. A call that has not returned yet has neither a code nor the time at
+    // which it did.
     bool accepts( const TraceReader::RecordedCall & call ) const {
         const auto & stamp = call.hasReturned() ? call.after : call.before;
         if ( !filter_.recipe.empty() || !filter_.file.empty() || filter_.line )
@@ -94,17 +97,11 @@ class CallFilter {
              ( filter_.to && stamp.time >= *filter_.to ) ||
              ( filter_.thread && call.thread != *filter_.thread ) )
             return false;
-        if ( ( operation_ && call.call != *operation_ ) ||
-             ( !options_.table.empty() && call.table != options_.table ) ||
-             ( options_.unit && call.unit != options_.unit ) ||
-             ( options_.code &&
-               ( isHook( call.call ) || !call.hasReturned() || call.rc != *options_.code ) ) )
-            return false;
-        if ( filter_.text.empty() )
-            return true;
-        std::string text;
-        appendText( text, call );
-        return text.find( filter_.text ) != std::string::npos;
+        return !( ( operation_ && call.call != *operation_ ) ||
+                  ( !options_.table.empty() && call.table != options_.table ) ||
+                  ( options_.unit && call.unit != options_.unit ) ||
+                  ( options_.code &&
+                    ( isHook( call.call ) || !call.hasReturned() || call.rc != *options_.code ) ) );
     }
 
   private:
@@ -123,55 +120,6 @@ class CallFilter {
     const TraceOptions & options_;
     const TraceReader::Filter & filter_;
     std::optional<TraceReader::SdkCall> operation_;
-};
-
-// Recorded SDK calls as lines.
-class CallLines {
-  public:
-    CallLines( TraceFormat format, const CallFilter & filter )
-        : format_( format ), filter_( filter ) {}
-
-    // Takes a record of a recorder. A call is shown when it has returned.
-    void append( std::string & out, const TraceReader::Record & record ) {
-        TraceReader::Event event;
-        if ( assembler_.take( record, event ) &&
-             event.moment == TraceReader::Event::Moment::after && filter_.accepts( *event.call ) )
-            appendLine( out, *event.call, event.call->after );
-    }
-
-    // The calls that never returned.
-    void appendRest( std::string & out ) {
-        TraceReader::Event event;
-        while ( assembler_.takeUnreturned( event ) )
-            if ( filter_.accepts( *event.call ) )
-                appendLine( out, *event.call, event.call->before );
-    }
-
-    const std::vector<Finding> & findings() const { return assembler_.findings(); }
-
-  private:
-    void appendLine( std::string & out, const TraceReader::RecordedCall & call,
-                     const TraceReader::Stamp & stamp ) const {
-        if ( format_ == TraceFormat::json ) {
-            out += "{\"time\":\"";
-            Text::appendUtc( out, stamp.time );
-            out += "\",\"process\":" + std::to_string( call.process ) +
-                   ",\"thread\":" + std::to_string( call.thread ) + ",";
-            appendJson( out, call );
-            out += call.hasReturned() ? "}\n" : ",\"returned\":false}\n";
-            return;
-        }
-        Text::appendUtc( out, stamp.time );
-        if ( format_ == TraceFormat::text )
-            out += " " + std::to_string( call.process ) + "/" + std::to_string( call.thread );
-        out += " ";
-        appendText( out, call );
-        out += call.hasReturned() ? "\n" : " (never returned)\n";
-    }
-
-    TraceFormat format_;
-    const CallFilter & filter_;
-    TraceReader::CallAssembler assembler_;
 };
 
 // The trace files of the paths that were given: files, and folders that hold some.
@@ -312,17 +260,6 @@ class Follower {
     std::uint64_t polls_ = 0;
 };
 
-TraceReader::Format formatOf( const TraceOptions & options ) {
-    switch ( options.format ) {
-    case TraceFormat::json:
-        return TraceReader::Format::json;
-    case TraceFormat::brief:
-        return TraceReader::Format::brief;
-    default:
-        return TraceReader::Format::text;
-    }
-}
-
 // Opens all files; InputError if there are none.
 void openFiles( TraceReader::Merge & merge, Sources & sources, const TraceOptions & options ) {
     for ( const auto & path : sources.newFiles() )
@@ -348,10 +285,25 @@ int tellFindings( const TraceReader::Merge & merge, const std::vector<Finding> &
     return std::max( exitCode( merge, sources ), ofCalls.empty() ? 0 : 1 );
 }
 
+// The processors that this process may run on.
+unsigned processors() {
+    cpu_set_t allowed;
+    return ::sched_getaffinity( 0, sizeof allowed, &allowed ) == 0
+               ? static_cast<unsigned>( CPU_COUNT( &allowed ) )
+               : std::thread::hardware_concurrency();
+}
+
+// On how many processors lines are made. Where records are waited for, none comes late.
+unsigned jobsOf( const TraceOptions & options ) {
+    constexpr unsigned enough = 4; // reading takes longer then
+    if ( options.follow )
+        return 1;
+    return options.jobs.value_or( std::clamp( processors(), 1u, enough ) );
+}
+
 int showRecords( const TraceOptions & options ) {
-    const TraceReader::Filter filter = filterOf( options );
+    TraceReader::Filter filter = filterOf( options );
     const CallFilter callFilter( options, filter );
-    CallLines calls( options.format, callFilter );
     Sources sources( options.paths );
     TraceReader::Merge merge;
     openFiles( merge, sources, options );
@@ -360,27 +312,30 @@ int showRecords( const TraceOptions & options ) {
     std::optional<Follower> follower;
     if ( options.follow )
         follower.emplace( merge, sources, std::chrono::seconds( options.wait ) );
-    TraceReader::Renderer renderer( formatOf( options ) );
+    TraceLines lines( options.format, filter.text, jobsOf( options ) );
+    // The text is looked for where lines are made.
+    filter.text.clear();
+    TraceReader::CallAssembler assembler;
+    TraceReader::Event event;
     TraceReader::Record record;
-    std::string lines;
     do {
         while ( merge.next( record ) ) {
-            if ( record.site != nullptr &&
-                 TraceReader::CallAssembler::isOfRecorder( *record.site ) )
-                calls.append( lines, record );
-            else if ( !callFilter.isGiven() && filter.accepts( record ) )
-                renderer.append( lines, record );
-            if ( lines.size() >= outputChunk ) {
-                print( lines );
-                lines.clear();
-            }
+            if ( record.site == nullptr ||
+                 !TraceReader::CallAssembler::isOfRecorder( *record.site ) ) {
+                if ( !callFilter.isGiven() && filter.accepts( record ) )
+                    lines.add( record );
+            } else if ( assembler.take( record, event ) &&
+                        event.moment == TraceReader::Event::Moment::after &&
+                        callFilter.accepts( *event.call ) )
+                lines.add( *event.call ); // it is shown when it has returned
         }
-        print( lines );
-        lines.clear();
+        lines.flush();
     } while ( follower && follower->waitForMore() );
-    calls.appendRest( lines );
-    print( lines );
-    return tellFindings( merge, calls.findings(), sources, options.follow );
+    while ( assembler.takeUnreturned( event ) )
+        if ( callFilter.accepts( *event.call ) )
+            lines.add( *event.call );
+    lines.flush();
+    return tellFindings( merge, assembler.findings(), sources, options.follow );
 }
 
 // What is ignored, as by nohup, stays ignored.
@@ -404,6 +359,9 @@ int exportRecords( const TraceOptions & options ) {
     // Into a pipe, an interrupt ends the process at once, also where it waits for a reader.
     if ( out->hasLeftovers() )
         catchInterrupts();
+    const auto isWanted = [&]( const TraceReader::RecordedCall & call ) {
+        return callFilter.accepts( call ) && hasText( call, filter.text );
+    };
     std::optional<Progress> progress( "export" );
     TraceReader::CallAssembler assembler;
     TraceReader::Record record;
@@ -415,11 +373,11 @@ int exportRecords( const TraceOptions & options ) {
             continue;
         progress->tell( event );
         out->take( event, event.call != nullptr
-                              ? callFilter.accepts( *event.call )
+                              ? isWanted( *event.call )
                               : !callFilter.isGiven() && filter.accepts( record ) );
     }
     while ( assembler.takeUnreturned( event ) )
-        out->take( event, callFilter.accepts( *event.call ) );
+        out->take( event, isWanted( *event.call ) );
     progress.reset();
     out->finish();
     return tellFindings( merge, assembler.findings(), sources, false );

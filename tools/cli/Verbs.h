@@ -112,6 +112,8 @@ struct TraceOptions {
     std::optional<ExportFormat> exportAs;
     std::string output;
     TraceFormat format = TraceFormat::text;
+    /// On how many processors lines are made; nothing: on all, up to a few.
+    std::optional<unsigned> jobs;
 };
 
 /// The records of trace files, in the order of their times. 1 if a file is damaged or cannot be read;
