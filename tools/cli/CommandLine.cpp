@@ -255,8 +255,10 @@ class CommandLine {
             "are read.\n"
             "--export writes them for other viewers: ctf is a Common Trace Format directory, chrome a "
             "trace-event document, folded the time of SDK calls as stacks for a flame graph.\n"
-            "Damage is said of what was read: --from and --to may leave out what lies before and after; --check "
-            "reads all.\n"
+            "--from and --to find their place without reading what lies before and after. Files whose times "
+            "are ticks or those of blocks are read as a whole, for a wall clock may be set back; recorded SDK "
+            "calls are read from their beginning, for the table of an entry is told where it was allocated.\n"
+            "Damage is said of what was read; --check reads all.\n"
             "Records carry no checksum: a byte that was changed within a value is not noticed.\n" );
         verb.add_option( "paths", trace_.paths, "Trace files, or folders that hold some" )
             ->required();

@@ -301,6 +301,13 @@ unsigned jobsOf( const TraceOptions & options ) {
     return options.jobs.value_or( std::clamp( processors(), 1u, enough ) );
 }
 
+// Whether no record has an earlier time than one before it. A wall clock may be set back, a counter
+// not.
+bool isInOrderOfTime( const TraceReader::Merge & merge ) {
+    return std::all_of( merge.files().begin(), merge.files().end(),
+                        []( const auto & file ) { return file->info().timestamps == "counter"; } );
+}
+
 int showRecords( const TraceOptions & options ) {
     TraceReader::Filter filter = filterOf( options );
     const CallFilter callFilter( options, filter );
@@ -315,19 +322,29 @@ int showRecords( const TraceOptions & options ) {
     TraceLines lines( options.format, filter.text, jobsOf( options ) );
     // The text is looked for where lines are made.
     filter.text.clear();
+    const bool hasEnd = filter.to && !options.follow && isInOrderOfTime( merge );
+    std::size_t underWay = 0; // calls
     TraceReader::CallAssembler assembler;
     TraceReader::Event event;
     TraceReader::Record record;
     do {
         while ( merge.next( record ) ) {
+            // A call that was made before the end and returns after it is not one that never returned.
+            if ( hasEnd && underWay == 0 && record.time >= *filter.to )
+                break;
             if ( record.site == nullptr ||
                  !TraceReader::CallAssembler::isOfRecorder( *record.site ) ) {
                 if ( !callFilter.isGiven() && filter.accepts( record ) )
                     lines.add( record );
-            } else if ( assembler.take( record, event ) &&
-                        event.moment == TraceReader::Event::Moment::after &&
-                        callFilter.accepts( *event.call ) )
-                lines.add( *event.call ); // it is shown when it has returned
+            } else if ( !assembler.take( record, event ) )
+                continue;
+            else if ( event.moment == TraceReader::Event::Moment::before )
+                ++underWay;
+            else {
+                underWay -= event.call->hasInputs() ? 1 : 0;
+                if ( callFilter.accepts( *event.call ) )
+                    lines.add( *event.call ); // it is shown when it has returned
+            }
         }
         lines.flush();
     } while ( follower && follower->waitForMore() );

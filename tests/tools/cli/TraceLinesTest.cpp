@@ -6,6 +6,7 @@
 #include "interpose/TraceRecorder.h"
 #include "sim/Chip.h"
 #include "tools/cli/Workers.h"
+#include "tracereader/TraceReader.h"
 
 #include <Fleetlog/MsgDesc.h>
 #include <Fleetlog/TraceFile.h>
@@ -119,6 +120,29 @@ class TraceLinesTest : public ::testing::Test {
 
     const std::string & folder() const { return folder_.path(); }
 
+    // One in the second half of the file that was written last.
+    void damageLateRecord() const {
+        std::string latest;
+        std::vector<std::uint64_t> offsets;
+        std::int64_t time = 0;
+        for ( const std::string & path : TraceReader::findFiles( folder() ) ) {
+            TraceReader::File file( path );
+            TraceReader::Record record;
+            std::vector<std::uint64_t> found;
+            while ( file.next( record ) )
+                found.push_back( record.offset );
+            if ( found.size() > 1000 && record.time > time ) {
+                latest = path;
+                offsets = found;
+                time = record.time;
+            }
+        }
+        ASSERT_FALSE( offsets.empty() );
+        std::fstream file( latest, std::ios::in | std::ios::out | std::ios::binary );
+        file.seekp( static_cast<std::streamoff>( offsets[offsets.size() * 3 / 4] ) );
+        file << "\x01"; // the size of a record is a multiple of 8
+    }
+
   private:
     Support::TemporaryFolder folder_;
 };
@@ -168,6 +192,30 @@ TEST_F( TraceLinesTest, AreTheSameOnAnyNumberOfProcessors ) {
     }
     const Outcome unreturned = trace( { "--operation", "free" }, "4" );
     EXPECT_TRUE( unreturned.out.ends_with( " (never returned)\n" ) ) << unreturned.out;
+}
+
+TEST_F( TraceLinesTest, OfCallsAreThoseBeforeTheEndAndWhatFollowsIsNotRead ) {
+    recordCalls( folder(), 3'000 );
+    const auto all = lines( trace( { "--format", "brief" }, "1" ).out );
+    ASSERT_EQ( all.size(), 3u * 3'000 + 1 );
+    const auto timeOf = []( const std::string & line ) {
+        return line.substr( 0, line.find( ' ' ) );
+    };
+    for ( const std::size_t end : { 0u, 1u, 100u, 5'000u } ) {
+        const std::string time = timeOf( all[end] );
+        std::vector<std::string> before;
+        for ( const std::string & line : all )
+            if ( timeOf( line ) < time )
+                before.push_back( line );
+        EXPECT_EQ( lines( trace( { "--format", "brief", "--to", time }, "1" ).out ), before )
+            << end;
+    }
+
+    damageLateRecord();
+    EXPECT_EQ( trace( {}, "1" ).exitCode, 1 );
+    const Outcome run = trace( { "--to", timeOf( all[100] ) }, "1" );
+    EXPECT_EQ( run.exitCode, 0 );
+    EXPECT_EQ( run.err, "" );
 }
 
 TEST_F( TraceLinesTest, EndAtOnceWhenTheirReaderLeaves ) {
