@@ -599,8 +599,12 @@ class CommandLine {
         if ( std::find( names.begin(), names.end(), first ) == names.end() )
             throw InputError( fmt::format( "there is no verb \"{}\"", first ),
                               joined( { Text::nameHint( first, names ), seeHelp( app_ ) } ) );
-        checkValues( *app_.get_subcommand( std::string( first ) ),
-                     std::span( words ).subspan( 1 ) );
+        const CLI::App & verb = *app_.get_subcommand( std::string( first ) );
+        checkValues( verb, std::span( words ).subspan( 1 ) );
+        if ( std::find( words.begin(), words.end(), "" ) != words.end() )
+            throw InputError(
+                "an argument is \"\", which names nothing",
+                joined( { "write what is meant, or leave it out", seeHelp( verb ) } ) );
     }
 
     void checkOptionOfProgram( std::string_view word ) const {

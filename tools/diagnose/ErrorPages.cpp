@@ -232,6 +232,7 @@ std::vector<ErrorPage> commandPages() {
           .remedy = "\"cairn-lt VERB --help\" shows each with examples.",
           .texts = { "no verb",
                      "{} is an option of a verb, and no verb is given",
+                     "an argument is \"\", which names nothing",
                      "{} needs a value",
                      "{} needs a value, and {} follows",
                      "the argument {} is negative; arguments are not",

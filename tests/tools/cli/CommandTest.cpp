@@ -209,6 +209,22 @@ TEST( CommandLine, NegativeArgumentsAreRefused ) {
     EXPECT_NE( run.err.find( "-2" ), std::string::npos );
 }
 
+TEST( CommandTest, EmptyArgumentIsNamedByEveryVerb ) {
+    for ( const char * verb : { "list", "run", "bringup", "explain", "sweep", "tables", "dump",
+                                "trace", "diff", "replay", "check", "diagnose", "report" } )
+        for ( const std::vector<std::string> & arguments : { std::vector<std::string>{ verb, "" },
+                                                             { verb, "nothing", "" },
+                                                             { verb, "--", "" } } ) {
+            const Outcome run = cairnLt( arguments );
+            EXPECT_EQ( run.exitCode, 2 ) << verb;
+            EXPECT_EQ( run.out, "" ) << verb;
+            EXPECT_EQ( run.err,
+                       std::string( "cairn-lt: an argument is \"\", which names nothing; write "
+                                    "what is meant, or leave it out; \"cairn-lt " ) +
+                           verb + " --help\" tells more\n" );
+        }
+}
+
 TEST( CommandLine, NoVerbNamesThem ) {
     const Outcome run = cairnLt( {} );
     EXPECT_EQ( run.exitCode, 2 );
