@@ -411,13 +411,10 @@ std::string writerName( TraceReader::Writer writer ) {
     }
 }
 
-Json findingsJson( const std::vector<Finding> & findings ) {
-    Json all = Json::array();
-    for ( const Finding & finding : findings )
-        all.push_back( { { "damage", finding.kind == Finding::Kind::damage },
-                         { "offset", finding.offset ? Json( *finding.offset ) : Json() },
-                         { "what", finding.what } } );
-    return all;
+Json findingJson( const Finding & finding ) {
+    return { { "damage", finding.kind == Finding::Kind::damage },
+             { "offset", finding.offset ? Json( *finding.offset ) : Json() },
+             { "what", finding.what } };
 }
 
 Json infoJson( const TraceReader::File & file ) {
@@ -452,16 +449,10 @@ std::string textOf( const TraceReader::Site & site ) {
     return site.texts.empty() ? site.function : fmt::format( "{}", fmt::join( site.texts, "%s" ) );
 }
 
-Json sitesJson( const TraceReader::File & file ) {
-    Json sites = Json::array();
-    for ( const auto & site : file.sites() )
-        sites.push_back( { { "id", site.id },
-                           { "file", site.file },
-                           { "line", site.line },
-                           { "function", site.function },
-                           { "letters", site.letters },
-                           { "text", textOf( site ) } } );
-    return sites;
+Json siteJson( const TraceReader::Site & site ) {
+    return { { "id", site.id },           { "file", site.file },
+             { "line", site.line },       { "function", site.function },
+             { "letters", site.letters }, { "text", textOf( site ) } };
 }
 
 std::string closedText( const Json & info ) {
@@ -516,22 +507,72 @@ std::string checkText( const TraceReader::File & file ) {
            Text::counted( file.counts().records, "record" ) + " read\n";
 }
 
-// The elements of an array as its text: as values, those of many files and sites would take several
-// times as much memory.
-void appendElement( std::string & array, const Json & element ) {
-    array += array.empty() ? "[" : ",";
-    for ( const char each : "\n" + element.dump( 2, ' ', true, Json::error_handler_t::replace ) ) {
-        array += each;
+std::string indentedDump( const Json & json, const std::string & indent ) {
+    std::string text;
+    for ( const char each : json.dump( 2, ' ', true, Json::error_handler_t::replace ) ) {
+        text += each;
         if ( each == '\n' )
-            array += "  ";
+            text += indent;
     }
+    return text;
 }
+
+// A document of many files, printed as it is made: as values, their sites would take several times as
+// much memory.
+class FilesJson {
+  public:
+    void add( const TraceReader::File & file ) {
+        begin( infoJson( file ) );
+        addList( "sites", file.sites(), siteJson );
+        addList( "findings", file.findings(), findingJson );
+        print( text_ + "\n  }" );
+        text_.clear();
+    }
+
+    void addUnread( const std::string & path, const std::vector<Finding> & findings ) {
+        begin( { { "path", path } } );
+        addList( "findings", findings, findingJson );
+        print( text_ + "\n  }" );
+        text_.clear();
+    }
+
+    void end() const { print( "\n]\n" ); }
+
+  private:
+    // The members of an object, and not yet its end.
+    void begin( const Json & members ) {
+        constexpr std::size_t lengthOfEnd = sizeof "\n  }" - 1;
+        const std::string object = indentedDump( members, "  " );
+        text_ = isFirst_ ? "[\n  " : ",\n  ";
+        text_ += object.substr( 0, object.size() - lengthOfEnd );
+        isFirst_ = false;
+    }
+
+    template <class List, class ToJson>
+    void addList( const char * name, const List & list, ToJson toJson ) {
+        text_ += fmt::format( ",\n    \"{}\": [", name );
+        bool isFirst = true;
+        for ( const auto & each : list ) {
+            text_ +=
+                ( isFirst ? "\n      " : ",\n      " ) + indentedDump( toJson( each ), "      " );
+            isFirst = false;
+            if ( text_.size() >= outputChunk ) {
+                print( text_ );
+                text_.clear();
+            }
+        }
+        text_ += isFirst ? "]" : "\n    ]";
+    }
+
+    bool isFirst_ = true;
+    std::string text_; ///< not printed yet
+};
 
 // Reads every file to its end, so that the counts and findings are complete.
 int showFiles( const TraceOptions & options ) {
     Sources sources( options.paths );
     const bool isJson = options.format == TraceFormat::json;
-    std::string all;
+    FilesJson document;
     int worst = 0;
     bool isAnyRead = false;
     bool isAnyFound = false;
@@ -547,22 +588,18 @@ int showFiles( const TraceOptions & options ) {
         for ( const Finding & finding : merge.findings() )
             complain( finding.text() );
         for ( const auto & file : merge.files() ) {
-            Json info = infoJson( *file );
-            if ( isJson ) {
-                info["sites"] = sitesJson( *file );
-                info["findings"] = findingsJson( file->findings() );
-                appendElement( all, info );
-            } else
-                print( options.check ? checkText( *file ) : infoText( *file, info ) );
+            if ( isJson )
+                document.add( *file );
+            else
+                print( options.check ? checkText( *file ) : infoText( *file, infoJson( *file ) ) );
         }
         if ( isJson && merge.files().empty() )
-            appendElement( all,
-                           { { "path", path }, { "findings", findingsJson( merge.findings() ) } } );
+            document.addUnread( path, merge.findings() );
     }
     if ( !isAnyFound )
         throw InputError( noFilesIn( options.paths ) );
     if ( isJson )
-        print( all + "\n]\n" );
+        document.end();
     return isAnyRead ? std::min( worst, 1 ) : worst;
 }
 

@@ -442,7 +442,9 @@ TEST_F( TraceVerb, InfoAndCheckOfManySitesTakeLittleMoreMemoryThanReadingThem ) 
     const std::string path = onlyFile();
     const long reading = memoryOf( { "trace", path } );
     for ( const char * option : { "--info", "--check" } )
-        EXPECT_LT( memoryOf( { "trace", path, option } ), 2 * reading ) << option;
+        for ( const char * format : { "text", "json" } )
+            EXPECT_LT( memoryOf( { "trace", path, option, "--format", format } ), 2 * reading )
+                << option << " " << format;
 }
 
 TEST_F( TraceVerb, FilesOfSeveralRunsAreMergedByTime ) {
