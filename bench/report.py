@@ -3,8 +3,8 @@
 
     bench/report.py RAW_FOLDER REPORT_FOLDER FIGURES_FILE MACHINE
 
-RAW_FOLDER holds what the benchmarks have written: a JSON document each, reader.tsv, recording.tsv, code.md, symbols.txt. Writes
-performance.md and performance.svg into REPORT_FOLDER, and all of the raw figures in one JSON document to FIGURES_FILE;
+RAW_FOLDER holds what the benchmarks have written: a JSON document each, reader.tsv, reading.tsv, recording.tsv, code.md,
+symbols.txt. Writes performance.md and performance.svg into REPORT_FOLDER, and all of the raw figures in one JSON document to FIGURES_FILE;
 the plot is gnuplot's. What processors/*.json beside FIGURES_FILE hold, figures of other machines, stands beside the budgets.
 """
 
@@ -120,6 +120,16 @@ def reader_table(lines):
         rows.append([name, f"{megabytes:.1f}", f"{seconds:.3f}", f"{megabytes / seconds:.0f}",
                      f"{int(records) / seconds / 1e6:.1f}"])
     return table(["reading:", "MB", "s", "MB/s", "million records/s"], rows)
+
+
+def reading_table(lines):
+    rows = []
+    for name, size, records, wall, processor in (line.split("\t") for line in lines):
+        is_whole = "processor" in name
+        rows.append([name, f"{int(size) / 1e6:,.0f}", f"{float(wall):.3f}", f"{float(processor):.3f}",
+                     f"{int(size) / 1e6 / float(wall):,.0f}" if is_whole else "",
+                     f"{int(records) / 1e6 / float(wall):.1f}" if is_whole else ""])
+    return table(["shown:", "MB", "s of the clock", "s of the processors", "MB/s", "million records/s"], rows)
 
 
 def recording_table(lines):
@@ -278,13 +288,14 @@ def main():
     machine = sys.argv[4]
     documents = {name: json.loads((raw / f"{name}.json").read_text()) for name in JSON_FILES}
     reader = (raw / "reader.tsv").read_text().splitlines()
+    reading = (raw / "reading.tsv").read_text().splitlines()
     recording = (raw / "recording.tsv").read_text().splitlines()
     code = (raw / "code.md").read_text().strip()
     sizes = hot_bytes((raw / "symbols.txt").read_text())
     relocations = next(line.split("|")[2].strip() for line in code.splitlines() if line.startswith("| relocations"))
     relative = next(line.split("|")[2].strip() for line in code.splitlines() if line.startswith("| of them relative"))
-    this = {"machine": machine, "code": code.splitlines(), "reader": reader, "recording": recording, "hot_bytes": sizes,
-            **documents}
+    this = {"machine": machine, "code": code.splitlines(), "reader": reader, "reading": reading, "recording": recording,
+            "hot_bytes": sizes, **documents}
     others = [json.loads(path.read_text()) for path in sorted((figures.parent / "processors").glob("*.json"))]
     trace, recorder, recipes, startup, ports, sim = (runs(documents[name]) for name in JSON_FILES)
     waiting = max((run["counter_ratio"] - run["tick_ratio"]) * run["bare_ns"] for run in recipes.values())
@@ -418,6 +429,16 @@ A file of a million records, half of them with a text, and babeltrace2 on the sa
 Seconds of the processor.
 
 {reader_table(reader)}
+
+What `cairn-lt trace` takes to show such records, several files merged, to nowhere. Lines are made on up to four processors:
+one thread reads and merges, and hands on copies of records in batches, which it prints in their order; it makes lines, too,
+when enough batches are under way. The first 16,384 records are shown before that, and a short trace starts no thread. The
+first lines, and those of a given time, are found by a search in each file, however large it is: of the counters of its blocks,
+which rise. The wall clock of files with ticks or without times may have been set back, and a search could then miss records, so
+these are read as a whole. Recorded SDK calls are read from their beginning, because the table of an entry is told only where
+it was allocated, however long before.
+
+{reading_table(reading)}
 
 ## Recordings
 
