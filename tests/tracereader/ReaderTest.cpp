@@ -149,12 +149,13 @@ std::string render( const std::string & path, TraceReader::Format format ) {
 // A line with what differs from run to run replaced.
 std::string normalised( std::string line, const TraceReader::Info & info ) {
     const auto replace = [&]( const std::string & what, const std::string & with ) {
-        for ( std::size_t at = 0; ( at = line.find( what, at ) ) != line.npos; at += with.size() )
+        for ( std::size_t at = 0; ( at = line.find( what, at ) ) != std::string::npos;
+              at += with.size() )
             line.replace( at, what.size(), with );
     };
     replace( std::to_string( info.process ), "PROCESS" );
     const std::size_t date = line.find( "20" );
-    if ( date != line.npos && line.size() > date + 30 && line[date + 29] == 'Z' )
+    if ( date != std::string::npos && line.size() > date + 30 && line[date + 29] == 'Z' )
         line.replace( date, 30, "TIME" );
     return line;
 }
